@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+#
+# Runs clang-tidy 14 over the source files of a build folder's compile database (build/dev unless
+# named). Library, platform and programs by default; --all takes the tests as well.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+folders='attr|conf|dict|eap|engine|frame|methods|mgmt|platform|tools'
+build=build/dev
+for argument; do
+    case "$argument" in
+        --all) folders+='|tests' ;;
+        -*)
+            echo "Usage: $0 [--all] [build folder]" >&2
+            exit 2
+            ;;
+        *) build=$argument ;;
+    esac
+done
+if [[ ! -f $build/compile_commands.json ]]; then
+    echo "check-tidy: $build is not configured; run scripts/test.sh first" >&2
+    exit 1
+fi
+
+# gcc is what the project is compiled with: options that only gcc knows are no finding, and the warnings
+# of a second compiler are no error here.
+run-clang-tidy-14 -quiet -j 2 -p "$build" \
+    -extra-arg=-Wno-unknown-warning-option \
+    -extra-arg=-Wno-error \
+    -extra-arg=-Qunused-arguments \
+    "^$PWD/($folders)/.*\.(c|cpp)\$" 2>&1 |
+    { grep -v -E '^clang-tidy-14 |^[0-9]+ warnings? generated|^Suppressed |^Use -header-filter' || true; }
+echo "check-tidy: no finding in ${folders//|/ }"
