@@ -1,0 +1,252 @@
+/**
+ * @file
+ * The module debug log.
+ *
+ * An entry is one line, `<level>[<module>:<line>] <function>: <message>`, or a title and a dump;
+ * see docs/porting.md. It is put together first and written with one call.
+ */
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <sys/syslog.h>
+#include <system_error>
+#include <unistd.h>
+
+#include <palcore.h>
+
+#include "export.h"
+#include "log_text.h"
+
+namespace port {
+namespace {
+
+constexpr int defaultLevels = 4 | 8 | 16;
+
+struct Settings {
+    int levels = defaultLevels;
+    int file = -1; /**< -1: standard error, and syslog for a daemon. */
+};
+
+/** All bits are set until the settings are read, so that the first call reads them. */
+constinit std::atomic<int> shownLevels{-1};
+
+void writeAll(int fd, std::string_view text) noexcept {
+    while (!text.empty()) {
+        const ssize_t written = write(fd, text.data(), text.size());
+        if (written >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno != EINTR) {
+            return;
+        }
+    }
+}
+
+int levelsFrom(const char *text) noexcept {
+    int levels = 0;
+    const char *end = text + std::strlen(text);
+    const auto [rest, error] = std::from_chars(text, end, levels);
+    return error == std::errc() && rest == end && levels >= 0 ? levels : defaultLevels;
+}
+
+int openLogFile(const char *path) noexcept {
+    // The log may show secrets: it is the owner's alone, and no link leads it elsewhere.
+    const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW;
+    const int fd = open(path, flags, S_IRUSR | S_IWUSR);
+    if (fd == -1) {
+        const int error = errno;
+        LogText text;
+        text.append("warning: can't open PAL_DEBUG_FILE ");
+        text.appendPrintable(path);
+        text.appendFormat(": %s\n", std::strerror(error));
+        writeAll(STDERR_FILENO, text.view());
+    }
+    return fd;
+}
+
+Settings readSettings() noexcept {
+    Settings read;
+    if (const char *levels = secure_getenv("PAL_DEBUG_LEVELS"); levels != nullptr) {
+        read.levels = levelsFrom(levels);
+    }
+    if (const char *path = secure_getenv("PAL_DEBUG_FILE"); path != nullptr && path[0] != '\0') {
+        read.file = openLogFile(path);
+    }
+    shownLevels.store(read.levels, std::memory_order_relaxed);
+    return read;
+}
+
+const Settings &settings() noexcept {
+    static const Settings once = readSettings();
+    return once;
+}
+
+/** The one test that a call costs whose level is not shown. */
+bool maybeShown(int level) noexcept {
+    return (shownLevels.load(std::memory_order_relaxed) & level) != 0;
+}
+
+void appendLevel(LogText &text, int level) noexcept {
+    switch (level) {
+        case 4:
+            return text.append("critical");
+        case 8:
+            return text.append("error");
+        case 16:
+            return text.append("warning");
+        case 128:
+            return text.append("trace");
+        case 256:
+            return text.append("packet");
+        default:
+            return text.appendFormat("level %d", level);
+    }
+}
+
+int syslogPriority(int level) noexcept {
+    switch (level) {
+        case 4:
+            return LOG_DAEMON | LOG_CRIT;
+        case 8:
+            return LOG_DAEMON | LOG_ERR;
+        case 16:
+            return LOG_DAEMON | LOG_WARNING;
+        default:
+            return LOG_DAEMON | LOG_DEBUG;
+    }
+}
+
+bool goesToSyslog() noexcept {
+    if (palDaemonOpt.taskName[0] == '\0' || isatty(STDERR_FILENO) != 0) {
+        return false;
+    }
+    struct stat standardError {};
+    return fstat(STDERR_FILENO, &standardError) != 0 || !S_ISREG(standardError.st_mode);
+}
+
+/** A file outlives the process and may be shared: its entries tell when and from whom. */
+void writeToFile(int fd, std::string_view entry) noexcept {
+    timespec now{};
+    tm utc{};
+    char when[32] = "";
+    if (clock_gettime(CLOCK_REALTIME, &now) == 0 && gmtime_r(&now.tv_sec, &utc) != nullptr) {
+        (void)std::strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%S", &utc);
+    }
+    LogText stamped;
+    stamped.appendFormat("%s.%03dZ %d ", when, static_cast<int>(now.tv_nsec / 1'000'000),
+                         static_cast<int>(getpid()));
+    stamped.append(entry);
+    writeAll(fd, stamped.view());
+}
+
+void writeEntry(int level, std::string_view entry) noexcept {
+    if (settings().file != -1) {
+        writeToFile(settings().file, entry);
+        return;
+    }
+    writeAll(STDERR_FILENO, entry);
+    if (!goesToSyslog()) {
+        return;
+    }
+    while (!entry.empty()) {
+        const std::size_t end = std::min(entry.find('\n'), entry.size());
+        syslog(syslogPriority(level), "%.*s", static_cast<int>(end), entry.data());
+        entry.remove_prefix(std::min(end + 1, entry.size()));
+    }
+}
+
+bool isNamedAtStart(std::string_view message, std::string_view function) noexcept {
+    return message.starts_with(function) && message.substr(function.size()).starts_with(':');
+}
+
+void appendDumpLine(LogText &text, const unsigned char *bytes, int offset, int count) noexcept {
+    constexpr int perLine = 16;
+    text.appendFormat("  %04x ", static_cast<unsigned>(offset));
+    for (int i = 0; i < perLine; ++i) {
+        text.append(i == perLine / 2 ? "  " : " ");
+        if (i < count) {
+            text.appendFormat("%02x", static_cast<unsigned>(bytes[i]));
+        } else {
+            text.append("  ");
+        }
+    }
+    text.append("  |");
+    for (int i = 0; i < count; ++i) {
+        const char shown = bytes[i] >= 0x20 && bytes[i] < 0x7f ? static_cast<char>(bytes[i]) : '.';
+        text.append({&shown, 1});
+    }
+    text.append("|\n");
+}
+
+void appendDump(LogText &text, const unsigned char *bytes, int length) noexcept {
+    constexpr int perLine = 16;
+    for (int offset = 0; offset < length;) {
+        const int count = std::min(perLine, length - offset);
+        appendDumpLine(text, bytes + offset, offset, count);
+        offset += count;
+    }
+}
+
+}  // namespace
+}  // namespace port
+
+PAL_EXPORT void palModuleDebug(int module, int level, const char *function, int line,
+                               const char *format, ...) {
+    if (!port::maybeShown(level)) {
+        return;
+    }
+    const int error = errno;
+    if ((port::settings().levels & level) != 0) {
+        port::LogText message;
+        std::va_list arguments;
+        va_start(arguments, format);
+        errno = error;
+        message.appendFormatList(format, arguments);
+        va_end(arguments);
+        std::string_view body = message.view();
+        if (body.ends_with('\n')) {
+            body.remove_suffix(1);
+        }
+        port::LogText entry;
+        port::appendLevel(entry, level);
+        entry.appendFormat("[%d:%d] ", module, line);
+        // Many messages name their function themselves.
+        if (function != nullptr && !port::isNamedAtStart(body, function)) {
+            entry.appendFormat("%s: ", function);
+        }
+        entry.appendPrintable(body);
+        entry.append("\n");
+        port::writeEntry(level, entry.view());
+    }
+    errno = error;
+}
+
+PAL_EXPORT void palModuleDebugHex(int module, int level, const char *title, const void *data,
+                                  int length) {
+    if (!port::maybeShown(level)) {
+        return;
+    }
+    const int error = errno;
+    if ((port::settings().levels & level) != 0) {
+        const int count = data == nullptr ? 0 : std::max(length, 0);
+        port::LogText entry;
+        port::appendLevel(entry, level);
+        entry.appendFormat("[%d] ", module);
+        std::string_view shownTitle = title == nullptr ? "" : title;
+        if (shownTitle.ends_with('\n')) {
+            shownTitle.remove_suffix(1);
+        }
+        entry.appendPrintable(shownTitle);
+        entry.appendFormat(" (%d bytes)\n", count);
+        port::appendDump(entry, static_cast<const unsigned char *>(data), count);
+        port::writeEntry(level, entry.view());
+    }
+    errno = error;
+}

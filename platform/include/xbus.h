@@ -1,0 +1,121 @@
+/**
+ * @file
+ * The device's management bus: named by numbers, modules of several processes send each other
+ * commands.
+ *
+ * The EAP relay is module 8 on it. Whoever ports the library to a new device supplies these
+ * functions, with C linkage and in a shared library. This project's port carries the bus over
+ * Unix-domain sequenced-packet sockets in the folder /run/xbus (mode 0700, one socket a module;
+ * the process at the other end must belong to the folder's owner or to root).
+ *
+ * A context is used by one thread at a time; different contexts may be used by different threads. A
+ * process that registers a module and then forks, as daemon() does, may leave the module to its
+ * child: nothing of the bus ends with the parent, as long as only one of the two uses the context.
+ */
+#ifndef LANYARD_PLATFORM_XBUS_H
+#define LANYARD_PLATFORM_XBUS_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** A module's place on the bus. */
+typedef struct XbusCtx XbusCtx;
+
+/**
+ * Handles one message. Runs in the thread that called xbusListen(), inside of that call.
+ *
+ * It may send on the same context. It must not listen on it or release it.
+ *
+ * The buffers are the bus's own and end with the call. They come from another process: nothing in
+ * them may be trusted.
+ *
+ * @param busArg1  the bus's own.
+ * @param busArg2  the `arg` of xbusRegister().
+ * @param cmd      the command.
+ * @param buf      what the sender sent, `len` bytes; null when the sender's was.
+ * @param len      bytes in `buf`.
+ * @param out      what the sender's `out` held, `*outLen` bytes; null when the sender's was. What
+ *                 the handler leaves in it travels back to a sender that waits.
+ * @param outLen   bytes in `out`; the handler may lower it.
+ * @return the result for a sender that waits.
+ */
+typedef int (*XbusHandler)(void *busArg1, void *busArg2, uint32_t cmd, void *buf, uint32_t len,
+                           void *out, uint32_t *outLen);
+
+/**
+ * Connects the process to the bus. Called before anything else.
+ * @return 0; any other value on failure.
+ */
+int xbusInit(void);
+
+/**
+ * Registers a module.
+ *
+ * @param module   the module's number. One context of one process at a time has it; a process that
+ *                 ended without releasing it has it no more.
+ * @param mode     2.
+ * @param handler  called for each message.
+ * @param arg      handed to each call of the handler and left to it.
+ * @return the module's context, which xbusUnRegister() releases; null with `errno` set, EADDRINUSE
+ *         for a module that is there already.
+ */
+XbusCtx *xbusRegister(uint32_t module, uint32_t mode, XbusHandler handler, void *arg);
+
+/**
+ * Waits for one message and runs the handler for it in the calling thread.
+ *
+ * It handles one message a call, never more: what the caller does after each message must not wait
+ * for the next. Senders take turns.
+ *
+ * @param timeoutMicroseconds  how long to wait at most; 0: looks once.
+ * @return 1 when a message was handled; 0 when none came in time or a signal was handled; -1 on an
+ *         error, and then the time-out has passed as well, so that a loop over it never spins.
+ */
+int xbusListen(XbusCtx *ctx, uint32_t timeoutMicroseconds);
+
+/**
+ * Sends a command to a module.
+ *
+ * Both buffers travel, and messages from one sender to one receiver arrive in order, whatever their
+ * flags. Each buffer holds at most 64 KiB; a larger or malformed message is dropped with an error in
+ * the log, and closes nothing but its sender's connection.
+ *
+ * @param ctx         the sender.
+ * @param destModule  the receiver's number.
+ * @param cmd         the command.
+ * @param buf         bytes for the receiver; may be null when `len` is 0.
+ * @param len         bytes in `buf`.
+ * @param out         bytes for the receiver that it may change; may be null when `*outLen` is 0.
+ * @param outLen      bytes in `out`; when the call waits, what came back in `out` afterwards.
+ * @param flags       0: waits for the handler's result. 2: does not wait.
+ * @param reserved1   0.
+ * @param reserved2   0.
+ * @return flags 0: the handler's result, or -1 when there is no such module or it has not answered
+ *         within 5 seconds; signals do not end the wait. Flags 2: 0 once the message is handed over,
+ *         -1 when there is no such module or its queue is full (EAGAIN). A sender never blocks for
+ *         ever. Where the call itself fails `errno` is set and `out` and `*outLen` are as before.
+ *         What was handed over is not lost while the receiver lives.
+ */
+int xbusIoctl(XbusCtx *ctx, uint32_t destModule, uint32_t cmd, const void *buf, uint32_t len,
+              void *out, uint32_t *outLen, uint32_t flags, uint32_t reserved1, uint32_t reserved2);
+
+/**
+ * Takes a module off the bus and releases its context. Messages still in its queue are dropped.
+ * @return 0; -1 for null.
+ */
+int xbusUnRegister(XbusCtx *ctx);
+
+/**
+ * Disconnects the process from the bus.
+ * @return 0; any other value on failure.
+ */
+int xbusDeInit(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
