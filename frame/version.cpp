@@ -1,0 +1,14 @@
+// What the library says of itself.
+#include <cstdio>
+
+#include <lanyard/radius/frame.h>
+#include <palcore.h>
+
+int radLibVersion(void) {
+    palFilePrintf(stdout, "%s %s\n", "Lanyard RADIUS", LANYARD_VERSION);
+    return 0;
+}
+
+const char *radLibDefConf(void) {
+    return "/var/radius.conf";
+}
