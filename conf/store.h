@@ -1,0 +1,50 @@
+// The configuration record that the files of this folder share.
+#ifndef LANYARD_CONF_STORE_H
+#define LANYARD_CONF_STORE_H
+
+#include <array>
+#include <cstdint>
+
+#include <lanyard/radius/conf.h>
+
+namespace lanyard {
+
+// One option of the configuration file. `value` is what radConfGet() yields, null while unset.
+struct ConfOption {
+    const char *keyword;
+    void *value;
+    int (*set)(const char *text);
+    int (*del)();
+};
+
+// A slot that holds no server.
+constexpr RadServer kFreeSlot = {.host = nullptr,
+                                 .port = 0xFFFF,
+                                 .timeout = -1,
+                                 .retries = -1,
+                                 .secret = nullptr,
+                                 .extra = nullptr,
+                                 .rowKey = -1,
+                                 .rowId = -1};
+
+using ServerSlots = std::array<RadServer, RAD_SERVERS_MAX>;
+
+constexpr ServerSlots freeSlots() {
+    ServerSlots slots{};
+    slots.fill(kFreeSlot);
+    return slots;
+}
+
+struct RadConf {
+    std::array<ConfOption, 5> options;
+    ServerSlots authServers;
+    ServerSlots acctServers;
+    uint32_t authCount;
+    uint32_t acctCount;
+};
+
+extern RadConf radConf;
+
+}  // namespace lanyard
+
+#endif
