@@ -1,0 +1,12 @@
+/**
+ * @file
+ * radauth-portal: logs a user in with PAP, as a captive portal does, and prints the limits that the
+ * server grants.
+ */
+#include <lanyard/radius/methods.h>
+
+#include "portal.h"
+
+int main(int argc, char *argv[]) {
+    return runPortal("radauth-portal", radAuthSampleMainCaptivePortal, argc, argv);
+}
