@@ -1,0 +1,42 @@
+#include <array>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <openssl/md5.h>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include <ciph.h>
+
+namespace {
+
+TEST(Ciph, MakesMd5UsableAnyNumberOfTimes) {
+    EXPECT_EQ(ciphMD5Init(), 0);
+    EXPECT_EQ(ciphMD5Init(), 0);
+
+    // RFC 1321, appendix A.5.
+    constexpr std::string_view text = "message digest";
+    std::array<unsigned char, MD5_DIGEST_LENGTH> digest{};
+    MD5_CTX context;
+    ASSERT_EQ(MD5_Init(&context), 1);
+    ASSERT_EQ(MD5_Update(&context, text.data(), text.size()), 1);
+    ASSERT_EQ(MD5_Final(digest.data(), &context), 1);
+    EXPECT_EQ(digest, (std::array<unsigned char, MD5_DIGEST_LENGTH>{
+                          0xf9, 0x6b, 0x69, 0x7d, 0x7c, 0xb7, 0x93, 0x8d, 0x52, 0x5a, 0x2f, 0x31,
+                          0xaa, 0xf1, 0x61, 0xd0}));
+}
+
+TEST(Ciph, MakesMd5UsableFromSeveralThreads) {
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] { failures += ciphMD5Init() == 0 ? 0 : 1; });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(failures, 0);
+}
+
+}  // namespace

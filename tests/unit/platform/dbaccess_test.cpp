@@ -1,0 +1,313 @@
+/**
+ * @file
+ * Queries to the configuration database.
+ */
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <numeric>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <dbaccess.h>
+#include <palcore.h>
+
+namespace {
+
+std::vector<int> delays;
+
+/** What happens within the next wait. */
+std::function<void()> onDelay;
+
+}  // namespace
+
+// In front of the port's: a wait is seen and takes no time.
+int palTaskDelay(int milliseconds) {
+    delays.push_back(milliseconds);
+    if (onDelay) {
+        std::exchange(onDelay, nullptr)();
+    }
+    return 0;
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+struct Closer {
+    void operator()(sqlite3 *db) const { EXPECT_EQ(sqlite3_close(db), SQLITE_OK); }
+};
+
+/** A result, and what it held. */
+struct Result {
+    bool isNull = true;
+    int32_t columns = -1;
+    int32_t rows = -1;
+    std::vector<std::optional<std::string>> texts;
+};
+
+class DbAccess : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::string name = testing::TempDir() + "dbaccess-XXXXXX";
+        ASSERT_NE(mkdtemp(name.data()), nullptr);
+        folder_ = name;
+        file_ = folder_ + "/system.db";
+        db_.reset(open());
+        run("CREATE TABLE radiusClient (authserver TEXT, authport INTEGER, note TEXT);"
+            "INSERT INTO radiusClient VALUES ('192.0.2.1', 1812, NULL);"
+            "INSERT INTO radiusClient VALUES ('192.0.2.2', 1645, '');");
+        delays.clear();
+    }
+    void TearDown() override {
+        db_.reset();
+        fs::remove_all(folder_);
+    }
+
+    [[nodiscard]] sqlite3 *open() const {
+        sqlite3 *db = nullptr;
+        EXPECT_EQ(sqlite3_open(file_.c_str(), &db), SQLITE_OK);
+        return db;
+    }
+
+    void run(const char *sql) const {
+        EXPECT_EQ(sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr), SQLITE_OK)
+            << sqlite3_errmsg(db_.get());
+    }
+
+    static Result query(sqlite3 *db, const char *file, const char *sql) {
+        Result result;
+        char **table = sqlite3QueryResGet(db, file, sql, &result.columns, &result.rows);
+        result.isNull = table == nullptr;
+        if (table != nullptr) {
+            for (int i = 0; i < (result.rows + 1) * result.columns; ++i) {
+                result.texts.push_back(table[i] == nullptr ? std::optional<std::string>()
+                                                           : table[i]);
+            }
+        }
+        sqlite3_free_table(table);
+        return result;
+    }
+
+    /** The two ways to name a database. */
+    [[nodiscard]] Result byHandle(const char *sql) const { return query(db_.get(), nullptr, sql); }
+    [[nodiscard]] Result byFile(const char *sql) const {
+        return query(nullptr, file_.c_str(), sql);
+    }
+
+    std::string folder_;
+    std::string file_;
+    std::unique_ptr<sqlite3, Closer> db_;
+};
+
+TEST_F(DbAccess, AResultHasTheNamesAndThenTheRows) {
+    for (const Result &result :
+         {byHandle("SELECT * from radiusClient "), byFile("SELECT * from radiusClient ")}) {
+        EXPECT_FALSE(result.isNull);
+        EXPECT_EQ(result.columns, 3);
+        EXPECT_EQ(result.rows, 2);
+        EXPECT_THAT(result.texts, ElementsAre("authserver", "authport", "note", "192.0.2.1", "1812",
+                                              std::nullopt, "192.0.2.2", "1645", ""));
+    }
+}
+
+TEST_F(DbAccess, AResultWithoutRowsIsEmptyAndNoFailure) {
+    const Result result = byHandle("SELECT * FROM radiusClient WHERE rowid=7");
+    EXPECT_FALSE(result.isNull);
+    EXPECT_EQ(result.columns, 0);
+    EXPECT_EQ(result.rows, 0);
+
+    char **table = nullptr;
+    int rows = -1;
+    int columns = -1;
+    ASSERT_EQ(sqlite3_get_table(db_.get(), "SELECT * FROM radiusClient WHERE rowid=7", &table,
+                                &rows, &columns, nullptr),
+              SQLITE_OK);
+    EXPECT_EQ(result.rows, rows) << "as SQLite has it";
+    EXPECT_EQ(result.columns, columns);
+    sqlite3_free_table(table);
+}
+
+TEST_F(DbAccess, AllKindsOfReadingAreRun) {
+    for (const char *sql : {
+             "SELECT count(*), upper(authserver) FROM radiusClient GROUP BY note",
+             "WITH RECURSIVE n(x) AS (SELECT 1 UNION SELECT x+1 FROM n WHERE x<3) SELECT * FROM n",
+             "VALUES (1), (2)",
+             "SELECT name FROM sqlite_master",
+             "SELECT a.authserver FROM radiusClient a JOIN radiusClient b",
+             " \n SELECT 1 ; ",
+             "SELECT 1;;;",
+             "; SELECT 1",
+             "-- first\nSELECT 1 -- last",
+             "/* first */ SELECT 1; /* last */ -- and more",
+         }) {
+        EXPECT_FALSE(byHandle(sql).isNull) << sql << ": " << sqlite3_errmsg(db_.get());
+        EXPECT_FALSE(byFile(sql).isNull) << sql;
+    }
+}
+
+TEST_F(DbAccess, NothingButOneReadingStatementIsRun) {
+    const std::string attach = "ATTACH '" + folder_ + "/other.db' AS other";
+    const std::string into = "VACUUM INTO '" + folder_ + "/copy.db'";
+    const auto before = byHandle("SELECT * FROM radiusClient").texts;
+    for (const char *sql : {
+             "",
+             "  ;; -- nothing",
+             "SELECT",
+             "SELECT * FROM missing",
+             "SELECT 1; SELECT 2",
+             "SELECT 1; DROP TABLE radiusClient",
+             "SELECT 1; not a statement",
+             "SELECT 1;;;/* */;DELETE FROM radiusClient",
+             "SELECT * from radiusClient; DELETE FROM radiusClient -- WHERE rowid=1",
+             "INSERT INTO radiusClient VALUES (1, 2, 3)",
+             "INSERT INTO radiusClient VALUES (1, 2, 3) RETURNING authserver",
+             "UPDATE radiusClient SET authport=1",
+             "DELETE FROM radiusClient",
+             "WITH x AS (SELECT 1) DELETE FROM radiusClient",
+             "DROP TABLE radiusClient",
+             "CREATE TABLE other (a)",
+             "CREATE TEMP TABLE other (a)",
+             "CREATE VIEW v AS SELECT 1",
+             "ALTER TABLE radiusClient RENAME TO x",
+             "PRAGMA user_version=5",
+             "PRAGMA user_version",
+             "SELECT * FROM pragma_user_version",
+             "BEGIN",
+             "SAVEPOINT a",
+             "VACUUM",
+             "REINDEX",
+             "ANALYZE",
+             "DETACH main",
+             "SELECT load_extension('/tmp/x')",
+             "SELECT LOAD_EXTENSION('/tmp/x', 'y')",
+             attach.c_str(),
+             into.c_str(),
+         }) {
+        for (const Result &result : {byHandle(sql), byFile(sql)}) {
+            EXPECT_TRUE(result.isNull) << sql;
+            EXPECT_EQ(result.columns, 0) << sql;
+            EXPECT_EQ(result.rows, 0) << sql;
+        }
+    }
+    EXPECT_EQ(byHandle("SELECT * FROM radiusClient").texts, before);
+    EXPECT_FALSE(fs::exists(folder_ + "/other.db"));
+    EXPECT_FALSE(fs::exists(folder_ + "/copy.db"));
+    EXPECT_NE(sqlite3_get_autocommit(db_.get()), 0);
+}
+
+TEST_F(DbAccess, TheConnectionMayDoEverythingAgainAfterwards) {
+    EXPECT_FALSE(byHandle("SELECT 1").isNull);
+    run("UPDATE radiusClient SET authport=7");
+    EXPECT_TRUE(byHandle("DELETE FROM radiusClient").isNull);
+    run("DELETE FROM radiusClient");
+}
+
+TEST_F(DbAccess, OnlyExistingFilesAreOpened) {
+    const std::string missing = folder_ + "/missing.db";
+    EXPECT_TRUE(query(nullptr, missing.c_str(), "SELECT 1").isNull);
+    EXPECT_FALSE(fs::exists(missing));
+    EXPECT_TRUE(query(nullptr, folder_.c_str(), "SELECT 1").isNull);
+    EXPECT_TRUE(query(nullptr, "", "SELECT 1").isNull);
+}
+
+TEST_F(DbAccess, AFileThatIsNoDatabaseFails) {
+    const std::string path = folder_ + "/text";
+    FILE *file = std::fopen(path.c_str(), "we");
+    ASSERT_NE(file, nullptr);
+    for (int i = 0; i < 1000; ++i) {
+        (void)std::fputs("authserver 192.0.2.1\n", file);
+    }
+    ASSERT_EQ(std::fclose(file), 0);
+    EXPECT_TRUE(query(nullptr, path.c_str(), "SELECT * FROM radiusClient").isNull);
+}
+
+TEST_F(DbAccess, WithoutADatabaseOrAStatementThereIsNoResult) {
+    EXPECT_TRUE(query(nullptr, nullptr, "SELECT 1").isNull);
+    EXPECT_TRUE(byHandle(nullptr).isNull);
+    EXPECT_TRUE(byFile(nullptr).isNull);
+    int32_t count = 0;
+    EXPECT_EQ(sqlite3QueryResGet(db_.get(), nullptr, "SELECT 1", nullptr, &count), nullptr);
+    EXPECT_EQ(sqlite3QueryResGet(db_.get(), nullptr, "SELECT 1", &count, nullptr), nullptr);
+}
+
+TEST_F(DbAccess, AnOpenDatabaseGoesBeforeAFile) {
+    const std::string missing = folder_ + "/missing.db";
+    EXPECT_FALSE(query(db_.get(), missing.c_str(), "SELECT * FROM radiusClient").isNull);
+}
+
+TEST_F(DbAccess, AQueryOfAFileWaitsForItsLock) {
+    run("BEGIN EXCLUSIVE");
+    onDelay = [this] { run("COMMIT"); };
+    EXPECT_EQ(byFile("SELECT * FROM radiusClient").rows, 2);
+    EXPECT_THAT(delays, ElementsAre(1));
+}
+
+TEST_F(DbAccess, AQueryOfAFileThatStaysLockedFailsAtLast) {
+    run("BEGIN EXCLUSIVE");
+    EXPECT_TRUE(byFile("SELECT * FROM radiusClient").isNull);
+    const int total = std::accumulate(delays.begin(), delays.end(), 0);
+    EXPECT_GE(total, 5000);
+    EXPECT_LT(total, 5200);
+    run("COMMIT");
+}
+
+TEST_F(DbAccess, AConnectionIsSharedByThreads) {
+    // One writes through the connection while others read through it: a query never runs without
+    // its check, and the check stops nobody else's statement.
+    std::atomic<int> failures{0};
+    std::atomic<int> deleted{0};
+    std::vector<std::thread> readers;
+    readers.reserve(2);
+    for (int i = 0; i < 2; ++i) {
+        readers.emplace_back([&] {
+            for (int n = 0; n < 100; ++n) {
+                failures += byHandle("SELECT * FROM radiusClient").isNull ? 1 : 0;
+                deleted += byHandle("DELETE FROM radiusClient").isNull ? 0 : 1;
+            }
+        });
+    }
+    for (std::thread &reader : readers) {
+        reader.join();
+    }
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(deleted, 0);
+    EXPECT_EQ(byHandle("SELECT * FROM radiusClient").rows, 2);
+}
+
+TEST(DbBusyHandler, WaitsLongerEachTimeAndGivesUp) {
+    delays.clear();
+    int calls = 0;
+    while (sqliteBusyHandler(nullptr, calls) == 1) {
+        ASSERT_LT(++calls, 1000);
+    }
+    ASSERT_GT(delays.size(), 10U);
+    EXPECT_THAT(std::vector<int>(delays.begin(), delays.begin() + 10),
+                ElementsAre(1, 2, 4, 8, 16, 32, 64, 100, 100, 100));
+    EXPECT_EQ(*std::max_element(delays.begin(), delays.end()), 100);
+    const int total = std::accumulate(delays.begin(), delays.end(), 0);
+    EXPECT_GE(total, 5000);
+    EXPECT_LT(total, 5200);
+
+    delays.clear();
+    EXPECT_EQ(sqliteBusyHandler(nullptr, calls + 1), 0) << "it stays at that";
+    EXPECT_EQ(sqliteBusyHandler(nullptr, -1), 0);
+    EXPECT_THAT(delays, IsEmpty());
+}
+
+TEST(DbBusyHandler, DoesNotLookAtTheContext) {
+    EXPECT_EQ(sqliteBusyHandler(reinterpret_cast<void *>(1), 0), 1);
+}
+
+}  // namespace

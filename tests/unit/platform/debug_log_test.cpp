@@ -1,0 +1,359 @@
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <palcore.h>
+
+#include "role.h"
+
+/** Stands in for the C library's: what goes to syslog is written to standard output. */
+extern "C" void syslog(int pri, const char *fmt, ...) {
+    char text[4096];
+    std::va_list arguments;
+    va_start(arguments, fmt);
+    (void)std::vsnprintf(text, sizeof text, fmt, arguments);
+    va_end(arguments);
+    (void)std::printf("%d %s\n", pri, text);
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::ErrorStream;
+using test::Role;
+using test::RoleResult;
+using test::runRole;
+using Arguments = std::vector<std::string>;
+
+const Role levelsRole("log-levels", [](const Arguments & /*arguments*/) {
+    for (const int level : {4, 8, 16, 128, 256}) {
+        palModuleDebug(7, level, "radAuth", level, "level %d\n", level);
+        palModuleDebugHex(7, level, "bytes", "\x01", 1);
+    }
+    return 0;
+});
+
+std::string levelEntry(const char *word, int level) {
+    std::ostringstream text;
+    text << word << "[7:" << level << "] radAuth: level " << level << '\n'
+         << word << "[7] bytes (1 bytes)\n"
+         << "  0000  01                                                |.|\n";
+    return text.str();
+}
+
+const std::string defaultEntries =
+    levelEntry("critical", 4) + levelEntry("error", 8) + levelEntry("warning", 16);
+
+TEST(DebugLog, ShowsErrorsAndWarningsByDefault) {
+    const RoleResult result = runRole("log-levels");
+    EXPECT_EQ(result.allErr(), defaultEntries);
+    EXPECT_EQ(result.out, "");
+}
+
+TEST(DebugLog, ShowsTheLevelsThatTheEnvironmentNames) {
+    EXPECT_EQ(runRole("log-levels", {"PAL_DEBUG_LEVELS=412"}).allErr(),
+              defaultEntries + levelEntry("trace", 128) + levelEntry("packet", 256));
+    EXPECT_EQ(runRole("log-levels", {"PAL_DEBUG_LEVELS=8"}).allErr(), levelEntry("error", 8));
+    EXPECT_EQ(runRole("log-levels", {"PAL_DEBUG_LEVELS=0"}).allErr(), "");
+}
+
+TEST(DebugLog, KeepsTheDefaultForWhatIsNoSumOfLevels) {
+    for (const char *value : {"", "all", "-1", "8 16", "0x1c", "99999999999999"}) {
+        EXPECT_EQ(runRole("log-levels", {std::string("PAL_DEBUG_LEVELS=") + value}).allErr(),
+                  defaultEntries)
+            << value;
+    }
+}
+
+const Role onceRole("log-environment-once", [](const Arguments & /*arguments*/) {
+    palModuleDebug(7, 128, "radAuth", 1, "not shown\n");
+    setenv("PAL_DEBUG_LEVELS", "412", 1);
+    palModuleDebug(7, 128, "radAuth", 2, "not shown\n");
+    return 0;
+});
+
+TEST(DebugLog, ReadsTheEnvironmentOnce) {
+    EXPECT_EQ(runRole("log-environment-once").allErr(), "");
+}
+
+const Role unformattedRole("log-unformatted", [](const Arguments & /*arguments*/) {
+    // Formatting or dumping would follow these pointers.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a pointer that faults is the point.
+    const auto *nowhere = reinterpret_cast<const char *>(std::uintptr_t{1});
+    for (int i = 0; i < 2; ++i) {
+        palModuleDebug(7, 128, "radAuth", 1, "%s\n", nowhere);
+        palModuleDebug(7, 256, "radAuth", 1, "%s\n", nowhere);
+        palModuleDebugHex(7, 256, nowhere, nowhere, 16);
+    }
+    return 0;
+});
+
+TEST(DebugLog, FormatsNothingThatIsNotShown) {
+    const RoleResult result = runRole("log-unformatted");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.allErr(), "");
+}
+
+const Role formatRole("log-format", [](const Arguments & /*arguments*/) {
+    palModuleDebug(7, 8, "radAuth", 41, "\"%s\" RADIUS Authentication failure\n", "alice");
+    palModuleDebug(7, 8, "radConfigure", 5, "radConfigure: can't open %s\n", "/var/x");
+    palModuleDebug(8, 16, "radConf", 6, "radConfigure is not this function\n");
+    palModuleDebug(8, 4, "radPairNew", 7, "no line end");
+    palModuleDebug(8, 4, "radPairNew", 8, "\n");
+    palModuleDebug(8, 4, nullptr, 9, "no function\n");
+    palModuleDebug(8, 12, "radAuth", 10, "two levels\n");
+    errno = ENOENT;
+    palModuleDebug(8, 8, "radAuth", 11, "%m\n");
+    return errno == ENOENT ? 0 : 1;
+});
+
+TEST(DebugLog, WritesALineThatAPersonCanRead) {
+    const RoleResult result = runRole("log-format");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.allErr(),
+              "error[7:41] radAuth: \"alice\" RADIUS Authentication failure\n"
+              "error[7:5] radConfigure: can't open /var/x\n"
+              "warning[8:6] radConf: radConfigure is not this function\n"
+              "critical[8:7] radPairNew: no line end\n"
+              "critical[8:8] radPairNew: \n"
+              "critical[8:9] no function\n"
+              "level 12[8:10] radAuth: two levels\n"
+              "error[8:11] radAuth: No such file or directory\n");
+}
+
+/** The harmless and the harmful, and how each is shown. */
+// Written with escapes throughout, so that the source itself shows what it holds.
+// NOLINTBEGIN(modernize-raw-string-literal, misc-misleading-bidirectional)
+const std::pair<const char *, const char *> shownText[] = {
+    {"DOM\\alice \"~\"", "DOM\\alice \"~\""},
+    {"J\u00fcrgen \u20ac \U0001f600", "J\u00fcrgen \u20ac \U0001f600"},
+    {"a\nerror[7:1] radAuth: forged", "a\\x0Aerror[7:1] radAuth: forged"},
+    {"a\r\tb\x7f", "a\\x0D\\x09b\\x7F"},
+    {"\x1b[2J", "\\x1B[2J"},
+    {"\u009b2J", "\\xC2\\x9B2J"},
+    {"\x9b\xff", "\\x9B\\xFF"},
+    {"\u202e", "\\xE2\\x80\\xAE"},
+    {"\u2067", "\\xE2\\x81\\xA7"},
+    {"\xc0\x8a", "\\xC0\\x8A"},
+    {"\xed\xa0\x80", "\\xED\\xA0\\x80"},
+    {"\xf4\x90\x80\x80", "\\xF4\\x90\\x80\\x80"},
+    {"\xe2\x82", "\\xE2\\x82"},
+    {"\xe2\x82x", "\\xE2\\x82x"},
+};
+// NOLINTEND(modernize-raw-string-literal, misc-misleading-bidirectional)
+
+const Role forgedRole("log-forged", [](const Arguments & /*arguments*/) {
+    for (const auto &[text, shown] : shownText) {
+        palModuleDebug(7, 8, "radAuth", 1, "<%s>\n", text);
+        palModuleDebugHex(7, 8, text, nullptr, 0);
+    }
+    return 0;
+});
+
+TEST(DebugLog, TextFromOutsideForgesNothing) {
+    std::string expected;
+    for (const auto &[text, shown] : shownText) {
+        expected += std::string("error[7:1] radAuth: <") + shown + ">\n";
+        expected += std::string("error[7] ") + shown + " (0 bytes)\n";
+    }
+    EXPECT_EQ(runRole("log-forged").allErr(), expected);
+}
+
+const Role singleWriteRole("log-single-write", [](const Arguments & /*arguments*/) {
+    const std::string large(5000, 'x');
+    palModuleDebug(7, 8, "radAuth", 1, "%s\n", "short");
+    palModuleDebug(7, 8, "radAuth", 1, "%s\n", large.c_str());
+    palModuleDebugHex(7, 8, "packet", large.data(), 4096);
+    return 0;
+});
+
+TEST(DebugLog, WritesEachEntryWithOneCall) {
+    const RoleResult result = runRole("log-single-write", {}, ErrorStream::packets);
+    ASSERT_EQ(result.err.size(), 3U);
+    EXPECT_EQ(result.err[0], "error[7:1] radAuth: short\n");
+    EXPECT_EQ(result.err[1], "error[7:1] radAuth: " + std::string(5000, 'x') + "\n");
+    EXPECT_EQ(std::count(result.err[2].begin(), result.err[2].end(), '\n'), 1 + 4096 / 16);
+}
+
+const Role threadsRole("log-threads", [](const Arguments & /*arguments*/) {
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 100; ++i) {
+                palModuleDebug(7, 8, "radAuth", 1, "thread %d entry %d\n", t, i);
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    return 0;
+});
+
+TEST(DebugLog, LinesOfThreadsDoNotMix) {
+    std::istringstream lines(runRole("log-threads").allErr());
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        EXPECT_THAT(line,
+                    testing::MatchesRegex(R"(error\[7:1\] radAuth: thread [0-3] entry [0-9]+)"));
+    }
+    EXPECT_EQ(count, 400);
+}
+
+const Role dumpRole("log-dump", [](const Arguments & /*arguments*/) {
+    unsigned char bytes[19];
+    for (int i = 0; i < 19; ++i) {
+        bytes[i] = static_cast<unsigned char>(i + 0x70);
+    }
+    palModuleDebugHex(7, 8, "MS-MPPE-Key", bytes, 19);
+    palModuleDebugHex(7, 8, "sixteen\n", bytes, 16);
+    palModuleDebugHex(7, 8, "none", bytes, 0);
+    palModuleDebugHex(7, 8, "negative", bytes, -5);
+    palModuleDebugHex(7, 8, "null", nullptr, 16);
+    errno = EXDEV;
+    palModuleDebugHex(7, 8, nullptr, nullptr, 0);
+    return errno == EXDEV ? 0 : 1;
+});
+
+TEST(DebugLog, DumpsBytes) {
+    const RoleResult result = runRole("log-dump");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.allErr(),
+              "error[7] MS-MPPE-Key (19 bytes)\n"
+              "  0000  70 71 72 73 74 75 76 77  78 79 7a 7b 7c 7d 7e 7f  |pqrstuvwxyz{|}~.|\n"
+              "  0010  80 81 82                                          |...|\n"
+              "error[7] sixteen (16 bytes)\n"
+              "  0000  70 71 72 73 74 75 76 77  78 79 7a 7b 7c 7d 7e 7f  |pqrstuvwxyz{|}~.|\n"
+              "error[7] none (0 bytes)\n"
+              "error[7] negative (0 bytes)\n"
+              "error[7] null (0 bytes)\n"
+              "error[7]  (0 bytes)\n");
+}
+
+const Role daemonRole("log-daemon", [](const Arguments & /*arguments*/) {
+    std::strcpy(palDaemonOpt.taskName, "tRadEap");  // NOLINT(clang-analyzer-security.*)
+    palModuleDebug(8, 4, "radEapInit", 1, "critical\n");
+    palModuleDebug(8, 8, "radEapInit", 2, "100%%d\n");
+    palModuleDebug(8, 16, "radEapInit", 3, "warning\n");
+    palModuleDebugHex(8, 8, "bytes", "\x01", 1);
+    return 0;
+});
+
+const std::string daemonEntries =
+    "critical[8:1] radEapInit: critical\n"
+    "error[8:2] radEapInit: 100%d\n"
+    "warning[8:3] radEapInit: warning\n"
+    "error[8] bytes (1 bytes)\n"
+    "  0000  01                                                |.|\n";
+
+std::string inSyslog() {
+    const int priorities[] = {LOG_CRIT, LOG_ERR, LOG_WARNING, LOG_ERR, LOG_ERR};
+    std::istringstream lines(daemonEntries);
+    std::string expected;
+    std::string line;
+    for (const int priority : priorities) {
+        std::getline(lines, line);
+        expected += std::to_string(LOG_DAEMON | priority) + " " + line + "\n";
+    }
+    return expected;
+}
+
+TEST(DebugLog, ADaemonLogsToSyslogAsWell) {
+    EXPECT_EQ(runRole("log-daemon", {}, ErrorStream::null).out, inSyslog());
+    const RoleResult result = runRole("log-daemon", {}, ErrorStream::pipe);
+    EXPECT_EQ(result.out, inSyslog());
+    EXPECT_EQ(result.allErr(), daemonEntries);
+}
+
+TEST(DebugLog, ATerminalOrAFileReplacesSyslog) {
+    const RoleResult file = runRole("log-daemon", {}, ErrorStream::file);
+    EXPECT_EQ(file.out, "");
+    EXPECT_EQ(file.allErr(), daemonEntries);
+
+    const RoleResult terminal = runRole("log-daemon", {}, ErrorStream::terminal);
+    EXPECT_EQ(terminal.out, "");
+    EXPECT_NE(terminal.allErr().find("critical[8:1] radEapInit: critical"), std::string::npos);
+}
+
+TEST(DebugLog, WithoutATaskNameNothingGoesToSyslog) {
+    EXPECT_EQ(runRole("log-levels", {}, ErrorStream::null).out, "");
+}
+
+class DebugLogFile : public testing::Test {
+  protected:
+    DebugLogFile() : folder_(fs::path(testing::TempDir()) / "platform-log-XXXXXX") {
+        if (mkdtemp(folder_.data()) == nullptr) {
+            ADD_FAILURE() << "mkdtemp";
+        }
+    }
+    ~DebugLogFile() override { fs::remove_all(folder_); }
+
+    [[nodiscard]] std::string path() const { return folder_ + "/log"; }
+    [[nodiscard]] std::string variable() const { return "PAL_DEBUG_FILE=" + path(); }
+    [[nodiscard]] std::string content() const {
+        std::ifstream file(path());
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+  private:
+    std::string folder_;
+};
+
+TEST_F(DebugLogFile, ReplacesStandardErrorAndSyslog) {
+    const RoleResult result = runRole("log-daemon", {variable()}, ErrorStream::pipe);
+    EXPECT_EQ(result.allErr(), "");
+    EXPECT_EQ(result.out, "");
+    const std::string first = content().substr(0, content().find('\n'));
+    EXPECT_THAT(first, testing::MatchesRegex(
+                           "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z "
+                           "[0-9]+ critical\\[8:1\\] radEapInit: critical"));
+}
+
+TEST_F(DebugLogFile, IsAppendedTo) {
+    std::ofstream(path()) << "before\n";
+    runRole("log-daemon", {variable()});
+    EXPECT_EQ(content().substr(0, 7), "before\n");
+    EXPECT_NE(content().find("radEapInit"), std::string::npos);
+}
+
+TEST_F(DebugLogFile, IsTheOwnersAlone) {
+    const mode_t mask = umask(0);
+    runRole("log-daemon", {variable()});
+    umask(mask);
+    struct stat status {};
+    ASSERT_EQ(stat(path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0600U);
+}
+
+TEST_F(DebugLogFile, IsNotTakenThroughALink) {
+    const std::string target = path() + ".target";
+    fs::create_symlink(target, path());
+    const RoleResult result = runRole("log-format", {variable()});
+    EXPECT_FALSE(fs::exists(target));
+    EXPECT_EQ(result.allErr().find("warning: can't open PAL_DEBUG_FILE " + path() + ": "), 0U);
+    EXPECT_NE(result.allErr().find("\nerror[7:41] radAuth: "), std::string::npos);
+}
+
+TEST_F(DebugLogFile, EmptyMeansNone) {
+    EXPECT_EQ(runRole("log-levels", {"PAL_DEBUG_FILE="}).allErr(), defaultEntries);
+}
+
+}  // namespace

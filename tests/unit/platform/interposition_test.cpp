@@ -1,0 +1,33 @@
+/**
+ * @file
+ * A program may put its own definition of any platform function in the place of the port's. This
+ * program brings an allocator that fails on order; the port's own calls arrive here as well.
+ */
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+#include <palcore.h>
+
+namespace {
+
+int allocationsLeft = 0;
+
+}  // namespace
+
+void *palMemPartAlloc(PalMemPartId /*part*/, uint32_t size) {
+    return allocationsLeft-- > 0 ? std::malloc(size) : nullptr;
+}
+
+namespace {
+
+TEST(Interposition, ThePortCallsTheProgramsDefinition) {
+    allocationsLeft = 1;
+    char *copy = palMemPartStrDup(0, "text");
+    ASSERT_NE(copy, nullptr);
+    EXPECT_STREQ(copy, "text");
+    EXPECT_EQ(palMemPartStrDup(0, "text"), nullptr);
+    EXPECT_EQ(palMemPartFree(0, copy), -1) << "the port does not know the program's blocks";
+    std::free(copy);
+}
+
+}  // namespace

@@ -1,0 +1,161 @@
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <palroot.h>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <palcore.h>
+
+#include "role.h"
+#include "signals.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/** Runs this program in a role by palCmdExecArgv(). */
+int runProgram(std::string program, const std::string &role,
+               std::vector<std::string> arguments = {}) {
+    std::vector<std::string> texts{std::move(program), test::roleOption, role};
+    texts.insert(texts.end(), arguments.begin(), arguments.end());
+    std::vector<char *> argv;
+    argv.reserve(texts.size() + 1);
+    for (std::string &text : texts) {
+        argv.push_back(text.data());
+    }
+    argv.push_back(nullptr);
+    return palCmdExecArgv(argv.data(), 0, 0);
+}
+
+const test::Role exitRole("exit-with", [](const std::vector<std::string> &arguments) {
+    return std::stoi(arguments.at(0));
+});
+
+TEST(Programs, YieldTheirExitStatus) {
+    for (const int status : {0, 1, 7, 255}) {
+        EXPECT_EQ(runProgram(test::selfPath(), "exit-with", {std::to_string(status)}), status);
+    }
+}
+
+const test::Role argumentsRole("expect-arguments", [](const std::vector<std::string> &arguments) {
+    const std::vector<std::string> expected{"", "two words", "$HOME;*`id`", "\xff\x01"};
+    return arguments == expected ? 0 : 1;
+});
+
+TEST(Programs, GetTheirArgumentsWithoutAShell) {
+    EXPECT_EQ(runProgram(test::selfPath(), "expect-arguments",
+                         {"", "two words", "$HOME;*`id`", "\xff\x01"}),
+              0);
+}
+
+TEST(Programs, ThatCannotBeRunYieldMinusOne) {
+    for (const auto &[program, error] :
+         {std::pair{"/nonexistent/program", ENOENT}, std::pair{"/dev/null", EACCES},
+          // Found along PATH by a shell, but not here.
+          std::pair{"true", ENOENT}}) {
+        errno = 0;
+        EXPECT_EQ(runProgram(program, "none"), -1) << program;
+        EXPECT_EQ(errno, error) << program;
+    }
+    char *const none[] = {nullptr};
+    EXPECT_EQ(palCmdExecArgv(none, 0, 0), -1);
+    EXPECT_EQ(palCmdExecArgv(nullptr, 0, 0), -1);
+}
+
+const test::Role killedRole("killed", [](const std::vector<std::string> & /*arguments*/) {
+    (void)std::raise(SIGKILL);
+    return 0;
+});
+
+TEST(Programs, ThatASignalEndsYieldMinusOne) {
+    EXPECT_EQ(runProgram(test::selfPath(), "killed"), -1);
+}
+
+const test::Role closedRole("expect-closed", [](const std::vector<std::string> &arguments) {
+    return fcntl(std::stoi(arguments.at(0)), F_GETFD) == -1 ? 0 : 1;
+});
+
+TEST(Programs, InheritNoDescriptor) {
+    for (const int flags : {O_CLOEXEC, 0}) {
+        int ends[2] = {-1, -1};
+        ASSERT_EQ(pipe2(ends, flags), 0);
+        EXPECT_EQ(runProgram(test::selfPath(), "expect-closed", {std::to_string(ends[0])}), 0);
+        close(ends[0]);
+        close(ends[1]);
+    }
+}
+
+const test::Role signalsRole("expect-signals", [](const std::vector<std::string> & /*arguments*/) {
+    sigset_t blocked;
+    sigprocmask(SIG_SETMASK, nullptr, &blocked);
+    struct sigaction pipeAction {};
+    sigaction(SIGPIPE, nullptr, &pipeAction);
+    return sigismember(&blocked, SIGTERM) == 0 && pipeAction.sa_handler == SIG_DFL ? 0 : 1;
+});
+
+TEST(Programs, StartWithDefaultSignals) {
+    sigset_t terminate;
+    sigset_t before;
+    sigemptyset(&terminate);
+    sigaddset(&terminate, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &terminate, &before);
+    struct sigaction ignore {};
+    struct sigaction pipeBefore {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &ignore, &pipeBefore);
+    EXPECT_EQ(runProgram(test::selfPath(), "expect-signals"), 0);
+    sigaction(SIGPIPE, &pipeBefore, nullptr);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+const test::Role readRole("read-fifo", [](const std::vector<std::string> &arguments) {
+    const int fd = open(arguments.at(0).c_str(), O_RDONLY | O_CLOEXEC);
+    char byte = 0;
+    return read(fd, &byte, 1) == 1 ? byte : 0;
+});
+
+TEST(Programs, AreWaitedForThroughSignals) {
+    std::string folder = testing::TempDir() + "platform-programs-XXXXXX";
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    const std::string fifo = folder + "/fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    {
+        const test::Interruptions interruptions(50, [fifo] {
+            const int fd = open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
+            EXPECT_EQ(write(fd, "A", 1), 1);
+            close(fd);
+        });
+        EXPECT_EQ(runProgram(test::selfPath(), "read-fifo", {fifo}), 'A');
+    }
+    fs::remove_all(folder);
+}
+
+TEST(Programs, AreFoundUnderTheRoot) {
+    std::string folder = testing::TempDir() + "platform-programs-XXXXXX";
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    fs::create_directories(folder + "/bin");
+    fs::create_symlink(test::selfPath(), folder + "/bin/program");
+    palRootSet(folder.c_str());
+    EXPECT_EQ(runProgram("/bin/program", "exit-with", {"3"}), 3);
+    EXPECT_EQ(runProgram("/bin/true", "none"), -1);
+    palRootSet(nullptr);
+    fs::remove_all(folder);
+}
+
+TEST(Programs, LosingTheStatusYieldsMinusOne) {
+    struct sigaction ignore {};
+    struct sigaction before {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGCHLD, &ignore, &before);
+    EXPECT_EQ(runProgram(test::selfPath(), "exit-with", {"0"}), -1);
+    sigaction(SIGCHLD, &before, nullptr);
+}
+
+}  // namespace

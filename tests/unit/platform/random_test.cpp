@@ -1,0 +1,120 @@
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include <palcore.h>
+
+namespace {
+
+struct Countdown {
+    std::atomic<int> left;
+    std::atomic<int> calls{0};
+};
+
+int drawSevens(void *context, uint8_t *out, uint32_t length) {
+    auto *countdown = static_cast<Countdown *>(context);
+    ++countdown->calls;
+    std::fill_n(out, length, uint8_t{7});
+    return countdown->left-- > 0 ? 0 : 5;
+}
+
+class Random : public testing::Test {
+  protected:
+    ~Random() override { palRandLibInit(nullptr, nullptr); }
+};
+
+template <typename Draw>
+void expectNoRepetition(Draw draw) {
+    std::set<std::array<uint8_t, 16>> seen;
+    for (int i = 0; i < 100; ++i) {
+        std::array<uint8_t, 16> bytes{};
+        ASSERT_EQ(draw(bytes.data(), static_cast<uint32_t>(bytes.size())), 0);
+        EXPECT_TRUE(seen.insert(bytes).second);
+    }
+}
+
+TEST_F(Random, DrawsFromTheKernelWithoutASource) {
+    expectNoRepetition(palRandGen);
+}
+
+TEST_F(Random, FillsLargeBuffersToTheEnd) {
+    std::vector<uint8_t> bytes((1U << 20) + 3);
+    ASSERT_EQ(palRandGen(bytes.data(), static_cast<uint32_t>(bytes.size())), 0);
+    // 64 zero bytes in a row come up once in 2^490 runs.
+    const std::array<uint8_t, 64> zeros{};
+    EXPECT_EQ(std::search(bytes.begin(), bytes.end(), zeros.begin(), zeros.end()), bytes.end());
+    EXPECT_FALSE(std::all_of(bytes.end() - 16, bytes.end(), [](uint8_t b) { return b == 0; }));
+}
+
+TEST_F(Random, WritesNoMoreThanAsked) {
+    std::array<uint8_t, 3> bytes{0xaa, 0xaa, 0xaa};
+    ASSERT_EQ(palRandGen(bytes.data() + 1, 1), 0);
+    EXPECT_EQ(bytes[0], 0xaa);
+    EXPECT_EQ(bytes[2], 0xaa);
+}
+
+TEST_F(Random, DrawsFromTheSourceThatWasSet) {
+    Countdown countdown{{1}};
+    ASSERT_EQ(palRandLibInit(drawSevens, &countdown), 0);
+    std::array<uint8_t, 4> bytes{};
+    EXPECT_EQ(palRandGen(bytes.data(), 4), 0);
+    EXPECT_EQ(bytes, (std::array<uint8_t, 4>{7, 7, 7, 7}));
+    EXPECT_EQ(countdown.calls, 1);
+}
+
+TEST_F(Random, FailsWithTheSource) {
+    Countdown countdown{{0}};
+    palRandLibInit(drawSevens, &countdown);
+    std::array<uint8_t, 4> bytes{};
+    EXPECT_EQ(palRandGen(bytes.data(), 4), -1);
+}
+
+TEST_F(Random, ReturnsToTheKernelForANullSource) {
+    Countdown countdown{{0}};
+    palRandLibInit(drawSevens, &countdown);
+    ASSERT_EQ(palRandLibInit(nullptr, &countdown), 0);
+    expectNoRepetition(palRandGen);
+    EXPECT_EQ(countdown.calls, 0);
+}
+
+TEST_F(Random, RefusesNullUnlessNothingIsAsked) {
+    EXPECT_EQ(palRandGen(nullptr, 1), -1);
+    EXPECT_EQ(palRandGen(nullptr, 0), 0);
+    EXPECT_EQ(palCiphPRNGInit(nullptr, nullptr, 1), -1);
+    EXPECT_EQ(palCiphPRNGInit(nullptr, nullptr, 0), 0);
+}
+
+TEST_F(Random, OffersTheCryptoLibrarysGeneratorAsASource) {
+    expectNoRepetition(
+        [](uint8_t *out, uint32_t length) { return palCiphPRNGInit(nullptr, out, length); });
+    ASSERT_EQ(palRandLibInit(palCiphPRNGInit, nullptr), 0);
+    expectNoRepetition(palRandGen);
+}
+
+TEST_F(Random, SourceMayChangeWhileThreadsDraw) {
+    Countdown countdown{{1'000'000}};
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&] {
+            std::array<uint8_t, 8> bytes{};
+            for (int i = 0; i < 500; ++i) {
+                failures += palRandGen(bytes.data(), 8) == 0 ? 0 : 1;
+            }
+        });
+    }
+    for (int i = 0; i < 500; ++i) {
+        palRandLibInit(i % 2 == 0 ? drawSevens : nullptr, &countdown);
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(failures, 0);
+}
+
+}  // namespace

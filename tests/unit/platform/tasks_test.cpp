@@ -1,0 +1,277 @@
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/prctl.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include <palcore.h>
+
+#include "role.h"
+#include "signals.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+/** A name that no other process on the machine has. */
+std::string uniqueName(const char *suffix) {
+    return "pt" + std::to_string(getpid()) + suffix;
+}
+
+void setTaskName(const std::string &name) {
+    palDaemonOpt = {};
+    name.copy(palDaemonOpt.taskName, sizeof palDaemonOpt.taskName - 1);
+}
+
+/** A process that prepares itself, reports its id and then waits until it is let go. */
+class OtherProcess {
+  public:
+    /** @param prepare  runs in the process; it may fork and leave the rest to its child. */
+    explicit OtherProcess(const std::function<void()> &prepare) {
+        int report[2] = {-1, -1};
+        int hold[2] = {-1, -1};
+        if (pipe(report) != 0 || pipe(hold) != 0) {
+            ADD_FAILURE() << "pipe";
+            return;
+        }
+        child_ = fork();
+        if (child_ == 0) {
+            close(report[0]);
+            close(hold[1]);
+            prctl(PR_SET_PDEATHSIG, SIGKILL);  // A process that hangs ends with the test.
+            prepare();
+            const pid_t self = getpid();
+            char byte = 0;
+            _exit(write(report[1], &self, sizeof self) == sizeof self &&
+                          read(hold[0], &byte, 1) == 0
+                      ? 0
+                      : 1);
+        }
+        close(report[1]);
+        close(hold[0]);
+        EXPECT_EQ(read(report[0], &id_, sizeof id_), static_cast<ssize_t>(sizeof id_));
+        close(report[0]);
+        hold_ = hold[1];
+    }
+    ~OtherProcess() {
+        letGo();
+        reap();
+    }
+    OtherProcess(const OtherProcess &) = delete;
+    OtherProcess &operator=(const OtherProcess &) = delete;
+    OtherProcess(OtherProcess &&) = delete;
+    OtherProcess &operator=(OtherProcess &&) = delete;
+
+    [[nodiscard]] pid_t id() const { return id_; }
+
+    void letGo() {
+        if (hold_ != -1) {
+            close(hold_);
+            hold_ = -1;
+        }
+    }
+
+    /** Waits for the end of the process but leaves it a zombie. */
+    void awaitZombie() {
+        letGo();
+        siginfo_t info{};
+        EXPECT_EQ(waitid(P_PID, static_cast<id_t>(child_), &info, WEXITED | WNOWAIT), 0);
+    }
+
+    void reap() {
+        if (child_ != -1) {
+            waitpid(child_, nullptr, 0);
+            child_ = -1;
+        }
+    }
+
+  private:
+    pid_t child_ = -1;
+    pid_t id_ = -1;
+    int hold_ = -1;
+};
+
+/** As the relay's handler of SIGTERM does, but not for ever. */
+bool awaitGone(const std::string &name) {
+    const auto deadline = Clock::now() + std::chrono::seconds(10);
+    while (palTaskNameToId(name.c_str()) != -1) {
+        if (Clock::now() > deadline) {
+            return false;
+        }
+        palTaskDelay(1);
+    }
+    return true;
+}
+
+TEST(Tasks, ADaemonIsFoundByItsTaskName) {
+    const std::string name = uniqueName("d");
+    OtherProcess other([&name] {
+        setTaskName(name);
+        if (daemon(1, 1) != 0) {
+            _exit(1);
+        }
+    });
+    EXPECT_EQ(palTaskNameToId(name.c_str()), other.id());
+    EXPECT_EQ(palTaskNameToId(name.substr(0, name.size() - 1).c_str()), -1);
+    EXPECT_EQ(palTaskNameToId((name + "x").c_str()), -1);
+    other.letGo();
+    EXPECT_TRUE(awaitGone(name));
+}
+
+TEST(Tasks, AProcessInTheForegroundIsFoundAfterItsFirstTaskCall) {
+    const std::string name = uniqueName("f");
+    const OtherProcess other([&name] {
+        setTaskName(name);
+        // From a thread as well it is the process that gets the name.
+        std::thread([] { palTaskDelay(0); }).join();
+    });
+    EXPECT_EQ(palTaskNameToId(name.c_str()), other.id());
+}
+
+TEST(Tasks, FifteenBytesOfANameCount) {
+    const std::string name = (uniqueName("l") + "0123456789abcdef").substr(0, 15);
+    const OtherProcess other([&name] {
+        setTaskName(name);
+        palTaskDelay(0);
+    });
+    EXPECT_EQ(palTaskNameToId(name.c_str()), other.id());
+    EXPECT_EQ(palTaskNameToId((name + "more").c_str()), other.id());
+}
+
+TEST(Tasks, ANameMayHoldWhatTheKernelsTablesUse) {
+    const std::string name = uniqueName(") (");
+    const OtherProcess other([&name] {
+        setTaskName(name);
+        palTaskDelay(0);
+    });
+    EXPECT_EQ(palTaskNameToId(name.c_str()), other.id());
+    EXPECT_EQ(palTaskNameToId(uniqueName("").c_str()), -1);
+}
+
+TEST(Tasks, AProcessWithoutATaskNameKeepsItsOwn) {
+    palTaskDelay(0);
+    char name[17] = "";
+    prctl(PR_GET_NAME, name);
+    EXPECT_EQ(std::string(name), "platform_test");
+}
+
+TEST(Tasks, ATaskNeverFindsItself) {
+    const OtherProcess other([] {
+        const std::string name = uniqueName("s");
+        setTaskName(name);
+        bool alone = palTaskNameToId(name.c_str()) == -1;
+        std::thread([&] {
+            alone = alone && palTaskNameToId(name.c_str()) == -1;
+            prctl(PR_SET_NAME, name.c_str());
+            alone = alone && palTaskNameToId(name.c_str()) == -1;
+        }).join();
+        if (!alone) {
+            _exit(1);
+        }
+    });
+    EXPECT_GT(other.id(), 0) << "it found itself";
+}
+
+TEST(Tasks, AnEndedTaskIsNotFoundEvenWhenItIsNotReaped) {
+    const std::string name = uniqueName("z");
+    OtherProcess other([&name] {
+        setTaskName(name);
+        palTaskDelay(0);
+    });
+    EXPECT_EQ(palTaskNameToId(name.c_str()), other.id());
+    other.awaitZombie();
+    EXPECT_EQ(palTaskNameToId(name.c_str()), -1);
+}
+
+TEST(Tasks, AnotherUsersProcessIsNoTask) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can start a process of another user";
+    }
+    const std::string name = uniqueName("u");
+    const OtherProcess other([&name] {
+        setTaskName(name);
+        palTaskDelay(0);
+        if (setuid(65534) != 0) {
+            _exit(1);
+        }
+        // Changing the user hides a process from /proc; make it look like any other again.
+        prctl(PR_SET_DUMPABLE, 1);
+    });
+    ASSERT_GT(other.id(), 0);
+    EXPECT_EQ(palTaskNameToId(name.c_str()), -1);
+}
+
+TEST(Tasks, NoNameIsNoTask) {
+    EXPECT_EQ(palTaskNameToId(nullptr), -1);
+    EXPECT_EQ(palTaskNameToId(""), -1);
+    EXPECT_EQ(palTaskNameToId(uniqueName("none").c_str()), -1);
+}
+
+TEST(Tasks, DelayLastsAsLongAsAskedThroughSignals) {
+    const auto start = Clock::now();
+    {
+        const test::Interruptions interruptions(20, [] {});
+        EXPECT_EQ(palTaskDelay(50), 0);
+        EXPECT_GE(Clock::now() - start, milliseconds(50));
+    }
+}
+
+TEST(Tasks, DelayOfNothingReturnsAtOnce) {
+    EXPECT_EQ(palTaskDelay(0), 0);
+    EXPECT_EQ(palTaskDelay(-1), 0);
+}
+
+TEST(Tasks, CallsLeaveErrnoAlone) {
+    errno = EXDEV;
+    EXPECT_EQ(palTaskNameToId(uniqueName("none").c_str()), -1);
+    EXPECT_EQ(errno, EXDEV);
+    palTaskDelay(1);
+    EXPECT_EQ(errno, EXDEV);
+}
+
+volatile std::sig_atomic_t handlerRuns = 0;
+
+void pollFromHandler(int /*signal*/) {
+    palTaskDelay(1);
+    if (palTaskNameToId("tNoSuchTask") == -1) {
+        handlerRuns = handlerRuns + 1;
+    }
+}
+
+TEST(Tasks, CallsMayRunInASignalHandler) {
+    // The handler breaks into the allocator, the partitions and the log; if it needed any of their
+    // locks the process would stand still.
+    const OtherProcess other([] {
+        struct sigaction action {};
+        action.sa_handler = pollFromHandler;
+        action.sa_flags = SA_RESTART;
+        sigaction(SIGALRM, &action, nullptr);
+        // Each shot is fired by the loop, or a slow handler would leave it no time at all.
+        const itimerval soon{{0, 0}, {0, 200}};
+        for (int fired = 0; fired < 20; ++fired) {
+            const int before = handlerRuns;
+            setitimer(ITIMER_REAL, &soon, nullptr);
+            while (handlerRuns == before) {
+                palMemPartFree(0, palMemPartAlloc(0, 64));
+                palModuleDebug(7, 128, "test", 1, "not shown\n");
+                if (DIR *folder = opendir("/proc")) {
+                    closedir(folder);
+                }
+            }
+        }
+    });
+    EXPECT_GT(other.id(), 0) << "the process did not come through";
+}
+
+}  // namespace

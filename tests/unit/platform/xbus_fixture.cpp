@@ -1,0 +1,223 @@
+#include "xbus_fixture.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+constexpr int gateMilliseconds = 20000;
+
+std::atomic<bool> waitsAreShort{false};
+std::vector<std::chrono::nanoseconds> waitsAsked;
+
+}  // namespace
+
+// In front of the C library's: the bus waits with nothing else.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): its names are reserved.
+extern "C" int ppoll(pollfd *fds, nfds_t count, const timespec *timeout, const sigset_t *mask) {
+    timespec limit = timeout == nullptr ? timespec{} : *timeout;
+    if (waitsAreShort && limit.tv_sec >= 1) {
+        waitsAsked.push_back(std::chrono::seconds(limit.tv_sec) +
+                             std::chrono::nanoseconds(limit.tv_nsec));
+        limit = {0, 1'000'000};
+    }
+    return static_cast<int>(syscall(SYS_ppoll, fds, count, timeout == nullptr ? nullptr : &limit,
+                                    mask, static_cast<std::size_t>(_NSIG) / 8));
+}
+
+namespace test {
+
+Module::Module(uint32_t number) : context_(xbusRegister(number, 2, handle, this)) {
+    EXPECT_NE(context_, nullptr) << "module " << number << ": " << std::strerror(errno);
+}
+
+Module::~Module() {
+    if (context_ != nullptr) {
+        EXPECT_EQ(xbusUnRegister(context_), 0);
+    }
+}
+
+int Module::listen(std::chrono::microseconds timeout) {
+    return xbusListen(context_, static_cast<uint32_t>(timeout.count()));
+}
+
+int Module::notify(uint32_t module, uint32_t command, const Bytes &buf) const {
+    return xbusIoctl(context_, module, command, buf.data(), static_cast<uint32_t>(buf.size()),
+                     nullptr, nullptr, notWaiting, 0, 0);
+}
+
+int Module::call(uint32_t module, uint32_t command, const Bytes &buf, Bytes &out) const {
+    auto outLength = static_cast<uint32_t>(out.size());
+    const int result =
+        xbusIoctl(context_, module, command, buf.data(), static_cast<uint32_t>(buf.size()),
+                  out.data(), &outLength, waiting, 0, 0);
+    out.resize(outLength);
+    return result;
+}
+
+int Module::call(uint32_t module, uint32_t command) const {
+    return xbusIoctl(context_, module, command, nullptr, 0, nullptr, nullptr, waiting, 0, 0);
+}
+
+std::vector<uint32_t> Module::receivedCommands() const {
+    std::vector<uint32_t> commands;
+    commands.reserve(received.size());
+    for (const Received &message : received) {
+        commands.push_back(message.command);
+    }
+    return commands;
+}
+
+int Module::handle(void * /*busArg1*/, void *self, uint32_t cmd, void *buf, uint32_t len, void *out,
+                   uint32_t *outLen) {
+    auto &module = *static_cast<Module *>(self);
+    const std::span bufBytes(static_cast<uint8_t *>(buf), len);
+    const std::span outBytes(static_cast<uint8_t *>(out), *outLen);
+    if (module.handler) {
+        return module.handler({cmd, bufBytes, outBytes, outLen});
+    }
+    Received message{cmd, {}, {}};
+    if (buf != nullptr) {
+        message.buf.emplace(bufBytes.begin(), bufBytes.end());
+    }
+    if (out != nullptr) {
+        message.out.emplace(outBytes.begin(), outBytes.end());
+    }
+    module.received.push_back(std::move(message));
+    return 0;
+}
+
+Child::Child(const std::function<int()> &part) {
+    // What is not written yet is not for the child to write once more.
+    (void)std::fflush(nullptr);
+    pid_ = fork();
+    if (pid_ == 0) {
+        _exit(part());
+    }
+    EXPECT_GT(pid_, 0);
+}
+
+Child::~Child() {
+    if (pid_ > 0) {
+        kill();
+        wait();
+    }
+}
+
+int Child::wait() {
+    int status = 0;
+    while (waitpid(pid_, &status, 0) == -1 && errno == EINTR) {
+    }
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+void Child::kill() const {
+    ::kill(pid_, SIGKILL);
+}
+
+Gate::Gate() {
+    if (pipe2(ends_, O_CLOEXEC) != 0) {
+        throw std::runtime_error("pipe2");
+    }
+}
+
+Gate::~Gate() {
+    close(ends_[0]);
+    close(ends_[1]);
+}
+
+void Gate::open() const {
+    EXPECT_EQ(write(ends_[1], "", 1), 1);
+}
+
+bool Gate::pass() const {
+    pollfd entry{ends_[0], POLLIN, 0};
+    char byte = 0;
+    return poll(&entry, 1, gateMilliseconds) == 1 && read(ends_[0], &byte, 1) == 1;
+}
+
+RawPeer::RawPeer(const std::string &socketPath)
+    : socket_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (socketPath.size() >= sizeof address.sun_path) {
+        throw std::runtime_error(socketPath);
+    }
+    socketPath.copy(address.sun_path, socketPath.size());
+    // Above what any message takes, to send more than that.
+    constexpr int sendBuffer = 1 << 18;
+    setsockopt(socket_, SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
+    if (connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+        error_ = errno;
+    }
+}
+
+RawPeer::~RawPeer() {
+    if (socket_ != -1) {
+        close(socket_);
+    }
+}
+
+RawPeer::RawPeer(RawPeer &&other) noexcept
+    : socket_(std::exchange(other.socket_, -1)), error_(other.error_) {}
+
+bool RawPeer::send(const Bytes &packet) {
+    const ssize_t sent = ::send(socket_, packet.data(), packet.size(), MSG_NOSIGNAL);
+    error_ = sent == -1 ? errno : 0;
+    return sent == static_cast<ssize_t>(packet.size());
+}
+
+bool RawPeer::isClosed() const {
+    pollfd entry{socket_, POLLRDHUP, 0};
+    return poll(&entry, 1, gateMilliseconds) == 1;
+}
+
+Bytes packetOf(const port::bus::Head &head, const Bytes &buf, const Bytes &out) {
+    Bytes packet(sizeof head);
+    std::memcpy(packet.data(), &head, sizeof head);
+    packet.insert(packet.end(), buf.begin(), buf.end());
+    packet.insert(packet.end(), out.begin(), out.end());
+    return packet;
+}
+
+port::bus::Head noticeHead(uint32_t command, uint32_t bufLength, uint32_t outLength) {
+    port::bus::Head head;
+    head.code = command;
+    head.given = port::bus::Head::bufGiven | port::bus::Head::outGiven;
+    head.bufLength = bufLength;
+    head.outLength = outLength;
+    return head;
+}
+
+ShortWaits::ShortWaits() {
+    waitsAsked.clear();
+    waitsAreShort = true;
+}
+
+ShortWaits::~ShortWaits() {
+    waitsAreShort = false;
+}
+
+std::vector<std::chrono::nanoseconds> ShortWaits::asked() {
+    return waitsAsked;
+}
+
+std::string XbusTest::socketPath(uint32_t module) const {
+    return root_.path("/run/xbus/" + std::to_string(module)).string();
+}
+
+}  // namespace test

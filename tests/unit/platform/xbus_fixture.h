@@ -1,0 +1,186 @@
+/**
+ * @file
+ * What the tests of the bus share: modules that record what they get, processes that run a part of
+ * a test, peers that speak for themselves, and a hand on the bus's waits.
+ */
+#ifndef LANYARD_TESTS_UNIT_PLATFORM_XBUS_FIXTURE_H
+#define LANYARD_TESTS_UNIT_PLATFORM_XBUS_FIXTURE_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <gtest/gtest.h>
+#include <optional>
+#include <span>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include <xbus.h>
+
+#include "platform/xbus_message.h"
+#include "tests/support/bytes.h"
+#include "tests/support/log_recorder.h"
+#include "tests/support/temporary_root.h"
+
+namespace test {
+
+using lanyard::test::Bytes;
+
+constexpr uint32_t waiting = 0;
+constexpr uint32_t notWaiting = 2;
+constexpr std::chrono::microseconds patience = std::chrono::seconds(20);
+
+/** One message as a handler got it; a null pointer has no bytes. */
+struct Received {
+    uint32_t command = 0;
+    std::optional<Bytes> buf;
+    std::optional<Bytes> out;
+
+    bool operator==(const Received &) const = default;
+};
+
+/** What a handler was called with. */
+struct Invocation {
+    uint32_t command = 0;
+    std::span<uint8_t> buf;
+    std::span<uint8_t> out;
+    uint32_t *outLength = nullptr;
+};
+
+/** A module on the bus for as long as it lives. */
+class Module {
+  public:
+    explicit Module(uint32_t number);
+    ~Module();
+    Module(const Module &) = delete;
+    Module &operator=(const Module &) = delete;
+    Module(Module &&) = delete;
+    Module &operator=(Module &&) = delete;
+
+    [[nodiscard]] XbusCtx *context() const { return context_; }
+
+    int listen(std::chrono::microseconds timeout = patience);
+
+    /** Sends without waiting. */
+    [[nodiscard]] int notify(uint32_t module, uint32_t command, const Bytes &buf = {}) const;
+
+    /** Sends and waits; `out` is replaced by what comes back. */
+    int call(uint32_t module, uint32_t command, const Bytes &buf, Bytes &out) const;
+    [[nodiscard]] int call(uint32_t module, uint32_t command) const;
+
+    /** Drops the context without taking it off the bus. */
+    void forget() { context_ = nullptr; }
+
+    /** What came in, unless there is a handler. */
+    std::vector<Received> received;
+    [[nodiscard]] std::vector<uint32_t> receivedCommands() const;
+
+    /** Takes the place of recording; its result is the message's. */
+    std::function<int(const Invocation &)> handler;
+
+  private:
+    static int handle(void *busArg1, void *self, uint32_t cmd, void *buf, uint32_t len, void *out,
+                      uint32_t *outLen);
+
+    XbusCtx *context_ = nullptr;
+};
+
+/** Another process that runs a part of the test. It ends with this object at the latest. */
+class Child {
+  public:
+    /** @param part  its result is the exit status. */
+    explicit Child(const std::function<int()> &part);
+    ~Child();
+    Child(const Child &) = delete;
+    Child &operator=(const Child &) = delete;
+    Child(Child &&) = delete;
+    Child &operator=(Child &&) = delete;
+
+    /** Waits for the end. @return the exit status; the negative number of a signal. */
+    int wait();
+    void kill() const;
+
+  private:
+    pid_t pid_ = -1;
+};
+
+/** Lets processes wait for each other: each pass() takes one open(). */
+class Gate {
+  public:
+    Gate();
+    ~Gate();
+    Gate(const Gate &) = delete;
+    Gate &operator=(const Gate &) = delete;
+    Gate(Gate &&) = delete;
+    Gate &operator=(Gate &&) = delete;
+
+    void open() const;
+    /** @return false when nobody has opened it for long. */
+    [[nodiscard]] bool pass() const;
+
+  private:
+    int ends_[2] = {-1, -1};
+};
+
+/** A peer that speaks for itself, without the functions of the bus. */
+class RawPeer {
+  public:
+    /** Connects; see error(). */
+    explicit RawPeer(const std::string &socketPath);
+    ~RawPeer();
+    RawPeer(const RawPeer &) = delete;
+    RawPeer &operator=(const RawPeer &) = delete;
+    RawPeer(RawPeer &&other) noexcept;
+    RawPeer &operator=(RawPeer &&) = delete;
+
+    /** 0, or `errno` of what failed last. */
+    [[nodiscard]] int error() const { return error_; }
+    bool send(const Bytes &packet);
+    /** True when the other end is closed, now or soon. */
+    [[nodiscard]] bool isClosed() const;
+
+  private:
+    int socket_ = -1;
+    int error_ = 0;
+};
+
+/** A message as it travels. */
+Bytes packetOf(const port::bus::Head &head, const Bytes &buf = {}, const Bytes &out = {});
+/** The head of a sound notice. */
+port::bus::Head noticeHead(uint32_t command, uint32_t bufLength = 0, uint32_t outLength = 0);
+
+/**
+ * Records the bus's waits of more than a second and cuts them short while it lives, so that a test
+ * sees how long a time-out is without waiting for it.
+ */
+class ShortWaits {
+  public:
+    ShortWaits();
+    ~ShortWaits();
+    ShortWaits(const ShortWaits &) = delete;
+    ShortWaits &operator=(const ShortWaits &) = delete;
+    ShortWaits(ShortWaits &&) = delete;
+    ShortWaits &operator=(ShortWaits &&) = delete;
+
+    [[nodiscard]] static std::vector<std::chrono::nanoseconds> asked();
+};
+
+/** A root folder of its own with the bus in it, and the log. */
+class XbusTest : public testing::Test {
+  protected:
+    void SetUp() override { ASSERT_EQ(xbusInit(), 0); }
+    void TearDown() override { EXPECT_EQ(xbusDeInit(), 0); }
+
+    [[nodiscard]] std::string socketPath(uint32_t module) const;
+
+    /** Texts of the error log. */
+    [[nodiscard]] std::vector<std::string> errors() const { return log_.texts(8); }
+
+    lanyard::test::TemporaryRoot root_;
+    lanyard::test::LogRecorder log_;
+};
+
+}  // namespace test
+
+#endif

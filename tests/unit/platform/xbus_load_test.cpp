@@ -1,0 +1,217 @@
+/**
+ * @file
+ * The bus with many messages and many senders.
+ */
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <poll.h>
+#include <string>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <vector>
+
+#include <xbus.h>
+
+#include "tests/unit/platform/xbus_fixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using test::Bytes;
+using test::Child;
+using test::Gate;
+using test::Invocation;
+using test::Module;
+using test::noticeHead;
+using test::packetOf;
+using test::RawPeer;
+using test::ShortWaits;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr uint32_t pnac = 6;
+constexpr uint32_t relay = 8;
+
+using XbusLoad = test::XbusTest;
+
+/** Sends, again while the queue is full. */
+bool notifyAtLast(const Module &module, uint32_t destination, uint32_t command) {
+    while (module.notify(destination, command) != 0) {
+        if (errno != EAGAIN) {
+            return false;
+        }
+        (void)poll(nullptr, 0, 1);
+    }
+    return true;
+}
+
+TEST_F(XbusLoad, KeepsTheOrderOf100000MessagesAndLosesNone) {
+    constexpr uint32_t count = 100'000;
+    constexpr uint32_t callEvery = 97;
+    Module receiver(relay);
+    uint32_t next = 0;
+    receiver.handler = [&next](const Invocation &call) {
+        return call.command == next ? static_cast<int>(next++) : -1;
+    };
+    Child sender([] {
+        const Module module(pnac);
+        for (uint32_t i = 0; i < count; ++i) {
+            const bool isSent = i % callEvery == 0 ? module.call(relay, i) == static_cast<int>(i)
+                                                   : notifyAtLast(module, relay, i);
+            if (!isSent) {
+                return 1;
+            }
+        }
+        return 0;
+    });
+    while (next < count) {
+        const uint32_t expected = next;
+        ASSERT_EQ(receiver.listen(), 1);
+        ASSERT_EQ(next, expected + 1);
+    }
+    EXPECT_EQ(sender.wait(), 0);
+    EXPECT_EQ(receiver.listen(0us), 0);
+}
+
+TEST_F(XbusLoad, KeepsTheOrderBehindACallThatWasNotAnswered) {
+    Module receiver(relay);
+    const Module sender(pnac);
+    EXPECT_EQ(sender.notify(relay, 1), 0);
+    EXPECT_EQ(sender.notify(relay, 2), 0);
+    {
+        const ShortWaits waits;
+        EXPECT_EQ(sender.call(relay, 3), -1);
+    }
+    EXPECT_EQ(sender.notify(relay, 4), 0);
+    while (receiver.listen(0us) == 1) {
+    }
+    EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(XbusLoad, TwoModulesMayFillEachOthersQueues) {
+    constexpr uint32_t count = 10'000;
+    const auto exchange = [](uint32_t own, uint32_t other) {
+        Module module(own);
+        uint32_t got = 0;
+        bool isInOrder = true;
+        module.handler = [&](const Invocation &call) {
+            isInOrder = isInOrder && call.command == got;
+            ++got;
+            return 0;
+        };
+        // Neither listens before its own queue is full or everything is sent.
+        for (uint32_t sent = 0; sent < count;) {
+            if (module.notify(other, sent) == 0) {
+                ++sent;
+            } else if (module.listen(1ms) == -1) {
+                return 1;
+            }
+        }
+        while (got < count) {
+            if (module.listen() != 1) {
+                return 2;
+            }
+        }
+        return isInOrder ? 0 : 3;
+    };
+    Child first([&exchange] { return exchange(pnac, relay); });
+    Child second([&exchange] { return exchange(relay, pnac); });
+    EXPECT_EQ(first.wait(), 0);
+    EXPECT_EQ(second.wait(), 0);
+}
+
+TEST_F(XbusLoad, SendersTakeTurns) {
+    Module receiver(relay);
+    const Module loud(pnac);
+    const Module quiet(pnac + 1);
+    while (loud.notify(relay, 1) == 0) {
+    }
+    EXPECT_EQ(receiver.listen(0us), 1);
+    for (int i = 0; i < 5; ++i) {
+        receiver.received.clear();
+        EXPECT_EQ(quiet.notify(relay, 2), 0);
+        EXPECT_EQ(receiver.listen(0us), 1);
+        EXPECT_EQ(receiver.listen(0us), 1);
+        EXPECT_THAT(receiver.receivedCommands(), testing::UnorderedElementsAre(1, 2));
+    }
+}
+
+TEST_F(XbusLoad, TurnsSurviveThatSendersLeave) {
+    Module receiver(relay);
+    std::vector<std::unique_ptr<Module>> senders;
+    for (uint32_t i = 0; i < 6; ++i) {
+        senders.push_back(std::make_unique<Module>(100 + i));
+        EXPECT_EQ(senders[i]->notify(relay, i), 0);
+        if (i >= 2) {
+            EXPECT_EQ(senders[i]->notify(relay, i), 0);
+        }
+    }
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(receiver.listen(0us), 1);
+    }
+    senders[0].reset();
+    senders[1].reset();
+    while (receiver.listen(0us) == 1) {
+    }
+    EXPECT_THAT(receiver.receivedCommands(), ElementsAre(0, 1, 2, 3, 4, 5, 2, 3, 4, 5));
+}
+
+TEST_F(XbusLoad, ServesSeveralHundredProcesses) {
+    constexpr uint32_t count = 200;
+    Module receiver(relay);
+    receiver.handler = [](const Invocation &call) { return static_cast<int>(call.command); };
+    const Gate start;
+    std::vector<std::unique_ptr<Child>> senders;
+    for (uint32_t i = 0; i < count; ++i) {
+        senders.push_back(std::make_unique<Child>([&start, i] {
+            const Module module(1000 + i);
+            return start.pass() && module.call(relay, i) == static_cast<int>(i) &&
+                           module.call(relay, i + 1) == static_cast<int>(i + 1)
+                       ? 0
+                       : 1;
+        }));
+    }
+    for (uint32_t i = 0; i < count; ++i) {
+        start.open();
+    }
+    for (uint32_t i = 0; i < 2 * count; ++i) {
+        ASSERT_EQ(receiver.listen(), 1) << i;
+    }
+    for (const auto &sender : senders) {
+        EXPECT_EQ(sender->wait(), 0);
+    }
+}
+
+TEST_F(XbusLoad, ServesMoreConnectionsThanSelectCould) {
+    constexpr uint32_t count = FD_SETSIZE + 200;
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit raised{std::max<rlim_t>(before.rlim_cur, 2 * count + 100), before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0) << "a limit of the machine is too low";
+    {
+        Module receiver(relay);
+        std::vector<RawPeer> senders;
+        for (uint32_t i = 0; i < count; ++i) {
+            senders.emplace_back(socketPath(relay));
+            ASSERT_TRUE(senders.back().send(packetOf(noticeHead(i)))) << i;
+        }
+        for (uint32_t i = 0; i < count; ++i) {
+            ASSERT_EQ(receiver.listen(0us), 1) << i;
+        }
+        auto commands = receiver.receivedCommands();
+        std::sort(commands.begin(), commands.end());
+        for (uint32_t i = 0; i < count; ++i) {
+            ASSERT_EQ(commands[i], i);
+        }
+        EXPECT_TRUE(senders.back().send(packetOf(noticeHead(count))));
+        EXPECT_EQ(receiver.listen(0us), 1);
+        EXPECT_THAT(errors(), IsEmpty());
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+}
+
+}  // namespace

@@ -1,0 +1,556 @@
+/**
+ * @file
+ * The bus among peers that come, go, become daemons, are not trusted or talk nonsense.
+ */
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <xbus.h>
+
+#include "tests/unit/platform/xbus_fixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using port::bus::Head;
+using port::bus::Kind;
+using test::Bytes;
+using test::Child;
+using test::Gate;
+using test::Invocation;
+using test::Module;
+using test::noticeHead;
+using test::packetOf;
+using test::RawPeer;
+using test::ShortWaits;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Clock = std::chrono::steady_clock;
+
+constexpr uint32_t pnac = 6;
+constexpr uint32_t relay = 8;
+constexpr uint32_t endCommand = 99;
+constexpr uid_t nobody = 65534;
+
+using XbusPeers = test::XbusTest;
+
+int ignore(void * /*busArg1*/, void * /*busArg2*/, uint32_t /*cmd*/, void * /*buf*/,
+           uint32_t /*len*/, void * /*out*/, uint32_t * /*outLen*/) {
+    return 0;
+}
+
+/** Answers each call with its command until it is told to end. */
+int serveUntilEnd(Module &module) {
+    bool isOver = false;
+    module.handler = [&isOver](const Invocation &call) {
+        isOver = call.command == endCommand;
+        return static_cast<int>(call.command);
+    };
+    while (!isOver) {
+        if (module.listen() != 1) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+/** A process that has a module and serves it. */
+class Server {
+  public:
+    explicit Server(uint32_t number)
+        : child_([this, number] {
+              Module module(number);
+              ready_.open();
+              return serveUntilEnd(module);
+          }) {
+        EXPECT_TRUE(ready_.pass());
+    }
+    int wait() { return child_.wait(); }
+    void kill() {
+        child_.kill();
+        EXPECT_EQ(child_.wait(), -SIGKILL);
+    }
+
+  private:
+    Gate ready_;
+    Child child_;
+};
+
+TEST_F(XbusPeers, WhatACrashedModuleLeftIsReplaced) {
+    Server crashed(relay);
+    const Module sender(pnac);
+    EXPECT_EQ(sender.call(relay, 5), 5);
+    crashed.kill();
+    EXPECT_THAT(root_.list("/run/xbus"), testing::Contains("8"));
+    EXPECT_EQ(sender.notify(relay, 5), -1) << "its socket is there, but nobody behind it";
+    Server next(relay);
+    EXPECT_EQ(sender.call(relay, 6), 6);
+    EXPECT_EQ(sender.call(relay, endCommand), static_cast<int>(endCommand));
+    EXPECT_EQ(next.wait(), 0);
+}
+
+TEST_F(XbusPeers, AFileInThePlaceOfASocketIsReplaced) {
+    root_.write("/run/xbus/8", "no socket");
+    Module receiver(relay);
+    const Module sender(pnac);
+    EXPECT_EQ(sender.notify(relay, 1), 0);
+    EXPECT_EQ(receiver.listen(), 1);
+}
+
+TEST_F(XbusPeers, ASenderNoticesNothingOfARestart) {
+    const Module sender(pnac);
+    for (const bool waits : {true, false, true, false}) {
+        Server server(relay);
+        if (waits) {
+            EXPECT_EQ(sender.call(relay, 7), 7) << "the first after the restart";
+        }
+        EXPECT_EQ(sender.notify(relay, endCommand), 0);
+        EXPECT_EQ(server.wait(), 0);
+    }
+}
+
+TEST_F(XbusPeers, ASenderNoticesNothingOfANewRegistration) {
+    const Module sender(pnac);
+    for (uint32_t command = 1; command < 4; ++command) {
+        Module receiver(relay);
+        EXPECT_EQ(sender.notify(relay, command), 0);
+        EXPECT_EQ(receiver.listen(), 1);
+        EXPECT_THAT(receiver.receivedCommands(), ElementsAre(command));
+    }
+}
+
+TEST_F(XbusPeers, ACallEndsWithTheModuleThatItWaitsFor) {
+    const Gate ready;
+    Child child([&ready] {
+        Module module(relay);
+        module.handler = [](const Invocation & /*call*/) -> int { _exit(3); };
+        ready.open();
+        return module.listen();
+    });
+    ASSERT_TRUE(ready.pass());
+    const Module sender(pnac);
+    const auto start = Clock::now();
+    EXPECT_EQ(sender.call(relay, 1), -1);
+    EXPECT_LT(Clock::now() - start, 4s);
+    EXPECT_EQ(child.wait(), 3);
+}
+
+/** Registers, becomes a daemon and serves; ends in the process that was started. */
+void becomeServingDaemon(const Gate &ready) {
+    Module module(relay);
+    if (daemon(0, 0) != 0) {
+        _exit(2);
+    }
+    ready.open();
+    _exit(serveUntilEnd(module));
+}
+
+class XbusDaemon : public XbusPeers, public testing::WithParamInterface<bool> {};
+
+TEST_P(XbusDaemon, KeepsItsRegistration) {
+    const Gate ready;
+    Child child([&ready] {
+        if (GetParam()) {
+            for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+                close(stream);
+            }
+        }
+        becomeServingDaemon(ready);
+        return 1;
+    });
+    EXPECT_EQ(child.wait(), 0) << "the parent has left";
+    ASSERT_TRUE(ready.pass());
+    errno = 0;
+    EXPECT_EQ(xbusRegister(relay, 2, ignore, nullptr), nullptr);
+    EXPECT_EQ(errno, EADDRINUSE);
+    const Module sender(pnac);
+    EXPECT_EQ(sender.call(relay, 42), 42);
+    EXPECT_EQ(sender.notify(relay, endCommand), 0);
+
+    XbusCtx *next = nullptr;
+    const auto deadline = Clock::now() + 20s;
+    while ((next = xbusRegister(relay, 2, ignore, nullptr)) == nullptr && Clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    EXPECT_NE(next, nullptr) << "the number is free when the daemon has ended";
+    xbusUnRegister(next);
+}
+
+INSTANTIATE_TEST_SUITE_P(WithAndWithoutStandardStreams, XbusDaemon, testing::Bool());
+
+struct Nonsense {
+    const char *name;
+    std::function<Bytes()> packet;
+};
+
+void PrintTo(const Nonsense &nonsense, std::ostream *stream) {
+    *stream << nonsense.name;
+}
+
+Bytes withHead(const std::function<void(Head &)> &change) {
+    Head head = noticeHead(1, 3, 2);
+    change(head);
+    return packetOf(head, {1, 2, 3}, {4, 5});
+}
+
+const Nonsense nonsenses[] = {
+    {"empty", [] { return Bytes{}; }},
+    {"one byte", [] { return Bytes{1}; }},
+    {"half a head",
+     [] {
+         Bytes packet = packetOf(noticeHead(1));
+         packet.resize(packet.size() / 2);
+         return packet;
+     }},
+    {"a head less one byte",
+     [] {
+         Bytes packet = packetOf(noticeHead(1));
+         packet.pop_back();
+         return packet;
+     }},
+    {"zeros", [] { return Bytes(100); }},
+    {"another protocol", [] { return withHead([](Head &head) { head.magic ^= 1; }); }},
+    {"no kind", [] { return withHead([](Head &head) { head.kind = Kind{}; }); }},
+    {"an unknown kind", [] { return withHead([](Head &head) { head.kind = Kind{4}; }); }},
+    {"an answer to nothing", [] { return withHead([](Head &head) { head.kind = Kind::answer; }); }},
+    {"an unknown flag", [] { return withHead([](Head &head) { head.given = 7; }); }},
+    {"buf that is not given",
+     [] { return withHead([](Head &head) { head.given = Head::outGiven; }); }},
+    {"out that is not given",
+     [] { return withHead([](Head &head) { head.given = Head::bufGiven; }); }},
+    {"buf longer than the packet", [] { return withHead([](Head &head) { head.bufLength = 4; }); }},
+    {"out longer than the packet", [] { return withHead([](Head &head) { head.outLength = 3; }); }},
+    {"out shorter than the packet",
+     [] { return withHead([](Head &head) { head.outLength = 1; }); }},
+    {"lengths that wrap",
+     [] {
+         return withHead([](Head &head) {
+             head.bufLength = 0xfffffffe;
+             head.outLength = 7;
+         });
+     }},
+    {"the end is missing", [] { return packetOf(noticeHead(1, 1000, 0), Bytes(500)); }},
+    {"buf above 64 KiB", [] { return packetOf(noticeHead(1, 65537, 0), Bytes(65537)); }},
+    {"out above 64 KiB", [] { return packetOf(noticeHead(1, 0, 65537), {}, Bytes(65537)); }},
+    {"far too much", [] { return packetOf(noticeHead(1, 200000, 0), Bytes(200000)); }},
+};
+
+class XbusNonsense : public XbusPeers, public testing::WithParamInterface<Nonsense> {};
+
+TEST_P(XbusNonsense, ClosesItsSendersConnectionAndNoOther) {
+    Module receiver(relay);
+    const Module sender(pnac);
+    EXPECT_EQ(sender.notify(relay, 1), 0);
+    EXPECT_EQ(receiver.listen(0us), 1);
+
+    RawPeer peer(socketPath(relay));
+    ASSERT_EQ(peer.error(), 0);
+    ASSERT_TRUE(peer.send(GetParam().packet())) << peer.error();
+    ASSERT_TRUE(peer.send(packetOf(noticeHead(1000))));
+    EXPECT_EQ(receiver.listen(0us), 0);
+    EXPECT_TRUE(peer.isClosed());
+    EXPECT_THAT(log_.lines(8),
+                ElementsAre(lanyard::test::Logged(8, 8, "xbusListen",
+                                                  "a malformed or oversized message of process " +
+                                                      std::to_string(getpid()) + " is dropped\n")));
+
+    EXPECT_EQ(sender.notify(relay, 2), 0);
+    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 2));
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, XbusNonsense, testing::ValuesIn(nonsenses));
+
+TEST_F(XbusPeers, ARawPeerThatMakesSenseIsHeard) {
+    Module receiver(relay);
+    RawPeer peer(socketPath(relay));
+    ASSERT_TRUE(peer.send(packetOf(noticeHead(5, 3, 2), {1, 2, 3}, {4, 5})));
+    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_THAT(receiver.received, ElementsAre(test::Received{5, Bytes{1, 2, 3}, Bytes{4, 5}}));
+}
+
+/** A module without the functions of the bus: answers the first call with what it is told to. */
+class FalseModule {
+  public:
+    explicit FalseModule(const std::string &path)
+        : listener_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        isThere_ =
+            bind(listener_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
+            listen(listener_, 10) == 0;
+    }
+    ~FalseModule() { close(listener_); }
+    FalseModule(const FalseModule &) = delete;
+    FalseModule &operator=(const FalseModule &) = delete;
+    FalseModule(FalseModule &&) = delete;
+    FalseModule &operator=(FalseModule &&) = delete;
+
+    [[nodiscard]] bool isThere() const { return isThere_; }
+
+    void answerOnce(const std::function<Bytes(Head)> &answer) const {
+        const int sender = accept(listener_, nullptr, nullptr);
+        Head head;
+        EXPECT_GE(recv(sender, &head, sizeof head, 0), static_cast<ssize_t>(sizeof head));
+        const Bytes packet = answer(head);
+        EXPECT_EQ(send(sender, packet.data(), packet.size(), 0),
+                  static_cast<ssize_t>(packet.size()));
+        close(sender);
+    }
+
+  private:
+    int listener_ = -1;
+    bool isThere_ = false;
+};
+
+TEST_F(XbusPeers, AFalseAnswerIsDropped) {
+    const Module sender(pnac);
+    const FalseModule module(socketPath(relay));
+    ASSERT_TRUE(module.isThere());
+    const std::vector<std::function<Bytes(Head)>> answers{
+        [](Head call) {
+            call.kind = Kind::answer;
+            call.given = Head::outGiven;
+            call.bufLength = 0;
+            call.outLength = 4;
+            return packetOf(call, {}, Bytes(4));  // One more than there is room for.
+        },
+        [](Head call) {
+            call.kind = Kind::answer;
+            return packetOf(call, Bytes(call.bufLength), Bytes(call.outLength));
+        },
+        [](const Head &call) { return packetOf(call, Bytes(1), Bytes(3)); },
+        [](const Head & /*call*/) { return Bytes(7); },
+    };
+    for (const auto &answer : answers) {
+        std::thread other([&] { module.answerOnce(answer); });
+        Bytes out{1, 2, 3};
+        EXPECT_EQ(sender.call(relay, 1, {9}, out), -1);
+        EXPECT_EQ(out, (Bytes{1, 2, 3}));
+        other.join();
+    }
+    EXPECT_EQ(errors().size(), answers.size());
+    EXPECT_THAT(errors(), testing::Each(HasSubstr("malformed")));
+}
+
+TEST_F(XbusPeers, AnAnswerToSomebodyElseIsNotTaken) {
+    const Module sender(pnac);
+    const FalseModule module(socketPath(relay));
+    ASSERT_TRUE(module.isThere());
+    std::thread other([&] {
+        module.answerOnce([](Head call) {
+            call.kind = Kind::answer;
+            call.id += 1;
+            call.given = 0;
+            return packetOf(call);
+        });
+    });
+    EXPECT_EQ(sender.call(relay, 0), -1) << "the module ends without a true answer";
+    other.join();
+    EXPECT_THAT(errors(), IsEmpty());
+}
+
+TEST_F(XbusPeers, APeerThatDiesInMidMessageHoldsUpNobody) {
+    Module receiver(relay);
+    const Module sender(pnac);
+    const std::string path = socketPath(relay);
+    Child dying([&path] {
+        RawPeer peer(path);
+        (void)peer.send(packetOf(noticeHead(1, 1000, 0), Bytes(500)));
+        (void)raise(SIGKILL);
+        return 0;
+    });
+    EXPECT_EQ(dying.wait(), -SIGKILL);
+    EXPECT_EQ(sender.notify(relay, 2), 0);
+    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_EQ(receiver.listen(0us), 0);
+    EXPECT_THAT(receiver.receivedCommands(), ElementsAre(2));
+    EXPECT_THAT(errors(), ElementsAre(HasSubstr("malformed")));
+}
+
+TEST_F(XbusPeers, ASilentPeerHoldsUpNobody) {
+    Module receiver(relay);
+    const Module sender(pnac);
+    std::vector<RawPeer> silent;
+    silent.reserve(10);
+    for (int i = 0; i < 10; ++i) {
+        silent.emplace_back(socketPath(relay));
+    }
+    EXPECT_EQ(receiver.listen(0us), 0);
+    EXPECT_EQ(sender.notify(relay, 1), 0);
+    EXPECT_EQ(receiver.listen(), 1);
+    EXPECT_THAT(errors(), IsEmpty());
+}
+
+TEST_F(XbusPeers, WhatADeadSenderHandedOverStillArrives) {
+    Module receiver(relay);
+    Child sender([] {
+        const Module module(pnac);
+        for (uint32_t command = 1; command <= 3; ++command) {
+            if (module.notify(relay, command) != 0) {
+                return 1;
+            }
+        }
+        (void)raise(SIGKILL);
+        return 2;
+    });
+    EXPECT_EQ(sender.wait(), -SIGKILL);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(receiver.listen(0us), 1);
+    }
+    EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 2, 3));
+    EXPECT_EQ(receiver.listen(0us), 0);
+    EXPECT_THAT(errors(), IsEmpty());
+}
+
+TEST_F(XbusPeers, NothingIsLostBehindAnAnswerThatWasNotRead) {
+    Module receiver(relay);
+    {
+        const Module sender(pnac);
+        {
+            const ShortWaits waits;
+            EXPECT_EQ(sender.call(relay, 1), -1);
+        }
+        EXPECT_EQ(sender.notify(relay, 2), 0);
+        EXPECT_EQ(sender.notify(relay, 3), 0);
+        EXPECT_EQ(receiver.listen(0us), 1);
+    }
+    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 2, 3));
+}
+
+TEST_F(XbusPeers, ACallerThatDoesNotReadItsAnswersHoldsUpNobody) {
+    Module receiver(relay);
+    RawPeer peer(socketPath(relay));
+    Head call = noticeHead(1, 0, 65536);
+    call.kind = Kind::call;
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_TRUE(peer.send(packetOf(call, {}, Bytes(65536))));
+        ASSERT_EQ(receiver.listen(0us), 1);
+    }
+    EXPECT_THAT(errors(), testing::Contains(HasSubstr("an answer is dropped")));
+}
+
+class XbusUsers : public XbusPeers {
+  protected:
+    void SetUp() override {
+        if (geteuid() != 0) {
+            GTEST_SKIP() << "only root can become somebody else";
+        }
+        ASSERT_EQ(chmod(root_.folder().c_str(), 0755), 0);
+        XbusPeers::SetUp();
+    }
+
+    /** Runs a part of the test as an ordinary user. */
+    static int asNobody(const std::function<int()> &part) {
+        Child child([&part] { return setgid(nobody) == 0 && setuid(nobody) == 0 ? part() : 100; });
+        return child.wait();
+    }
+
+    void openFolder() const {
+        ASSERT_EQ(chmod(root_.path("/run/xbus").c_str(), 0777), 0);
+        for (const std::string &name : root_.list("/run/xbus")) {
+            ASSERT_EQ(chmod(root_.path("/run/xbus/" + name).c_str(), 0666), 0);
+        }
+    }
+};
+
+TEST_F(XbusUsers, TheFolderKeepsOthersOut) {
+    Module receiver(relay);
+    const std::string path = socketPath(relay);
+    EXPECT_EQ(asNobody([&path] {
+                  if (RawPeer(path).error() != EACCES) {
+                      return 1;
+                  }
+                  if (xbusInit() == 0) {
+                      return 2;
+                  }
+                  return xbusRegister(pnac, 2, ignore, nullptr) == nullptr && errno == EACCES ? 0
+                                                                                              : 3;
+              }),
+              0);
+    EXPECT_EQ(receiver.listen(0us), 0);
+}
+
+TEST_F(XbusUsers, InAnOpenFolderSendersAreChecked) {
+    Module receiver(relay);
+    openFolder();
+    const std::string path = socketPath(relay);
+    const Gate connected;
+    EXPECT_EQ(asNobody([&path] {
+                  RawPeer peer(path);
+                  return peer.error() == 0 && peer.send(packetOf(noticeHead(1))) ? 0 : 1;
+              }),
+              0);
+    EXPECT_EQ(receiver.listen(0us), 0);
+    EXPECT_THAT(receiver.received, IsEmpty());
+    EXPECT_THAT(errors(), ElementsAre(AllOf(HasSubstr("of user 65534 is refused"))));
+}
+
+TEST_F(XbusUsers, InAnOpenFolderReceiversAreChecked) {
+    const Module sender(pnac);
+    openFolder();
+    const std::string path = socketPath(relay);
+    const Gate ready;
+    const Gate over;
+    Child impostor([&] {
+        if (setgid(nobody) != 0 || setuid(nobody) != 0) {
+            return 100;
+        }
+        const FalseModule module(path);
+        ready.open();
+        return module.isThere() && over.pass() ? 0 : 1;
+    });
+    ASSERT_TRUE(ready.pass());
+    EXPECT_EQ(sender.notify(relay, 1), -1);
+    EXPECT_EQ(sender.call(relay, 1), -1);
+    over.open();
+    EXPECT_EQ(impostor.wait(), 0);
+    EXPECT_THAT(errors(), ElementsAre(HasSubstr("of user 65534 is refused"),
+                                      HasSubstr("of user 65534 is refused")));
+}
+
+TEST_F(XbusUsers, TheFoldersOwnerAndRootTalkToEachOther) {
+    ASSERT_EQ(chown(root_.path("/run/xbus").c_str(), nobody, nobody), 0);
+    Module receiver(relay);
+    // The owner could not open root's socket file, but takes it for its own folder's.
+    ASSERT_EQ(chown(socketPath(relay).c_str(), nobody, nobody), 0);
+    EXPECT_EQ(asNobody([] {
+                  const Module module(pnac);
+                  return module.context() != nullptr && module.notify(relay, 5) == 0 ? 0 : 1;
+              }),
+              0);
+    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_THAT(receiver.receivedCommands(), ElementsAre(5));
+
+    const Gate ready;
+    Child child([&ready] {
+        if (setgid(nobody) != 0 || setuid(nobody) != 0) {
+            return 100;
+        }
+        Module module(pnac + 1);
+        ready.open();
+        return module.listen() == 1 ? 0 : 1;
+    });
+    ASSERT_TRUE(ready.pass());
+    EXPECT_EQ(receiver.notify(pnac + 1, 6), 0);
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_THAT(errors(), IsEmpty());
+}
+
+}  // namespace
