@@ -1,0 +1,29 @@
+// What the library says of itself.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <lanyard/radius/frame.h>
+
+#include "tests/support/log_recorder.h"
+#include "tests/support/stdout_capture.h"
+
+namespace lanyard::test {
+namespace {
+
+TEST(Version, IsOneLineOnStandardOutput) {
+    const LogRecorder log;
+    StdoutCapture output;
+    const int status = radLibVersion();
+    EXPECT_EQ("Lanyard RADIUS 2.0.0\n", output.finish());
+    EXPECT_EQ(0, status);
+    EXPECT_THAT(log.lines(), testing::IsEmpty());
+}
+
+TEST(DefaultConfigurationFile, IsAConstant) {
+    const char *path = radLibDefConf();
+    EXPECT_STREQ("/var/radius.conf", path);
+    EXPECT_EQ(path, radLibDefConf());
+}
+
+}  // namespace
+}  // namespace lanyard::test
