@@ -1,0 +1,540 @@
+// Pairs and lists of them.
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+
+#include <lanyard/radius/attr.h>
+#include <lanyard/radius/dict.h>
+#include <lanyard/radius/frame.h>
+#include <palcore.h>
+
+#include "tests/support/failing_partition.h"
+#include "tests/support/guard_page.h"
+#include "tests/unit/attr/attr_test.h"
+
+namespace lanyard::test {
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char *kBadLength = "radPairAssign: bad attribute value length\n";
+
+class PairTest : public AttrTest {
+  protected:
+    static PairList makePair(int attrNum, const char *text) {
+        return PairList(radPairNew(attrNum, text, 0));
+    }
+
+    // Three pairs: User-Name, State, State.
+    static RadPair *makeList() {
+        RadPair *list = nullptr;
+        EXPECT_NE(nullptr, radPairAdd(&list, RAD_ATTR_USER_NAME, "nemo", 0));
+        EXPECT_NE(nullptr, radPairAdd(&list, RAD_ATTR_STATE, "first", 0));
+        EXPECT_NE(nullptr, radPairAdd(&list, RAD_ATTR_STATE, "second", 0));
+        return list;
+    }
+};
+
+Bytes octetsOf(const RadPair &pair) {
+    const auto *bytes = reinterpret_cast<const uint8_t *>(&pair);
+    return {bytes, bytes + sizeof(pair)};
+}
+
+Bytes counting(size_t length) {
+    Bytes bytes(length);
+    std::generate(bytes.begin(), bytes.end(), [n = uint8_t{0}]() mutable { return n++; });
+    return bytes;
+}
+
+std::vector<RadPair *> membersOf(RadPair *list) {
+    std::vector<RadPair *> members;
+    for (RadPair *pair = list; pair != nullptr; pair = radPairNext(pair)) {
+        members.push_back(pair);
+    }
+    return members;
+}
+
+TEST_F(PairTest, HoldsWhatTheDictionarySaysAndTheValue) {
+    const PairList pair = makePair(RAD_ATTR_USER_NAME, "nemo");
+    ASSERT_NE(nullptr, pair);
+    EXPECT_STREQ("User-Name", pair->name);
+    EXPECT_EQ(RAD_ATTR_USER_NAME, pair->attrNum);
+    EXPECT_EQ(RAD_TYPE_STRING, pair->type);
+    EXPECT_EQ(4U, pair->numValue);
+    EXPECT_STREQ("nemo", pair->strValue);
+    EXPECT_EQ(nullptr, pair->next);
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, HasTheTypeOfItsDefinition) {
+    ASSERT_EQ(0, radDictAddAttr("Event-Timestamp 55 date"));
+    const uint32_t number = 1;
+    for (const auto &[attrNum, type] :
+         {std::pair(RAD_ATTR_SERVICE_TYPE + 0, RAD_TYPE_INTEGER + 0),
+          std::pair(RAD_ATTR_NAS_IP_ADDRESS + 0, RAD_TYPE_IPADDR + 0), std::pair(55, 3)}) {
+        const PairList pair(radPairNew(attrNum, &number, 4));
+        ASSERT_NE(nullptr, pair);
+        EXPECT_EQ(attrNum, pair->attrNum);
+        EXPECT_EQ(type, pair->type);
+        EXPECT_STREQ(radDictGetAttr(attrNum)->name, pair->name);
+    }
+}
+
+TEST_F(PairTest, ComesFromTheLibrarysPartition) {
+    const size_t heap = liveBlocks(0);
+    const size_t partition = liveBlocks(radMemPartId);
+    PairList pair = makePair(RAD_ATTR_USER_NAME, "nemo");
+    EXPECT_EQ(partition + 1, liveBlocks(radMemPartId));
+    EXPECT_EQ(heap, liveBlocks(0));
+    const PairList copy(radPairDup(pair.get()));
+    EXPECT_EQ(partition + 2, liveBlocks(radMemPartId));
+    EXPECT_EQ(heap, liveBlocks(0));
+    pair.reset();
+    EXPECT_EQ(partition + 1, liveBlocks(radMemPartId));
+}
+
+TEST_F(PairTest, TakesANameOf32Characters) {
+    const std::string name(32, 'N');
+    ASSERT_EQ(0, radDictAddAttr((name + " 200 string").c_str()));
+    const PairList pair = makePair(200, "x");
+    ASSERT_NE(nullptr, pair);
+    EXPECT_EQ(name, pair->name);
+    EXPECT_EQ(200, pair->attrNum);
+}
+
+TEST_F(PairTest, IsZeroWhereNothingWasPut) {
+    const PairList text = makePair(RAD_ATTR_USER_NAME, "nemo");
+    ASSERT_NE(nullptr, text);
+    EXPECT_THAT(std::span(text->strValue).subspan(4), Each('\0'));
+    EXPECT_THAT(std::span(text->name).subspan(std::strlen("User-Name")), Each('\0'));
+    const uint32_t number = 2;
+    const PairList service(radPairNew(RAD_ATTR_SERVICE_TYPE, &number, 4));
+    ASSERT_NE(nullptr, service);
+    EXPECT_THAT(service->strValue, Each('\0'));
+}
+
+TEST_F(PairTest, NeedsAnAttributeOfTheDictionary) {
+    const size_t allocations = allocationCount();
+    for (const int attrNum : {0, 17, 255, 256, -1, INT_MAX, INT_MIN}) {
+        log_.clear();
+        EXPECT_EQ(nullptr, radPairNew(attrNum, "nemo", 0));
+        EXPECT_THAT(log_.lines(), ElementsAre(Logged(7, 8, "radPairNew",
+                                                     "radPairNew: unknown attribute " +
+                                                         std::to_string(attrNum) + "\n")));
+    }
+    EXPECT_EQ(allocations, allocationCount());
+}
+
+TEST_F(PairTest, NeedsAValue) {
+    EXPECT_EQ(nullptr, radPairNew(RAD_ATTR_USER_NAME, nullptr, 0));
+    EXPECT_EQ(nullptr, radPairNew(17, nullptr, 4));  // an unknown one is not even looked up
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, ReportsExhaustedMemory) {
+    failAllocation(1);
+    // The value, which would be refused as well, comes behind the allocation.
+    EXPECT_EQ(nullptr, radPairNew(RAD_ATTR_USER_NAME, Bytes(254, 'a').data(), 254));
+    stopFailing();
+    EXPECT_TRUE(allocationFailed());
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(Logged(7, 4, "radPairNew", "radPairNew: out of memory\n")));
+}
+
+TEST_F(PairTest, FreesThePairWhoseValueIsRefused) {
+    const size_t blocks = liveBlocks();
+    const size_t allocations = allocationCount();
+    EXPECT_EQ(nullptr, radPairNew(RAD_ATTR_USER_NAME, Bytes(254, 'a').data(), 254));
+    EXPECT_EQ(allocations + 1, allocationCount());
+    EXPECT_EQ(blocks, liveBlocks());
+    EXPECT_THAT(log_.lines(), ElementsAre(Logged(7, 8, "radPairAssign", kBadLength)));
+
+    makeTypeUnknown(RAD_ATTR_STATE);
+    log_.clear();
+    EXPECT_EQ(nullptr, radPairNew(RAD_ATTR_STATE, "x", 1));
+    EXPECT_EQ(blocks, liveBlocks());
+    EXPECT_THAT(log_.lines(), ElementsAre(Logged(7, 8, "radPairAssign",
+                                                 "radPairAssign: unknown attribute type 7\n")));
+}
+
+// Octets of an explicit length.
+
+TEST_F(PairTest, TakesEveryLengthThatAnAttributeCanHave) {
+    for (int length = 1; length <= RAD_VALUE_MAX; ++length) {
+        const Bytes octets = counting(static_cast<size_t>(length));
+        const GuardedBuffer value(octets);
+        const PairList pair(radPairNew(RAD_ATTR_STATE, value.data(), length));
+        ASSERT_NE(nullptr, pair) << length;
+        EXPECT_EQ(length, radPairValueLen(pair.get()));
+        EXPECT_BYTES_EQ(octets, valueOf(*pair));
+        EXPECT_EQ('\0', std::span(pair->strValue)[octets.size()]);
+    }
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, KeepsEmbeddedNuls) {
+    const PairList pair(radPairNew(RAD_ATTR_STATE, "a\0b\0", 4));
+    ASSERT_NE(nullptr, pair);
+    EXPECT_EQ(4, radPairValueLen(pair.get()));
+    EXPECT_BYTES_EQ("61006200"_hex, valueOf(*pair));
+}
+
+TEST_F(PairTest, RefusesMoreThanAnAttributeCanHaveWithoutReadingIt) {
+    const PairList pair = makePair(RAD_ATTR_STATE, "before");
+    const Bytes before = octetsOf(*pair);
+    const GuardedBuffer value("01"_hex);
+    for (const int length : {254, 255, 256, 65536, INT_MAX}) {
+        log_.clear();
+        EXPECT_EQ(-1, radPairAssign(pair.get(), value.data(), length));
+        EXPECT_THAT(log_.lines(), ElementsAre(Logged(7, 8, "radPairAssign", kBadLength)));
+        EXPECT_BYTES_EQ(before, octetsOf(*pair));
+    }
+}
+
+TEST_F(PairTest, EndsAShorterValueBehindItsOctets) {
+    const PairList pair(radPairNew(RAD_ATTR_STATE, counting(253).data(), 253));
+    EXPECT_EQ(0, radPairAssign(pair.get(), "nemo", 2));
+    EXPECT_EQ(2, radPairValueLen(pair.get()));
+    EXPECT_STREQ("ne", pair->strValue);
+    EXPECT_EQ(0, radPairAssign(pair.get(), "arctangent", 0));
+    EXPECT_EQ(10, radPairValueLen(pair.get()));
+    EXPECT_STREQ("arctangent", pair->strValue);
+}
+
+// Text.
+
+TEST_F(PairTest, TakesTextUpToItsNul) {
+    for (const size_t length : {0U, 1U, 4U, 252U, 253U}) {
+        const std::string text(length, 'a');
+        for (const int len : {0, -1, INT_MIN}) {
+            GuardedBuffer value = GuardedBuffer::ofText(text);
+            const PairList pair(radPairNew(RAD_ATTR_STATE, value.text(), len));
+            ASSERT_NE(nullptr, pair) << length;
+            EXPECT_EQ(static_cast<int>(length), radPairValueLen(pair.get()));
+            EXPECT_EQ(text, pair->strValue);
+        }
+    }
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, RefusesTextOf254Characters) {
+    const PairList pair = makePair(RAD_ATTR_STATE, "before");
+    const Bytes before = octetsOf(*pair);
+    for (const size_t length : {254U, 300U}) {
+        log_.clear();
+        EXPECT_EQ(-1, radPairAssign(pair.get(), std::string(length, 'a').c_str(), 0));
+        EXPECT_THAT(log_.lines(), ElementsAre(Logged(7, 8, "radPairAssign", kBadLength)));
+        EXPECT_BYTES_EQ(before, octetsOf(*pair));
+    }
+}
+
+TEST_F(PairTest, CutsTextOfNegativeLengthAndRecordsItsFullLength) {
+    for (const size_t length : {254U, 300U, 1000U}) {
+        const std::string text = std::string(253, 'a') + std::string(length - 253, 'b');
+        const PairList pair(radPairNew(RAD_ATTR_STATE, text.c_str(), -1));
+        ASSERT_NE(nullptr, pair);
+        EXPECT_EQ(std::string(253, 'a'), pair->strValue);
+        EXPECT_EQ(length, pair->numValue);
+        EXPECT_EQ(static_cast<int>(length), radPairValueLen(pair.get()));
+    }
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+// Numbers.
+
+TEST_F(PairTest, TakesNumbersOfAnyAlignmentWhateverTheLength) {
+    ASSERT_EQ(0, radDictAddAttr("Event-Timestamp 55 date"));
+    const uint32_t number = 0x81020304;
+    Bytes octets(4);
+    std::memcpy(octets.data(), &number, sizeof(number));
+    for (const int attrNum : {RAD_ATTR_SERVICE_TYPE + 0, RAD_ATTR_NAS_IP_ADDRESS + 0, 55}) {
+        for (const int len : {4, 0, 1, 3, 254, -1, INT_MAX, INT_MIN}) {
+            for (const auto edge : {GuardedBuffer::Edge::end, GuardedBuffer::Edge::start}) {
+                const GuardedBuffer value(octets, edge);
+                const PairList pair(radPairNew(attrNum, value.data(), len));
+                ASSERT_NE(nullptr, pair);
+                EXPECT_EQ(number, pair->numValue);
+                EXPECT_EQ(4, radPairValueLen(pair.get()));
+                EXPECT_EQ(&pair->numValue, radPairValue(pair.get()));
+            }
+        }
+        const GuardedBuffer unaligned(concatenate({"ff"_hex, octets, "ff"_hex}));
+        for (const size_t offset : {1U}) {
+            const PairList pair(radPairNew(attrNum, unaligned.data() + offset, 4));
+            ASSERT_NE(nullptr, pair);
+            EXPECT_EQ(number, pair->numValue);
+        }
+    }
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+// Value types that there are none of.
+
+TEST_F(PairTest, KnowsNoOtherTypes) {
+    const PairList pair = makePair(RAD_ATTR_STATE, "before");
+    for (const int32_t type : {kUnknownType, 4, -1, INT32_MAX, INT32_MIN}) {
+        pair->type = type;
+        const Bytes before = octetsOf(*pair);
+        const std::string suffix = ": unknown attribute type " + std::to_string(type) + "\n";
+        log_.clear();
+        EXPECT_EQ(-1, radPairAssign(pair.get(), "nemo", 4));
+        EXPECT_EQ(nullptr, radPairValue(pair.get()));
+        EXPECT_EQ(-1, radPairValueLen(pair.get()));
+        EXPECT_THAT(log_.lines(),
+                    ElementsAre(Logged(7, 8, "radPairAssign", "radPairAssign" + suffix),
+                                Logged(7, 8, "radPairValue", "radPairValue" + suffix),
+                                Logged(7, 8, "radPairValueLen", "radPairValueLen" + suffix)));
+        EXPECT_BYTES_EQ(before, octetsOf(*pair));
+    }
+}
+
+TEST_F(PairTest, NothingIsNoPairAndNoValue) {
+    const PairList pair = makePair(RAD_ATTR_STATE, "before");
+    const Bytes before = octetsOf(*pair);
+    EXPECT_EQ(-1, radPairAssign(nullptr, "nemo", 4));
+    EXPECT_EQ(-1, radPairAssign(pair.get(), nullptr, 4));
+    pair->type = kUnknownType;
+    EXPECT_EQ(-1, radPairAssign(pair.get(), nullptr, 4));
+    pair->type = RAD_TYPE_STRING;
+    EXPECT_BYTES_EQ(before, octetsOf(*pair));
+    EXPECT_EQ(nullptr, radPairValue(nullptr));
+    EXPECT_EQ(-1, radPairValueLen(nullptr));
+    EXPECT_EQ(nullptr, radPairNext(nullptr));
+    EXPECT_EQ(nullptr, radPairDup(nullptr));
+    EXPECT_EQ(nullptr, radPairGet(nullptr, RAD_ATTR_STATE));
+    radPairListFree(nullptr);
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, ValueOfAStringLiesInThePair) {
+    const PairList pair = makePair(RAD_ATTR_STATE, "nemo");
+    EXPECT_EQ(pair->strValue, radPairValue(pair.get()));
+    EXPECT_EQ(4, radPairValueLen(pair.get()));
+}
+
+// Lists.
+
+TEST_F(PairTest, AddsAtTheEnd) {
+    RadPair *list = nullptr;
+    RadPair *first = radPairAdd(&list, RAD_ATTR_USER_NAME, "nemo", 0);
+    ASSERT_NE(nullptr, first);
+    EXPECT_EQ(first, list);
+    EXPECT_EQ(nullptr, first->next);
+    const uint32_t number = 2;
+    RadPair *second = radPairAdd(&list, RAD_ATTR_SERVICE_TYPE, &number, 4);
+    RadPair *third = radPairAdd(&list, RAD_ATTR_STATE, "s", 1);
+    const PairList owner(list);
+    EXPECT_THAT(membersOf(list), ElementsAre(first, second, third));
+    EXPECT_EQ(nullptr, third->next);
+    EXPECT_EQ(2U, second->numValue);
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, AddNeedsAListAndAValue) {
+    RadPair *list = nullptr;
+    EXPECT_EQ(nullptr, radPairAdd(nullptr, RAD_ATTR_USER_NAME, "nemo", 0));
+    EXPECT_EQ(nullptr, radPairAdd(nullptr, 17, "nemo", 0));
+    EXPECT_EQ(nullptr, radPairAdd(&list, RAD_ATTR_USER_NAME, nullptr, 0));
+    EXPECT_EQ(nullptr, list);
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, AFailedAddLeavesTheListAsItWas) {
+    RadPair *list = makeList();
+    const PairList owner(list);
+    const auto before = membersOf(list);
+    const size_t blocks = liveBlocks();
+    EXPECT_EQ(nullptr, radPairAdd(&list, 17, "x", 1));
+    EXPECT_EQ(nullptr, radPairAdd(&list, RAD_ATTR_STATE, Bytes(254).data(), 254));
+    failAllocation(1);
+    EXPECT_EQ(nullptr, radPairAdd(&list, RAD_ATTR_STATE, "x", 1));
+    stopFailing();
+    EXPECT_EQ(before, membersOf(list));
+    EXPECT_EQ(blocks, liveBlocks());
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(Logged(7, 8, "radPairNew", "radPairNew: unknown attribute 17\n"),
+                            Logged(7, 8, "radPairAssign", kBadLength),
+                            Logged(7, 4, "radPairNew", "radPairNew: out of memory\n")));
+}
+
+TEST_F(PairTest, EveryFailingAllocationOfAListIsAResult) {
+    const unsigned failures = forEachFailingAllocation([] {
+        RadPair *list = nullptr;
+        RadPair *first = radPairAdd(&list, RAD_ATTR_USER_NAME, "nemo", 0);
+        RadPair *second = radPairAdd(&list, RAD_ATTR_STATE, "state", 0);
+        const PairList copy(radPairDup(first));
+        const PairList owner(list);
+        EXPECT_EQ(allocationFailed(), !first || !second || !copy);
+        EXPECT_EQ((first != nullptr ? 1U : 0U) + (second != nullptr ? 1U : 0U),
+                  membersOf(list).size());
+    });
+    EXPECT_EQ(3U, failures);
+}
+
+TEST_F(PairTest, InsertAppends) {
+    RadPair *list = nullptr;
+    RadPair *first = makePair(RAD_ATTR_USER_NAME, "nemo").release();
+    RadPair *second = makePair(RAD_ATTR_STATE, "s").release();
+    EXPECT_EQ(0, radPairInsert(&list, nullptr, first));
+    EXPECT_EQ(first, list);
+    EXPECT_EQ(0, radPairInsert(&list, nullptr, second));
+    const PairList owner(list);
+    EXPECT_THAT(membersOf(list), ElementsAre(first, second));
+}
+
+TEST_F(PairTest, InsertIntoTheEmptyListIgnoresAfter) {
+    const PairList elsewhere = makePair(RAD_ATTR_STATE, "elsewhere");
+    RadPair *list = nullptr;
+    RadPair *pair = makePair(RAD_ATTR_USER_NAME, "nemo").release();
+    const PairList owner(pair);
+    EXPECT_EQ(0, radPairInsert(&list, elsewhere.get(), pair));
+    EXPECT_EQ(pair, list);
+    EXPECT_EQ(nullptr, elsewhere->next);
+}
+
+TEST_F(PairTest, InsertBehindAGivenPairIsNotOffered) {
+    RadPair *list = makeList();
+    const PairList owner(list);
+    const auto before = membersOf(list);
+    const PairList pair = makePair(RAD_ATTR_STATE, "new");
+    const PairList elsewhere = makePair(RAD_ATTR_STATE, "elsewhere");
+    for (RadPair *after : {before.front(), before.back(), elsewhere.get(), pair.get()}) {
+        EXPECT_EQ(-1, radPairInsert(&list, after, pair.get()));
+        EXPECT_EQ(before, membersOf(list));
+        EXPECT_EQ(nullptr, pair->next);
+    }
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, InsertRefusesAPairThatIsInAList) {
+    RadPair *list = makeList();
+    const PairList owner(list);
+    RadPair *empty = nullptr;
+    RadPair *other = makePair(RAD_ATTR_USER_NAME, "nemo").release();
+    const PairList otherOwner(other);
+    EXPECT_EQ(-1, radPairInsert(&empty, nullptr, list));
+    EXPECT_EQ(nullptr, empty);
+    EXPECT_EQ(-1, radPairInsert(&other, nullptr, list));
+    EXPECT_EQ(nullptr, other->next);
+    EXPECT_EQ(-1, radPairInsert(nullptr, nullptr, other));
+    EXPECT_EQ(-1, radPairInsert(&list, nullptr, nullptr));
+    EXPECT_EQ(3U, membersOf(list).size());
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, GetFindsTheFirst) {
+    const PairList list(makeList());
+    const auto members = membersOf(list.get());
+    EXPECT_EQ(members[0], radPairGet(list.get(), RAD_ATTR_USER_NAME));
+    EXPECT_EQ(members[1], radPairGet(list.get(), RAD_ATTR_STATE));
+    EXPECT_EQ(members[2], radPairGet(radPairNext(members[1]), RAD_ATTR_STATE));
+    EXPECT_EQ(nullptr, radPairGet(members[1], RAD_ATTR_USER_NAME));
+    EXPECT_EQ(nullptr, radPairGet(list.get(), RAD_ATTR_STATE + 256));
+    EXPECT_EQ(nullptr, radPairGet(list.get(), RAD_ATTR_EAP_MESSAGE));
+    EXPECT_EQ(nullptr, radPairNext(members[2]));
+}
+
+TEST_F(PairTest, RemoveUnlinksAtEveryPlace) {
+    for (size_t place = 0; place < 3; ++place) {
+        RadPair *list = makeList();
+        auto members = membersOf(list);
+        const PairList removed(members[place]);
+        EXPECT_EQ(0, radPairRemove(&list, removed.get()));
+        const PairList owner(list);
+        EXPECT_EQ(nullptr, removed->next);
+        members.erase(members.begin() + static_cast<std::ptrdiff_t>(place));
+        EXPECT_EQ(members, membersOf(list));
+    }
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, RemoveOfTheOnlyPairLeavesTheEmptyList) {
+    const PairList pair = makePair(RAD_ATTR_STATE, "only");
+    RadPair *list = pair.get();
+    EXPECT_EQ(0, radPairRemove(&list, pair.get()));
+    EXPECT_EQ(nullptr, list);
+    EXPECT_STREQ("only", pair->strValue);
+}
+
+TEST_F(PairTest, RemoveOfWhatIsNotInTheListChangesNothing) {
+    RadPair *list = makeList();
+    const PairList owner(list);
+    const auto before = membersOf(list);
+    const PairList stranger(makeList());
+    const auto strangers = membersOf(stranger.get());
+    RadPair *empty = nullptr;
+    EXPECT_EQ(-1, radPairRemove(&list, strangers[0]));
+    EXPECT_EQ(-1, radPairRemove(&list, nullptr));
+    EXPECT_EQ(-1, radPairRemove(nullptr, strangers[0]));
+    EXPECT_EQ(-1, radPairRemove(&empty, strangers[0]));
+    EXPECT_EQ(before, membersOf(list));
+    EXPECT_EQ(strangers, membersOf(stranger.get()));
+    EXPECT_EQ(nullptr, empty);
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, DeleteTakesOnlyTheFirst) {
+    RadPair *list = makeList();
+    const auto before = membersOf(list);
+    const size_t blocks = liveBlocks();
+    EXPECT_EQ(0, radPairDelete(&list, RAD_ATTR_STATE));
+    EXPECT_EQ(blocks - 1, liveBlocks());
+    EXPECT_THAT(membersOf(list), ElementsAre(before[0], before[2]));
+    EXPECT_STREQ("second", list->next->strValue);
+    EXPECT_EQ(0, radPairDelete(&list, RAD_ATTR_USER_NAME));
+    EXPECT_EQ(before[2], list);
+    EXPECT_EQ(-1, radPairDelete(&list, RAD_ATTR_USER_NAME));
+    EXPECT_EQ(0, radPairDelete(&list, RAD_ATTR_STATE));
+    EXPECT_EQ(nullptr, list);
+    EXPECT_EQ(-1, radPairDelete(&list, RAD_ATTR_STATE));
+    EXPECT_EQ(-1, radPairDelete(nullptr, RAD_ATTR_STATE));
+    EXPECT_EQ(blocks - 3, liveBlocks());
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, DupCopiesTheWholeRecordButItsPlace) {
+    const PairList list(makeList());
+    RadPair *middle = list->next;
+    const PairList copy(radPairDup(middle));
+    ASSERT_NE(nullptr, copy);
+    EXPECT_EQ(nullptr, copy->next);
+    RadPair expected = *middle;
+    expected.next = nullptr;
+    EXPECT_BYTES_EQ(octetsOf(expected), octetsOf(*copy));
+    EXPECT_EQ(3U, membersOf(list.get()).size());
+}
+
+TEST_F(PairTest, DupTakesTheBufferBehindTheValueToo) {
+    const PairList pair(radPairNew(RAD_ATTR_STATE, counting(253).data(), 253));
+    ASSERT_EQ(0, radPairAssign(pair.get(), "x", 1));
+    const PairList copy(radPairDup(pair.get()));
+    EXPECT_BYTES_EQ(octetsOf(*pair), octetsOf(*copy));
+}
+
+TEST_F(PairTest, DupReportsExhaustedMemorySilently) {
+    const PairList pair = makePair(RAD_ATTR_STATE, "x");
+    failAllocation(1);
+    EXPECT_EQ(nullptr, radPairDup(pair.get()));
+    stopFailing();
+    EXPECT_TRUE(allocationFailed());
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, ListFreeFreesFromTheGivenPairOn) {
+    RadPair *list = makeList();
+    const size_t blocks = liveBlocks();
+    RadPair *rest = std::exchange(list->next, nullptr);
+    radPairListFree(rest);
+    EXPECT_EQ(blocks - 2, liveBlocks());
+    radPairListFree(list);
+    EXPECT_EQ(blocks - 3, liveBlocks());
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace lanyard::test
