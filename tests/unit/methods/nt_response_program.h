@@ -1,0 +1,105 @@
+// The NT-Response program of the device and the random source of Peer-Challenges, in tests.
+//
+//     const InstalledProgram program(root);            // the real one, as a child process
+//
+//     StandInProgram program(root, answering(bytes));  // a function in its place, which is fast
+//     EXPECT_EQ("wonderland", program.call(0).password);
+//
+//     StandInRandom random({peerChallenge});           // what /dev/urandom yields, one after another
+//     EXPECT_EQ(1U, random.draws());
+//
+// The test program itself defines palCmdExecArgv() and palOpen(); without one of these objects they
+// hand on to the OS layer's. One object of a kind may be there at a time.
+#ifndef LANYARD_TESTS_UNIT_METHODS_NT_RESPONSE_PROGRAM_H
+#define LANYARD_TESTS_UNIT_METHODS_NT_RESPONSE_PROGRAM_H
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/support/bytes.h"
+#include "tests/support/temporary_root.h"
+
+namespace lanyard::test {
+
+// Where the device has the program.
+inline constexpr const char *kNtResponseProgram = "/nexa2.0/bin/orvane_getNTResponse";
+
+// The program of this build, installed below a root folder, which its processes share. The folder
+// gets a /tmp as well.
+class InstalledProgram {
+  public:
+    explicit InstalledProgram(const TemporaryRoot &root);
+    InstalledProgram(const InstalledProgram &) = delete;
+    InstalledProgram &operator=(const InstalledProgram &) = delete;
+    ~InstalledProgram();
+};
+
+class StandInProgram {
+  public:
+    // One run of the program: its whole argument vector, and what the arguments mean.
+    struct Call {
+        std::vector<std::string> arguments;
+        std::string password;
+        Bytes challenge;
+        std::string file;
+        int reserved1 = 0;
+        int reserved2 = 0;
+    };
+
+    // What the program does: writes its file, or not, and yields what palCmdExecArgv() does.
+    using Run = std::function<int(const TemporaryRoot &root, const Call &call)>;
+
+    StandInProgram(const TemporaryRoot &root, Run run);
+    StandInProgram(const StandInProgram &) = delete;
+    StandInProgram &operator=(const StandInProgram &) = delete;
+    ~StandInProgram();
+
+    [[nodiscard]] size_t callCount() const { return calls_.size(); }
+    // The index-th run; an empty one with a failed test when there are not that many.
+    [[nodiscard]] Call call(size_t index) const;
+    void replace(Run run) { run_ = std::move(run); }
+
+    // Called by the function that stands in for the OS layer's.
+    int run(char *const argv[], int reserved1, int reserved2);
+
+  private:
+    const TemporaryRoot &root_;
+    Run run_;
+    std::vector<Call> calls_;
+};
+
+// An NT-Response with 24 different octets, for programs that need not compute one.
+Bytes ntResponse();
+
+// A program that writes these octets and succeeds.
+StandInProgram::Run answering(const Bytes &content);
+// One that writes nothing and ends with that result.
+StandInProgram::Run endingWith(int result);
+
+class StandInRandom {
+  public:
+    // Behind the last of the challenges there is none: /dev/urandom cannot be opened.
+    explicit StandInRandom(std::vector<Bytes> challenges);
+    StandInRandom(const StandInRandom &) = delete;
+    StandInRandom &operator=(const StandInRandom &) = delete;
+    ~StandInRandom();
+
+    // How often it was asked, in vain included.
+    [[nodiscard]] size_t draws() const { return draws_; }
+
+    // Called by the function that stands in for the OS layer's.
+    int open(int flags);
+
+  private:
+    std::vector<Bytes> challenges_;
+    size_t draws_ = 0;
+};
+
+// How many descriptors the process has open.
+long openDescriptors();
+
+}  // namespace lanyard::test
+
+#endif
