@@ -1,0 +1,70 @@
+/**
+ * @file
+ * Accounting records against the real server: what arrives is what it writes down.
+ */
+#include <gmock/gmock.h>
+#include <tuple>
+
+#include <lanyard/radius/methods.h>
+
+#include "tests/interop/fixture.h"
+
+namespace lanyard::test {
+namespace {
+
+using testing::HasSubstr;
+
+class Accounting : public Interop {
+  protected:
+    static std::string servers(const std::string &secret) {
+        return "authserver " + entry(server().authPort()) + "\nacctserver " +
+               entry(server().acctPort(), secret) + "\n";
+    }
+};
+
+class AccountingStatus : public Accounting,
+                         public testing::WithParamInterface<std::tuple<uint32_t, const char *>> {};
+
+TEST_P(AccountingStatus, IsRecordedByTheServer) {
+    const uint32_t status = std::get<0>(GetParam());
+    const std::string name = std::get<1>(GetParam());
+    configure(servers(server().secret()));
+    const size_t before = server().accountingRecords().size();
+    int result = -2;
+    const Written written = capture([&] { result = radAcct(status); });
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(written.out, "RADIUS Accounting Exchange OK\n");
+    EXPECT_EQ(written.err, "");
+    const std::string record = server().accountingRecords().substr(before);
+    EXPECT_EQ(occurrences(record, "Acct-Status-Type = "), 1);
+    EXPECT_THAT(record, HasSubstr("Acct-Status-Type = " + name + "\n"));
+    EXPECT_EQ(occurrences(record, "NAS-IP-Address = "), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, AccountingStatus,
+                         testing::Values(std::tuple{1U, "Start"}, std::tuple{2U, "Stop"},
+                                         std::tuple{7U, "Accounting-On"},
+                                         std::tuple{8U, "Accounting-Off"},
+                                         std::tuple{4711U, "4711"}));
+
+TEST_F(Accounting, WrongSharedSecretMeetsSilence) {
+    configure(servers("not-the-secret"));
+    const std::string before = server().accountingRecords();
+    int result = -2;
+    const Written written = capture([&] { result = radAcct(7); });
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(written.out, "");
+    EXPECT_THAT(written.err, HasSubstr("RADIUS Accounting Exchange Failed"));
+    EXPECT_EQ(server().accountingRecords(), before);
+}
+
+TEST_F(Accounting, NeedsAnAccountingServer) {
+    configure("authserver " + entry(server().authPort()) + "\n");
+    int result = -2;
+    const Written written = capture([&] { result = radAcct(7); });
+    EXPECT_EQ(result, -1);
+    EXPECT_THAT(written.err, HasSubstr("RADIUS is not configured properly"));
+}
+
+}  // namespace
+}  // namespace lanyard::test

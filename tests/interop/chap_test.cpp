@@ -1,0 +1,133 @@
+/**
+ * @file
+ * CHAP logins against the real server.
+ */
+#include <array>
+#include <cstring>
+#include <gmock/gmock.h>
+
+#include <lanyard/radius/methods.h>
+
+#include "tests/interop/fixture.h"
+
+namespace lanyard::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char *kLongPassword = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKL";
+constexpr int kUntouched = 4711;
+
+/** A challenge, and the response to it that a password makes. */
+struct Exchange {
+    explicit Exchange(const char *password) {
+        for (size_t i = 0; i < challenge.size(); i++) {
+            challenge[i] = static_cast<uint8_t>(0xf0 + i);
+        }
+        EXPECT_EQ(radChapRespMake(response.data(), reinterpret_cast<const uint8_t *>(password),
+                                  static_cast<int>(std::strlen(password)), challenge.data()),
+                  RAD_CHAP_RESPONSE_SIZE);
+    }
+
+    std::array<uint8_t, RAD_CHAP_CHALLENGE_SIZE> challenge = {};
+    std::array<uint8_t, RAD_CHAP_RESPONSE_SIZE> response = {};
+};
+
+class Chap : public Interop {
+  protected:
+    void SetUp() override {
+        Interop::SetUp();
+        configure("authserver " + entry(server().authPort()) + "\n");
+    }
+
+    static int login(const char *userName, const Exchange &exchange) {
+        return radChapAuth(userName, exchange.response.data(), RAD_CHAP_RESPONSE_SIZE,
+                           exchange.challenge.data(), RAD_CHAP_CHALLENGE_SIZE);
+    }
+
+    static int login(const char *userName, const Exchange &exchange, int *idle, int *session) {
+        return radChapAuthAndGetAttributes(userName, exchange.response.data(),
+                                           RAD_CHAP_RESPONSE_SIZE, exchange.challenge.data(),
+                                           RAD_CHAP_CHALLENGE_SIZE, idle, session);
+    }
+};
+
+TEST_F(Chap, RightPasswordIsAcceptedAndTheReplyShown) {
+    int result = -2;
+    const Written written = capture([&] { result = login("alice", Exchange("wonderland")); });
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(written.out,
+              "\"alice\" RADIUS Authentication OK\n"
+              "Attributes Received: \n"
+              "Reply-Message: Welcome, alice\n");
+    EXPECT_EQ(written.err, "");
+}
+
+TEST_F(Chap, WrongPasswordIsRefused) {
+    int result = -2;
+    const Written written = capture([&] { result = login("alice", Exchange("wonderlanD")); });
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(written.out, "");
+    EXPECT_THAT(written.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
+}
+
+TEST_F(Chap, ResponseToAnotherChallengeIsRefused) {
+    Exchange exchange("wonderland");
+    exchange.challenge[15] ^= 1;
+    int result = -2;
+    capture([&] { result = login("alice", exchange); });
+    EXPECT_EQ(result, -1);
+}
+
+TEST_F(Chap, ServerSeesTheRequestAsItWasMeant) {
+    capture([] { login("alice", Exchange("wonderland")); });
+    const std::string request = lastRequest();
+    EXPECT_THAT(request, HasSubstr("User-Name = \"alice\"\n"));
+    EXPECT_THAT(request, HasSubstr("CHAP-Password = 0x"));
+    EXPECT_THAT(request, HasSubstr("CHAP-Challenge = 0xf0f1f2f3f4f5f6f7f8f9fafbfcfdfeff\n"));
+    EXPECT_THAT(request, HasSubstr("Service-Type = Authenticate-Only\n"));
+    EXPECT_THAT(request, HasSubstr("NAS-IP-Address = "));
+    EXPECT_THAT(request, HasSubstr("Message-Authenticator = 0x"));
+    EXPECT_THAT(request, Not(HasSubstr("User-Password")));
+}
+
+TEST_F(Chap, PasswordOf48CharactersCountsToItsLastOne) {
+    const std::string password = kLongPassword;
+    int whole = -2;
+    int cut = -2;
+    capture([&] {
+        whole = login("bob", Exchange(password.c_str()));
+        cut = login("bob", Exchange(password.substr(0, password.size() - 1).c_str()));
+    });
+    EXPECT_EQ(whole, 0);
+    EXPECT_EQ(cut, -1);
+}
+
+TEST_F(Chap, LimitsComeBackInMinutesRoundedUp) {
+    int idle = kUntouched;
+    int session = kUntouched;
+    int result = -2;
+    const Written written =
+        capture([&] { result = login("alice", Exchange("wonderland"), &idle, &session); });
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(written.out, "Reply-Message: Welcome, alice\n");
+    EXPECT_EQ(written.err, "");
+    EXPECT_EQ(idle, 10);      // 600 s
+    EXPECT_EQ(session, 121);  // 7201 s
+}
+
+TEST_F(Chap, LimitsOfARefusalStayUntouched) {
+    int idle = kUntouched;
+    int session = kUntouched;
+    int result = -2;
+    const Written written =
+        capture([&] { result = login("alice", Exchange("wrong"), &idle, &session); });
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(written.out + written.err, "");
+    EXPECT_EQ(idle, kUntouched);
+    EXPECT_EQ(session, kUntouched);
+}
+
+}  // namespace
+}  // namespace lanyard::test

@@ -1,0 +1,80 @@
+/**
+ * @file
+ * What the tests against the real server start from: one server for all tests of a suite, and for
+ * each test a device of its own, whose fixed paths lie in a temporary folder.
+ */
+#ifndef LANYARD_TESTS_INTEROP_FIXTURE_H
+#define LANYARD_TESTS_INTEROP_FIXTURE_H
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+
+#include "tests/interop/real_server.h"
+#include "tests/interop/scratch_folder.h"
+
+namespace lanyard::test {
+
+/** A UDP port of 127.0.0.1 that takes packets and never answers. */
+class SilentServer {
+  public:
+    SilentServer();
+    ~SilentServer();
+    SilentServer(const SilentServer &) = delete;
+    SilentServer &operator=(const SilentServer &) = delete;
+    SilentServer(SilentServer &&) = delete;
+    SilentServer &operator=(SilentServer &&) = delete;
+
+    [[nodiscard]] uint16_t port() const { return port_; }
+    /** Number of packets that came in since the last call. */
+    [[nodiscard]] int packets() const;
+
+  private:
+    int socket_ = -1;
+    uint16_t port_ = 0;
+};
+
+class Interop : public testing::Test {
+  protected:
+    static void SetUpTestSuite();
+    static void TearDownTestSuite();
+    void SetUp() override;
+    void TearDown() override;
+
+    /** Writes the configuration file of the device. */
+    void writeConfiguration(const std::string &text) const;
+    /** Writes it and starts the library with it. */
+    void configure(const std::string &text) const;
+    /** Installs the NT-Response program where the device has it, with the folder for its files;
+     * programs that this process starts share the device from then on. */
+    void installNtResponse() const;
+
+    static RealServer &server() { return *server_; }
+    /** @return entry of a server list: one second, no retries. */
+    static std::string entry(uint16_t port, const std::string &secret);
+    static std::string entry(uint16_t port) { return entry(port, server().secret()); }
+
+    /** @return the newest Access-Request that the server took, as text. */
+    static std::string lastRequest();
+
+    [[nodiscard]] const ScratchFolder &root() const { return root_; }
+
+    /** @return what a piece of code wrote to standard output and standard error. */
+    struct Written {
+        std::string out;
+        std::string err;
+    };
+    static Written capture(const std::function<void()> &code);
+
+  private:
+    static std::unique_ptr<RealServer> server_;
+    ScratchFolder root_;
+};
+
+/** @return how often a text stands in another. */
+int occurrences(const std::string &text, const std::string &part);
+
+}  // namespace lanyard::test
+
+#endif

@@ -1,0 +1,270 @@
+/**
+ * @file
+ * MS-CHAP and MS-CHAPv2 logins against the real server, with the NT-Response program of this build.
+ */
+#include <array>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <openssl/md4.h>
+#include <openssl/sha.h>
+#include <string_view>
+#include <vector>
+
+#include <lanyard/radius/attr.h>
+#include <lanyard/radius/engine.h>
+#include <lanyard/radius/frame.h>
+#include <lanyard/radius/methods.h>
+#include <palcore.h>
+
+#include "tests/interop/fixture.h"
+
+namespace lanyard::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char *kLongPassword = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKL";
+constexpr uint32_t kUntouched = 4711;
+constexpr size_t kKeySize = 16;
+
+using Octets = std::vector<uint8_t>;
+
+class Mschap : public Interop {
+  protected:
+    void SetUp() override {
+        Interop::SetUp();
+        installNtResponse();
+        configure("authserver " + entry(server().authPort()) + "\n");
+    }
+
+    void TearDown() override {
+        radOptionSet(RAD_OPTION_STANDARD_SHA1, 0);
+        Interop::TearDown();
+    }
+
+    struct Login {
+        int result = -2;
+        Written written;
+        uint32_t idle = kUntouched;
+        uint32_t session = kUntouched;
+    };
+
+    template <typename Method>
+    static Login login(Method method, const char *userName, const char *password) {
+        Login outcome;
+        outcome.written = capture([&] { outcome.result = method(userName, password); });
+        return outcome;
+    }
+
+    template <typename Method>
+    static Login loginForLimits(Method method, const char *userName, const char *password) {
+        Login outcome;
+        outcome.written = capture(
+            [&] { outcome.result = method(userName, password, &outcome.idle, &outcome.session); });
+        return outcome;
+    }
+
+    static void expectAccepted(const Login &outcome) {
+        EXPECT_EQ(outcome.result, 0);
+        EXPECT_EQ(outcome.written.out, "\"alice\" RADIUS Authentication OK\n");
+        EXPECT_EQ(outcome.written.err, "");
+    }
+
+    static void expectRefused(const Login &outcome) {
+        EXPECT_EQ(outcome.result, -1);
+        EXPECT_EQ(outcome.written.out, "");
+        EXPECT_THAT(outcome.written.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
+        EXPECT_EQ(occurrences(outcome.written.err, "\n"), 1) << outcome.written.err;
+    }
+};
+
+// --- MS-CHAP --------------------------------------------------------------------------------------
+
+TEST_F(Mschap, RightPasswordIsAccepted) {
+    expectAccepted(login(radMschap, "alice", "wonderland"));
+}
+
+TEST_F(Mschap, WrongPasswordIsRefused) {
+    expectRefused(login(radMschap, "alice", "wonderlanD"));
+}
+
+TEST_F(Mschap, ServerSeesTheRequestAsItWasMeant) {
+    login(radMschap, "alice", "wonderland");
+    const std::string request = lastRequest();
+    EXPECT_THAT(request, HasSubstr("User-Name = \"alice\"\n"));
+    EXPECT_THAT(request, HasSubstr("MS-CHAP-Challenge = 0x0101010101010101\n"));
+    EXPECT_THAT(request, HasSubstr("MS-CHAP-Response = 0xb901" + std::string(48, '0') +
+                                   "3d445f7365d559a2a4499abdd24bd417f0944984824c51b2\n"));
+    EXPECT_THAT(request, HasSubstr("Service-Type = Authenticate-Only\n"));
+    EXPECT_THAT(request, HasSubstr("Message-Authenticator = 0x"));
+    EXPECT_THAT(request, Not(HasSubstr("User-Password")));
+}
+
+TEST_F(Mschap, PasswordsAreUtf8OfAnyLength) {
+    EXPECT_EQ(login(radMschap, "dave", "p\u00e4ssw\u00f6rd\u20ac").result, 0);
+    EXPECT_EQ(login(radMschap, "dave", "passw\u00f6rd\u20ac").result, -1);
+    EXPECT_EQ(login(radMschap, "bob", kLongPassword).result, 0);
+}
+
+TEST_F(Mschap, WithoutTheProgramTheServerRefuses) {
+    std::filesystem::remove_all(root().path() / "nexa2.0");
+    expectRefused(login(radMschap, "alice", "wonderland"));
+    EXPECT_THAT(lastRequest(), HasSubstr("MS-CHAP-Response = 0xb901" + std::string(96, '0')));
+}
+
+TEST_F(Mschap, LimitsComeBackInMinutesRoundedUp) {
+    const Login outcome = loginForLimits(radMschapAndGetAttributes, "alice", "wonderland");
+    EXPECT_EQ(outcome.result, 0);
+    EXPECT_THAT(outcome.written.out, HasSubstr("Reply-Message: Welcome, alice\n"));
+    EXPECT_EQ(outcome.written.err, "");
+    EXPECT_EQ(outcome.idle, 10U);      // 600 s
+    EXPECT_EQ(outcome.session, 121U);  // 7201 s
+}
+
+TEST_F(Mschap, NothingIsLeftInTheFolderOfTheProgram) {
+    login(radMschap, "alice", "wonderland");
+    login(radMschap, "alice", "wrong");
+    EXPECT_TRUE(std::filesystem::is_empty(root().path() / "tmp"));
+}
+
+// --- MS-CHAPv2 ------------------------------------------------------------------------------------
+
+TEST_F(Mschap, Version2IsRefusedWithTheOwnSha1) {
+    expectRefused(login(radMschapv2, "alice", "wonderland"));
+    EXPECT_THAT(lastRequest(), HasSubstr("MS-CHAP2-Response = 0xb900"));
+}
+
+TEST_F(Mschap, Version2IsAcceptedWithThePublishedSha1) {
+    radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
+    expectAccepted(login(radMschapv2, "alice", "wonderland"));
+    const std::string request = lastRequest();
+    EXPECT_THAT(request, HasSubstr("User-Name = \"alice\"\n"));
+    EXPECT_THAT(request, HasSubstr("MS-CHAP-Challenge = 0x01010101010101010101010101010101\n"));
+    EXPECT_THAT(request, HasSubstr("MS-CHAP2-Response = 0xb900"));
+    EXPECT_THAT(request, HasSubstr("Service-Type = Authenticate-Only\n"));
+    EXPECT_THAT(request, Not(HasSubstr("User-Password")));
+}
+
+TEST_F(Mschap, Version2RefusesAWrongPasswordEitherWay) {
+    expectRefused(login(radMschapv2, "alice", "wonderlanD"));
+    radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
+    expectRefused(login(radMschapv2, "alice", "wonderlanD"));
+}
+
+TEST_F(Mschap, Version2AcceptsEveryTime) {
+    radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
+    for (int logins = 0; logins < 20; logins++) {
+        expectAccepted(login(radMschapv2, "alice", "wonderland"));
+    }
+}
+
+TEST_F(Mschap, LimitsOfVersion2ComeBackInMinutesRoundedUp) {
+    const Login refused = loginForLimits(radMschapv2AndGetAttributes, "alice", "wonderland");
+    EXPECT_EQ(refused.result, -1);
+    EXPECT_EQ(refused.idle, kUntouched);
+    EXPECT_EQ(refused.session, kUntouched);
+
+    radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
+    const Login outcome = loginForLimits(radMschapv2AndGetAttributes, "alice", "wonderland");
+    EXPECT_EQ(outcome.result, 0);
+    EXPECT_THAT(outcome.written.out, HasSubstr("Reply-Message: Welcome, alice\n"));
+    EXPECT_EQ(outcome.written.err, "");
+    EXPECT_EQ(outcome.idle, 10U);
+    EXPECT_EQ(outcome.session, 121U);
+}
+
+// --- The keys of an accept (RFC 3079 section 3) ---------------------------------------------------
+
+// MD4 of the UTF-16 of "wonderland".
+constexpr std::array<uint8_t, MD4_DIGEST_LENGTH> kPasswordHash = {
+    0x3e, 0x05, 0x7c, 0xd1, 0x23, 0x20, 0x5a, 0xa1, 0x68, 0xaf, 0x5f, 0x12, 0x17, 0x16, 0xb3, 0x35};
+constexpr std::string_view kMasterKeyMagic = "This is the MPPE Master Key";
+constexpr std::string_view kSendKeyMagic =
+    "On the client side, this is the receive key; on the server side, it is the send key.";
+constexpr std::string_view kRecvKeyMagic =
+    "On the client side, this is the send key; on the server side, it is the receive key.";
+
+void append(Octets &octets, std::string_view text) {
+    octets.insert(octets.end(), text.begin(), text.end());
+}
+
+/** @return the first 16 octets of the published SHA-1. */
+Octets sha1Key(const Octets &octets) {
+    Octets digest(SHA_DIGEST_LENGTH);
+    SHA1(octets.data(), octets.size(), digest.data());
+    digest.resize(kKeySize);
+    return digest;
+}
+
+Octets masterKey(const Octets &ntResponse) {
+    Octets octets(MD4_DIGEST_LENGTH);
+    MD4(kPasswordHash.data(), kPasswordHash.size(), octets.data());
+    octets.insert(octets.end(), ntResponse.begin(), ntResponse.end());
+    append(octets, kMasterKeyMagic);
+    return sha1Key(octets);
+}
+
+Octets startKey(Octets octets, std::string_view magic) {
+    octets.insert(octets.end(), 40, 0x00);
+    append(octets, magic);
+    octets.insert(octets.end(), 40, 0xf2);
+    return sha1Key(octets);
+}
+
+/** @return the key of a reply: length octet and padding are taken off. */
+Octets keyOf(RadPair *reply, int type) {
+    Octets key;
+    int keys = 0;
+    for (RadPair *pair = radPairGet(reply, RAD_ATTR_VENDOR_SPECIFIC); pair != nullptr;
+         pair = radPairGet(radPairNext(pair), RAD_ATTR_VENDOR_SPECIFIC)) {
+        uint8_t *data = nullptr;
+        if (radVendorAttrGet(pair, RAD_VENDOR_MICROSOFT, type, &data) == 0) {
+            // The value is one of 6 octets and the data; the key's length stands in front of it.
+            EXPECT_LE(6U + 1 + data[0], pair->numValue);
+            key.assign(data + 1, data + 1 + data[0]);
+            palMemPartFree(radMemPartId, data);
+            keys++;
+        }
+    }
+    EXPECT_EQ(keys, 1) << "of type " << type;
+    return key;
+}
+
+void addVendor(RadPair **request, int type, const Octets &data) {
+    std::array<uint8_t, RAD_VALUE_MAX> value{};
+    const int length = radVendorMessagePack(value.data(), RAD_VENDOR_MICROSOFT, type, data.data(),
+                                            static_cast<int>(data.size()));
+    ASSERT_GT(length, 0);
+    ASSERT_NE(radPairAdd(request, RAD_ATTR_VENDOR_SPECIFIC, value.data(), length), nullptr);
+}
+
+TEST_F(Mschap, KeysOfAnAcceptAreThoseThatThePasswordMakes) {
+    radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
+    const Octets authenticatorChallenge(16, 1);
+    Octets peerChallenge(16);
+    Octets ntResponse(24);
+    ASSERT_EQ(generateMschapv2Response(ntResponse.data(), peerChallenge.data(), "alice",
+                                       "wonderland", authenticatorChallenge.data()),
+              0);
+    Octets response = {0, 0};
+    response.insert(response.end(), peerChallenge.begin(), peerChallenge.end());
+    response.insert(response.end(), 8, 0);
+    response.insert(response.end(), ntResponse.begin(), ntResponse.end());
+
+    RadPair *request = nullptr;
+    ASSERT_NE(radPairAdd(&request, RAD_ATTR_USER_NAME, "alice", 0), nullptr);
+    addVendor(&request, RAD_MS_CHAP_CHALLENGE, authenticatorChallenge);
+    addVendor(&request, RAD_MS_CHAP2_RESPONSE, response);
+    RadPair *reply = nullptr;
+    EXPECT_EQ(radBuildAndSendReq(RAD_CODE_ACCESS_REQUEST, request, &reply), RAD_CODE_ACCESS_ACCEPT);
+
+    const Octets master = masterKey(ntResponse);
+    EXPECT_EQ(keyOf(reply, RAD_MS_MPPE_SEND_KEY), startKey(master, kSendKeyMagic));
+    EXPECT_EQ(keyOf(reply, RAD_MS_MPPE_RECV_KEY), startKey(master, kRecvKeyMagic));
+    radPairListFree(reply);
+    radPairListFree(request);
+}
+
+}  // namespace
+}  // namespace lanyard::test

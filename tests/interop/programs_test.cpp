@@ -1,0 +1,383 @@
+/**
+ * @file
+ * The command-line programs, as a person or a script meets them: exit status and output.
+ */
+#include <algorithm>
+#include <filesystem>
+#include <gmock/gmock.h>
+
+#include "tests/interop/child_process.h"
+#include "tests/interop/fixture.h"
+
+namespace lanyard::test {
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+class Programs : public Interop {
+  protected:
+    void SetUp() override {
+        Interop::SetUp();
+        writeConfiguration("authserver " + entry(server().authPort()) + "\nacctserver " +
+                           entry(server().acctPort()) + "\n");
+    }
+
+    /** Runs a program of this build; whatever it does, it shows no secret and no sanitizer speaks
+     * up. */
+    [[nodiscard]] ProgramResult run(const std::string &program,
+                                    const std::vector<std::string> &arguments) const {
+        std::vector<std::string> command = {path(program)};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        ProgramResult result = runProgram(command, {"PAL_ROOT=" + root().path().string()});
+        EXPECT_THAT(result.out, Not(HasSubstr(server().secret())));
+        EXPECT_THAT(result.err, Not(HasSubstr(server().secret())));
+        EXPECT_THAT(result.out + result.err, Not(HasSubstr("wonderland")));
+        EXPECT_THAT(result.err, Not(HasSubstr("Sanitizer")));
+        EXPECT_THAT(result.err, Not(HasSubstr("runtime error")));
+        return result;
+    }
+
+    static std::string path(const std::string &program) {
+        return std::string(LANYARD_PROGRAMS) + "/" + program;
+    }
+
+    static std::string address(uint16_t port) { return "127.0.0.1:" + std::to_string(port); }
+
+    static std::string usage(const std::string &program) {
+        return "Usage: " + path(program) + " [-v] [ -f confFile] <username> <password>\n";
+    }
+};
+
+TEST_F(Programs, RadauthAcceptsTheRightPassword) {
+    const ProgramResult result = run("radauth", {"alice", "wonderland"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out,
+              "\"alice\" RADIUS Authentication OK\n"
+              "Attributes Received: \n"
+              "Reply-Message: Welcome, alice\n");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(Programs, RadauthRefusesTheWrongOneInOneLine) {
+    const ProgramResult result = run("radauth", {"alice", "wrong"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
+    EXPECT_EQ(occurrences(result.err, "\n"), 1) << result.err;
+}
+
+TEST_F(Programs, RadauthReadsAnotherFileAndTakesV) {
+    root().write("elsewhere/other.conf", "authserver " + entry(server().signedPort()) + "\n");
+    const ProgramResult result =
+        run("radauth", {"-v", "-f", "/elsewhere/other.conf", "alice", "wonderland"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.out, HasSubstr("Message-Authenticator: 0x"));
+}
+
+TEST_F(Programs, RadauthExplainsItself) {
+    const ProgramResult none = run("radauth", {});
+    EXPECT_EQ(none.status, 1);
+    EXPECT_EQ(none.out, usage("radauth"));
+
+    const ProgramResult one = run("radauth", {"alice"});
+    EXPECT_EQ(one.status, 1);
+    EXPECT_EQ(one.out, usage("radauth"));
+
+    const ProgramResult unknown = run("radauth", {"-x", "alice", "wonderful"});
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_EQ(unknown.out, usage("radauth"));
+}
+
+TEST_F(Programs, RadauthWithoutUserOrPasswordBehindTheOptionsFails) {
+    const ProgramResult neither = run("radauth", {"-f", "/var/radius.conf"});
+    EXPECT_EQ(neither.status, 1);
+    EXPECT_THAT(neither.out + neither.err, Not(IsEmpty()));
+
+    const ProgramResult noPassword = run("radauth", {"-f", "/var/radius.conf", "alice"});
+    EXPECT_EQ(noPassword.status, 1);
+    EXPECT_THAT(noPassword.out + noPassword.err, Not(IsEmpty()));
+
+    const ProgramResult noFile = run("radauth", {"alice", "wonderful", "-f"});
+    EXPECT_EQ(noFile.status, 1);
+    EXPECT_THAT(noFile.out + noFile.err, Not(IsEmpty()));
+}
+
+TEST_F(Programs, RadauthRefusesNamesAndPasswordsThatAreTooLong) {
+    const ProgramResult name = run("radauth", {std::string(65, 'n'), "password"});
+    EXPECT_EQ(name.status, 1);
+    EXPECT_THAT(name.err, HasSubstr("Invalid username or password"));
+
+    const ProgramResult password = run("radauth", {"alice", std::string(49, 'p')});
+    EXPECT_EQ(password.status, 1);
+    EXPECT_THAT(password.err, HasSubstr("Invalid username or password"));
+    EXPECT_THAT(password.err, Not(HasSubstr("ppp")));
+}
+
+TEST_F(Programs, MissingFileIsReported) {
+    for (const char *program : {"radauth", "radauth-all", "radauth-portal"}) {
+        const ProgramResult result = run(program, {"-f", "/var/none.conf", "alice", "wonderland"});
+        EXPECT_EQ(result.status, 1) << program;
+        EXPECT_THAT(result.err,
+                    HasSubstr("radConfigure: can't open /var/none.conf: No such file or directory"))
+            << program;
+    }
+    const ProgramResult result = run("radacct", {"-f", "/var/none.conf", "-s", "7"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("can't open /var/none.conf"));
+}
+
+TEST_F(Programs, BrokenFileIsReportedWithItsLine) {
+    writeConfiguration("# The servers.\nauthserver " + entry(server().authPort()) +
+                       "\n\nTimeout 3\n");
+    for (const char *program : {"radauth", "radauth-all", "radauth-portal"}) {
+        const ProgramResult result = run(program, {"alice", "wonderland"});
+        EXPECT_EQ(result.status, 1) << program;
+        EXPECT_THAT(result.err, HasSubstr("radConfigure: /var/radius.conf: line 4: "
+                                          "unrecognized keyword: Timeout"))
+            << program;
+    }
+    const ProgramResult result = run("radacct", {"-s", "7"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("line 4: unrecognized keyword: Timeout"));
+}
+
+TEST_F(Programs, FileWithoutServersIsReported) {
+    writeConfiguration("timeout 3\n");
+    const ProgramResult result = run("radauth", {"alice", "wonderland"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("radConfAssert: No AuthServer Specified"));
+}
+
+TEST_F(Programs, RadauthAllShowsEveryServerBehindTheLastReply) {
+    const SilentServer silent;
+    writeConfiguration("authserver " + entry(server().signedPort()) + ", " + entry(silent.port()) +
+                       ", " + entry(server().authPort()) + "\n");
+    const std::string first = "1 " + address(server().signedPort());
+    const std::string second = "2 " + address(silent.port());
+    const std::string third = "3 " + address(server().authPort());
+
+    const ProgramResult right = run("radauth-all", {"alice", "wonderland"});
+    EXPECT_EQ(right.status, 0);
+    EXPECT_EQ(right.out, "Reply-Message: Welcome, alice\n" + first + " Access-Accept\n" + second +
+                             " no valid reply\n" + third + " Access-Accept\n");
+
+    const ProgramResult wrong = run("radauth-all", {"alice", "wrong"});
+    EXPECT_EQ(wrong.status, 1);
+    EXPECT_EQ(wrong.out, first + " Access-Reject\n" + second + " no valid reply\n" + third +
+                             " Access-Reject\n");
+}
+
+TEST_F(Programs, RadauthAllSaysWhenNobodyWasAsked) {
+    const ProgramResult none = run("radauth-all", {});
+    EXPECT_EQ(none.status, 1);
+    EXPECT_EQ(none.out, "");
+    EXPECT_THAT(none.err, StartsWith("radauth-all: no server was asked"));
+    EXPECT_THAT(none.err, HasSubstr("Usage: radauth-all "));
+
+    const ProgramResult tooLong = run("radauth-all", {std::string(65, 'n'), "password"});
+    EXPECT_EQ(tooLong.status, 1);
+    EXPECT_EQ(tooLong.out, "1 " + address(server().authPort()) + " not asked\n");
+    EXPECT_THAT(tooLong.err, HasSubstr("no server was asked"));
+}
+
+TEST_F(Programs, RadauthPortalShowsTheLimits) {
+    const ProgramResult both = run("radauth-portal", {"alice", "wonderland"});
+    EXPECT_EQ(both.status, 0);
+    EXPECT_EQ(both.out,
+              "Attributes Received: \n"
+              "Reply-Message: Welcome, alice\n"
+              "The user is let in.\n"
+              "Idle: 10 minutes\n"
+              "Session: 121 minutes\n");
+
+    const ProgramResult one = run("radauth-portal", {"carol", "looking-glass"});
+    EXPECT_EQ(one.status, 0);
+    EXPECT_THAT(one.out, HasSubstr("Idle: not limited\nSession: 1 minute\n"));
+}
+
+TEST_F(Programs, RadauthPortalRefusesTheWrongPasswordInOneLine) {
+    const ProgramResult result = run("radauth-portal", {"alice", "wrong"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "radauth-portal: the user is not let in\n");
+}
+
+TEST_F(Programs, RadauthPortalExplainsItself) {
+    const ProgramResult none = run("radauth-portal", {});
+    EXPECT_EQ(none.status, 1);
+    EXPECT_EQ(none.out, usage("radauth-portal"));
+
+    const ProgramResult unknown = run("radauth-portal", {"-x", "alice", "wonderful"});
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_EQ(unknown.out, usage("radauth-portal"));
+}
+
+TEST_F(Programs, RadacctSendsItsStatus) {
+    const size_t before = server().accountingRecords().size();
+    const ProgramResult result = run("radacct", {"-s", "8"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "RADIUS Accounting Exchange OK\n");
+    EXPECT_EQ(result.err, "");
+    EXPECT_THAT(server().accountingRecords().substr(before),
+                HasSubstr("Acct-Status-Type = Accounting-Off\n"));
+}
+
+TEST_F(Programs, RadacctSaysWhatIsWrong) {
+    const ProgramResult unknown = run("radacct", {"-x"});
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_EQ(unknown.out, "Usage: " + path("radacct") + " [-v] [ -f confFile] [-s status]\n");
+
+    writeConfiguration("authserver " + entry(server().authPort()) + "\n");
+    const ProgramResult noServer = run("radacct", {"-s", "7"});
+    EXPECT_EQ(noServer.status, 1);
+    EXPECT_THAT(noServer.err, HasSubstr("RADIUS is not configured properly"));
+    EXPECT_THAT(noServer.err, HasSubstr("RADIUS Accounting Exchange Failed"));
+}
+
+// --- CHAP, MS-CHAP and MS-CHAPv2 -------------------------------------------------------------------
+
+/** A program of these methods, and the arguments that its method needs for a right password. */
+struct LoginProgram {
+    const char *name;
+    std::vector<std::string> options;
+    bool isPortal;
+};
+
+class LoginPrograms : public Programs, public testing::WithParamInterface<LoginProgram> {
+  protected:
+    void SetUp() override {
+        Programs::SetUp();
+        installNtResponse();
+    }
+
+    [[nodiscard]] ProgramResult login(const std::string &user, const std::string &password) const {
+        std::vector<std::string> arguments = GetParam().options;
+        arguments.push_back(user);
+        arguments.push_back(password);
+        return run(GetParam().name, arguments);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Methods, LoginPrograms,
+    testing::Values(LoginProgram{"radchap", {}, false}, LoginProgram{"radchap-portal", {}, true},
+                    LoginProgram{"radmschap", {}, false},
+                    LoginProgram{"radmschap-portal", {}, true},
+                    LoginProgram{"radmschapv2", {"--standard-sha1"}, false},
+                    LoginProgram{"radmschapv2-portal", {"--standard-sha1"}, true}),
+    [](const auto &instance) {
+        std::string name = instance.param.name;
+        std::replace(name.begin(), name.end(), '-', '_');
+        return name;
+    });
+
+TEST_P(LoginPrograms, AcceptTheRightPassword) {
+    const ProgramResult result = login("alice", "wonderland");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    if (GetParam().isPortal) {
+        EXPECT_THAT(result.out, HasSubstr("Reply-Message: Welcome, alice\n"));
+        EXPECT_THAT(result.out,
+                    EndsWith("The user is let in.\nIdle: 10 minutes\nSession: 121 minutes\n"));
+    } else {
+        EXPECT_THAT(result.out, StartsWith("\"alice\" RADIUS Authentication OK\n"));
+    }
+}
+
+TEST_P(LoginPrograms, RefuseTheWrongOneInOneLine) {
+    const ProgramResult result = login("alice", "wrong");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    if (GetParam().isPortal) {
+        EXPECT_THAT(result.err,
+                    EndsWith(std::string(GetParam().name) + ": the user is not let in\n"));
+    } else {
+        EXPECT_THAT(result.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
+        EXPECT_EQ(occurrences(result.err, "\n"), 1) << result.err;
+    }
+}
+
+TEST_P(LoginPrograms, ShowOnlyTheLimitsThatAreThere) {
+    const ProgramResult result = login("carol", "looking-glass");
+    EXPECT_EQ(result.status, 0);
+    if (GetParam().isPortal) {
+        EXPECT_THAT(result.out, EndsWith("Idle: not limited\nSession: 1 minute\n"));
+    }
+}
+
+TEST_P(LoginPrograms, ReadAnotherFile) {
+    root().write("elsewhere/other.conf", "authserver " + entry(server().signedPort()) + "\n");
+    std::filesystem::remove(root().path() / "var/radius.conf");
+    std::vector<std::string> arguments = GetParam().options;
+    for (const char *argument : {"-v", "-f", "/elsewhere/other.conf", "alice", "wonderland"}) {
+        arguments.emplace_back(argument);
+    }
+    EXPECT_EQ(run(GetParam().name, arguments).status, 0);
+}
+
+TEST_P(LoginPrograms, ExplainThemselves) {
+    const std::string program = GetParam().name;
+    for (const std::vector<std::string> &more : {std::vector<std::string>{},
+                                                 {"alice"},
+                                                 {"-x", "alice", "wonderful"},
+                                                 {"-u", "alice"},
+                                                 {"-u", "alice", "-p", "wonderful"}}) {
+        std::vector<std::string> arguments = GetParam().options;
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const ProgramResult result = run(program, arguments);
+        EXPECT_EQ(result.status, 1);
+        // The portal of CHAP tells at a level that is not shown.
+        EXPECT_THAT(result.out, program == "radchap-portal" ? "" : usage(program));
+    }
+}
+
+TEST_P(LoginPrograms, MissingFileIsReported) {
+    std::vector<std::string> arguments = GetParam().options;
+    for (const char *argument : {"-f", "/var/none.conf", "alice", "wonderland"}) {
+        arguments.emplace_back(argument);
+    }
+    const ProgramResult result = run(GetParam().name, arguments);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err,
+                HasSubstr("radConfigure: can't open /var/none.conf: No such file or directory"));
+}
+
+TEST_F(Programs, RadmschapNeedsTheNtResponseProgram) {
+    for (const char *program : {"radmschap", "radmschap-portal"}) {
+        EXPECT_EQ(run(program, {"alice", "wonderland"}).status, 1);
+    }
+    installNtResponse();
+    EXPECT_EQ(run("radmschap", {"alice", "wonderland"}).status, 0);
+}
+
+TEST_F(Programs, Radmschapv2NeedsThePublishedSha1ForAStandardServer) {
+    installNtResponse();
+    for (const char *program : {"radmschapv2", "radmschapv2-portal"}) {
+        EXPECT_EQ(run(program, {"alice", "wonderland"}).status, 1) << program;
+        EXPECT_EQ(run(program, {"--standard-sha1", "alice", "wonderland"}).status, 0) << program;
+    }
+}
+
+TEST_F(Programs, StandardSha1IsTheFirstArgumentOrNone) {
+    for (const char *program : {"radmschapv2", "radmschapv2-portal"}) {
+        for (const std::vector<std::string> &arguments :
+             {std::vector<std::string>{"-v", "--standard-sha1", "alice", "wonderful"},
+              {"alice", "wonderful", "--standard-sha1"},
+              {"--standard-sha1", "--standard-sha1", "alice", "wonderful"},
+              {"--standard-sha", "alice", "wonderful"}}) {
+            const ProgramResult result = run(program, arguments);
+            EXPECT_EQ(result.status, 1);
+            EXPECT_EQ(result.out, usage(program));
+        }
+    }
+    for (const char *program : {"radauth", "radmschap"}) {
+        EXPECT_EQ(run(program, {"--standard-sha1", "alice", "wonderful"}).out, usage(program));
+    }
+}
+
+}  // namespace
+}  // namespace lanyard::test

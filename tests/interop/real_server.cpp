@@ -1,0 +1,189 @@
+#include "tests/interop/real_server.h"
+
+#include <arpa/inet.h>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <netinet/in.h>
+#include <stdexcept>
+#include <sys/prctl.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "tests/interop/exec_texts.h"
+
+namespace lanyard::test {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char *kProgram = "/usr/sbin/freeradius";
+constexpr const char *kLog = "server.log";
+constexpr auto kStartLimit = 10s;
+constexpr auto kStopLimit = 5s;
+constexpr auto kGlance = 5ms;
+
+std::string randomSecret() {
+    std::array<unsigned char, 16> octets;
+    if (getrandom(octets.data(), octets.size(), 0) != static_cast<ssize_t>(octets.size())) {
+        throw std::system_error(errno, std::generic_category(), "getrandom");
+    }
+    std::string secret;
+    for (const unsigned char octet : octets) {
+        secret += "0123456789abcdef"[octet >> 4];
+        secret += "0123456789abcdef"[octet & 15];
+    }
+    return secret;
+}
+
+/** Holds a free UDP port of 127.0.0.1 while others are looked for. */
+class FreePort {
+  public:
+    FreePort() : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        auto *generic = reinterpret_cast<sockaddr *>(&address);
+        if (socket_ < 0 || bind(socket_, generic, length) != 0 ||
+            getsockname(socket_, generic, &length) != 0) {
+            const int reason = errno;
+            close(socket_);
+            throw std::system_error(reason, std::generic_category(), "no free port");
+        }
+        number_ = ntohs(address.sin_port);
+    }
+    ~FreePort() { close(socket_); }
+    FreePort(const FreePort &) = delete;
+    FreePort &operator=(const FreePort &) = delete;
+    FreePort(FreePort &&) = delete;
+    FreePort &operator=(FreePort &&) = delete;
+
+    [[nodiscard]] uint16_t number() const { return number_; }
+
+  private:
+    int socket_;
+    uint16_t number_ = 0;
+};
+
+}  // namespace
+
+RealServer::RealServer() : secret_(randomSecret()) {
+    for (const char *file : {"radiusd.conf", "users", "grants"}) {
+        const std::filesystem::path copy = folder_.path() / file;
+        std::filesystem::copy_file(std::filesystem::path(LANYARD_SERVER_CONFIGURATION) / file,
+                                   copy);
+        // The server refuses files that everybody may write, as a checkout may have them.
+        std::filesystem::permissions(copy, std::filesystem::perms::owner_read);
+    }
+    // Another process may take a port before the server does.
+    for (int tries = 0; tries < 5; tries++) {
+        if (start()) {
+            return;
+        }
+    }
+    throw std::runtime_error(std::string(kProgram) + " does not start:\n" + log());
+}
+
+RealServer::~RealServer() {
+    stop();
+}
+
+bool RealServer::start() {
+    {
+        const FreePort auth;
+        const FreePort withSignature;
+        const FreePort acct;
+        authPort_ = auth.number();
+        signedPort_ = withSignature.number();
+        acctPort_ = acct.number();
+    }
+    const std::string folder = folder_.path().string();
+    const std::string logFile = (folder_.path() / kLog).string();
+    std::array<std::string, 6> arguments = {kProgram, "-f", "-l", logFile, "-d", folder};
+    std::array<std::string, 5> settings = {
+        "LANYARD_SERVER_DIR=" + folder,
+        "LANYARD_SERVER_SECRET=" + secret_,
+        "LANYARD_AUTH_PORT=" + std::to_string(authPort_),
+        "LANYARD_SIGNED_PORT=" + std::to_string(signedPort_),
+        "LANYARD_ACCT_PORT=" + std::to_string(acctPort_),
+    };
+    const std::vector<char *> argv = pointersTo(arguments);
+    const std::vector<char *> environment = pointersTo(settings);
+
+    folder_.write(kLog, "");
+    const pid_t parent = getpid();
+    pid_ = fork();
+    if (pid_ < 0) {
+        throw std::system_error(errno, std::generic_category(), "fork");
+    }
+    if (pid_ == 0) {
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        // The parent may have died before the request was made.
+        if (prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 && getppid() == parent) {
+            execve(kProgram, argv.data(), environment.data());
+        }
+        _exit(127);
+    }
+    if (waitUntilReady()) {
+        return true;
+    }
+    stop();
+    return false;
+}
+
+bool RealServer::waitUntilReady() {
+    const auto deadline = std::chrono::steady_clock::now() + kStartLimit;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (log().find("Ready to process requests") != std::string::npos) {
+            return true;
+        }
+        if (waitpid(pid_, nullptr, WNOHANG) == pid_) {
+            pid_ = -1;
+            return false;
+        }
+        std::this_thread::sleep_for(kGlance);
+    }
+    return false;
+}
+
+void RealServer::stop() {
+    if (pid_ < 0) {
+        return;
+    }
+    kill(pid_, SIGTERM);
+    const auto deadline = std::chrono::steady_clock::now() + kStopLimit;
+    while (waitpid(pid_, nullptr, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+            break;
+        }
+        std::this_thread::sleep_for(kGlance);
+    }
+    pid_ = -1;
+}
+
+std::string RealServer::accessRequests() const {
+    return folder_.read("access-requests");
+}
+
+std::string RealServer::accountingRecords() const {
+    return folder_.read("accounting");
+}
+
+std::string RealServer::log() const {
+    return folder_.read(kLog);
+}
+
+}  // namespace lanyard::test

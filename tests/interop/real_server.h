@@ -1,0 +1,62 @@
+/**
+ * @file
+ * A real RADIUS server for tests and the demo: /usr/sbin/freeradius over the configuration in
+ * server/, as a child process in a temporary folder, on free ports of 127.0.0.1.
+ */
+#ifndef LANYARD_TESTS_INTEROP_REAL_SERVER_H
+#define LANYARD_TESTS_INTEROP_REAL_SERVER_H
+
+#include <cstdint>
+#include <string>
+#include <sys/types.h>
+
+#include "tests/interop/scratch_folder.h"
+
+namespace lanyard::test {
+
+/**
+ * The server runs for as long as the object lives, and ends when the thread that made it does,
+ * whatever way that comes about.
+ */
+class RealServer {
+  public:
+    /** Starts the server and waits until it takes requests. Throws std::runtime_error, with its
+     * log. */
+    RealServer();
+    ~RealServer();
+    RealServer(const RealServer &) = delete;
+    RealServer &operator=(const RealServer &) = delete;
+    RealServer(RealServer &&) = delete;
+    RealServer &operator=(RealServer &&) = delete;
+
+    /** Authentication; replies carry no Message-Authenticator. */
+    [[nodiscard]] uint16_t authPort() const { return authPort_; }
+    /** Authentication; every reply carries a Message-Authenticator, as its last attribute. */
+    [[nodiscard]] uint16_t signedPort() const { return signedPort_; }
+    [[nodiscard]] uint16_t acctPort() const { return acctPort_; }
+    /** The secret shared with all clients; another one in every object. */
+    [[nodiscard]] const std::string &secret() const { return secret_; }
+
+    /** The Access-Requests so far, passwords revealed, as text: a blank line behind each. */
+    [[nodiscard]] std::string accessRequests() const;
+    /** The accounting records so far, likewise. */
+    [[nodiscard]] std::string accountingRecords() const;
+    /** The server's own log so far. */
+    [[nodiscard]] std::string log() const;
+
+  private:
+    bool start();
+    bool waitUntilReady();
+    void stop();
+
+    ScratchFolder folder_;
+    std::string secret_;
+    uint16_t authPort_ = 0;
+    uint16_t signedPort_ = 0;
+    uint16_t acctPort_ = 0;
+    pid_t pid_ = -1;
+};
+
+}  // namespace lanyard::test
+
+#endif

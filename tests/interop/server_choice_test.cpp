@@ -1,0 +1,86 @@
+/**
+ * @file
+ * Several servers: who is asked, and whose answer counts.
+ */
+#include <array>
+#include <gmock/gmock.h>
+
+#include <lanyard/radius/engine.h>
+#include <lanyard/radius/methods.h>
+
+#include "tests/interop/fixture.h"
+
+namespace lanyard::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class ServerChoice : public Interop {
+  protected:
+    [[nodiscard]] const SilentServer &silent() const { return silent_; }
+
+  private:
+    SilentServer silent_;
+};
+
+TEST_F(ServerChoice, SilentServerIsPassedOver) {
+    configure("authserver " + entry(silent().port()) + ", " + entry(server().authPort()) + "\n");
+    int result = -2;
+    const Written written = capture([&] { result = radAuth("alice", "wonderland"); });
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(silent().packets(), 1);
+    EXPECT_THAT(written.err, HasSubstr("No reply from RADIUS server 127.0.0.1:" +
+                                       std::to_string(silent().port())));
+    EXPECT_THAT(written.out, HasSubstr("Welcome, alice"));
+}
+
+TEST_F(ServerChoice, SilentServerIsAskedAgainAsOftenAsConfigured) {
+    configure("authserver 127.0.0.1:" + std::to_string(silent().port()) +
+              ":1:1:" + server().secret() + " " + entry(server().authPort()) + "\n");
+    int result = -2;
+    capture([&] { result = radAuth("alice", "wonderland"); });
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(silent().packets(), 2);
+}
+
+TEST_F(ServerChoice, SilentAccountingServerIsPassedOver) {
+    configure("authserver " + entry(server().authPort()) + "\nacctserver " +
+              entry(silent().port()) + " " + entry(server().acctPort()) + "\n");
+    const size_t before = server().accountingRecords().size();
+    int result = -2;
+    capture([&] { result = radAcct(7); });
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(silent().packets(), 1);
+    // The record that failed over carries no attribute twice.
+    const std::string record = server().accountingRecords().substr(before);
+    EXPECT_EQ(occurrences(record, "NAS-IP-Address = "), 1);
+    EXPECT_THAT(record, HasSubstr("Acct-Status-Type = Accounting-On\n"));
+}
+
+TEST_F(ServerChoice, RejectIsFinal) {
+    configure("authserver " + entry(server().authPort()) + " " + entry(silent().port()) + "\n");
+    int result = -2;
+    capture([&] { result = radAuth("alice", "wrong"); });
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(silent().packets(), 0);
+}
+
+TEST_F(ServerChoice, AllServersAreAskedAndReportedInOrder) {
+    configure("authserver " + entry(server().authPort()) + " " + entry(silent().port()) + " " +
+              entry(server().signedPort()) + "\n");
+    std::array<int32_t, 4> results = {0, 0, 0, 4711};
+    int right = -2;
+    capture([&] { right = radAuthCheckAllServer("alice", "wonderland", results.data()); });
+    EXPECT_EQ(right, 0);
+    EXPECT_THAT(results, ElementsAre(RAD_CODE_ACCESS_ACCEPT, -1, RAD_CODE_ACCESS_ACCEPT, 4711));
+    EXPECT_EQ(silent().packets(), 1);
+
+    int wrong = -2;
+    capture([&] { wrong = radAuthCheckAllServer("alice", "wrong", results.data()); });
+    EXPECT_EQ(wrong, -1);
+    EXPECT_THAT(results, ElementsAre(RAD_CODE_ACCESS_REJECT, -1, RAD_CODE_ACCESS_REJECT, 4711));
+}
+
+}  // namespace
+}  // namespace lanyard::test

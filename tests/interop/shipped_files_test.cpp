@@ -1,0 +1,189 @@
+/**
+ * @file
+ * The files that are shipped beside the library load, and say what they promise.
+ */
+#include <fstream>
+#include <gmock/gmock.h>
+#include <map>
+#include <palroot.h>
+#include <string>
+#include <tuple>
+#include <utility>
+
+#include <lanyard/radius/conf.h>
+#include <lanyard/radius/dict.h>
+#include <lanyard/radius/frame.h>
+
+#include "tests/interop/scratch_folder.h"
+
+namespace lanyard::test {
+namespace {
+
+using testing::SizeIs;
+using testing::StrEq;
+
+constexpr int32_t kLargestNumber = 255;
+
+/** Number of an attribute to its name and type; attribute and number of a value to its name. */
+struct Dictionary {
+    std::map<int32_t, std::pair<std::string, int32_t>> attributes;
+    std::map<std::pair<std::string, int32_t>, std::string> values;
+};
+
+Dictionary loadedDictionary() {
+    Dictionary dictionary;
+    for (int32_t number = 0; number <= kLargestNumber; number++) {
+        const RadDictAttr *attribute = radDictGetAttr(number);
+        if (attribute == nullptr) {
+            continue;
+        }
+        dictionary.attributes[number] = {attribute->name, attribute->type};
+        for (int32_t value = 0; value <= kLargestNumber; value++) {
+            if (const RadDictValue *named = radDictGetVal(value, attribute->name)) {
+                dictionary.values[{attribute->name, value}] = named->valueName;
+            }
+        }
+    }
+    return dictionary;
+}
+
+class ShippedFiles : public testing::Test {
+  protected:
+    void SetUp() override {
+        palRootSet(nullptr);
+        ASSERT_EQ(radMemInit(RAD_PARTITION_SIZE), 0);
+    }
+    void TearDown() override {
+        radLibExit();
+        palRootSet(nullptr);
+    }
+
+    static constexpr const char *kDictionary = LANYARD_ETC "/radius.dict";
+};
+
+TEST_F(ShippedFiles, DictionaryHoldsTheWholeBuiltInTable) {
+    ASSERT_EQ(radDictLoad(nullptr), 0);
+    const Dictionary builtIn = loadedDictionary();
+    ASSERT_THAT(builtIn.attributes, SizeIs(43));
+    ASSERT_THAT(builtIn.values, SizeIs(51));
+
+    ASSERT_EQ(radDictLoad(kDictionary), 0);
+    const Dictionary file = loadedDictionary();
+    for (const auto &[number, definition] : builtIn.attributes) {
+        const auto found = file.attributes.find(number);
+        ASSERT_NE(found, file.attributes.end()) << definition.first;
+        EXPECT_EQ(found->second, definition);
+    }
+    for (const auto &[key, name] : builtIn.values) {
+        const auto found = file.values.find(key);
+        ASSERT_NE(found, file.values.end()) << key.first << " " << key.second;
+        EXPECT_EQ(found->second, name);
+    }
+}
+
+TEST_F(ShippedFiles, DictionaryAddsTheRestOfTheBaseRfcs) {
+    ASSERT_EQ(radDictLoad(kDictionary), 0);
+    const Dictionary file = loadedDictionary();
+    EXPECT_THAT(file.attributes, SizeIs(71));
+    EXPECT_THAT(file.values, SizeIs(88));
+    for (const auto &[number, name, type] :
+         {std::tuple{25, "Class", RAD_TYPE_STRING}, std::tuple{33, "Proxy-State", RAD_TYPE_STRING},
+          std::tuple{47, "Acct-Input-Packets", RAD_TYPE_INTEGER},
+          std::tuple{55, "Event-Timestamp", RAD_TYPE_DATE},
+          std::tuple{85, "Acct-Interim-Interval", RAD_TYPE_INTEGER},
+          std::tuple{88, "Framed-Pool", RAD_TYPE_STRING}}) {
+        const RadDictAttr *attribute = radDictGetAttr(number);
+        ASSERT_NE(attribute, nullptr) << name;
+        EXPECT_STREQ(attribute->name, name);
+        EXPECT_EQ(attribute->type, type);
+    }
+    for (const auto &[attribute, value, name] :
+         {std::tuple{"Service-Type", 8, "Authenticate-Only"},
+          std::tuple{"Service-Type", 10, "Call-Check"},
+          std::tuple{"Acct-Status-Type", 3, "Interim-Update"},
+          std::tuple{"NAS-Port-Type", 19, "Wireless-802.11"}, std::tuple{"Prompt", 0, "No-Echo"}}) {
+        const RadDictValue *named = radDictGetVal(value, attribute);
+        ASSERT_NE(named, nullptr) << name;
+        EXPECT_STREQ(named->valueName, name);
+    }
+}
+
+TEST_F(ShippedFiles, DictionaryDefinesNothingTwiceAndNoLineIsTooLong) {
+    std::ifstream stream(kDictionary);
+    std::map<std::string, int> definitions;
+    std::string line;
+    while (std::getline(stream, line)) {
+        EXPECT_FALSE(stream.eof()) << "no newline behind: " << line;
+        EXPECT_LE(line.size(), 254U);
+        std::istringstream fields(line);
+        std::string keyword;
+        std::string first;
+        std::string second;
+        std::string third;
+        if (!(fields >> keyword) || keyword.front() == '#') {
+            continue;
+        }
+        ASSERT_TRUE(fields >> first >> second >> third) << line;
+        if (keyword == "ATTRIBUTE") {
+            definitions["attribute " + second]++;
+            definitions["name " + first]++;
+            EXPECT_LE(first.size(), size_t{RAD_NAME_MAX}) << line;
+        } else {
+            ASSERT_EQ(keyword, "VALUE") << line;
+            definitions[std::string("value ").append(first).append(" ").append(third)]++;
+            EXPECT_LT(second.size(), sizeof RadDictValue{}.valueName) << line;
+            EXPECT_EQ(definitions.count("name " + first), 1U) << "no such attribute: " << line;
+        }
+    }
+    EXPECT_THAT(definitions, SizeIs(71 * 2 + 88));
+    for (const auto &[definition, count] : definitions) {
+        EXPECT_EQ(count, 1) << definition;
+    }
+}
+
+TEST_F(ShippedFiles, SampleConfigurationIsUsableAsItStands) {
+    ASSERT_EQ(radConfigure(LANYARD_ETC "/radius.conf.sample"), 0);
+    ASSERT_EQ(radConfGetNumServers(RAD_SERVER_AUTH), 2);
+    EXPECT_EQ(radConfGetNumServers(RAD_SERVER_ACCT), 0);
+    const auto *servers = static_cast<const RadServer *>(radConfGet(RAD_CONF_AUTH_SERVERS));
+    EXPECT_STREQ(servers[0].host, "192.0.2.10");
+    EXPECT_EQ(servers[0].port, 1812);
+    EXPECT_EQ(servers[0].timeout, 3);
+    EXPECT_EQ(servers[0].retries, 2);
+    EXPECT_STREQ(servers[1].host, "192.0.2.11");
+    EXPECT_EQ(*static_cast<const int32_t *>(radConfGet(RAD_CONF_TIMEOUT)), 5);
+    EXPECT_EQ(*static_cast<const int32_t *>(radConfGet(RAD_CONF_RETRIES)), 2);
+}
+
+/** Every option that the sample shows commented out is right as well. */
+TEST_F(ShippedFiles, SampleConfigurationIsUsableWithEveryOptionTurnedOn) {
+    const ScratchFolder root;
+    std::ifstream stream(LANYARD_ETC "/radius.conf.sample");
+    std::string text;
+    std::string line;
+    int turnedOn = 0;
+    while (std::getline(stream, line)) {
+        EXPECT_LE(line.size(), 510U);
+        if (line.size() > 1 && line[0] == '#' && line[1] != ' ') {
+            line.erase(0, 1);
+            turnedOn++;
+        }
+        text.append(line).append("\n");
+    }
+    EXPECT_EQ(turnedOn, 2);
+    root.write("var/radius.conf", text);
+    std::ifstream dictionary(kDictionary);
+    root.write("nexa2.0/etc/radius.dict",
+               std::string(std::istreambuf_iterator<char>(dictionary), {}));
+
+    palRootSet(root.path().c_str());
+    ASSERT_EQ(radLibInit(radLibDefConf()), 0);
+    EXPECT_EQ(radConfGetNumServers(RAD_SERVER_AUTH), 2);
+    EXPECT_EQ(radConfGetNumServers(RAD_SERVER_ACCT), 1);
+    EXPECT_THAT(static_cast<const char *>(radConfGet(RAD_CONF_DICTIONARY)),
+                StrEq("/nexa2.0/etc/radius.dict"));
+    EXPECT_NE(radDictGetAttr(25), nullptr);
+}
+
+}  // namespace
+}  // namespace lanyard::test
