@@ -1,0 +1,133 @@
+#include "fuzz/environment.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <lanyard/radius/attr.h>
+#include <lanyard/radius/dict.h>
+#include <lanyard/radius/frame.h>
+#include <palcore.h>
+
+namespace lanyard::fuzz {
+namespace {
+
+size_t blocks = 0;
+unsigned failingAllocation = 0;
+bool failed = false;
+
+}  // namespace
+
+void require(bool holds, const char *what) {
+    if (!holds) {
+        (void)std::fprintf(stderr, "fuzz: does not hold: %s\n", what);
+        std::abort();
+    }
+}
+
+size_t liveBlocks() {
+    return blocks;
+}
+
+void failAllocation(unsigned n) {
+    failingAllocation = n;
+    failed = false;
+}
+
+bool allocationFailed() {
+    return failed;
+}
+
+std::vector<uint8_t> packetFrom(const uint8_t *data, size_t size) {
+    constexpr size_t kHeaderSize = sizeof(RadPacket);
+    if (size < kHeaderSize) {
+        return {};
+    }
+    // The receiver of a packet sees to it that the length field does not exceed what has arrived.
+    const size_t announced = static_cast<size_t>(data[2]) << 8 | data[3];
+    const size_t length = std::min({announced, size, size_t{UINT16_MAX}});
+    std::vector<uint8_t> packet(data, data + std::max(length, kHeaderSize));
+    packet[2] = static_cast<uint8_t>(length >> 8);
+    packet[3] = static_cast<uint8_t>(length);
+    return packet;
+}
+
+std::vector<char> textFrom(const uint8_t *data, size_t size) {
+    const uint8_t *end = std::find(data, data + size, uint8_t{0});
+    std::vector<char> text(static_cast<size_t>(end - data) + 1);
+    std::copy(data, end, text.begin());
+    return text;
+}
+
+}  // namespace lanyard::fuzz
+
+using namespace lanyard::fuzz;
+
+int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/) {
+    // Reports go to standard error; what radPairShow() prints goes nowhere.
+    require(std::freopen("/dev/null", "w", stdout) != nullptr, "standard output can be dropped");
+    require(radLibInit(nullptr) == 0, "the library starts");
+    require(radDictLoad(nullptr) == 0, "the built-in dictionary loads");
+    return 0;
+}
+
+PalMemPartId palMemPartCreate(const char * /*name*/, void * /*memory*/, uint32_t /*size*/) {
+    return 1;
+}
+
+void *palMemPartAlloc(PalMemPartId /*part*/, uint32_t size) {
+    if (failingAllocation > 0 && --failingAllocation == 0) {
+        failed = true;
+        return nullptr;
+    }
+    void *block = std::malloc(size);
+    if (block != nullptr) {
+        std::memset(block, 0xa5, size);
+        ++blocks;
+    }
+    return block;
+}
+
+char *palMemPartStrDup(PalMemPartId part, const char *text) {
+    if (text == nullptr) {
+        return nullptr;
+    }
+    const size_t size = std::strlen(text) + 1;
+    void *copy = palMemPartAlloc(part, static_cast<uint32_t>(size));
+    if (copy != nullptr) {
+        std::memcpy(copy, text, size);
+    }
+    return static_cast<char *>(copy);
+}
+
+int palMemPartFree(PalMemPartId /*part*/, void *block) {
+    if (block != nullptr) {
+        --blocks;
+    }
+    std::free(block);
+    return 0;
+}
+
+int palMemPartDestroy(PalMemPartId /*part*/) {
+    return 0;
+}
+
+void palModuleDebug(int /*module*/, int /*level*/, const char *function, int /*line*/,
+                    const char *format, ...) {
+    std::array<char, 1024> text{};
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(text.data(), text.size(), format, arguments);
+    va_end(arguments);
+    require(length > 0 && function != nullptr, "a message has a text and a function");
+}
+
+void palModuleDebugHex(int /*module*/, int /*level*/, const char *title, const void *data,
+                       int length) {
+    require(title != nullptr && length >= 0, "a dump has a title and a length");
+    const auto *octets = static_cast<const uint8_t *>(data);
+    const std::vector<uint8_t> read(octets, octets + length);
+}
