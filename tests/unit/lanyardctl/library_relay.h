@@ -1,0 +1,124 @@
+// The library of this very process in the place of the relay's: it takes notices as the relay does,
+// from the same database file, and can fail in all the ways in which a process can.
+#ifndef LANYARD_TESTS_LANYARDCTL_LIBRARY_RELAY_H
+#define LANYARD_TESTS_LANYARDCTL_LIBRARY_RELAY_H
+
+#include <string>
+#include <vector>
+
+#include <lanyard/radius/conf.h>
+#include <lanyard/radius/frame.h>
+#include <lanyard/radius/mgmt.h>
+
+#include "tools/lanyardctl/delivery.h"
+#include "tools/lanyardctl/relay.h"
+
+namespace lanyard::test {
+
+// Thrown in place of kill -9: nothing of the program catches it.
+struct Killed {};
+
+class LibraryRelay : public lanyardctl::Relay {
+  public:
+    enum class Fault {
+        none,
+        killBefore,  // the service is killed before the notice reaches the relay
+        killAfter,   // the service is killed when the relay has handled it
+        lost,        // the notice is lost
+        unanswered   // the relay handles it, and the answer is lost
+    };
+
+    struct Notice {
+        int operation;
+        int row;
+        std::string oldValues;
+
+        bool operator==(const Notice &) const = default;
+    };
+
+    explicit LibraryRelay(std::string file) : file_(std::move(file)) { start(); }
+    ~LibraryRelay() override { stop(); }
+    LibraryRelay(const LibraryRelay &) = delete;
+    LibraryRelay &operator=(const LibraryRelay &) = delete;
+
+    void start() {
+        radLibInit(nullptr);
+        radiusMgmtInit(file_.c_str(), "radEap");
+        running_ = true;
+        ++instance_;
+    }
+    void stop() {
+        running_ = false;
+        radiusMgmtDeInit();
+        radLibExit();
+    }
+    void restart() {
+        stop();
+        start();
+    }
+
+    // The fault meets the n-th notice of the table from now on, 0 the next.
+    void failAt(Fault fault, int n) {
+        fault_ = fault;
+        faultAt_ = n;
+    }
+
+    int send(const RadDbUpdateInfo &notice, std::string oldValues) override {
+        if (!running_) {
+            return -1;
+        }
+        if (notice.tableName[0] == '\0') {
+            return handle(notice, oldValues);
+        }
+        notices_.push_back({notice.opCode, notice.rowId, oldValues});
+        const Fault fault = faultAt_-- == 0 ? fault_ : Fault::none;
+        if (fault == Fault::killBefore) {
+            throw Killed();
+        }
+        const int status = fault == Fault::lost ? -1 : handle(notice, oldValues);
+        if (fault == Fault::killAfter) {
+            throw Killed();
+        }
+        return fault == Fault::unanswered ? -1 : status;
+    }
+
+    int instance() override { return instance_; }
+
+    std::vector<Notice> takeNotices() { return std::exchange(notices_, {}); }
+
+    // The servers in the order in which the relay asks them, as rows of the table.
+    static std::vector<lanyardctl::Server> held() {
+        std::vector<lanyardctl::Server> servers;
+        const auto *slots = static_cast<const RadServer *>(radConfGet(RAD_CONF_AUTH_SERVERS));
+        for (int i = 0; slots && i < RAD_SERVERS_MAX; ++i) {
+            if (slots[i].host) {
+                servers.push_back(
+                    {.id = slots[i].rowKey == lanyardctl::kRowKey ? slots[i].rowId : -1,
+                     .host = slots[i].host,
+                     .port = std::to_string(slots[i].port),
+                     .secret = slots[i].secret,
+                     .timeout = std::to_string(slots[i].timeout),
+                     .retries = std::to_string(slots[i].retries)});
+            }
+        }
+        return servers;
+    }
+
+  private:
+    static int handle(const RadDbUpdateInfo &notice, std::string &oldValues) {
+        return radiusMgmtDBUpdateHandler(&notice, sizeof(notice),
+                                         oldValues.empty() ? nullptr : oldValues.data(),
+                                         static_cast<uint32_t>(oldValues.size()));
+    }
+
+    std::string file_;
+    bool running_ = false;
+    int instance_ = 0;
+    Fault fault_ = Fault::none;
+    int faultAt_ = -1;
+    std::vector<Notice> notices_;
+};
+
+}  // namespace lanyard::test
+
+#endif

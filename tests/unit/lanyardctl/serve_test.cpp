@@ -1,0 +1,282 @@
+// The service as a process, between programs that change the database and a relay on a real bus.
+#include <csignal>
+#include <gmock/gmock.h>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <thread>
+#include <unistd.h>
+
+#include <lanyard/radius/conf.h>
+#include <lanyard/radius/frame.h>
+
+#include "tests/unit/lanyardctl/device.h"
+#include "tests/unit/lanyardctl/processes.h"
+#include "tools/lanyardctl/cli.h"
+
+namespace lanyard::test {
+namespace {
+
+using namespace std::chrono_literals;
+using lanyardctl::kDone;
+using lanyardctl::kFailed;
+using testing::HasSubstr;
+using testing::Not;
+using testing::SizeIs;
+
+// A second, and one more for a machine that is busy. The bus alone would wait for five.
+constexpr auto kEndsWithin = 2s;
+
+class Serve : public testing::Test {
+  protected:
+    ~Serve() override {
+        for (const auto *process : {&service_, &relay_}) {
+            if (*process) {
+                EXPECT_THAT((*process)->output(), Not(HasSubstr("Sanitizer")));
+            }
+        }
+    }
+
+    std::vector<std::string> settings() const {
+        return {"PAL_ROOT=" + device_.root().folder().string(), "PAL_DEBUG_LEVELS=0"};
+    }
+    // A name of this test's own, for other relays may run on the machine.
+    static std::string task() { return "tRel" + std::to_string(getpid()); }
+
+    void startRelay() {
+        relay_.emplace(std::vector<std::string>{LANYARDCTL_TEST_RELAY, device_.file(), task()},
+                       settings());
+        ASSERT_TRUE(relay_->waitForOutput("ready\n")) << relay_->output();
+    }
+    void stopRelay() {
+        relay_->end();
+        EXPECT_EQ(0, relay_->wait()) << relay_->output();
+        relay_.reset();
+    }
+    void startService() {
+        service_.emplace(std::vector<std::string>{LANYARDCTL, "db", "serve", "-d", device_.file(),
+                                                  "--relay-task", task()},
+                         settings());
+        ASSERT_TRUE(service_->waitForOutput("service: serves " + device_.file() + "\n"))
+            << service_->output();
+    }
+    void killService() {
+        service_->signal(SIGKILL);
+        EXPECT_EQ(-1, service_->wait());
+    }
+    ProgramResult command(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {LANYARDCTL, "db", "-d", device_.file()});
+        return runProgram(arguments, settings());
+    }
+
+    bool relayHasTable() {
+        const auto held = viewer_.look();
+        return held && held->servers == device_.usable() &&
+               held->count == static_cast<int>(held->servers.size());
+    }
+    bool fileHasTable() const { return device_.confFile() == device_.expectedFile(); }
+    bool nothingPending() const {
+        return device_.db().number("SELECT count(*) FROM lanyardChange") == 0;
+    }
+    void expectAllDone() {
+        EXPECT_TRUE(eventually([this] { return nothingPending(); }));
+        EXPECT_TRUE(eventually([this] { return relayHasTable(); }))
+            << testing::PrintToString(viewer_.look()->servers.size());
+        EXPECT_TRUE(fileHasTable()) << device_.confFile();
+    }
+
+    Device device_;
+    RelayViewer viewer_;
+    std::optional<BackgroundProcess> relay_;
+    std::optional<BackgroundProcess> service_;
+};
+
+TEST_F(Serve, TakesEditsToTheRelayAndToTheFile) {
+    startRelay();
+    startService();
+    EXPECT_EQ(kDone, command({"add", "127.0.0.1", "--secret", "s1"}).status);
+    EXPECT_EQ(kDone, command({"add", "b.example", "--secret", "s2", "--port", "1645"}).status);
+    expectAllDone();
+    EXPECT_THAT(viewer_.look()->servers, SizeIs(2));
+    EXPECT_EQ(kDone, command({"set", "127.0.0.1", "--host", "127.0.0.2"}).status);
+    expectAllDone();
+    ASSERT_EQ(0, radConfigure("/var/radius.conf"));
+    const auto *slots = static_cast<const RadServer *>(radConfGet(RAD_CONF_AUTH_SERVERS));
+    ASSERT_EQ(2, radConfGetNumServers(RAD_SERVER_AUTH));
+    EXPECT_STREQ("127.0.0.2", slots[0].host);
+    EXPECT_STREQ("s2", slots[1].secret);
+    EXPECT_EQ(1645, slots[1].port);
+    radDeconfigure();
+    EXPECT_EQ(kDone, command({"del", "1"}).status);
+    EXPECT_EQ(kDone, command({"del", "b.example"}).status);
+    expectAllDone();
+    EXPECT_EQ(0, viewer_.look()->count);
+    EXPECT_FALSE(device_.root().exists("/var/radius.conf"));
+}
+
+TEST_F(Serve, SeesChangesOfTheDatabaseShell) {
+    startRelay();
+    startService();
+    const ProgramResult shell = runProgram(
+        {"/usr/bin/sqlite3", device_.file(), ".timeout 5000", insertion("a"), insertion("b"),
+         "UPDATE radiusClient SET authsecret='it''s' WHERE authserver='a'"},
+        {});
+    EXPECT_EQ(0, shell.status) << shell.err;
+    expectAllDone();
+    EXPECT_EQ("it's", viewer_.look()->servers.at(0).secret);
+}
+
+TEST_F(Serve, CatchesUpWithWhatHappenedWhileItWasDown) {
+    startRelay();
+    startService();
+    device_.change(insertion("a"));
+    device_.change(insertion("b"));
+    expectAllDone();
+    killService();
+    device_.change("DELETE FROM radiusClient WHERE authserver='a'");
+    device_.change(insertion("c"));
+    device_.change("UPDATE radiusClient SET authport='7' WHERE authserver='b'");
+    startService();
+    expectAllDone();
+}
+
+TEST_F(Serve, GivesARelayThatStartsLaterEverything) {
+    startService();
+    device_.change(insertion("a"));
+    device_.change(insertion("b"));
+    EXPECT_TRUE(eventually([this] { return nothingPending(); }));
+    EXPECT_TRUE(fileHasTable());
+    startRelay();
+    expectAllDone();
+    stopRelay();
+    startRelay();
+    expectAllDone();
+}
+
+TEST_F(Serve, ReplayWorksWithAndWithoutTheService) {
+    device_.change(insertion("a"));
+    device_.change(insertion("b"));
+    ProgramResult result = command({"replay", "--relay-task", task()});
+    EXPECT_EQ(kFailed, result.status);
+    EXPECT_EQ("lanyardctl: no relay answers on the bus\n", result.err);
+    startRelay();
+    for (int i = 0; i < 2; ++i) {
+        result = command({"replay", "--relay-task", task()});
+        EXPECT_EQ(kDone, result.status) << result.err;
+        EXPECT_EQ("the relay has all servers\n", result.out);
+        EXPECT_TRUE(relayHasTable());
+    }
+    startService();
+    expectAllDone();
+    EXPECT_EQ(kDone, command({"replay"}).status);
+    expectAllDone();
+    stopRelay();
+    result = command({"replay"});
+    EXPECT_EQ(kFailed, result.status);
+    EXPECT_EQ("lanyardctl: no relay answers on the bus\n", result.err);
+}
+
+TEST_F(Serve, RunsOnce) {
+    startService();
+    const ProgramResult second = command({"serve"});
+    EXPECT_EQ(kFailed, second.status);
+    EXPECT_EQ(
+        "lanyardctl: cannot register as module 20 of the bus; another service runs already?\n",
+        second.err);
+}
+
+TEST_F(Serve, EndsWithinASecondOfASignal) {
+    startRelay();
+    for (const int number : {SIGTERM, SIGINT}) {
+        startService();
+        const auto start = std::chrono::steady_clock::now();
+        service_->signal(number);
+        EXPECT_EQ(0, service_->wait());
+        EXPECT_LT(std::chrono::steady_clock::now() - start, kEndsWithin);
+        EXPECT_THAT(service_->output(), HasSubstr("service: ends\n"));
+    }
+    // Also while it waits for a relay that does not answer.
+    startService();
+    relay_->signal(SIGSTOP);
+    device_.change(insertion("a"));
+    EXPECT_TRUE(eventually([this] { return fileHasTable(); }));
+    std::this_thread::sleep_for(50ms);
+    const auto start = std::chrono::steady_clock::now();
+    service_->signal(SIGTERM);
+    EXPECT_EQ(0, service_->wait());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kEndsWithin);
+    relay_->signal(SIGCONT);
+    startService();
+    expectAllDone();
+}
+
+TEST_F(Serve, WaitsForALockedDatabase) {
+    startRelay();
+    startService();
+    device_.change("BEGIN EXCLUSIVE");
+    device_.change(insertion("a"));
+    std::this_thread::sleep_for(300ms);
+    device_.change("COMMIT");
+    expectAllDone();
+}
+
+TEST_F(Serve, SpeaksJson) {
+    service_.emplace(std::vector<std::string>{LANYARDCTL, "--json", "db", "serve", "-d",
+                                              device_.file(), "--relay-task", task()},
+                     settings());
+    device_.change("INSERT INTO radiusClient(authserver) VALUES('a\"')");
+    ASSERT_TRUE(service_->waitForOutput("stays as it was"));
+    service_->signal(SIGTERM);
+    EXPECT_EQ(0, service_->wait());
+    std::istringstream lines(service_->output());
+    int problems = 0;
+    for (std::string line; std::getline(lines, line);) {
+        const auto document = nlohmann::json::parse(line);
+        EXPECT_TRUE(document.contains("topic"));
+        problems += document.contains("problem") ? 1 : 0;
+    }
+    EXPECT_GE(problems, 1);
+}
+
+// A change of the server with this host, or a new one where there is none.
+std::string anyChange(const std::string &host, int kind) {
+    const std::string where = " WHERE authserver='" + host + "'";
+    switch (kind) {
+        case 0:
+        case 1:
+            return "INSERT INTO radiusClient SELECT '" + host +
+                   "','1812','s','5','3' WHERE NOT EXISTS(SELECT 1 FROM radiusClient" + where + ")";
+        case 2:
+            return "UPDATE radiusClient SET authsecret=authsecret || 'x'" + where;
+        default:
+            return "DELETE FROM radiusClient" + where;
+    }
+}
+
+TEST_F(Serve, LosesNothingWhenItIsKilledAtAnyMoment) {
+    device_.db().run("PRAGMA synchronous=OFF");
+    startRelay();
+    startService();
+    // The same changes each time, at other moments.
+    std::mt19937 random(7);  // NOLINT(cert-msc32-c,cert-msc51-cpp): that is what it is for
+    const auto pick = [&random](int count) {
+        return std::uniform_int_distribution<int>(0, count - 1)(random);
+    };
+    for (int kills = 0; kills < 12; ++kills) {
+        for (int i = 0; i < 8; ++i) {
+            device_.change(anyChange("h" + std::to_string(pick(7)), pick(4)));
+            std::this_thread::sleep_for(std::chrono::microseconds(pick(20000)));
+        }
+        killService();
+        if (pick(4) == 0) {
+            stopRelay();
+            startRelay();
+        }
+        startService();
+        std::this_thread::sleep_for(std::chrono::microseconds(pick(30000)));
+    }
+    expectAllDone();
+}
+
+}  // namespace
+}  // namespace lanyard::test

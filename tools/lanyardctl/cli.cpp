@@ -1,0 +1,336 @@
+#include "cli.h"
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+#include "bus.h"
+#include "database.h"
+#include "edit.h"
+#include "journal.h"
+#include "report.h"
+#include "service.h"
+
+namespace lanyardctl {
+
+namespace {
+
+constexpr const char *kDefaultDatabase = "/var/lib/lanyard/config.db";
+
+constexpr const char *kFooter =
+    "Exit status: 0 done; 1 failed (database, bus, machine); 2 refused (command line, values that\n"
+    "cannot be stored); 3 there is no such server.";
+
+constexpr const char *kFieldsFooter =
+    "A secret on the command line can be seen by other users of the machine while the command "
+    "runs;\n"
+    "--secret-file FILE reads it from a file, --secret-file - from standard input.\n"
+    "Host and secret hold no colon, comma, blank, tab or control character, for these have no "
+    "place\n"
+    "in the server entries host:port:timeout:retries:secret that the library reads. All servers\n"
+    "together have to fit on one line of 510 characters. There are eight at most, one for each "
+    "host.\n"
+    "-1 for \"the default\" has no place in an entry either: the number itself is stored.";
+
+struct Options {
+    bool json = false;
+    std::optional<std::string> database = {};
+    std::optional<std::string> dictionary = {};
+    std::string name = {};
+    Fields fields = {};
+    std::optional<std::string> secretFile = {};
+    bool withSecrets = false;
+    std::string relayTask = kRelayTask;
+};
+
+// The database to work on. The default one lies where the platform has the device's files.
+std::string databaseFile(const Options &options) {
+    if (options.database) {
+        return *options.database;
+    }
+    const char *root = secure_getenv("PAL_ROOT");
+    return std::string(root ? root : "") + kDefaultDatabase;
+}
+
+Database openDatabase(const Options &options) {
+    Database db = Database::open(databaseFile(options));
+    checkJournal(db);
+    return db;
+}
+
+void initDatabase(const Options &options, const Report &report) {
+    const std::string file = databaseFile(options);
+    if (!options.database) {
+        std::error_code error;
+        std::filesystem::create_directories(std::filesystem::path(file).parent_path(), error);
+        if (error) {
+            throw Failure("cannot make the folder of " + file + ": " + error.message());
+        }
+    }
+    prepareDatabase(Database::create(file), options.dictionary);
+    report.done("the database " + file + " is ready");
+}
+
+void readSecretFile(Options &options) {
+    if (options.secretFile) {
+        options.fields.secret = readSecret(*options.secretFile);
+    }
+}
+
+volatile std::sig_atomic_t stopRequested = 0;
+
+// A relay that does not answer holds the service up for as long as the bus waits. Whenever the
+// service ends, nothing is lost: after a second it just does.
+void requestStop(int /*signal*/) {
+    stopRequested = 1;
+    alarm(1);
+}
+
+void stopNow(int /*signal*/) {
+    _exit(kDone);
+}
+
+void handle(int signal, void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    sigaction(signal, &action, nullptr);
+}
+
+void serve(const Options &options, Report &report) {
+    // The bus carries our own message where it wakes up for nothing else ten times a second.
+    constexpr std::chrono::milliseconds kLookEvery{100};
+
+    handle(SIGALRM, stopNow);
+    handle(SIGTERM, requestStop);
+    handle(SIGINT, requestStop);
+    const std::string file = databaseFile(options);
+    if (options.dictionary) {
+        prepareDatabase(Database::open(file), options.dictionary);
+    }
+    Bus bus;
+    if (!bus.join()) {
+        throw Failure("cannot register as module " + std::to_string(kServiceModule) +
+                      " of the bus; another service runs already?");
+    }
+    BusRelay relay(bus, options.relayTask);
+    Service service(file, relay, report);
+    report.event("service", "serves " + file);
+    while (stopRequested == 0) {
+        service.look(Service::Clock::now());
+        bus.wait(kLookEvery);
+    }
+    report.event("service", "ends");
+}
+
+Service::RelayState askService(const Database &db) {
+    constexpr std::chrono::seconds kPatience{15};
+    constexpr std::chrono::milliseconds kLookEvery{50};
+
+    const int64_t number = askForReplay(db);
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    auto state = replayState(db, number);
+    while (state == kReplayAsked && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(kLookEvery);
+        state = replayState(db, number);
+    }
+    if (!state) {
+        return Service::RelayState::upToDate;
+    }
+    forgetReplay(db, number);
+    if (state == kReplayAsked) {
+        throw Failure("the service that runs does not serve " + db.file() + ", or is held up");
+    }
+    return state == kReplayNoRelay ? Service::RelayState::none : Service::RelayState::failed;
+}
+
+void replay(const Options &options, Report &report) {
+    const Database db = openDatabase(options);
+    Bus bus;
+    auto state = Service::RelayState::failed;
+    if (bus.join()) {
+        BusRelay relay(bus, options.relayTask);
+        std::ostringstream nowhere;
+        Report quiet(options.json, nowhere, nowhere);
+        state = Service(db.file(), relay, quiet).replay();
+    } else {
+        state = askService(db);
+    }
+    switch (state) {
+        case Service::RelayState::upToDate:
+            report.done("the relay has all servers");
+            break;
+        case Service::RelayState::none:
+            throw Failure("no relay answers on the bus");
+        case Service::RelayState::failed:
+            throw Failure("the relay refuses change notices or stopped answering; does it read " +
+                          db.file() + "?");
+    }
+}
+
+void addFieldOptions(CLI::App &command, Options &options) {
+    command
+        .add_option("--port", options.fields.port,
+                    "UDP port, 0 to 65535; 0 for the port of 'radius' in the services database")
+        ->type_name("PORT");
+    command
+        .add_option("--timeout", options.fields.timeout, "seconds to wait for an answer, 1 to 300")
+        ->type_name("SECONDS");
+    command.add_option("--retries", options.fields.retries, "sends after the first one, 0 to 20")
+        ->type_name("COUNT");
+    auto *secret =
+        command.add_option("--secret", options.fields.secret, "shared secret")->type_name("SECRET");
+    command
+        .add_option("--secret-file", options.secretFile,
+                    "file with the shared secret, - for standard input")
+        ->type_name("FILE")
+        ->excludes(secret);
+    command.footer(kFieldsFooter);
+}
+
+void addDictionaryOption(CLI::App &command, Options &options) {
+    command
+        .add_option("--dictionary", options.dictionary,
+                    std::string("dictionary file that the relay loads; ") + kDefaultDictionary +
+                        " unless set before")
+        ->type_name("FILE");
+}
+
+void addRelayOption(CLI::App &command, Options &options) {
+    command
+        .add_option("--relay-task", options.relayTask,
+                    "name of the relay's task, by which a new run of it is told")
+        ->type_name("NAME")
+        ->capture_default_str();
+}
+
+// The commands, each with what it does.
+class CommandLine {
+  public:
+    CommandLine() {
+        app_.require_subcommand(1);
+        app_.footer(kFooter);
+        app_.add_flag("--json", options_.json, "answer with JSON, one document a line");
+        app_.set_version_flag("--version", "lanyardctl " LANYARD_VERSION);
+        db_->require_subcommand(1);
+        db_->fallthrough();
+        db_->add_option("-d,--database", options_.database,
+                        std::string("database file; ") + kDefaultDatabase +
+                            " without it, under $PAL_ROOT when that is set")
+            ->type_name("FILE");
+
+        auto *init = add("init", "Makes the database, or what it lacks",
+                         [this](Report &report) { initDatabase(options_, report); });
+        addDictionaryOption(*init, options_);
+        init->footer(
+            "It may be run again at any time, also on a database that has these tables already:\n"
+            "no row is changed. A new file is readable for its owner alone.");
+
+        auto *add = this->add("add", "Adds a server", [this](Report &report) {
+            readSecretFile(options_);
+            addServer(openDatabase(options_), options_.fields, report);
+        });
+        add->add_option("HOST", options_.fields.host, "name or dotted IPv4 address")
+            ->required()
+            ->type_name("");
+        addFieldOptions(*add, options_);
+
+        auto *set = this->add("set", "Changes a server", [this](Report &report) {
+            readSecretFile(options_);
+            changeServer(openDatabase(options_), options_.name, options_.fields, report);
+        });
+        addNameOption(*set);
+        set->add_option("--host", options_.fields.host, "new name or dotted IPv4 address")
+            ->type_name("HOST");
+        addFieldOptions(*set, options_);
+
+        addNameOption(*this->add("del", "Deletes a server", [this](Report &report) {
+            removeServer(openDatabase(options_), options_.name, report);
+        }));
+
+        this->add("list", "Lists the servers in the order in which they are asked",
+                  [this](Report &report) {
+                      listServers(openDatabase(options_), options_.withSecrets, report);
+                  })
+            ->add_flag("--secrets", options_.withSecrets, "show the shared secrets");
+
+        auto *serve =
+            this->add("serve", "Takes changes of the servers to the relay and to /var/radius.conf",
+                      [this](Report &report) { lanyardctl::serve(options_, report); });
+        addDictionaryOption(*serve, options_);
+        addRelayOption(*serve, options_);
+        serve->footer(
+            "It runs in the foreground until SIGTERM or SIGINT. Changes that were made while it "
+            "did\n"
+            "not run are taken care of when it starts; it may be killed at any time. One service\n"
+            "runs at a time, as module 20 of the bus.");
+
+        auto *replay = this->add("replay", "Gives all servers to a relay, whatever it has",
+                                 [this](Report &report) { lanyardctl::replay(options_, report); });
+        addRelayOption(*replay, options_);
+        replay->footer(
+            "For a relay that was started while no service ran. A service that runs does it "
+            "itself.");
+    }
+
+    int run(int argc, char **argv) {
+        try {
+            app_.parse(argc, argv);
+        } catch (const CLI::Success &wanted) {
+            return app_.exit(wanted);
+        } catch (const CLI::ParseError &error) {
+            Report(options_.json).failure(error.what());
+            return kRefused;
+        }
+        Report report(options_.json);
+        try {
+            command_(report);
+            return kDone;
+        } catch (const Refusal &refusal) {
+            report.failure(refusal.what());
+            return kRefused;
+        } catch (const NotFound &missing) {
+            report.failure(missing.what());
+            return kNotFound;
+        } catch (const std::exception &failure) {
+            report.failure(failure.what());
+            return kFailed;
+        }
+    }
+
+  private:
+    using Command = std::function<void(Report &)>;
+
+    CLI::App *add(const char *name, const char *description, const Command &command) {
+        CLI::App *app = db_->add_subcommand(name, description);
+        app->fallthrough();
+        app->callback([this, command] { command_ = command; });
+        return app;
+    }
+
+    void addNameOption(CLI::App &command) {
+        command.add_option("SERVER", options_.name, "host of the server, or its row id")
+            ->required()
+            ->type_name("");
+    }
+
+    Options options_;
+    Command command_;
+    CLI::App app_{"Keeps the RADIUS servers of a Lanyard device."};
+    CLI::App *db_ = app_.add_subcommand("db", "The servers in the device's database");
+};
+
+}  // namespace
+
+int run(int argc, char **argv) {
+    return CommandLine().run(argc, argv);
+}
+
+}  // namespace lanyardctl

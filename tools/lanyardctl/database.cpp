@@ -1,0 +1,157 @@
+#include "database.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <dbaccess.h>
+
+namespace lanyardctl {
+
+Statement::Statement(sqlite3 *db, std::string_view sql) : db_(db) {
+    sqlite3_stmt *statement = nullptr;
+    check(sqlite3_prepare_v2(db, sql.data(), static_cast<int>(sql.size()), &statement, nullptr));
+    statement_.reset(statement);
+}
+
+Statement &Statement::bind(int parameter, int64_t number) {
+    check(sqlite3_bind_int64(statement_.get(), parameter, number));
+    return *this;
+}
+
+Statement &Statement::bind(int parameter, std::string_view text) {
+    check(sqlite3_bind_text(statement_.get(), parameter, text.data(), static_cast<int>(text.size()),
+                            SQLITE_TRANSIENT));
+    return *this;
+}
+
+Statement &Statement::bind(int parameter, const std::optional<std::string> &text) {
+    if (text) {
+        return bind(parameter, std::string_view(*text));
+    }
+    check(sqlite3_bind_null(statement_.get(), parameter));
+    return *this;
+}
+
+bool Statement::step() {
+    const int status = sqlite3_step(statement_.get());
+    if (status == SQLITE_ROW) {
+        return true;
+    }
+    check(status == SQLITE_DONE ? SQLITE_OK : status);
+    return false;
+}
+
+void Statement::run() {
+    while (step()) {
+    }
+}
+
+int64_t Statement::number(int column) const {
+    return sqlite3_column_int64(statement_.get(), column);
+}
+
+std::optional<std::string> Statement::text(int column) const {
+    const unsigned char *text = sqlite3_column_text(statement_.get(), column);
+    return text ? std::optional<std::string>(reinterpret_cast<const char *>(text)) : std::nullopt;
+}
+
+int Statement::columns() const {
+    return sqlite3_column_count(statement_.get());
+}
+
+std::string Statement::name(int column) const {
+    const char *name = sqlite3_column_name(statement_.get(), column);
+    return name ? name : "";
+}
+
+void Statement::check(int status) const {
+    if (status != SQLITE_OK) {
+        throw Failure(std::string("database: ") + sqlite3_errmsg(db_));
+    }
+}
+
+Database::Database(std::string file) : file_(std::move(file)) {
+    sqlite3 *db = nullptr;
+    const int status = sqlite3_open_v2(file_.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
+    db_.reset(db);
+    if (status != SQLITE_OK) {
+        throw Failure("cannot open the database " + file_ + ": " +
+                      (db ? sqlite3_errmsg(db) : sqlite3_errstr(status)));
+    }
+    sqlite3_busy_handler(db, sqliteBusyHandler, nullptr);
+    // Changes that were delivered carried secrets.
+    run("PRAGMA secure_delete=ON");
+}
+
+Database Database::open(const std::string &file) {
+    std::error_code error;
+    if (!std::filesystem::exists(file, error)) {
+        throw Failure("there is no database " + file + "; 'lanyardctl db init' makes one");
+    }
+    return Database(file);
+}
+
+Database Database::create(const std::string &file) {
+    constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
+    const int created = ::open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kOwnerOnly);
+    if (created >= 0) {
+        close(created);
+    } else if (errno != EEXIST) {
+        throw Failure("cannot make the database " + file + ": " + std::strerror(errno));
+    }
+    return Database(file);
+}
+
+Statement Database::prepare(std::string_view sql) const {
+    return {db_.get(), sql};
+}
+
+void Database::run(std::string_view sql) const {
+    prepare(sql).run();
+}
+
+int64_t Database::number(std::string_view sql) const {
+    Statement statement = prepare(sql);
+    return statement.step() ? statement.number(0) : 0;
+}
+
+int64_t Database::dataVersion() const {
+    return number("PRAGMA data_version");
+}
+
+int64_t Database::lastRow() const {
+    return sqlite3_last_insert_rowid(db_.get());
+}
+
+WriteTransaction::WriteTransaction(const Database &db) : db_(db) {
+    db_.run("BEGIN IMMEDIATE");
+}
+
+WriteTransaction::~WriteTransaction() {
+    if (open_) {
+        try {
+            db_.run("ROLLBACK");
+        } catch (const Failure &) {
+            // SQLite has ended the transaction itself.
+        }
+    }
+}
+
+void WriteTransaction::commit() {
+    db_.run("COMMIT");
+    open_ = false;
+}
+
+std::string quoted(std::string_view name) {
+    std::string text = "\"";
+    for (const char c : name) {
+        text.append(c == '"' ? 2 : 1, c);
+    }
+    return text + '"';
+}
+
+}  // namespace lanyardctl

@@ -1,0 +1,43 @@
+// What the program says: lines for people, or JSON documents, one a line, for programs.
+#ifndef LANYARDCTL_REPORT_H
+#define LANYARDCTL_REPORT_H
+
+#include <iostream>
+#include <map>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+namespace lanyardctl {
+
+using Json = nlohmann::ordered_json;
+
+// One line. Text that is no UTF-8 is shown with replacement characters.
+std::string toLine(const Json &document);
+
+class Report {
+  public:
+    explicit Report(bool json, std::ostream &out = std::cout, std::ostream &err = std::cerr)
+        : json_(json), out_(out), err_(err) {}
+
+    // The answer of a command that did what it was told to.
+    void answer(const Json &document, const std::string &text) const;
+    void done(const std::string &text) const;
+    // Why a command failed.
+    void failure(const std::string &text) const;
+
+    // What the service did.
+    void event(const std::string &topic, const std::string &text) const;
+    // Something that is wrong until it is put right: said once, and again when the text changes.
+    void problem(const std::string &topic, const std::string &text);
+    void putRight(const std::string &topic);
+
+  private:
+    bool json_;
+    std::ostream &out_;
+    std::ostream &err_;
+    std::map<std::string, std::string> problems_;
+};
+
+}  // namespace lanyardctl
+
+#endif
