@@ -1,0 +1,524 @@
+#include "tools/pnac_wired/authenticator.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace lanyard::pnac {
+namespace {
+
+// How many attempts pass before a cookie may come again: more than the relay remembers.
+constexpr size_t kCookiesRemembered = 65536;
+
+}  // namespace
+
+Authenticator::Authenticator(const Settings &settings, Outlet &outlet,
+                             std::function<uint32_t()> random)
+    : settings_(settings),
+      outlet_(outlet),
+      random_(std::move(random)),
+      handOverRetry_(settings.handOverRetryMin) {}
+
+// The link
+
+void Authenticator::linkUp(Time now) {
+    if (linkIsUp_) {
+        return;
+    }
+    linkIsUp_ = true;
+    group_ = GroupRequest{.identifier = static_cast<uint8_t>(random_()),
+                          .repeatsLeft = settings_.repeats,
+                          .startedAt = now,
+                          .due = now + settings_.interval};
+    sendGroupRequest();
+}
+
+void Authenticator::linkDown(Time now) {
+    linkIsUp_ = false;
+    endAll(Reason::kLinkDown, now);
+}
+
+void Authenticator::shutDown(Time now) {
+    linkIsUp_ = false;
+    endAll(Reason::kShutdown, now);
+}
+
+void Authenticator::endAll(Reason reason, Time now) {
+    group_.reset();
+    while (!conversations_.empty()) {
+        Conversation &conversation = conversations_.begin()->second;
+        endSession(conversation, reason, now);
+        drop(conversation);
+    }
+    inWindow_ = 0;
+    handOverAt_.reset();
+}
+
+void Authenticator::sendGroupRequest() {
+    // In the first version, which every supplicant reads.
+    outlet_.sendFrame(buildFrame(kPaeGroup, settings_.address, kEapolVersionMin,
+                                 identityRequest(group_->identifier)));
+}
+
+// Someone is there: whoever has logged in by now would have to do it again.
+void Authenticator::stopGroupRequests() {
+    if (group_) {
+        group_->repeatsLeft = 0;
+    }
+}
+
+// Frames
+
+void Authenticator::receiveFrame(ByteView bytes, Time now) {
+    ++counters_.framesReceived;
+    const auto [fault, frame] = parseFrame(bytes, settings_.address);
+    if (fault != FrameFault::kNone) {
+        ++(fault == FrameFault::kForeign ? counters_.framesForeign : counters_.framesMalformed);
+        return;
+    }
+    if (!linkIsUp_) {
+        linkUp(now);  // a frame knows better than the news of the interface, which may be late
+    }
+    switch (frame.type) {
+        case EapolType::kStart:
+            ++counters_.starts;
+            receiveStart(frame, now);
+            break;
+        case EapolType::kLogoff:
+            ++counters_.logoffs;
+            receiveLogoff(frame, now);
+            break;
+        case EapolType::kEap:
+            receiveEap(frame, now);
+            break;
+    }
+}
+
+void Authenticator::receiveStart(const EapolFrame &frame, Time now) {
+    Conversation *conversation = findOrAdd(frame);
+    if (!conversation) {
+        return;
+    }
+    stopGroupRequests();
+    if (conversation->phase == Phase::kIdentify) {
+        sendEap(*conversation, conversation->packet);
+        return;
+    }
+    beginAttempt(*conversation, now);
+    identify(*conversation, now);
+    settle(*conversation);
+}
+
+void Authenticator::receiveLogoff(const EapolFrame &frame, Time now) {
+    if (Conversation *conversation = find(frame.source)) {
+        endSession(*conversation, Reason::kLogoff, now);
+        drop(*conversation);
+    }
+}
+
+void Authenticator::receiveEap(const EapolFrame &frame, Time now) {
+    const auto eap = parseEap(frame.body);
+    if (!eap || eap->code != EapCode::kResponse) {
+        ++counters_.eapMalformed;
+        return;
+    }
+    Conversation *conversation = find(frame.source);
+    if (!conversation || !takesResponse(*conversation, *eap)) {
+        const bool atWork = conversation && conversation->phase != Phase::kIdle &&
+                            conversation->phase != Phase::kIdentify;
+        if (atWork || !answersGroup(*eap)) {
+            ++counters_.eapUnexpected;
+            return;
+        }
+        conversation = findOrAdd(frame);
+        if (!conversation) {
+            return;
+        }
+        if (conversation->phase == Phase::kIdle) {
+            beginAttempt(*conversation, now);
+        }
+        stopGroupRequests();
+    }
+    conversation->version = frame.version;
+    if (conversation->phase != Phase::kRequest) {
+        conversation->identity.assign(eap->typeData.begin(), eap->typeData.end());
+    }
+    forward(*conversation, *eap, now);
+    settle(*conversation);
+}
+
+bool Authenticator::takesResponse(const Conversation &conversation, const EapPacket &eap) {
+    return eap.identifier == conversation.identifier &&
+           (conversation.phase == Phase::kRequest ||
+            (conversation.phase == Phase::kIdentify && eap.type == kEapTypeIdentity));
+}
+
+bool Authenticator::answersGroup(const EapPacket &eap) const {
+    return group_ && eap.type == kEapTypeIdentity && eap.identifier == group_->identifier;
+}
+
+// The table of conversations
+
+Authenticator::Conversation *Authenticator::find(const Mac &address) {
+    const auto found = conversations_.find(address);
+    return found == conversations_.end() ? nullptr : &found->second;
+}
+
+Authenticator::Conversation *Authenticator::findCookie(uint32_t cookie) {
+    const auto found = cookies_.find(cookie);
+    return found == cookies_.end() ? nullptr : find(found->second);
+}
+
+Authenticator::Conversation *Authenticator::findOrAdd(const EapolFrame &frame) {
+    Conversation *conversation = find(frame.source);
+    if (!conversation) {
+        if (!makeRoom()) {
+            ++counters_.refused;
+            return nullptr;
+        }
+        conversation = &conversations_[frame.source];
+        conversation->address = frame.source;
+        conversation->identifier = static_cast<uint8_t>(random_());
+        conversation->unanswered = unanswered_.insert(unanswered_.end(), frame.source);
+    }
+    conversation->version = frame.version;
+    return conversation;
+}
+
+// Whoever has answered once is real; a flood of invented addresses only displaces itself and those
+// who would have answered next.
+bool Authenticator::makeRoom() {
+    if (conversations_.size() < settings_.supplicantsMax) {
+        return true;
+    }
+    if (unanswered_.empty()) {
+        return false;
+    }
+    ++counters_.evicted;
+    drop(*find(unanswered_.front()));
+    return true;
+}
+
+void Authenticator::drop(Conversation &conversation) {
+    endAttempt(conversation);
+    setAlarm(conversation, std::nullopt);
+    noteAnswered(conversation);
+    conversations_.erase(conversation.address);
+}
+
+void Authenticator::noteAnswered(Conversation &conversation) {
+    if (conversation.unanswered) {
+        unanswered_.erase(*conversation.unanswered);
+        conversation.unanswered.reset();
+    }
+}
+
+uint32_t Authenticator::newCookie() {
+    uint32_t cookie = 0;
+    do {
+        cookie = random_();
+    } while (cookie == 0 || !usedCookies_.insert(cookie).second);
+    recentCookies_.push_back(cookie);
+    if (recentCookies_.size() > kCookiesRemembered) {
+        usedCookies_.erase(recentCookies_.front());
+        recentCookies_.pop_front();
+    }
+    return cookie;
+}
+
+// An attempt to log in
+
+void Authenticator::beginAttempt(Conversation &conversation, Time now) {
+    endAttempt(conversation);
+    conversation.identity.clear();
+    conversation.startedAt = now;
+}
+
+void Authenticator::endAttempt(Conversation &conversation) {
+    cookies_.erase(conversation.cookie);
+    conversation.cookie = 0;
+    conversation.packet.clear();
+    conversation.phaseEnd.reset();
+    setPhase(conversation, Phase::kIdle);
+}
+
+void Authenticator::identify(Conversation &conversation, Time now) {
+    const auto request = identityRequest(++conversation.identifier);
+    conversation.packet.assign(request.begin(), request.end());
+    conversation.interval = settings_.interval;
+    conversation.repeatsLeft = settings_.repeats;
+    conversation.phaseEnd = now + conversation.interval;
+    setPhase(conversation, Phase::kIdentify);
+    sendEap(conversation, conversation.packet);
+}
+
+void Authenticator::forward(Conversation &conversation, const EapPacket &eap, Time now) {
+    noteAnswered(conversation);
+    conversation.underway = conversation.cookie != 0;
+    if (conversation.cookie == 0) {
+        conversation.cookie = newCookie();
+        cookies_[conversation.cookie] = conversation.address;
+    }
+    conversation.identifier = eap.identifier;
+    conversation.packet = buildRecord(conversation.cookie, eap.bytes);
+    conversation.phaseEnd = now + settings_.relayTimeout;
+    setPhase(conversation, Phase::kBacklog);
+    if (!handOverAt_) {
+        drainBacklog(now);
+    }
+    counters_.recordsDelayed += conversation.phase == Phase::kBacklog ? 1U : 0U;
+}
+
+bool Authenticator::handOver(Conversation &conversation, Time now) {
+    if (!outlet_.sendRecord(conversation.packet)) {
+        handOverAt_ = now + handOverRetry_;
+        handOverRetry_ = std::min(handOverRetry_ * 2, settings_.handOverRetryMax);
+        return false;
+    }
+    ++counters_.recordsSent;
+    ++inWindow_;
+    handOverRetry_ = settings_.handOverRetryMin;
+    conversation.packet.clear();
+    setPhase(conversation, Phase::kRelay);
+    return true;
+}
+
+Authenticator::Conversation *Authenticator::firstOfBacklog() {
+    const auto &backlog = underway_.empty() ? newcomers_ : underway_;
+    return backlog.empty() ? nullptr : find(backlog.front());
+}
+
+void Authenticator::drainBacklog(Time now) {
+    handOverAt_.reset();
+    inWindow_ = std::min(inWindow_, withRelay_);
+    while (Conversation *conversation = firstOfBacklog()) {
+        if (inWindow_ >= settings_.relayWindow) {
+            handOverAt_ = now + settings_.relayStall;
+            return;
+        }
+        if (!handOver(*conversation, now)) {
+            return;
+        }
+    }
+}
+
+void Authenticator::fail(Conversation &conversation, Reason reason, Time now) {
+    if (!conversation.identity.empty() || conversation.cookie != 0) {
+        ++counters_.failed;
+        outlet_.report({.kind = EventKind::kFailed,
+                        .reason = reason,
+                        .address = conversation.address,
+                        .identity = conversation.identity,
+                        .duration = now - conversation.startedAt,
+                        .reauthentication = conversation.session.has_value()});
+    }
+    endAttempt(conversation);
+    endSession(conversation, Reason::kNotReauthenticated, now);
+    settle(conversation);
+}
+
+void Authenticator::endSession(Conversation &conversation, Reason reason, Time now) {
+    if (!conversation.session) {
+        return;
+    }
+    const Session session = std::move(*conversation.session);
+    conversation.session.reset();
+    outlet_.report({.kind = EventKind::kUnauthorized,
+                    .reason = reason,
+                    .address = conversation.address,
+                    .identity = session.identity,
+                    .duration = now - session.since});
+}
+
+// Records of the relay
+
+void Authenticator::receiveRecord(ByteView bytes, Time now) {
+    ++counters_.recordsReceived;
+    inWindow_ -= std::min<size_t>(inWindow_, 1);
+    if (const auto record = parseRecord(bytes)) {
+        takeRecord(*record, now);
+    } else {
+        ++counters_.recordsMalformed;
+    }
+    drainBacklog(now);
+}
+
+void Authenticator::takeRecord(const RelayRecord &record, Time now) {
+    Conversation *conversation = findCookie(record.cookie);
+    if (!conversation || conversation->phase != Phase::kRelay) {
+        ++counters_.recordsUnexpected;
+        return;
+    }
+    sendEap(*conversation, record.eap.bytes);
+    switch (record.eap.code) {
+        case EapCode::kRequest:
+            relayRequest(*conversation, record, now);
+            settle(*conversation);
+            break;
+        case EapCode::kSuccess:
+            authorize(*conversation, record, now);
+            settle(*conversation);
+            break;
+        default:
+            fail(*conversation, Reason::kRejected, now);
+            break;
+    }
+}
+
+void Authenticator::relayRequest(Conversation &conversation, const RelayRecord &record, Time now) {
+    conversation.identifier = record.eap.identifier;
+    conversation.packet.assign(record.eap.bytes.begin(), record.eap.bytes.end());
+    conversation.repeatsLeft = settings_.repeats;
+    conversation.interval = settings_.interval;
+    const auto &session = record.keyInfo.session;
+    if (session && session->rule == SessionRule::kChallengeWait) {
+        // RFC 3580 section 3.17: how long to wait before the request is sent again.
+        conversation.interval =
+            std::clamp<Duration>(std::chrono::seconds(session->seconds), std::chrono::seconds(1),
+                                 settings_.challengeWaitMax);
+    }
+    conversation.phaseEnd = now + conversation.interval;
+    setPhase(conversation, Phase::kRequest);
+}
+
+void Authenticator::authorize(Conversation &conversation, const RelayRecord &record, Time now) {
+    const bool again = conversation.session.has_value();
+    Session session{.identity = conversation.identity,
+                    .since = again ? conversation.session->since : now};
+    const auto &timeout = record.keyInfo.session;
+    if (timeout && timeout->rule != SessionRule::kChallengeWait) {
+        session.end = now + std::chrono::seconds(std::max(timeout->seconds, uint32_t{1}));
+        session.rule = timeout->rule;
+    }
+    conversation.session = std::move(session);
+    ++counters_.authorized;
+    outlet_.report({.kind = EventKind::kAuthorized,
+                    .reason = Reason::kAccepted,
+                    .address = conversation.address,
+                    .identity = conversation.identity,
+                    .duration = now - conversation.startedAt,
+                    .reauthentication = again,
+                    .keyInfo = record.keyInfo});
+    endAttempt(conversation);
+}
+
+// Time
+
+void Authenticator::tick(Time now) {
+    // Each conversation that wakes goes, or sets an alarm later than now.
+    while (!alarms_.empty() && alarms_.begin()->first <= now) {
+        wake(*find(alarms_.begin()->second), now);
+    }
+    if (group_ && group_->due <= now) {
+        repeatGroupRequest(now);
+    }
+    if (handOverAt_ && *handOverAt_ <= now) {
+        inWindow_ = 0;  // what the relay has lost or keeps for long does not hold up the others
+        drainBacklog(now);
+    }
+}
+
+std::optional<Time> Authenticator::nextDeadline() const {
+    std::optional<Time> next = handOverAt_;
+    if (!alarms_.empty() && (!next || alarms_.begin()->first < *next)) {
+        next = alarms_.begin()->first;
+    }
+    if (group_ && (!next || group_->due < *next)) {
+        next = group_->due;
+    }
+    return next;
+}
+
+void Authenticator::wake(Conversation &conversation, Time now) {
+    if (conversation.phaseEnd && *conversation.phaseEnd <= now) {
+        expirePhase(conversation, now);
+    } else {
+        expireSession(conversation, now);
+    }
+}
+
+void Authenticator::expirePhase(Conversation &conversation, Time now) {
+    if (conversation.phase == Phase::kBacklog || conversation.phase == Phase::kRelay) {
+        sendEap(conversation, eapFailure(conversation.identifier));
+        fail(conversation, Reason::kRelaySilent, now);
+    } else if (conversation.repeatsLeft > 0) {
+        --conversation.repeatsLeft;
+        ++counters_.requestsRepeated;
+        sendEap(conversation, conversation.packet);
+        conversation.phaseEnd = now + conversation.interval;
+        settle(conversation);
+    } else {
+        fail(conversation, Reason::kSupplicantSilent, now);
+    }
+}
+
+// Either way the supplicant is asked who it is. It does not know of the end of its session, and would
+// have no reason to start by itself.
+void Authenticator::expireSession(Conversation &conversation, Time now) {
+    if (conversation.session->rule == SessionRule::kTerminate) {
+        endSession(conversation, Reason::kSessionTimeout, now);
+    } else {
+        conversation.session->end.reset();  // from here on the attempt decides
+    }
+    if (conversation.phase == Phase::kIdle) {
+        beginAttempt(conversation, now);
+        identify(conversation, now);
+    }
+    settle(conversation);
+}
+
+void Authenticator::repeatGroupRequest(Time now) {
+    const Time end = group_->startedAt + settings_.interval * (settings_.repeats + 1);
+    if (group_->repeatsLeft > 0) {
+        --group_->repeatsLeft;
+        ++counters_.requestsRepeated;
+        sendGroupRequest();
+        group_->due = now + settings_.interval;
+    } else if (now < end) {
+        group_->due = end;  // answers may still come
+    } else {
+        group_.reset();
+    }
+}
+
+void Authenticator::settle(Conversation &conversation) {
+    std::optional<Time> alarm = conversation.phaseEnd;
+    if (conversation.session && conversation.session->end &&
+        (!alarm || *conversation.session->end < *alarm)) {
+        alarm = conversation.session->end;
+    }
+    setAlarm(conversation, alarm);
+    if (conversation.phase == Phase::kIdle && !conversation.session) {
+        drop(conversation);
+    }
+}
+
+void Authenticator::setAlarm(Conversation &conversation, std::optional<Time> alarm) {
+    if (conversation.alarm) {
+        alarms_.erase({*conversation.alarm, conversation.address});
+    }
+    conversation.alarm = alarm;
+    if (alarm) {
+        alarms_.insert({*alarm, conversation.address});
+    }
+}
+
+void Authenticator::setPhase(Conversation &conversation, Phase phase) {
+    withRelay_ -= conversation.phase == Phase::kRelay ? 1U : 0U;
+    withRelay_ += phase == Phase::kRelay ? 1U : 0U;
+    if (conversation.waiting) {
+        backlogOf(conversation).erase(*conversation.waiting);
+        conversation.waiting.reset();
+    }
+    if (phase == Phase::kBacklog) {
+        auto &backlog = backlogOf(conversation);
+        conversation.waiting = backlog.insert(backlog.end(), conversation.address);
+    }
+    conversation.phase = phase;
+}
+
+void Authenticator::sendEap(const Conversation &conversation, ByteView eap) {
+    outlet_.sendFrame(
+        buildFrame(conversation.address, settings_.address, conversation.version, eap));
+}
+
+}  // namespace lanyard::pnac

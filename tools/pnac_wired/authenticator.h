@@ -1,0 +1,269 @@
+// The port-access authenticator (IEEE 802.1X-2004 section 8) without its surroundings: frames,
+// records and the time come in through calls, frames, records and events go out through an Outlet.
+//
+// Every supplicant is a conversation, named by its address:
+//
+//     EAPOL-Start, or an answer to the request to the group
+//       |
+//       v        Response/Identity        Request of the server
+//     identify ------------------> relay <---------------------+
+//       | silent                    |  \                       |
+//       v                           |   +-> request -----------+
+//     gone                          |         |       Response
+//                 Success, Failure, |         | silent
+//                 relay silent      v         v
+//                                 idle, with a session or gone
+//
+// A session (the supplicant is authorized) lives beside that: it stays while the supplicant logs in
+// again, and ends with a failure of that, with EAPOL-Logoff, its Session-Timeout or the link.
+//
+// The relay serves one packet at a time, keeps the state of every conversation that it has seen, and
+// gives a conversation up after so many packets, whosever they are. So it is handed a few packets at
+// once, and those of logins that are under way before those of newcomers: when all supplicants of a
+// switch come at the same time, few logins are under way at any moment, and each of them is short.
+//
+// Each attempt to log in has a cookie of its own, so that a late answer to an earlier one is known
+// as such.
+#ifndef LANYARD_TOOLS_PNAC_WIRED_AUTHENTICATOR_H
+#define LANYARD_TOOLS_PNAC_WIRED_AUTHENTICATOR_H
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <list>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "tools/pnac_wired/eapol.h"
+#include "tools/pnac_wired/relay_record.h"
+
+namespace lanyard::pnac {
+
+using Clock = std::chrono::steady_clock;
+using Time = Clock::time_point;
+using Duration = Clock::duration;
+
+enum class EventKind {
+    kAuthorized,   // logged in, for the first time or again
+    kFailed,       // not logged in; an attempt that ends before it has a name is no event
+    kUnauthorized  // the session is over
+};
+
+enum class Reason {
+    kAccepted,
+    kRejected,
+    kSupplicantSilent,
+    kRelaySilent,
+    kLogoff,
+    kSessionTimeout,
+    kNotReauthenticated,
+    kLinkDown,
+    kShutdown
+};
+
+// What the outside is told. All that it refers to ends with the call.
+struct Event {
+    EventKind kind = EventKind::kFailed;
+    Reason reason = Reason::kRejected;
+    Mac address = {};
+    ByteView identity = {};
+    Duration duration = {};         // of the attempt; of the session when it is over
+    bool reauthentication = false;  // the supplicant was authorized before
+    KeyInfo keyInfo = {};           // with kAuthorized
+};
+
+class Outlet {
+  public:
+    virtual void sendFrame(ByteView frame) = 0;
+    // False when the relay does not take it now.
+    virtual bool sendRecord(ByteView record) = 0;
+    virtual void report(const Event &event) = 0;
+
+  protected:
+    ~Outlet() = default;
+};
+
+struct Settings {
+    Mac address = {};                             // of the interface
+    Duration interval = std::chrono::seconds(3);  // before a request is sent again
+    unsigned repeats = 3;                         // how often it is
+    size_t supplicantsMax = 2048;                 // conversations at once
+
+    // The longest wait that a server may ask for with a challenge: the relay forgets it after that.
+    Duration challengeWaitMax = std::chrono::minutes(5);
+
+    Duration relayTimeout = std::chrono::seconds(30);     // for the relay's answer
+    size_t relayWindow = 4;                               // packets that the relay has at once
+    Duration relayStall = std::chrono::milliseconds(50);  // then it gets more without an answer
+
+    // Before a packet that the relay did not take is offered again; doubles each time.
+    Duration handOverRetryMin = std::chrono::milliseconds(5);
+    Duration handOverRetryMax = std::chrono::milliseconds(320);
+};
+
+struct Counters {
+    uint64_t framesReceived = 0;
+    uint64_t framesMalformed = 0;
+    uint64_t framesForeign = 0;
+    uint64_t starts = 0;
+    uint64_t logoffs = 0;
+    uint64_t eapMalformed = 0;
+    uint64_t eapUnexpected = 0;  // duplicates, wrong identifiers, answers to nothing
+    uint64_t refused = 0;        // no room for another supplicant
+    uint64_t evicted = 0;        // gave their room to another one before they had answered
+    uint64_t requestsRepeated = 0;
+    uint64_t recordsSent = 0;
+    uint64_t recordsDelayed = 0;  // the relay did not take them at once
+    uint64_t recordsReceived = 0;
+    uint64_t recordsMalformed = 0;
+    uint64_t recordsUnexpected = 0;  // of an attempt that is over
+    uint64_t authorized = 0;
+    uint64_t failed = 0;
+};
+
+class Authenticator {
+  public:
+    // `random` yields 32 unpredictable bits a call.
+    Authenticator(const Settings &settings, Outlet &outlet, std::function<uint32_t()> random);
+
+    // The link: asks who is there; ends all sessions.
+    void linkUp(Time now);
+    void linkDown(Time now);
+
+    void receiveFrame(ByteView bytes, Time now);
+    void receiveRecord(ByteView bytes, Time now);
+
+    // Does what is due.
+    void tick(Time now);
+
+    // When something is due next.
+    std::optional<Time> nextDeadline() const;
+
+    // The relay has a packet and has not answered it.
+    bool awaitsRelay() const { return withRelay_ > 0; }
+
+    // Ends all sessions for good.
+    void shutDown(Time now);
+
+    const Counters &counters() const { return counters_; }
+    size_t supplicants() const { return conversations_.size(); }
+
+  private:
+    enum class Phase {
+        kIdle,
+        kIdentify,  // the Identity request is out
+        kBacklog,   // a response waits for the relay to take it
+        kRelay,     // the relay has a response
+        kRequest    // a request of the server is out
+    };
+
+    struct Session {
+        Bytes identity = {};
+        Time since = {};
+        std::optional<Time> end = {};
+        SessionRule rule = SessionRule::kTerminate;
+    };
+
+    struct Conversation {
+        Mac address = {};
+        uint8_t version = kEapolVersionMin;
+        Phase phase = Phase::kIdle;
+        uint32_t cookie = 0;     // of the attempt; 0 before the relay is involved
+        uint8_t identifier = 0;  // of the last request
+        Bytes packet = {};       // to be sent again, or waiting for the relay
+        Duration interval = {};
+        unsigned repeatsLeft = 0;
+        Bytes identity = {};
+        Time startedAt = {};
+        std::optional<Time> phaseEnd = {};
+        std::optional<Session> session = {};
+        std::optional<Time> alarm = {};                           // its entry in alarms_
+        std::optional<std::list<Mac>::iterator> unanswered = {};  // its places in the lists
+        std::optional<std::list<Mac>::iterator> waiting = {};
+        bool underway = false;  // which of them: the relay knows it
+    };
+
+    // The Identity request to the group.
+    struct GroupRequest {
+        uint8_t identifier = 0;
+        unsigned repeatsLeft = 0;
+        Time startedAt = {};
+        Time due = {};
+    };
+
+    void receiveStart(const EapolFrame &frame, Time now);
+    void receiveLogoff(const EapolFrame &frame, Time now);
+    void receiveEap(const EapolFrame &frame, Time now);
+    static bool takesResponse(const Conversation &conversation, const EapPacket &eap);
+    bool answersGroup(const EapPacket &eap) const;
+
+    Conversation *find(const Mac &address);
+    Conversation *findCookie(uint32_t cookie);
+    Conversation *findOrAdd(const EapolFrame &frame);
+    bool makeRoom();
+    void drop(Conversation &conversation);
+
+    void beginAttempt(Conversation &conversation, Time now);
+    void endAttempt(Conversation &conversation);
+    void identify(Conversation &conversation, Time now);
+    void forward(Conversation &conversation, const EapPacket &eap, Time now);
+    bool handOver(Conversation &conversation, Time now);
+    void drainBacklog(Time now);
+    std::list<Mac> &backlogOf(const Conversation &conversation) {
+        return conversation.underway ? underway_ : newcomers_;
+    }
+    Conversation *firstOfBacklog();
+    void takeRecord(const RelayRecord &record, Time now);
+    void relayRequest(Conversation &conversation, const RelayRecord &record, Time now);
+    void authorize(Conversation &conversation, const RelayRecord &record, Time now);
+    void fail(Conversation &conversation, Reason reason, Time now);
+    void endSession(Conversation &conversation, Reason reason, Time now);
+    void endAll(Reason reason, Time now);
+    // Sets the alarm after a change, or drops a conversation that has nothing left to wait for.
+    void settle(Conversation &conversation);
+
+    void wake(Conversation &conversation, Time now);
+    void expirePhase(Conversation &conversation, Time now);
+    void expireSession(Conversation &conversation, Time now);
+    void repeatGroupRequest(Time now);
+
+    void setPhase(Conversation &conversation, Phase phase);
+    void setAlarm(Conversation &conversation, std::optional<Time> alarm);
+    void noteAnswered(Conversation &conversation);
+    void sendEap(const Conversation &conversation, ByteView eap);
+    void sendGroupRequest();
+    void stopGroupRequests();
+    uint32_t newCookie();
+
+    const Settings settings_;
+    Outlet &outlet_;
+    const std::function<uint32_t()> random_;
+    Counters counters_;
+    bool linkIsUp_ = false;
+    std::optional<GroupRequest> group_;
+
+    // Addresses come from outside, so nothing here depends on how they are spread.
+    std::map<Mac, Conversation> conversations_;
+    std::map<uint32_t, Mac> cookies_;
+    std::set<std::pair<Time, Mac>> alarms_;
+    std::list<Mac> unanswered_;  // the oldest first
+    size_t withRelay_ = 0;
+
+    // Those in Phase::kBacklog, the oldest first.
+    std::list<Mac> underway_;
+    std::list<Mac> newcomers_;
+    size_t inWindow_ = 0;  // packets that the relay has, as far as one may think
+    std::optional<Time> handOverAt_;
+    Duration handOverRetry_;
+
+    std::deque<uint32_t> recentCookies_;
+    std::set<uint32_t> usedCookies_;
+};
+
+}  // namespace lanyard::pnac
+
+#endif

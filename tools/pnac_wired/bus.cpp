@@ -1,0 +1,65 @@
+#include "tools/pnac_wired/bus.h"
+
+#include <cerrno>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include <lanyard/radius/eap.h>
+
+#include "tools/pnac_wired/relay_record.h"
+
+namespace lanyard::pnac {
+namespace {
+
+constexpr uint32_t kRegisterMode = 2;
+constexpr uint32_t kSendWithoutWaiting = 2;
+
+[[noreturn]] void refuse(const char *what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+}  // namespace
+
+Bus::Bus(std::function<void(ByteView)> receiver) : receiver_(std::move(receiver)) {
+    if (xbusInit() != 0) {
+        refuse("management bus");
+    }
+    context_ = xbusRegister(RAD_EAP_PNAC_MODULE, kRegisterMode, handle, this);
+    if (!context_) {
+        const int error = errno;
+        xbusDeInit();
+        errno = error;
+        refuse("management bus, module 6");
+    }
+}
+
+Bus::~Bus() {
+    xbusUnRegister(context_);
+    xbusDeInit();
+}
+
+bool Bus::send(ByteView record) {
+    uint32_t outLen = 0;
+    return xbusIoctl(context_, RAD_EAP_MODULE, kRecordCommand, record.data(),
+                     static_cast<uint32_t>(record.size()), nullptr, &outLen, kSendWithoutWaiting, 0,
+                     0) == 0;
+}
+
+bool Bus::listen(std::chrono::microseconds wait) {
+    return xbusListen(context_, static_cast<uint32_t>(wait.count())) == 1;
+}
+
+int Bus::handle(void * /*busArg1*/, void *busArg2, uint32_t cmd, void *buf, uint32_t len,
+                void * /*out*/, uint32_t *outLen) {
+    if (outLen) {
+        *outLen = 0;
+    }
+    if (cmd != kRecordCommand || !buf) {
+        return -1;
+    }
+    static_cast<Bus *>(busArg2)->receiver_({static_cast<const uint8_t *>(buf), len});
+    return 0;
+}
+
+}  // namespace lanyard::pnac

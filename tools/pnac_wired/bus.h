@@ -1,0 +1,39 @@
+// The authenticator's place on the management bus: module 6, with the EAP relay at module 8.
+#ifndef LANYARD_TOOLS_PNAC_WIRED_BUS_H
+#define LANYARD_TOOLS_PNAC_WIRED_BUS_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+
+#include <xbus.h>
+
+#include "tools/pnac_wired/eapol.h"
+
+namespace lanyard::pnac {
+
+class Bus {
+  public:
+    // Throws std::system_error when the bus refuses.
+    explicit Bus(std::function<void(ByteView record)> receiver);
+    ~Bus();
+    Bus(const Bus &) = delete;
+    Bus &operator=(const Bus &) = delete;
+
+    // Hands a record to the relay without waiting; false when it does not take it.
+    bool send(ByteView record);
+
+    // Waits at most that long for one record and hands it to the receiver. True when one came.
+    bool listen(std::chrono::microseconds wait);
+
+  private:
+    static int handle(void *busArg1, void *busArg2, uint32_t cmd, void *buf, uint32_t len,
+                      void *out, uint32_t *outLen);
+
+    std::function<void(ByteView)> receiver_;
+    XbusCtx *context_ = nullptr;
+};
+
+}  // namespace lanyard::pnac
+
+#endif

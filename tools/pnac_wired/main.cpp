@@ -1,0 +1,289 @@
+// pnac-wired: the port-access authenticator (IEEE 802.1X) of an Ethernet interface. It hands the
+// supplicants' EAP packets to the EAP relay over the management bus. docs/eap-relay.md tells the
+// whole story.
+//
+// One thread does everything. Who speaks next is always known: while the relay has a packet, it is
+// the relay, so the program listens on the bus and looks for frames in between; otherwise it is a
+// supplicant, and the program sleeps on its sockets. A login of one supplicant is never delayed by
+// that; one of many waits for less time than the relay, which serves one packet at a time, would
+// make it wait.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <poll.h>
+#include <random>
+#include <string>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include "tools/pnac_wired/authenticator.h"
+#include "tools/pnac_wired/bus.h"
+#include "tools/pnac_wired/ethernet.h"
+#include "tools/pnac_wired/file_descriptor.h"
+#include "tools/pnac_wired/programs.h"
+#include "tools/pnac_wired/report.h"
+
+namespace lanyard::pnac {
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+
+struct Options {
+    std::string interface = {};
+    bool json = false;
+    bool showKeys = false;
+    std::string onAuthorized = {};
+    std::string onUnauthorized = {};
+    double interval = 3;
+    unsigned repeats = 3;
+    double relayTimeout = 30;
+    size_t supplicantsMax = 2048;
+};
+
+Duration toDuration(double seconds) {
+    return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds));
+}
+
+// The signals that the program waits for, blocked from here on.
+FileDescriptor catchSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGUSR1, SIGCHLD}) {
+        sigaddset(&signals, signal);
+    }
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    return {signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC), "signalfd"};
+}
+
+class Program final : private Outlet {
+  public:
+    explicit Program(const Options &options)
+        : signals_(catchSignals()),
+          ethernet_(options.interface),
+          bus_([this](ByteView record) { authenticator_.receiveRecord(record, Clock::now()); }),
+          programs_({.interface = options.interface,
+                     .onAuthorized = options.onAuthorized,
+                     .onUnauthorized = options.onUnauthorized}),
+          reporter_(options.interface,
+                    options.json ? Reporter::Format::kJson : Reporter::Format::kText,
+                    options.showKeys),
+          authenticator_({.address = ethernet_.address(),
+                          .interval = toDuration(options.interval),
+                          .repeats = options.repeats,
+                          .supplicantsMax = options.supplicantsMax,
+                          .relayTimeout = toDuration(options.relayTimeout)},
+                         *this, [this] { return random_(); }) {}
+
+    int run() {
+        say(reporter_.ready(ethernet_.address()));
+        while (!stopped_) {
+            if (authenticator_.awaitsRelay()) {
+                listenToRelay();
+            } else {
+                sleep();
+            }
+            readSignals();
+            readLink();
+            readFrames();
+            const Time now = Clock::now();
+            authenticator_.tick(now);
+            programs_.tick(now);
+        }
+        authenticator_.shutDown(Clock::now());
+        finishPrograms();
+        sayCounters();
+        return failed_ ? EXIT_FAILURE : EXIT_SUCCESS;
+    }
+
+  private:
+    // In batches, so that a flood of the one stops neither the other nor the signals.
+    static constexpr int kFramesAtOnce = 64;
+    static constexpr int kRecordsAtOnce = 64;
+
+    // How long frames may wait for the bus. A relay that has been silent for a while is waiting for
+    // its server and would not take what they bring.
+    static constexpr microseconds kListenMin{250};
+    static constexpr microseconds kListenMax{4000};
+
+    static constexpr milliseconds kSleepMax{1000};
+    static constexpr milliseconds kFinish{700};
+
+    void sendFrame(ByteView frame) override { ethernet_.send(frame); }
+    bool sendRecord(ByteView record) override { return bus_.send(record); }
+    void report(const Event &event) override {
+        say(reporter_.event(event));
+        programs_.run(event, Clock::now());
+    }
+
+    static void say(const std::string &line) {
+        // Whoever stops reading misses something; supplicants do not.
+        (void)std::fwrite(line.data(), 1, line.size(), stdout);
+        (void)std::fflush(stdout);
+    }
+
+    void sayCounters() {
+        say(reporter_.counters(authenticator_.counters(), ethernet_.notSent(),
+                               authenticator_.supplicants()));
+    }
+
+    void listenToRelay() {
+        if (!bus_.listen(listen_)) {
+            listen_ = std::min(listen_ * 2, kListenMax);
+            return;
+        }
+        listen_ = kListenMin;
+        readRecords();
+    }
+
+    // What waits on the bus; a queue that is full would make the relay drop its answers.
+    void readRecords() {
+        for (int i = 0; i < kRecordsAtOnce && bus_.listen(microseconds(0)); ++i) {
+        }
+    }
+
+    void sleep() {
+        listen_ = kListenMin;
+        Time until = Clock::now() + kSleepMax;
+        for (const auto deadline : {authenticator_.nextDeadline(), programs_.nextDeadline()}) {
+            until = std::min(until, deadline.value_or(until));
+        }
+        waitForInput({ethernet_.frames(), ethernet_.linkNews(), signals_.get()}, until);
+        readRecords();
+    }
+
+    static void waitForInput(std::initializer_list<int> descriptors, Time until) {
+        std::array<pollfd, 3> polled = {};
+        std::transform(descriptors.begin(), descriptors.end(), polled.begin(),
+                       [](int fd) { return pollfd{.fd = fd, .events = POLLIN, .revents = 0}; });
+        const auto left = std::max(until - Clock::now(), Duration::zero());
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+        const timespec wait = {.tv_sec = seconds.count(),
+                               .tv_nsec = std::chrono::nanoseconds(left - seconds).count()};
+        ppoll(polled.data(), descriptors.size(), &wait, nullptr);
+    }
+
+    void readFrames() {
+        for (int i = 0; i < kFramesAtOnce; ++i) {
+            const auto frame = ethernet_.receive();
+            if (!frame) {
+                return;
+            }
+            authenticator_.receiveFrame(*frame, Clock::now());
+        }
+    }
+
+    // What was sent before the link went down is not news of a link that is up.
+    void dropFrames() {
+        for (int i = 0; i < kFramesAtOnce * kFramesAtOnce && ethernet_.receive(); ++i) {
+        }
+    }
+
+    void readLink() {
+        ethernet_.receiveLink([this](Ethernet::Link link) {
+            if (link == Ethernet::Link::kUp) {
+                authenticator_.linkUp(Clock::now());
+                return;
+            }
+            authenticator_.linkDown(Clock::now());
+            dropFrames();
+            if (link == Ethernet::Link::kGone) {
+                (void)std::fprintf(stderr, "pnac-wired: the interface is gone\n");
+                stopped_ = true;
+                failed_ = true;
+            }
+        });
+    }
+
+    void readSignals() {
+        signalfd_siginfo signal = {};
+        while (read(signals_.get(), &signal, sizeof(signal)) ==
+               static_cast<ssize_t>(sizeof(signal))) {
+            switch (signal.ssi_signo) {
+                case SIGCHLD:
+                    programs_.reap(Clock::now());
+                    break;
+                case SIGUSR1:
+                    sayCounters();
+                    break;
+                default:
+                    stopped_ = true;
+                    break;
+            }
+        }
+    }
+
+    // Gives the last programs a moment; those that run on do so alone.
+    void finishPrograms() {
+        const Time end = Clock::now() + kFinish;
+        programs_.startAll(Clock::now());
+        while (!programs_.idle() && Clock::now() < end) {
+            waitForInput({signals_.get()}, end);
+            readSignals();
+        }
+    }
+
+    FileDescriptor signals_;
+    Ethernet ethernet_;
+    Bus bus_;
+    Programs programs_;
+    Reporter reporter_;
+    std::random_device random_;
+    Authenticator authenticator_;
+    microseconds listen_ = kListenMin;
+    bool stopped_ = false;
+    bool failed_ = false;
+};
+
+int runWith(int argc, char **argv) {
+    Options options;
+    CLI::App app(
+        "Port-access authenticator (IEEE 802.1X) of an Ethernet interface. Hands EAP packets to "
+        "the "
+        "EAP relay over the management bus.");
+    app.add_option("interface", options.interface, "interface that supplicants are on")->required();
+    app.add_flag("--json", options.json, "print a JSON object for each event");
+    app.add_flag("--show-keys", options.showKeys, "print MS-MPPE keys, not only their lengths");
+    app.add_option("--on-authorized", options.onAuthorized,
+                   "program to run, without a shell, when a supplicant has logged in")
+        ->type_name("PROGRAM")
+        ->check(CLI::ExistingFile);
+    app.add_option("--on-unauthorized", options.onUnauthorized,
+                   "program to run when a session has ended")
+        ->type_name("PROGRAM")
+        ->check(CLI::ExistingFile);
+    app.add_option("--interval", options.interval,
+                   "seconds before a request to a supplicant is sent again")
+        ->capture_default_str()
+        ->check(CLI::Range(0.01, 3600.0));
+    app.add_option("--repeats", options.repeats, "how often it is sent again")
+        ->capture_default_str()
+        ->check(CLI::Range(0U, 100U));
+    app.add_option("--relay-timeout", options.relayTimeout,
+                   "seconds to wait for the relay's answer")
+        ->capture_default_str()
+        ->check(CLI::Range(0.01, 3600.0));
+    app.add_option("--max-supplicants", options.supplicantsMax, "conversations at once")
+        ->capture_default_str()
+        ->check(CLI::Range(size_t{1}, size_t{65536}));
+    CLI11_PARSE(app, argc, argv);
+    return Program(options).run();
+}
+
+}  // namespace
+}  // namespace lanyard::pnac
+
+int main(int argc, char **argv) {
+    try {
+        return lanyard::pnac::runWith(argc, argv);
+    } catch (const std::exception &error) {
+        (void)std::fprintf(stderr, "pnac-wired: %s\n", error.what());
+        return EXIT_FAILURE;
+    }
+}

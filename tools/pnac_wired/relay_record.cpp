@@ -1,0 +1,98 @@
+#include "tools/pnac_wired/relay_record.h"
+
+#include <cstring>
+
+#include <lanyard/radius/eap.h>
+
+#include "frame/wire.h"
+
+namespace lanyard::pnac {
+namespace {
+
+constexpr uint8_t kElementHeaderSize = 2;
+
+static_assert(kRecordCommand != RAD_EAP_CMD_DB_UPDATE);
+static_assert(static_cast<int>(SessionRule::kReauthenticate) == RAD_EAP_SESSION_REAUTH);
+static_assert(static_cast<int>(SessionRule::kChallengeWait) == RAD_EAP_SESSION_CHALLENGE);
+static_assert(static_cast<int>(SessionRule::kTerminate) == RAD_EAP_SESSION_TERMINATE);
+
+bool readKey(ByteView value, ByteView &key) {
+    ByteReader reader(value);
+    key = reader.take(reader.u8());
+    return reader.ok() && reader.left() == 0;
+}
+
+bool readSession(ByteView value, uint8_t type, std::optional<SessionTimeout> &session) {
+    ByteReader reader(value);
+    session = SessionTimeout{static_cast<SessionRule>(type), reader.u32()};
+    return reader.ok() && reader.left() == 0;
+}
+
+// Later elements of a type replace earlier ones; unknown types are passed over.
+bool readElement(uint8_t type, ByteView value, KeyInfo &info) {
+    switch (type) {
+        case RAD_EAP_KEY_RECV:
+            return readKey(value, info.recvKey);
+        case RAD_EAP_KEY_SEND:
+            return readKey(value, info.sendKey);
+        case RAD_EAP_SESSION_REAUTH:
+        case RAD_EAP_SESSION_CHALLENGE:
+        case RAD_EAP_SESSION_TERMINATE:
+            return readSession(value, type, info.session);
+        default:
+            return true;
+    }
+}
+
+}  // namespace
+
+Bytes buildRecord(uint32_t cookie, ByteView eap) {
+    const RadEapXbusMsg head{
+        .cookie = cookie, .command = kRecordCommand, .length = static_cast<uint32_t>(eap.size())};
+    Bytes record(sizeof(head) + eap.size());
+    std::memcpy(record.data(), &head, sizeof(head));
+    ByteWriter(std::span(record).subspan(sizeof(head))).bytes(eap);
+    return record;
+}
+
+std::optional<RelayRecord> parseRecord(ByteView bytes) {
+    RadEapXbusMsg head = {};
+    if (bytes.size() < sizeof(head)) {
+        return std::nullopt;
+    }
+    std::memcpy(&head, bytes.data(), sizeof(head));
+    const ByteView payload = bytes.subspan(sizeof(head));
+    if (head.length != payload.size()) {
+        return std::nullopt;
+    }
+    const auto eap = parseEap(payload);
+    if (!eap || eap->code == EapCode::kResponse) {
+        return std::nullopt;
+    }
+    const auto keyInfo = parseKeyInfo(payload.subspan(eap->bytes.size()));
+    if (!keyInfo) {
+        return std::nullopt;
+    }
+    return RelayRecord{.cookie = head.cookie, .eap = *eap, .keyInfo = *keyInfo};
+}
+
+std::optional<KeyInfo> parseKeyInfo(ByteView block) {
+    KeyInfo info;
+    if (block.empty()) {
+        return info;
+    }
+    ByteReader reader(block);
+    bool good = reader.u16() == block.size();
+    while (good && reader.left() > 0) {
+        const uint8_t type = reader.u8();
+        const uint8_t length = reader.u8();
+        good = reader.ok() && length >= kElementHeaderSize &&
+               readElement(type, reader.take(length - kElementHeaderSize), info) && reader.ok();
+    }
+    if (!good) {
+        return std::nullopt;
+    }
+    return info;
+}
+
+}  // namespace lanyard::pnac

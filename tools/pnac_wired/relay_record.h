@@ -1,0 +1,54 @@
+// The bus records between the authenticator and the EAP relay, and the key-information block in
+// them.
+#ifndef LANYARD_TOOLS_PNAC_WIRED_RELAY_RECORD_H
+#define LANYARD_TOOLS_PNAC_WIRED_RELAY_RECORD_H
+
+#include <cstdint>
+#include <optional>
+
+#include "tools/pnac_wired/eapol.h"
+
+namespace lanyard::pnac {
+
+// Bus command of records in both directions; the relay learns it from each record that it gets. Any
+// but 4, which tells of changes to the database.
+constexpr uint32_t kRecordCommand = 1;
+
+// What a server's Session-Timeout means, by the type of its element.
+enum class SessionRule : uint8_t {
+    kReauthenticate = 2,  // of an Access-Accept: log in again
+    kChallengeWait = 3,   // of an Access-Challenge: wait that long for the response
+    kTerminate = 5        // of an Access-Accept: the end
+};
+
+struct SessionTimeout {
+    SessionRule rule = SessionRule::kTerminate;
+    uint32_t seconds = 0;
+};
+
+// The keys lie in the record that was parsed; empty for none.
+struct KeyInfo {
+    std::optional<SessionTimeout> session = {};
+    ByteView recvKey = {};
+    ByteView sendKey = {};
+};
+
+struct RelayRecord {
+    uint32_t cookie = 0;
+    EapPacket eap = {};
+    KeyInfo keyInfo = {};
+};
+
+// A record for the relay.
+Bytes buildRecord(uint32_t cookie, ByteView eap);
+
+// Reads a record of the relay. Nothing for one that does not hold together in every part: a verdict
+// whose key information is broken is no verdict.
+std::optional<RelayRecord> parseRecord(ByteView bytes);
+
+// Reads the block behind an EAP packet; an empty one holds nothing.
+std::optional<KeyInfo> parseKeyInfo(ByteView block);
+
+}  // namespace lanyard::pnac
+
+#endif

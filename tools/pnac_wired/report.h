@@ -1,0 +1,49 @@
+// What the program says: a line for each event, for people or as a JSON object.
+#ifndef LANYARD_TOOLS_PNAC_WIRED_REPORT_H
+#define LANYARD_TOOLS_PNAC_WIRED_REPORT_H
+
+#include <string>
+#include <string_view>
+
+#include "tools/pnac_wired/authenticator.h"
+
+namespace lanyard::pnac {
+
+// "authorized", "failed", "unauthorized"
+std::string_view nameOf(EventKind kind);
+
+// "rejected", "no answer from the relay", ...
+std::string_view nameOf(Reason reason);
+
+// Octets from outside as one word of a line: what is not printable ASCII, the quote and the
+// backslash stand as \xNN.
+std::string escaped(ByteView octets);
+
+// Lower-case digits without blanks.
+std::string toHex(ByteView octets);
+
+class Reporter {
+  public:
+    enum class Format { kText, kJson };
+
+    Reporter(std::string interface, Format format, bool showKeys)
+        : interface_(std::move(interface)), format_(format), showKeys_(showKeys) {}
+
+    // Each is one line with its end.
+    std::string ready(const Mac &address) const;
+    std::string event(const Event &event) const;
+    // What was counted, frames that the interface did not take, conversations that there are.
+    std::string counters(const Counters &counters, uint64_t notSent, size_t supplicants) const;
+
+  private:
+    std::string eventAsText(const Event &event) const;
+    std::string eventAsJson(const Event &event) const;
+
+    std::string interface_;
+    Format format_;
+    bool showKeys_;
+};
+
+}  // namespace lanyard::pnac
+
+#endif
