@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+#
+# Builds and runs the tests. Without options: all of them, under AddressSanitizer and
+# UndefinedBehaviorSanitizer.
+#
+#   --quick    the unit tests only
+#   --tsan     the tests that use threads, under ThreadSanitizer, instead
+#   --release  the unit tests of the release build instead, checks of the built library included
+#   --all      the tests of all three builds, one after the other
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+usage() {
+    echo "Usage: $0 [--quick | --tsan | --release | --all]" >&2
+    exit 2
+}
+
+[[ $# -le 1 ]] || usage
+case "${1:-}" in
+    "") runs=(dev:) ;;
+    --quick) runs=(dev:unit) ;;
+    --tsan) runs=(tsan:unit) ;;
+    --release) runs=(release:unit) ;;
+    --all) runs=(dev: tsan:unit release:unit) ;;
+    *) usage ;;
+esac
+
+step="setting up"
+report_failure() {
+    local status=$?
+    [[ $status -eq 0 ]] || echo "test: FAILED while $step"
+    exit "$status"
+}
+trap report_failure EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+scripts/setup.sh
+
+options=()
+if command -v ccache >/dev/null; then
+    options+=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+fi
+
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1:detect_stack_use_after_return=1:check_initialization_order=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+
+for run in "${runs[@]}"; do
+    preset=${run%%:*}
+    label=${run#*:}
+
+    step="configuring $preset"
+    cmake --preset "$preset" "${options[@]}" >/dev/null
+    step="building $preset"
+    timeout --foreground 900 cmake --build --preset "$preset" -j 2
+
+    step="testing $preset"
+    selection=()
+    if [[ -n $label ]]; then
+        selection=(-L "^$label\$")
+    fi
+    # ThreadSanitizer wants its address ranges free, which a random memory layout may not leave.
+    wrapper=()
+    if [[ $preset == tsan ]] && setarch "$(uname -m)" -R true 2>/dev/null; then
+        wrapper=(setarch "$(uname -m)" -R)
+    fi
+    timeout --foreground 600 "${wrapper[@]}" ctest --preset "$preset" -j 2 "${selection[@]}"
+done
+
+echo "test: all tests passed (${runs[*]//:/ })"
