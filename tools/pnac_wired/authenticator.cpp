@@ -139,7 +139,9 @@ void Authenticator::receiveEap(const EapolFrame &frame, Time now) {
         stopGroupRequests();
     }
     conversation->version = frame.version;
-    if (conversation->phase != Phase::kRequest) {
+    // Also in the middle of an attempt: the relay begins anew with that name, and it is the one that
+    // the server's verdict is about.
+    if (eap->type == kEapTypeIdentity) {
         conversation->identity.assign(eap->typeData.begin(), eap->typeData.end());
     }
     forward(*conversation, *eap, now);

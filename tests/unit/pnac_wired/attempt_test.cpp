@@ -215,6 +215,20 @@ TEST(Attempt, TakesNothingButAnIdentityForOne) {
     EXPECT_THAT(world.records(), IsEmpty());
 }
 
+// The relay begins anew with the second name, so the verdict is about that one.
+TEST(Attempt, IsOfTheLastIdentityThatTheRelayGot) {
+    World world;
+    Supplicant mallory(world, 1);
+    mallory.knock("admin");
+    world.relaySends(mallory.cookie(), eapRequest(50, 4, "10 0102"_hex));
+    mallory.identify("mallory");
+    world.relaySends(mallory.cookie(), eapRequest(51, 4, "10 0102"_hex));
+    mallory.answer(4, "10 0304"_hex);
+    world.relaySends(mallory.cookie(), eapSuccess(51));
+    EXPECT_THAT(world.events(),
+                ElementsAre(Event(EventKind::kAuthorized, Reason::kAccepted, "mallory")));
+}
+
 TEST(Attempt, TakesANakForAMethod) {
     World world;
     Supplicant alice(world, 1);
