@@ -79,8 +79,9 @@ Database::Database(std::string file) : file_(std::move(file)) {
     const int status = sqlite3_open_v2(file_.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
     db_.reset(db);
     if (status != SQLITE_OK) {
+        const int reason = db ? sqlite3_system_errno(db) : 0;
         throw Failure("cannot open the database " + file_ + ": " +
-                      (db ? sqlite3_errmsg(db) : sqlite3_errstr(status)));
+                      (reason != 0 ? std::strerror(reason) : sqlite3_errstr(status)));
     }
     sqlite3_busy_handler(db, sqliteBusyHandler, nullptr);
     // Changes that were delivered carried secrets.
@@ -88,8 +89,9 @@ Database::Database(std::string file) : file_(std::move(file)) {
 }
 
 Database Database::open(const std::string &file) {
+    // A file that only cannot be looked at is left to SQLite, which tells why.
     std::error_code error;
-    if (!std::filesystem::exists(file, error)) {
+    if (std::filesystem::status(file, error).type() == std::filesystem::file_type::not_found) {
         throw Failure("there is no database " + file + "; 'lanyardctl db init' makes one");
     }
     return Database(file);

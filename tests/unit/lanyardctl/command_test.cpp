@@ -1,5 +1,6 @@
 // The commands, as a person or a script meets them: exit status, output, and what is stored.
 #include <algorithm>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
@@ -245,6 +246,16 @@ TEST_F(Commands, InitMakesTheDefaultDatabaseUnderThePlatformsRoot) {
     }
     EXPECT_EQ(0600U, device_.root().mode("/var/lib/lanyard/config.db"));
     EXPECT_EQ("no servers\n", runProgram({LANYARDCTL, "db", "list"}, settings).out);
+}
+
+TEST_F(Commands, ADatabaseThatIsOutOfReachIsToldFromOneThatIsMissing) {
+    const std::string file = device_.root().path("/loop/config.db").string();
+    std::filesystem::create_symlink("loop", device_.root().path("/loop"));
+    const ProgramResult result = runProgram({LANYARDCTL, "db", "list", "-d", file}, {});
+    EXPECT_EQ(kFailed, result.status);
+    EXPECT_EQ(
+        "lanyardctl: cannot open the database " + file + ": Too many levels of symbolic links\n",
+        result.err);
 }
 
 TEST_F(Commands, InitRefusesAFileThatIsNoDatabase) {
