@@ -68,11 +68,8 @@ bool parseOptions(int argc, char *argv[]) {
                 }
                 break;
             default:
-                if (option == '?' && optopt == 'd') {
-                    radDeviceLogAs("radEapMain", kLogError, "ERROR: option value not specified \n");
-                } else {
-                    std::printf("Usage: %s [-v] [ -f confFile]\n", shownText(argv[0]));
-                }
+                // An unknown option, or -d without its value: getopt() tells them alike.
+                std::printf("Usage: %s [-v] [ -f confFile]\n", shownText(argv[0]));
                 return false;
         }
     }

@@ -141,6 +141,8 @@ TEST_F(EapMain, ShowsItsUsageForAnUnknownOption) {
         EXPECT_EQ(-1, run({"/sbin/radeap", option}));
         EXPECT_EQ("Usage: /sbin/radeap [-v] [ -f confFile]\n", output);
     }
+    EXPECT_EQ(-1, run({"radeap", "-d"})) << "a value that is missing is no value";
+    EXPECT_EQ("Usage: radeap [-v] [ -f confFile]\n", output);
     EXPECT_EQ(-1, run({"radeap", "-v", "-x", "-f"})) << "the first one that is refused";
     EXPECT_EQ("Usage: radeap [-v] [ -f confFile]\n", output);
     EXPECT_THAT(told(), IsEmpty());
