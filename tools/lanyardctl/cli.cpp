@@ -1,6 +1,7 @@
 #include "cli.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -9,8 +10,10 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include "bus.h"
 #include "database.h"
@@ -286,7 +289,10 @@ class CommandLine {
         } catch (const CLI::Success &wanted) {
             return app_.exit(wanted);
         } catch (const CLI::ParseError &error) {
-            Report(options_.json).failure(error.what());
+            // A flag is set only once the whole command line was understood.
+            const bool json =
+                std::find(argv + 1, argv + argc, std::string_view("--json")) != argv + argc;
+            Report(json).failure(describe(error));
             return kRefused;
         }
         Report report(options_.json);
@@ -313,6 +319,12 @@ class CommandLine {
         app->fallthrough();
         app->callback([this, command] { command_ = command; });
         return app;
+    }
+
+    // A word that nobody knows is the reason why the command is missing.
+    std::string describe(const CLI::ParseError &error) const {
+        const std::vector<std::string> unknown = app_.remaining(true);
+        return unknown.empty() ? error.what() : CLI::ExtrasError(unknown).what();
     }
 
     void addNameOption(CLI::App &command) {

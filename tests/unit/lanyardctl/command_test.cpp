@@ -218,7 +218,20 @@ TEST_F(Commands, WrongCommandLinesAreRefused) {
         EXPECT_EQ(kRefused, result.status) << testing::PrintToString(arguments);
         EXPECT_THAT(result.err, StartsWith("lanyardctl: "));
         EXPECT_EQ("", result.out);
+
+        auto forPrograms = arguments;
+        forPrograms.insert(forPrograms.begin(), "--json");
+        const ProgramResult document = run(forPrograms);
+        EXPECT_EQ(kRefused, document.status) << testing::PrintToString(arguments);
+        EXPECT_EQ("", document.err) << testing::PrintToString(arguments);
+        EXPECT_EQ(json({{"ok", false}, {"error", result.err.substr(12, result.err.size() - 13)}}),
+                  json::parse(document.out, nullptr, false));
     }
+}
+
+TEST_F(Commands, UnknownWordsAreNamed) {
+    expectRefused({"db", "lst"}, "The following argument was not expected: lst");
+    expectRefused({"serve"}, "The following argument was not expected: serve");
 }
 
 TEST_F(Commands, HelpSaysWhatThereIs) {
