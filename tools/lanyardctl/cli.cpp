@@ -15,6 +15,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include <lanyard/radius/dict.h>
+
 #include "bus.h"
 #include "database.h"
 #include "edit.h"
@@ -63,6 +65,19 @@ std::string databaseFile(const Options &options) {
     return std::string(root ? root : "") + kDefaultDatabase;
 }
 
+// Why a relay on the database would not start; none when its dictionary loads. What is wrong with
+// the dictionary stands in the library's log.
+std::optional<std::string> dictionaryProblem(const Database &db) {
+    const std::string path = readDictionary(db);
+    const bool loads = radDictLoad(path.c_str()) == 0;
+    radDictUnload();
+    return loads ? std::nullopt
+                 : std::optional<std::string>("the dictionary '" + path +
+                                              "' cannot be loaded, and no relay starts without "
+                                              "it; 'lanyardctl db init --dictionary FILE' names "
+                                              "another one");
+}
+
 Database openDatabase(const Options &options) {
     Database db = Database::open(databaseFile(options));
     checkJournal(db);
@@ -78,8 +93,9 @@ void initDatabase(const Options &options, const Report &report) {
             throw Failure("cannot make the folder of " + file + ": " + error.message());
         }
     }
-    prepareDatabase(Database::create(file), options.dictionary);
-    report.done("the database " + file + " is ready");
+    const Database db = Database::create(file);
+    prepareDatabase(db, options.dictionary);
+    report.done("the database " + file + " is ready", dictionaryProblem(db));
 }
 
 void readSecretFile(Options &options) {
@@ -116,7 +132,11 @@ void serve(const Options &options, Report &report) {
     handle(SIGINT, requestStop);
     const std::string file = databaseFile(options);
     if (options.dictionary) {
-        prepareDatabase(Database::open(file), options.dictionary);
+        const Database db = Database::open(file);
+        prepareDatabase(db, options.dictionary);
+        if (const auto problem = dictionaryProblem(db)) {
+            report.problem("dictionary", *problem);
+        }
     }
     Bus bus;
     if (!bus.join()) {

@@ -171,6 +171,12 @@ void prepareDatabase(const Database &db, const std::optional<std::string> &dicti
     transaction.commit();
 }
 
+std::string readDictionary(const Database &db) {
+    Statement statement =
+        db.prepare("SELECT value FROM environment WHERE name='RADIUS_DICTIONARY'");
+    return statement.step() ? statement.text(0).value_or("") : "";
+}
+
 void checkJournal(const Database &db) {
     const Names columns = columnsOf(db, "radiusClient");
     if (columns.empty() || !triggersAreThere(db, columns)) {

@@ -48,6 +48,9 @@ struct Change {
 inline constexpr const char *kDefaultDictionary = "/nexa2.0/etc/radius.dict";
 void prepareDatabase(const Database &db, const std::optional<std::string> &dictionary);
 
+// The dictionary in "environment"; "" when none is named.
+std::string readDictionary(const Database &db);
+
 // Throws a Failure unless every change of "radiusClient" is recorded with all its columns.
 void checkJournal(const Database &db);
 

@@ -25,8 +25,15 @@ void Report::answer(const Json &document, const std::string &text) const {
     }
 }
 
-void Report::done(const std::string &text) const {
-    answer({{"ok", true}, {"done", text}}, text);
+void Report::done(const std::string &text, const std::optional<std::string> &problem) const {
+    Json document = {{"ok", true}, {"done", text}};
+    if (problem) {
+        document["problem"] = *problem;
+    }
+    answer(document, text);
+    if (problem && !json_) {
+        say(err_, "lanyardctl: PROBLEM: " + *problem);
+    }
 }
 
 void Report::failure(const std::string &text) const {

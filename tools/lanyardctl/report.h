@@ -5,6 +5,7 @@
 #include <iostream>
 #include <map>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 
 namespace lanyardctl {
@@ -21,7 +22,8 @@ class Report {
 
     // The answer of a command that did what it was told to.
     void answer(const Json &document, const std::string &text) const;
-    void done(const std::string &text) const;
+    // The same where there is nothing more to tell, but perhaps something to put right.
+    void done(const std::string &text, const std::optional<std::string> &problem = {}) const;
     // Why a command failed.
     void failure(const std::string &text) const;
 

@@ -261,6 +261,30 @@ TEST_F(Commands, InitMakesTheDefaultDatabaseUnderThePlatformsRoot) {
     EXPECT_EQ("no servers\n", runProgram({LANYARDCTL, "db", "list"}, settings).out);
 }
 
+TEST_F(Commands, InitTellsOfADictionaryThatDoesNotLoad) {
+    const std::string ready = "the database " + device_.file() + " is ready";
+    const auto problem = [](const std::string &path) {
+        return "the dictionary '" + path +
+               "' cannot be loaded, and no relay starts without it; 'lanyardctl db init "
+               "--dictionary FILE' names another one";
+    };
+    EXPECT_EQ("", run({"db", "init"}).err);
+
+    ProgramResult result = run({"db", "init", "--dictionary", "/none.dict"});
+    EXPECT_EQ(kDone, result.status);
+    EXPECT_EQ(ready + "\n", result.out);
+    EXPECT_THAT(result.err, AllOf(HasSubstr("No such file or directory"),
+                                  HasSubstr("\nlanyardctl: PROBLEM: " + problem("/none.dict"))));
+    device_.root().write("/wrong.dict", "ATTRIBUTE Nothing\n");
+    result = run({"--json", "db", "init", "--dictionary", "/wrong.dict"});
+    EXPECT_EQ(kDone, result.status);
+    EXPECT_EQ(json({{"ok", true}, {"done", ready}, {"problem", problem("/wrong.dict")}}),
+              json::parse(result.out));
+    device_.change("UPDATE environment SET value=NULL");
+    EXPECT_THAT(run({"db", "init"}).err, HasSubstr(problem("")));
+    EXPECT_EQ("", run({"db", "init", "--dictionary", "/nexa2.0/etc/radius.dict"}).err);
+}
+
 TEST_F(Commands, ADatabaseThatIsOutOfReachIsToldFromOneThatIsMissing) {
     const std::string file = device_.root().path("/loop/config.db").string();
     std::filesystem::create_symlink("loop", device_.root().path("/loop"));
