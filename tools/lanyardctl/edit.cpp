@@ -146,6 +146,9 @@ void addServer(const Database &db, const Fields &fields, const Report &report) {
 
 void changeServer(const Database &db, const std::string &name, const Fields &fields,
                   const Report &report) {
+    if (fields == Fields{}) {
+        throw Refusal("name what is to be changed: --host, --port, --timeout, --retries, --secret");
+    }
     WriteTransaction transaction(db);
     const std::vector<Server> servers = readServers(db);
     Server server = findServer(servers, name);

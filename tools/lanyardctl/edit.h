@@ -29,6 +29,8 @@ struct Fields {
     std::optional<std::string> secret = {};
     std::optional<std::string> timeout = {};
     std::optional<std::string> retries = {};
+
+    bool operator==(const Fields &) const = default;
 };
 
 inline constexpr const char *kDefaultPort = "1812";

@@ -134,6 +134,8 @@ TEST_F(Commands, SetChangesWhatIsNamedAndNothingElse) {
                   "the host 'c' is there already, in row 2, and the relay tells servers apart by "
                   "their host");
     expectRefused({"db", "set", "a", "--secret", ""}, "secret: is empty");
+    expectRefused({"db", "set", "a"},
+                  "name what is to be changed: --host, --port, --timeout, --retries, --secret");
     expectRefused({"db", "set", "nobody", "--port", "1"}, "there is no server 'nobody'", kNotFound);
     expectRefused({"db", "set", "7", "--port", "1"}, "there is no server with the row id 7",
                   kNotFound);
