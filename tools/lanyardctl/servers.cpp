@@ -150,6 +150,11 @@ Problem problemOfNumber(const char *what, const std::optional<std::string> &text
                ": -1 does not stand for the default here: server entries are text, in which -1 "
                "leaves the place open for the next field; store the number itself";
     }
+    // Any program may have stored it, and it is to be shown.
+    const auto control = std::find_if(text->begin(), text->end(), isControl);
+    if (control != text->end()) {
+        return std::string(what) + ": holds " + shown(*control) + "; it " + bounds;
+    }
     int number = 0;
     const char *end = text->data() + text->size();
     const auto [stopped, error] = std::from_chars(text->data(), end, number);

@@ -89,6 +89,11 @@ TEST(Server, NumberOutOfBoundsIsRefused) {
         EXPECT_EQ("port: '" + std::string(port) + "' is no whole number from 0 to 65535",
                   problemOf(refused));
     }
+    refused.port = "1812\n";
+    EXPECT_EQ("port: holds a newline; it is no whole number from 0 to 65535", problemOf(refused));
+    refused.port = "\x1b[2J";
+    EXPECT_EQ("port: holds the octet 0x1b; it is no whole number from 0 to 65535",
+              problemOf(refused));
     refused.port = "";
     EXPECT_EQ("port: is empty; it is no whole number from 0 to 65535", problemOf(refused));
     refused = server();
