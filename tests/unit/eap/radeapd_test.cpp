@@ -1,0 +1,181 @@
+// radeapd as a process of its own: a daemon on a real bus that ends when it is told to.
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <optional>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
+
+#include <lanyard/radius/eap.h>
+#include <lanyard/radius/mgmt.h>
+#include <xbus.h>
+
+#include "tests/interop/child_process.h"
+#include "tests/support/bytes.h"
+#include "tests/support/file_descriptor.h"
+#include "tests/support/scripted_server.h"
+#include "tests/support/temporary_root.h"
+#include "tests/unit/mgmt/database_file.h"
+
+namespace lanyard::test {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr uint32_t kPnac = 6;
+constexpr uint32_t kDontWait = 2;
+constexpr seconds kPatience{20};
+// What it promises, and what a busy machine may add to that.
+constexpr milliseconds kPromise{1000};
+constexpr milliseconds kSlack{1000};
+
+std::string contentOf(const std::filesystem::path &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Awaits a condition; false when it does not come true.
+bool comes(const std::function<bool()> &condition) {
+    const auto end = Clock::now() + kPatience;
+    while (!condition()) {
+        if (Clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+    return true;
+}
+
+class Radeapd : public testing::Test {
+  protected:
+    void SetUp() override {
+        root.write("/nexa2.0/etc/radius.dict", contentOf(LANYARD_DICTIONARY));
+        root.write("/var/hosts", "127.0.0.1 " + hostName() + "\n");
+        database.nameDictionary("/nexa2.0/etc/radius.dict");
+        ASSERT_EQ(0, xbusInit());
+        bus = xbusRegister(kPnac, 2, drop, nullptr);
+        ASSERT_NE(nullptr, bus);
+        const ProgramResult started = runProgram(command, {"PAL_ROOT=" + root.folder().string()});
+        ASSERT_EQ(0, started.status) << started.err;
+        ASSERT_TRUE(comes([this] { return findDaemon(); }));
+    }
+
+    void TearDown() override {
+        if (daemon > 0 && isAlive()) {
+            EXPECT_EQ(0, kill(daemon, SIGKILL));
+        }
+        EXPECT_EQ(0, xbusUnRegister(bus));
+    }
+
+    static std::string hostName() {
+        char name[256] = {};
+        EXPECT_EQ(0, gethostname(name, sizeof(name) - 1));
+        return static_cast<const char *>(name);
+    }
+
+    static int drop(void * /*busArg1*/, void * /*busArg2*/, uint32_t /*cmd*/, void * /*buf*/,
+                    uint32_t /*len*/, void * /*out*/, uint32_t * /*outLen*/) {
+        return 0;
+    }
+
+    // The one process with this test's command line.
+    bool findDaemon() {
+        std::string wanted;
+        for (const std::string &word : command) {
+            wanted += word + '\0';
+        }
+        for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
+            const std::string name = entry.path().filename().string();
+            pid_t pid = 0;
+            const auto [rest, error] = std::from_chars(name.data(), name.data() + name.size(), pid);
+            if (error == std::errc() && *rest == '\0' &&
+                contentOf(entry.path() / "cmdline") == wanted) {
+                daemon = pid;
+                process.emplace(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)), "pidfd");
+                return true;
+            }
+        }
+        return false;
+    }
+
+    [[nodiscard]] bool endsWithin(milliseconds time) const {
+        pollfd ended{.fd = process->get(), .events = POLLIN, .revents = 0};
+        return poll(&ended, 1, static_cast<int>(time.count())) == 1;
+    }
+    [[nodiscard]] bool isAlive() const { return !endsWithin(milliseconds(0)); }
+
+    int send(uint32_t busCommand, ByteView message, uint32_t flags = kDontWait) const {
+        uint32_t outLen = 0;
+        return xbusIoctl(bus, RAD_EAP_MODULE, busCommand, message.data(),
+                         static_cast<uint32_t>(message.size()), nullptr, &outLen, flags, 0, 0);
+    }
+
+    // Stores a server and tells the relay.
+    int addServer(const SilentPort &server, const std::string &timeout) const {
+        const RadDbUpdateInfo notice{.tableName = "radiusClient",
+                                     .rowKey = 4,
+                                     .rowId = database.addServer("'" + server.host() + "', '" +
+                                                                 std::to_string(server.port()) +
+                                                                 "', 's', '" + timeout + "', '3'"),
+                                     .opCode = RAD_DB_INSERT,
+                                     .reserved = 0};
+        return send(RAD_EAP_CMD_DB_UPDATE,
+                    {reinterpret_cast<const uint8_t *>(&notice), sizeof(notice)}, 0);
+    }
+
+    int identify(std::string_view name) const {
+        const auto size = static_cast<uint8_t>(5 + name.size());
+        const RadEapXbusMsg head{.cookie = 7, .command = 17, .length = size};
+        const auto *octets = reinterpret_cast<const uint8_t *>(&head);
+        return send(17, concatenate({Bytes(octets, octets + sizeof(head)), Bytes{2, 1, 0, size, 1},
+                                     fromText(name)}));
+    }
+
+    TemporaryRoot root;
+    DatabaseFile database{root.path("/device.db")};
+    const std::vector<std::string> command{LANYARD_RADEAPD, "-d", database.path()};
+    XbusCtx *bus = nullptr;
+    pid_t daemon = 0;
+    std::optional<FileDescriptor> process;
+};
+
+TEST_F(Radeapd, IsADaemonOfItsName) {
+    EXPECT_EQ("tRadEap\n", contentOf("/proc/" + std::to_string(daemon) + "/comm"));
+    EXPECT_EQ(daemon, getsid(daemon));
+}
+
+TEST_F(Radeapd, EndsWithinASecond) {
+    ASSERT_EQ(0, kill(daemon, SIGTERM));
+    EXPECT_TRUE(endsWithin(kPromise + kSlack));
+    EXPECT_FALSE(root.exists("/run/xbus/8")) << "it has left the bus";
+}
+
+// The database is opened before the process becomes a daemon, and read after that.
+TEST_F(Radeapd, AsksTheServersThatItsDatabaseNames) {
+    const SilentPort server;
+    ASSERT_EQ(0, addServer(server, "30"));
+    ASSERT_EQ(0, identify("alice"));
+    EXPECT_TRUE(comes([&server] { return !server.received().empty(); }));
+}
+
+TEST_F(Radeapd, EndsWithinASecondAlsoWhileItWaitsForAServer) {
+    const SilentPort server;
+    ASSERT_EQ(0, addServer(server, "30"));
+    ASSERT_EQ(0, identify("alice"));
+    ASSERT_TRUE(comes([&server] { return !server.received().empty(); }));
+    ASSERT_EQ(0, kill(daemon, SIGTERM));
+    EXPECT_TRUE(endsWithin(kPromise + kSlack));
+}
+
+}  // namespace
+}  // namespace lanyard::test
