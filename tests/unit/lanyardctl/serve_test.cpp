@@ -11,6 +11,7 @@
 #include <lanyard/radius/frame.h>
 
 #include "tests/unit/lanyardctl/device.h"
+#include "tests/unit/lanyardctl/library_relay.h"
 #include "tests/unit/lanyardctl/processes.h"
 #include "tools/lanyardctl/cli.h"
 
@@ -22,7 +23,6 @@ using lanyardctl::kDone;
 using lanyardctl::kFailed;
 using testing::HasSubstr;
 using testing::Not;
-using testing::SizeIs;
 
 // A second, and one more for a machine that is busy. The bus alone would wait for five.
 constexpr auto kEndsWithin = 2s;
@@ -85,6 +85,21 @@ class Serve : public testing::Test {
         EXPECT_TRUE(fileHasTable()) << device_.confFile();
     }
 
+    // The relay has these servers, and so has a program that reads the file now.
+    void expectServers(std::vector<lanyardctl::Server> servers) {
+        expectAllDone();
+        const auto held = viewer_.look();
+        ASSERT_TRUE(held);
+        EXPECT_EQ(servers, held->servers);
+        EXPECT_EQ(static_cast<int>(servers.size()), held->count);
+        EXPECT_EQ(servers.empty() ? -1 : 0, radConfigure("/var/radius.conf"));
+        for (auto &server : servers) {
+            server.id = -1;  // the file does not know of rows
+        }
+        EXPECT_EQ(servers, LibraryRelay::held());
+        radDeconfigure();
+    }
+
     Device device_;
     RelayViewer viewer_;
     std::optional<BackgroundProcess> relay_;
@@ -95,22 +110,22 @@ TEST_F(Serve, TakesEditsToTheRelayAndToTheFile) {
     startRelay();
     startService();
     EXPECT_EQ(kDone, command({"add", "127.0.0.1", "--secret", "s1"}).status);
+    expectServers({{1, "127.0.0.1", "1812", "s1", "10", "3"}});
     EXPECT_EQ(kDone, command({"add", "b.example", "--secret", "s2", "--port", "1645"}).status);
-    expectAllDone();
-    EXPECT_THAT(viewer_.look()->servers, SizeIs(2));
+    expectServers(
+        {{1, "127.0.0.1", "1812", "s1", "10", "3"}, {2, "b.example", "1645", "s2", "10", "3"}});
+    EXPECT_EQ(kDone, command({"set", "127.0.0.1", "--secret", "new", "--timeout", "5", "--retries",
+                              "0", "--port", "11812"})
+                         .status);
+    expectServers(
+        {{1, "127.0.0.1", "11812", "new", "5", "0"}, {2, "b.example", "1645", "s2", "10", "3"}});
     EXPECT_EQ(kDone, command({"set", "127.0.0.1", "--host", "127.0.0.2"}).status);
-    expectAllDone();
-    ASSERT_EQ(0, radConfigure("/var/radius.conf"));
-    const auto *slots = static_cast<const RadServer *>(radConfGet(RAD_CONF_AUTH_SERVERS));
-    ASSERT_EQ(2, radConfGetNumServers(RAD_SERVER_AUTH));
-    EXPECT_STREQ("127.0.0.2", slots[0].host);
-    EXPECT_STREQ("s2", slots[1].secret);
-    EXPECT_EQ(1645, slots[1].port);
-    radDeconfigure();
+    expectServers(
+        {{1, "127.0.0.2", "11812", "new", "5", "0"}, {2, "b.example", "1645", "s2", "10", "3"}});
     EXPECT_EQ(kDone, command({"del", "1"}).status);
+    expectServers({{2, "b.example", "1645", "s2", "10", "3"}});
     EXPECT_EQ(kDone, command({"del", "b.example"}).status);
-    expectAllDone();
-    EXPECT_EQ(0, viewer_.look()->count);
+    expectServers({});
     EXPECT_FALSE(device_.root().exists("/var/radius.conf"));
 }
 
