@@ -14,6 +14,7 @@
 #include "tests/unit/lanyardctl/library_relay.h"
 #include "tests/unit/lanyardctl/processes.h"
 #include "tools/lanyardctl/cli.h"
+#include "tools/lanyardctl/journal.h"
 
 namespace lanyard::test {
 namespace {
@@ -236,6 +237,15 @@ TEST_F(Serve, WaitsForALockedDatabase) {
     std::this_thread::sleep_for(300ms);
     device_.change("COMMIT");
     expectAllDone();
+}
+
+TEST_F(Serve, NamesTheDictionary) {
+    service_.emplace(std::vector<std::string>{LANYARDCTL, "db", "serve", "-d", device_.file(),
+                                              "--dictionary", "/none.dict"},
+                     settings());
+    EXPECT_TRUE(service_->waitForOutput("dictionary: PROBLEM: the dictionary '/none.dict' cannot"))
+        << service_->output();
+    EXPECT_EQ("/none.dict", lanyardctl::readDictionary(device_.db()));
 }
 
 TEST_F(Serve, SpeaksJson) {
