@@ -3,6 +3,7 @@
 #define LANYARD_TOOLS_PNAC_WIRED_FILE_DESCRIPTOR_H
 
 #include <cerrno>
+#include <string>
 #include <system_error>
 #include <unistd.h>
 #include <utility>

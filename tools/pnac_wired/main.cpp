@@ -9,6 +9,7 @@
 // make it wait.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -25,6 +26,7 @@
 #include "tools/pnac_wired/bus.h"
 #include "tools/pnac_wired/ethernet.h"
 #include "tools/pnac_wired/file_descriptor.h"
+#include "tools/pnac_wired/output.h"
 #include "tools/pnac_wired/programs.h"
 #include "tools/pnac_wired/report.h"
 
@@ -65,7 +67,8 @@ FileDescriptor catchSignals() {
 class Program final : private Outlet {
   public:
     explicit Program(const Options &options)
-        : signals_(catchSignals()),
+        : output_(STDOUT_FILENO),
+          signals_(catchSignals()),
           ethernet_(options.interface),
           bus_([this](ByteView record) { authenticator_.receiveRecord(record, Clock::now()); }),
           programs_({.interface = options.interface,
@@ -82,7 +85,7 @@ class Program final : private Outlet {
                          *this, [this] { return random_(); }) {}
 
     int run() {
-        say(reporter_.ready(ethernet_.address()));
+        output_.say(reporter_.ready(ethernet_.address()));
         while (!stopped_) {
             if (authenticator_.awaitsRelay()) {
                 listenToRelay();
@@ -95,10 +98,12 @@ class Program final : private Outlet {
             const Time now = Clock::now();
             authenticator_.tick(now);
             programs_.tick(now);
+            output_.flush();
         }
         authenticator_.shutDown(Clock::now());
         finishPrograms();
         sayCounters();
+        finishOutput();
         return failed_ ? EXIT_FAILURE : EXIT_SUCCESS;
     }
 
@@ -114,23 +119,20 @@ class Program final : private Outlet {
 
     static constexpr milliseconds kSleepMax{1000};
     static constexpr milliseconds kFinish{700};
+    static constexpr milliseconds kFinishOutput{100};
 
     void sendFrame(ByteView frame) override { ethernet_.send(frame); }
     bool sendRecord(ByteView record) override { return bus_.send(record); }
     void report(const Event &event) override {
-        say(reporter_.event(event));
+        output_.say(reporter_.event(event));
         programs_.run(event, Clock::now());
     }
 
-    static void say(const std::string &line) {
-        // Whoever stops reading misses something; supplicants do not.
-        (void)std::fwrite(line.data(), 1, line.size(), stdout);
-        (void)std::fflush(stdout);
-    }
-
     void sayCounters() {
-        say(reporter_.counters(authenticator_.counters(), ethernet_.notSent(),
-                               authenticator_.supplicants()));
+        output_.say(reporter_.counters(authenticator_.counters(),
+                                       {.supplicants = authenticator_.supplicants(),
+                                        .framesNotSent = ethernet_.notSent(),
+                                        .linesLost = output_.linesLost()}));
     }
 
     void listenToRelay() {
@@ -154,19 +156,21 @@ class Program final : private Outlet {
         for (const auto deadline : {authenticator_.nextDeadline(), programs_.nextDeadline()}) {
             until = std::min(until, deadline.value_or(until));
         }
-        waitForInput({ethernet_.frames(), ethernet_.linkNews(), signals_.get()}, until);
+        waitFor({ethernet_.frames(), ethernet_.linkNews(), signals_.get()}, until);
         readRecords();
     }
 
-    static void waitForInput(std::initializer_list<int> descriptors, Time until) {
-        std::array<pollfd, 3> polled = {};
-        std::transform(descriptors.begin(), descriptors.end(), polled.begin(),
+    // Waits for one of them, or for room at the output.
+    void waitFor(std::initializer_list<int> inputs, Time until) const {
+        std::array<pollfd, 4> polled = {};
+        polled[0] = {.fd = output_.awaited(), .events = POLLOUT, .revents = 0};
+        std::transform(inputs.begin(), inputs.end(), polled.begin() + 1,
                        [](int fd) { return pollfd{.fd = fd, .events = POLLIN, .revents = 0}; });
         const auto left = std::max(until - Clock::now(), Duration::zero());
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
         const timespec wait = {.tv_sec = seconds.count(),
                                .tv_nsec = std::chrono::nanoseconds(left - seconds).count()};
-        ppoll(polled.data(), descriptors.size(), &wait, nullptr);
+        ppoll(polled.data(), inputs.size() + 1, &wait, nullptr);
     }
 
     void readFrames() {
@@ -224,11 +228,22 @@ class Program final : private Outlet {
         const Time end = Clock::now() + kFinish;
         programs_.startAll(Clock::now());
         while (!programs_.idle() && Clock::now() < end) {
-            waitForInput({signals_.get()}, end);
+            waitFor({signals_.get()}, end);
             readSignals();
+            output_.flush();
         }
     }
 
+    // Gives a slow reader a moment for the last lines.
+    void finishOutput() {
+        const Time end = Clock::now() + kFinishOutput;
+        while (!output_.idle() && Clock::now() < end) {
+            waitFor({}, end);
+            output_.flush();
+        }
+    }
+
+    Output output_;  // the first: what is opened behind it may get the number of a closed one
     FileDescriptor signals_;
     Ethernet ethernet_;
     Bus bus_;

@@ -166,12 +166,12 @@ std::string Reporter::eventAsJson(const Event &event) const {
     return lineOf(object);
 }
 
-std::string Reporter::counters(const Counters &counters, uint64_t notSent,
-                               size_t supplicants) const {
+std::string Reporter::counters(const Counters &counters, const ProgramCounters &more) const {
     Json object = {{"event", "counters"},
                    {"interface", interface_},
-                   {"supplicants", supplicants},
-                   {"frames_not_sent", notSent}};
+                   {"supplicants", more.supplicants},
+                   {"frames_not_sent", more.framesNotSent},
+                   {"lines_lost", more.linesLost}};
     for (const auto &[name, counter] : kCounterNames) {
         object[name] = counters.*counter;
     }

@@ -2,6 +2,7 @@
 #ifndef LANYARD_TOOLS_PNAC_WIRED_REPORT_H
 #define LANYARD_TOOLS_PNAC_WIRED_REPORT_H
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -22,6 +23,13 @@ std::string escaped(ByteView octets);
 // Lower-case digits without blanks.
 std::string toHex(ByteView octets);
 
+// What the program knows beside the authenticator's counters.
+struct ProgramCounters {
+    size_t supplicants = 0;  // conversations that there are
+    uint64_t framesNotSent = 0;
+    uint64_t linesLost = 0;
+};
+
 class Reporter {
   public:
     enum class Format { kText, kJson };
@@ -32,8 +40,7 @@ class Reporter {
     // Each is one line with its end.
     std::string ready(const Mac &address) const;
     std::string event(const Event &event) const;
-    // What was counted, frames that the interface did not take, conversations that there are.
-    std::string counters(const Counters &counters, uint64_t notSent, size_t supplicants) const;
+    std::string counters(const Counters &counters, const ProgramCounters &more) const;
 
   private:
     std::string eventAsText(const Event &event) const;

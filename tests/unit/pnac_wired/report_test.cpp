@@ -155,18 +155,21 @@ TEST(Report, SaysThatItIsReady) {
 
 TEST(Report, ShowsTheCounters) {
     const pnac::Counters counters{.framesReceived = 7, .failed = 18446744073709551615U};
+    const pnac::ProgramCounters more{.supplicants = 3, .framesNotSent = 5, .linesLost = 9};
     const json object =
-        parsed(Reporter("eth0", Reporter::Format::kJson, false).counters(counters, 5, 3));
+        parsed(Reporter("eth0", Reporter::Format::kJson, false).counters(counters, more));
     EXPECT_EQ("counters", object["event"]);
     EXPECT_EQ(7, object["frames_received"]);
     EXPECT_EQ(5, object["frames_not_sent"]);
+    EXPECT_EQ(9, object["lines_lost"]);
     EXPECT_EQ(3, object["supplicants"]);
     EXPECT_EQ(18446744073709551615U, object["failed"].get<uint64_t>());
-    EXPECT_EQ(21U, object.size());
+    EXPECT_EQ(22U, object.size());
 
     const std::string line =
-        Reporter("eth0", Reporter::Format::kText, false).counters(counters, 5, 3);
-    EXPECT_EQ(0U, line.find("counters supplicants=3 frames_not_sent=5 frames_received=7 "));
+        Reporter("eth0", Reporter::Format::kText, false).counters(counters, more);
+    EXPECT_EQ(
+        0U, line.find("counters supplicants=3 frames_not_sent=5 lines_lost=9 frames_received=7 "));
     EXPECT_EQ('\n', line.back());
 }
 
