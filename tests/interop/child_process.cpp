@@ -5,13 +5,17 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <fstream>
+#include <iterator>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 #include "tests/interop/exec_texts.h"
+#include "tests/interop/wait_until.h"
 
 namespace lanyard::test {
 
@@ -74,16 +78,13 @@ bool collect(const Pipe &out, const Pipe &err, ProgramResult &result) {
     return true;
 }
 
-}  // namespace
-
-ProgramResult runProgram(std::vector<std::string> command, std::vector<std::string> settings) {
-    Pipe out;
-    Pipe err;
+// Starts a program with its standard output and standard error in these descriptors.
+pid_t start(std::vector<std::string> command, std::vector<std::string> settings, int out, int err) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, out.ends[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, err.ends[1], STDERR_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
 
     const std::vector<char *> argv = pointersTo(command);
     // The first of two settings of one name counts.
@@ -101,6 +102,19 @@ ProgramResult runProgram(std::vector<std::string> command, std::vector<std::stri
     if (reason != 0) {
         throw std::system_error(reason, std::generic_category(), command[0]);
     }
+    return pid;
+}
+
+int exitStatus(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace
+
+ProgramResult runProgram(std::vector<std::string> command, std::vector<std::string> settings) {
+    Pipe out;
+    Pipe err;
+    const pid_t pid = start(std::move(command), std::move(settings), out.ends[1], err.ends[1]);
     out.closeWriteEnd();
     err.closeWriteEnd();
 
@@ -110,8 +124,56 @@ ProgramResult runProgram(std::vector<std::string> command, std::vector<std::stri
     }
     int status = 0;
     waitpid(pid, &status, 0);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.status = exitStatus(status);
     return result;
+}
+
+RunningProgram::RunningProgram(std::vector<std::string> command, std::vector<std::string> settings,
+                               std::filesystem::path output)
+    : output_(std::move(output)) {
+    const int file =
+        open(output_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600);
+    if (file < 0) {
+        throw std::system_error(errno, std::generic_category(), output_);
+    }
+    try {
+        pid_ = start(std::move(command), std::move(settings), file, file);
+    } catch (...) {
+        close(file);
+        throw;
+    }
+    close(file);
+}
+
+RunningProgram::~RunningProgram() {
+    if (!status_) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+}
+
+std::string RunningProgram::output() const {
+    std::ifstream stream(output_, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+bool RunningProgram::waitForOutput(const std::string &text) const {
+    return waitUntil([&] { return output().find(text) != std::string::npos; });
+}
+
+void RunningProgram::signal(int number) const {
+    kill(pid_, number);
+}
+
+std::optional<int> RunningProgram::wait() {
+    waitUntil([this] {
+        int status = 0;
+        if (!status_ && waitpid(pid_, &status, WNOHANG) == pid_) {
+            status_ = exitStatus(status);
+        }
+        return status_.has_value();
+    });
+    return status_;
 }
 
 }  // namespace lanyard::test

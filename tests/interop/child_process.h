@@ -1,11 +1,14 @@
 /**
  * @file
- * Runs a program and collects what it writes.
+ * Runs programs: to their end, or beside the test.
  */
 #ifndef LANYARD_TESTS_INTEROP_CHILD_PROCESS_H
 #define LANYARD_TESTS_INTEROP_CHILD_PROCESS_H
 
+#include <filesystem>
+#include <optional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace lanyard::test {
@@ -23,6 +26,41 @@ struct ProgramResult {
  * @param settings  "NAME=value" to add to this process's environment.
  */
 ProgramResult runProgram(std::vector<std::string> command, std::vector<std::string> settings);
+
+/**
+ * A program that runs beside the test, without standard input, and is killed with this object at
+ * the latest. What it writes goes to a file, so that it never waits for a reader.
+ */
+class RunningProgram {
+  public:
+    /**
+     * @param command   path of the program and its arguments.
+     * @param settings  "NAME=value" to add to this process's environment.
+     * @param output    the file for standard output and standard error; an earlier one is replaced.
+     */
+    RunningProgram(std::vector<std::string> command, std::vector<std::string> settings,
+                   std::filesystem::path output);
+    ~RunningProgram();
+    RunningProgram(const RunningProgram &) = delete;
+    RunningProgram &operator=(const RunningProgram &) = delete;
+    RunningProgram(RunningProgram &&) = delete;
+    RunningProgram &operator=(RunningProgram &&) = delete;
+
+    /** What it has written so far. */
+    [[nodiscard]] std::string output() const;
+    /** Waits until it has written a text, for 20 seconds at most. */
+    [[nodiscard]] bool waitForOutput(const std::string &text) const;
+
+    void signal(int number) const;
+    /** Waits for its end, for 20 seconds at most.
+     * @return its exit status, -1 when a signal ended it; nothing while it runs. */
+    std::optional<int> wait();
+
+  private:
+    std::filesystem::path output_;
+    pid_t pid_ = -1;
+    std::optional<int> status_;
+};
 
 }  // namespace lanyard::test
 

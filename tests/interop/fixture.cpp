@@ -1,14 +1,9 @@
 #include "tests/interop/fixture.h"
 
-#include <arpa/inet.h>
 #include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <netinet/in.h>
 #include <palroot.h>
-#include <sys/socket.h>
-#include <system_error>
 #include <unistd.h>
 
 #include <lanyard/radius/frame.h>
@@ -16,34 +11,6 @@
 namespace lanyard::test {
 
 std::unique_ptr<RealServer> Interop::server_;
-
-SilentServer::SilentServer() : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    auto *generic = reinterpret_cast<sockaddr *>(&address);
-    if (socket_ < 0 || bind(socket_, generic, length) != 0 ||
-        getsockname(socket_, generic, &length) != 0) {
-        const int reason = errno;
-        close(socket_);
-        throw std::system_error(reason, std::generic_category(), "silent server");
-    }
-    port_ = ntohs(address.sin_port);
-}
-
-SilentServer::~SilentServer() {
-    close(socket_);
-}
-
-int SilentServer::packets() const {
-    std::array<char, 1> start;
-    int count = 0;
-    while (recv(socket_, start.data(), start.size(), MSG_DONTWAIT | MSG_TRUNC) > 0) {
-        count++;
-    }
-    return count;
-}
 
 void Interop::SetUpTestSuite() {
     server_ = std::make_unique<RealServer>();

@@ -13,27 +13,9 @@
 
 #include "tests/interop/real_server.h"
 #include "tests/interop/scratch_folder.h"
+#include "tests/interop/silent_server.h"
 
 namespace lanyard::test {
-
-/** A UDP port of 127.0.0.1 that takes packets and never answers. */
-class SilentServer {
-  public:
-    SilentServer();
-    ~SilentServer();
-    SilentServer(const SilentServer &) = delete;
-    SilentServer &operator=(const SilentServer &) = delete;
-    SilentServer(SilentServer &&) = delete;
-    SilentServer &operator=(SilentServer &&) = delete;
-
-    [[nodiscard]] uint16_t port() const { return port_; }
-    /** Number of packets that came in since the last call. */
-    [[nodiscard]] int packets() const;
-
-  private:
-    int socket_ = -1;
-    uint16_t port_ = 0;
-};
 
 class Interop : public testing::Test {
   protected:

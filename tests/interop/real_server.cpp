@@ -17,6 +17,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "tests/interop/certificates.h"
 #include "tests/interop/exec_texts.h"
 
 namespace lanyard::test {
@@ -76,8 +77,13 @@ class FreePort {
 
 }  // namespace
 
-RealServer::RealServer() : secret_(randomSecret()) {
-    for (const char *file : {"radiusd.conf", "users", "grants"}) {
+RealServer::RealServer(Eap eap) : secret_(randomSecret()) {
+    std::vector<const char *> files = {"radiusd.conf", "users", "grants"};
+    if (eap == Eap::kYes) {
+        files.insert(files.end(), {"eap-methods", "eap-server"});
+        writeCertificates(folder_.path());
+    }
+    for (const char *file : files) {
         const std::filesystem::path copy = folder_.path() / file;
         std::filesystem::copy_file(std::filesystem::path(LANYARD_SERVER_CONFIGURATION) / file,
                                    copy);
@@ -86,6 +92,7 @@ RealServer::RealServer() : secret_(randomSecret()) {
     }
     // Another process may take a port before the server does.
     for (int tries = 0; tries < 5; tries++) {
+        choosePorts();
         if (start()) {
             return;
         }
@@ -97,24 +104,28 @@ RealServer::~RealServer() {
     stop();
 }
 
+void RealServer::choosePorts() {
+    const FreePort auth;
+    const FreePort withSignature;
+    const FreePort acct;
+    const FreePort withEap;
+    authPort_ = auth.number();
+    signedPort_ = withSignature.number();
+    acctPort_ = acct.number();
+    eapPort_ = withEap.number();
+}
+
 bool RealServer::start() {
-    {
-        const FreePort auth;
-        const FreePort withSignature;
-        const FreePort acct;
-        authPort_ = auth.number();
-        signedPort_ = withSignature.number();
-        acctPort_ = acct.number();
-    }
     const std::string folder = folder_.path().string();
     const std::string logFile = (folder_.path() / kLog).string();
     std::array<std::string, 6> arguments = {kProgram, "-f", "-l", logFile, "-d", folder};
-    std::array<std::string, 5> settings = {
+    std::array<std::string, 6> settings = {
         "LANYARD_SERVER_DIR=" + folder,
         "LANYARD_SERVER_SECRET=" + secret_,
         "LANYARD_AUTH_PORT=" + std::to_string(authPort_),
         "LANYARD_SIGNED_PORT=" + std::to_string(signedPort_),
         "LANYARD_ACCT_PORT=" + std::to_string(acctPort_),
+        "LANYARD_EAP_PORT=" + std::to_string(eapPort_),
     };
     const std::vector<char *> argv = pointersTo(arguments);
     const std::vector<char *> environment = pointersTo(settings);
@@ -161,17 +172,29 @@ void RealServer::stop() {
     if (pid_ < 0) {
         return;
     }
-    kill(pid_, SIGTERM);
+    ::kill(pid_, SIGTERM);
     const auto deadline = std::chrono::steady_clock::now() + kStopLimit;
     while (waitpid(pid_, nullptr, WNOHANG) == 0) {
         if (std::chrono::steady_clock::now() >= deadline) {
-            kill(pid_, SIGKILL);
+            ::kill(pid_, SIGKILL);
             waitpid(pid_, nullptr, 0);
             break;
         }
         std::this_thread::sleep_for(kGlance);
     }
     pid_ = -1;
+}
+
+void RealServer::kill() {
+    ::kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+}
+
+void RealServer::startAgain() {
+    if (!start()) {
+        throw std::runtime_error(std::string(kProgram) + " does not start again:\n" + log());
+    }
 }
 
 std::string RealServer::accessRequests() const {

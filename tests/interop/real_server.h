@@ -7,6 +7,7 @@
 #define LANYARD_TESTS_INTEROP_REAL_SERVER_H
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <sys/types.h>
 
@@ -20,9 +21,13 @@ namespace lanyard::test {
  */
 class RealServer {
   public:
+    enum class Eap { kNo, kYes };
+
     /** Starts the server and waits until it takes requests. Throws std::runtime_error, with its
-     * log. */
-    RealServer();
+     * log.
+     * @param eap  kYes to serve EAP-MD5, EAP-TLS, PEAP and TTLS as well, with new certificates.
+     */
+    explicit RealServer(Eap eap = Eap::kNo);
     ~RealServer();
     RealServer(const RealServer &) = delete;
     RealServer &operator=(const RealServer &) = delete;
@@ -34,6 +39,12 @@ class RealServer {
     /** Authentication; every reply carries a Message-Authenticator, as its last attribute. */
     [[nodiscard]] uint16_t signedPort() const { return signedPort_; }
     [[nodiscard]] uint16_t acctPort() const { return acctPort_; }
+    /** Authentication with EAP. */
+    [[nodiscard]] uint16_t eapPort() const { return eapPort_; }
+    /** A file of certificates.h: those that a server for EAP was made with. */
+    [[nodiscard]] std::filesystem::path certificate(const std::string &file) const {
+        return folder_.path() / file;
+    }
     /** The secret shared with all clients; another one in every object. */
     [[nodiscard]] const std::string &secret() const { return secret_; }
 
@@ -44,7 +55,13 @@ class RealServer {
     /** The server's own log so far. */
     [[nodiscard]] std::string log() const;
 
+    /** Kills the server as a crash would: whatever it knew of conversations is lost. */
+    void kill();
+    /** Starts it on its ports again after kill(). Throws std::runtime_error, with its log. */
+    void startAgain();
+
   private:
+    void choosePorts();
     bool start();
     bool waitUntilReady();
     void stop();
@@ -54,6 +71,7 @@ class RealServer {
     uint16_t authPort_ = 0;
     uint16_t signedPort_ = 0;
     uint16_t acctPort_ = 0;
+    uint16_t eapPort_ = 0;
     pid_t pid_ = -1;
 };
 

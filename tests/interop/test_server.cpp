@@ -1,6 +1,7 @@
 /**
  * @file
- * lanyard-test-server: the server of real_server.h for scripts and for trying things by hand.
+ * lanyard-test-server [--eap]: the server of real_server.h for scripts and for trying things by
+ * hand, with --eap one that serves EAP as well.
  *
  * It prints where the server is, one "name=value" a line, and keeps it running until its standard
  * input ends or it is asked to stop (SIGINT, SIGTERM, SIGHUP).
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <exception>
 #include <poll.h>
+#include <string_view>
 #include <sys/signalfd.h>
 #include <system_error>
 #include <unistd.h>
@@ -19,6 +21,8 @@
 #include "tests/interop/real_server.h"
 
 namespace {
+
+using lanyard::test::RealServer;
 
 void waitForEnd(int signals) {
     std::array<pollfd, 2> watched = {{{STDIN_FILENO, POLLIN, 0}, {signals, POLLIN, 0}}};
@@ -36,9 +40,21 @@ void waitForEnd(int signals) {
     }
 }
 
+void printEap(const RealServer &server) {
+    std::printf("eap_port=%u\n", unsigned{server.eapPort()});
+    std::printf("ca_certificate=%s\n", server.certificate("ca.pem").c_str());
+    std::printf("client_certificate=%s\n", server.certificate("client.pem").c_str());
+    std::printf("client_key=%s\n", server.certificate("client.key").c_str());
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char *argv[]) {
+    const bool eap = argc == 2 && std::string_view(argv[1]) == "--eap";
+    if (argc > 1 && !eap) {
+        (void)std::fprintf(stderr, "Usage: lanyard-test-server [--eap]\n");
+        return EXIT_FAILURE;
+    }
     try {
         sigset_t ends;
         sigemptyset(&ends);
@@ -50,10 +66,14 @@ int main() {
         if (signals < 0) {
             throw std::system_error(errno, std::generic_category(), "signalfd");
         }
-        const lanyard::test::RealServer server;
-        std::printf("auth_port=%u\nsigned_port=%u\nacct_port=%u\nsecret=%s\nready=yes\n",
+        const RealServer server(eap ? RealServer::Eap::kYes : RealServer::Eap::kNo);
+        std::printf("auth_port=%u\nsigned_port=%u\nacct_port=%u\nsecret=%s\n",
                     unsigned{server.authPort()}, unsigned{server.signedPort()},
                     unsigned{server.acctPort()}, server.secret().c_str());
+        if (eap) {
+            printEap(server);
+        }
+        (void)std::puts("ready=yes");
         (void)std::fflush(stdout);
         waitForEnd(signals);
         return EXIT_SUCCESS;

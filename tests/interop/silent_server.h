@@ -1,0 +1,33 @@
+/**
+ * @file
+ * A RADIUS server that is there and says nothing.
+ */
+#ifndef LANYARD_TESTS_INTEROP_SILENT_SERVER_H
+#define LANYARD_TESTS_INTEROP_SILENT_SERVER_H
+
+#include <cstdint>
+
+namespace lanyard::test {
+
+/** A UDP port of this machine that takes packets and never answers. */
+class SilentServer {
+  public:
+    explicit SilentServer(const char *address = "127.0.0.1");
+    ~SilentServer();
+    SilentServer(const SilentServer &) = delete;
+    SilentServer &operator=(const SilentServer &) = delete;
+    SilentServer(SilentServer &&) = delete;
+    SilentServer &operator=(SilentServer &&) = delete;
+
+    [[nodiscard]] uint16_t port() const { return port_; }
+    /** Number of packets that came in since the last call. */
+    [[nodiscard]] int packets() const;
+
+  private:
+    int socket_ = -1;
+    uint16_t port_ = 0;
+};
+
+}  // namespace lanyard::test
+
+#endif
