@@ -1,0 +1,199 @@
+#include "tests/e2e/device.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/e2e/virtual_wire.h"
+#include "tests/interop/wait_until.h"
+
+namespace lanyard::test {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char *kRelayTask = "tRadEap";
+
+std::string hostName() {
+    std::array<char, 256> name = {};
+    gethostname(name.data(), name.size() - 1);
+    return name.data();
+}
+
+// The process of that name. This process's namespace has no others of it.
+std::optional<pid_t> findTask(const std::string &name) {
+    for (const auto &entry : fs::directory_iterator("/proc")) {
+        std::ifstream file(entry.path() / "comm");
+        std::string comm;
+        if (std::getline(file, comm) && comm == name) {
+            return std::stoi(entry.path().filename());
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+Device::Device() : database_((root_.path() / "var/lib/lanyard/config.db").string()) {
+    // The address that a request carries, where the resolver does not know this machine's name.
+    root_.write("var/hosts", "127.0.0.1 " + hostName() + "\n");
+    root_.write("log/programs", "");
+    fs::create_directories(root_.path() / "nexa2.0/etc");
+    fs::copy_file(LANYARD_DICTIONARY, root_.path() / "nexa2.0/etc/radius.dict");
+    db({"init"});
+}
+
+Device::~Device() {
+    if (relay_ > 0) {
+        kill(relay_, SIGKILL);
+        waitpid(relay_, nullptr, 0);
+    }
+}
+
+std::vector<std::string> Device::settings(const std::string &log) const {
+    const std::string folder = (root_.path() / "log").string();
+    const char *options = std::getenv("ASAN_OPTIONS");
+    return {"PAL_ROOT=" + root_.path().string(), "PAL_DEBUG_LEVELS=28",
+            "PAL_DEBUG_FILE=" + folder + "/" + log,
+            std::string("ASAN_OPTIONS=") + (options != nullptr ? options : "") +
+                ":log_path=" + folder + "/sanitizer"};
+}
+
+void Device::db(const std::vector<std::string> &arguments) const {
+    std::vector<std::string> command = {LANYARD_LANYARDCTL, "db"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    const ProgramResult result = runProgram(command, settings("programs"));
+    if (result.status != 0) {
+        throw std::runtime_error("lanyardctl db " + arguments.at(0) + ": " + result.out +
+                                 result.err);
+    }
+}
+
+void Device::addServer(const std::string &host, uint16_t port, const std::string &secret) const {
+    db({"add", host, "--port", std::to_string(port), "--secret", secret, "--timeout", "1",
+        "--retries", "0"});
+}
+
+void Device::startService() {
+    service_.emplace(std::vector<std::string>{LANYARD_LANYARDCTL, "db", "serve"},
+                     settings("service"), root_.path() / "log/service-events");
+    if (!service_->waitForOutput("serves ")) {
+        throw std::runtime_error("lanyardctl db serve: " + service_->output());
+    }
+}
+
+void Device::change(const std::vector<std::string> &arguments) const {
+    const size_t before = service_->output().size();
+    db(arguments);
+    if (!waitUntil(
+            [&] { return service_->output().find("relay: has ", before) != std::string::npos; })) {
+        throw std::runtime_error("the relay does not get it: " + service_->output());
+    }
+}
+
+void Device::startRelay() {
+    const ProgramResult result = runProgram({LANYARD_RADEAPD, "-d", database_}, settings("relay"));
+    std::optional<pid_t> task;
+    if (result.status != 0 || !waitUntil([&] {
+            task = findTask(kRelayTask);
+            return task.has_value();
+        })) {
+        throw std::runtime_error("radeapd does not start: " + result.err + logs());
+    }
+    relay_ = *task;
+}
+
+std::chrono::milliseconds Device::endRelay(int signal) {
+    const auto asked = std::chrono::steady_clock::now();
+    kill(relay_, signal);
+    if (!waitUntil([this] { return waitpid(relay_, &relayStatus_, WNOHANG) == relay_; })) {
+        throw std::runtime_error("radeapd does not end");
+    }
+    relay_ = -1;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                 asked);
+}
+
+void Device::startAuthenticator(std::vector<std::string> options) {
+    std::vector<std::string> command = {LANYARD_PNAC_WIRED, "--json", "--show-keys"};
+    command.insert(command.end(), options.begin(), options.end());
+    command.emplace_back(VirtualWire::kPort);
+    authenticator_.reset();
+    authenticator_.emplace(command, settings("authenticator"), root_.path() / "log/events");
+    if (!authenticator_->waitForOutput("\"ready\"")) {
+        throw std::runtime_error("pnac-wired: " + authenticator_->output());
+    }
+}
+
+std::vector<Event> Device::events() const {
+    std::vector<Event> events;
+    std::istringstream lines(authenticator_->output());
+    // A line without its end is still being written.
+    for (std::string line; std::getline(lines, line) && !lines.eof();) {
+        events.push_back(Event::parse(line));
+    }
+    return events;
+}
+
+std::optional<Event> Device::waitForEvent(const std::function<bool(const Event &)> &fits) const {
+    std::optional<Event> found;
+    waitUntil([&] {
+        const std::vector<Event> all = events();
+        const auto event = std::find_if(all.begin(), all.end(), fits);
+        if (event != all.end()) {
+            found = *event;
+        }
+        return found.has_value();
+    });
+    return found;
+}
+
+std::optional<Event> Device::firstEventOf(const std::string &address) const {
+    return waitForEvent([&](const Event &event) { return event.value("address", "") == address; });
+}
+
+std::string Device::logs() const {
+    std::string text;
+    for (const auto &entry : fs::directory_iterator(root_.path() / "log")) {
+        text += "--- " + entry.path().filename().string() + "\n" +
+                root_.read("log/" + entry.path().filename().string());
+    }
+    return text;
+}
+
+std::string Device::stop() {
+    std::string wrong;
+    const auto end = [&](const char *name, std::optional<RunningProgram> &program) {
+        if (program) {
+            program->signal(SIGTERM);
+            if (program->wait() != 0) {
+                wrong += std::string(name) + " does not end well\n";
+            }
+        }
+        program.reset();
+    };
+    end("pnac-wired", authenticator_);
+    end("lanyardctl db serve", service_);
+    if (relay_ > 0) {
+        endRelay(SIGTERM);
+        if (!WIFEXITED(relayStatus_) || WEXITSTATUS(relayStatus_) != 0) {
+            wrong += "radeapd does not end well\n";
+        }
+    }
+    for (const auto &entry : fs::directory_iterator(root_.path() / "log")) {
+        const std::string name = entry.path().filename().string();
+        if (name.starts_with("sanitizer")) {
+            wrong += root_.read("log/" + name);
+        }
+    }
+    return wrong;
+}
+
+}  // namespace lanyard::test

@@ -1,0 +1,81 @@
+/**
+ * @file
+ * A network device: the programs of the build at work together, in a folder that stands in for the
+ * device's files.
+ */
+#ifndef LANYARD_TESTS_E2E_DEVICE_H
+#define LANYARD_TESTS_E2E_DEVICE_H
+
+#include <chrono>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include "tests/interop/child_process.h"
+#include "tests/interop/scratch_folder.h"
+
+namespace lanyard::test {
+
+/** An event of the authenticator, as pnac-wired describes it. */
+using Event = nlohmann::json;
+
+class Device {
+  public:
+    /** Makes the files and the database, which has no servers yet. Throws std::runtime_error. */
+    Device();
+    ~Device();
+    Device(const Device &) = delete;
+    Device &operator=(const Device &) = delete;
+    Device(Device &&) = delete;
+    Device &operator=(Device &&) = delete;
+
+    /** Runs `lanyardctl db`. Throws std::runtime_error when it fails. */
+    void db(const std::vector<std::string> &arguments) const;
+    /** Adds a server with a time-out of a second and no retries. */
+    void addServer(const std::string &host, uint16_t port, const std::string &secret) const;
+
+    /** Starts `lanyardctl db serve`. */
+    void startService();
+    void endService() { service_.reset(); }
+    /** Runs `lanyardctl db` and waits until the service has taken what it changed to the relay. */
+    void change(const std::vector<std::string> &arguments) const;
+
+    /** Starts radeapd and returns when it runs as a daemon. */
+    void startRelay();
+    /** Sends it a signal and waits for its end. Throws std::runtime_error when there is none.
+     * @return how long it took. */
+    std::chrono::milliseconds endRelay(int signal);
+
+    /** Starts pnac-wired on the wire, which asks for identities at once. */
+    void startAuthenticator(std::vector<std::string> options = {});
+    /** Its events so far. */
+    [[nodiscard]] std::vector<Event> events() const;
+    /** Waits for an event. @return the first one that fits; none after 20 seconds. */
+    [[nodiscard]] std::optional<Event> waitForEvent(
+        const std::function<bool(const Event &)> &fits) const;
+    /** The same, for the first event of a supplicant. */
+    [[nodiscard]] std::optional<Event> firstEventOf(const std::string &address) const;
+
+    /** Whatever the programs have logged, for a person to read. */
+    [[nodiscard]] std::string logs() const;
+    /** Ends the programs that run. @return what is not as it should be: another exit status than 0,
+     * findings of sanitizers in any program so far; "" for nothing. */
+    std::string stop();
+
+  private:
+    [[nodiscard]] std::vector<std::string> settings(const std::string &log) const;
+
+    ScratchFolder root_;
+    std::string database_;
+    std::optional<RunningProgram> service_;
+    std::optional<RunningProgram> authenticator_;
+    pid_t relay_ = -1;
+    int relayStatus_ = 0;  // what it ended with
+};
+
+}  // namespace lanyard::test
+
+#endif

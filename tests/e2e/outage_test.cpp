@@ -1,0 +1,87 @@
+/**
+ * @file
+ * Servers and relays that fall silent, die and come back.
+ */
+#include <chrono>
+#include <csignal>
+
+#include "tests/e2e/end_to_end.h"
+#include "tests/interop/silent_server.h"
+
+namespace lanyard::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+class Outage : public EndToEnd {
+  protected:
+    void expectLogin() {
+        const Event event = knock(md5Account("alice", "wonderland"));
+        EXPECT_EQ(event.at("event"), "authorized");
+        EXPECT_EQ(event.at("identity"), "alice");
+    }
+};
+
+TEST_F(Outage, OfTheFirstServerLeavesTheSecond) {
+    const SilentServer silent("127.0.0.2");
+    device().change({"del", "127.0.0.1"});
+    device().addServer("127.0.0.2", silent.port(), "unheard");
+    addServer();
+    device().db({"replay"});
+    device().startAuthenticator();
+    expectLogin();
+    EXPECT_GT(silent.packets(), 0);
+}
+
+TEST_F(Outage, OfTheServerInAConversationEndsThatConversationOnly) {
+    const auto supplicant = connect(peapAccount(server(), "alice"));
+    // The tunnel stands, and the server waits for what comes out of it.
+    ASSERT_TRUE(supplicant->asksForPassword());
+    server().kill();
+    supplicant->givePassword("wonderland");
+    EXPECT_TRUE(supplicant->fails());
+    const std::optional<Event> event = device().firstEventOf(VirtualWire::kUserAddress);
+    server().startAgain();
+    ASSERT_TRUE(event);
+    EXPECT_EQ(event->at("event"), "failed");
+    EXPECT_EQ(event->at("identity"), "alice");
+    expectLogin();
+}
+
+TEST_F(Outage, OfTheRelayIsOverWhenItIsStartedAndHasTheServersAgain) {
+    const auto supplicant = connect(md5Account("alice", "wonderland"));
+    ASSERT_TRUE(supplicant->succeeds());
+    device().endRelay(SIGKILL);
+    device().startRelay();
+    device().db({"replay"});
+    expectLogin();
+}
+
+TEST_F(Outage, OfTheRelayIsOverWithoutAServiceToo) {
+    device().endService();
+    device().endRelay(SIGKILL);
+    device().startRelay();
+    device().db({"replay"});
+    device().startAuthenticator();
+    expectLogin();
+}
+
+TEST_F(Outage, OfTheRelayIsToldToTheSupplicant) {
+    device().endRelay(SIGKILL);
+    device().startAuthenticator({"--relay-timeout", "0.2"});
+    const Event event = knock(md5Account("alice", "wonderland"));
+    EXPECT_EQ(event.at("event"), "failed");
+    EXPECT_EQ(event.at("reason"), "no answer from the relay");
+    device().startRelay();
+    device().db({"replay"});
+    expectLogin();
+}
+
+TEST_F(Outage, OfTheRelayTakesLessThanASecondWhenItIsAskedTo) {
+    device().startAuthenticator();
+    expectLogin();
+    EXPECT_LT(device().endRelay(SIGTERM), 1000ms);
+}
+
+}  // namespace
+}  // namespace lanyard::test
