@@ -75,7 +75,7 @@ fi
 cmake --preset release "${launcher[@]}" >/dev/null
 timeout --foreground 900 cmake --build --preset release -j 2 --target \
     radauth radauth-all radauth-portal radacct radchap radchap-portal radmschap radmschap-portal \
-    radmschapv2 radmschapv2-portal ntresponse lanyard-test-server
+    radmschapv2 radmschapv2-portal ntresponse lanyardctl radeapd pnac-wired lanyard-test-server
 
 echo
 echo "== Starting a RADIUS server on 127.0.0.1"
@@ -191,6 +191,10 @@ as_expected "the server answered"
 step "A login with a configuration file that is not there" 1 radauth -f /var/none.conf alice wonderland
 shows "*can't open /var/none.conf: No such file or directory*"
 as_expected "the program says so"
+
+echo
+echo "== alice's machine logs in at an Ethernet port (802.1X), through the EAP relay"
+timeout 120 scripts/demo-wired.sh
 
 echo
 echo "demo: all went as expected"
