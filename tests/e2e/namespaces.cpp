@@ -53,9 +53,9 @@ void becomeRoot(uid_t user, gid_t group) {
 void enterOwnNamespaces() {
     const uid_t user = geteuid();
     const gid_t group = getegid();
-    const int userToo = user == 0 ? 0 : CLONE_NEWUSER;
-    require(unshare(userToo | CLONE_NEWNET | CLONE_NEWNS | CLONE_NEWPID) == 0, "making namespaces");
-    if (userToo != 0) {
+    constexpr int kOwn = CLONE_NEWNET | CLONE_NEWNS | CLONE_NEWPID;
+    if (unshare(kOwn) != 0) {
+        require(unshare(CLONE_NEWUSER | kOwn) == 0, "making namespaces");
         becomeRoot(user, group);
     }
     const pid_t first = fork();
