@@ -64,7 +64,11 @@ Ethernet::Ethernet(const std::string &interface)
     checked(setsockopt(frames_.get(), SOL_PACKET, PACKET_ADD_MEMBERSHIP, &membership,
                        sizeof(membership)),
             interface + ": joining the PAE group");
-    setsockopt(frames_.get(), SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof(kReceiveBuffer));
+    // Beyond the system's limit where that is allowed.
+    if (setsockopt(frames_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer,
+                   sizeof(kReceiveBuffer)) != 0) {
+        setsockopt(frames_.get(), SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof(kReceiveBuffer));
+    }
 
     sockaddr_ll place = {};
     place.sll_family = AF_PACKET;
@@ -97,8 +101,15 @@ std::optional<ByteView> Ethernet::receive() {
     // An interface that goes down leaves an error here; the link's own news tells of it.
     constexpr int kTries = 2;
     for (int i = 0; i < kTries; ++i) {
-        const ssize_t size = recv(frames_.get(), room_.data(), room_.size(), MSG_TRUNC);
+        sockaddr_ll from = {};
+        socklen_t fromSize = sizeof(from);
+        const ssize_t size = recvfrom(frames_.get(), room_.data(), room_.size(), MSG_TRUNC,
+                                      reinterpret_cast<sockaddr *>(&from), &fromSize);
         if (size >= 0) {
+            // A VLAN that the machine knows has an interface of its own, any other is nobody's.
+            if (from.sll_ifindex != index_ || from.sll_pkttype == PACKET_OTHERHOST) {
+                return ByteView();
+            }
             return ByteView(room_).first(std::min(static_cast<size_t>(size), room_.size()));
         }
         if (errno == EAGAIN) {

@@ -21,7 +21,8 @@ class Ethernet {
     const Mac &address() const { return address_; }
 
     int frames() const { return frames_.get(); }
-    // The next frame, valid until the next call; nothing when none waits.
+    // The next frame, valid until the next call; nothing when none waits. One of a VLAN, which comes
+    // without its tag and is nothing of this port's, has no octets.
     std::optional<ByteView> receive();
     // Counts what the interface does not take: retransmission makes up for it.
     void send(ByteView frame);
