@@ -137,6 +137,18 @@ TEST_F(MgmtUpdate, RunsNoStatementOfATableName) {
     EXPECT_EQ(1, radConfGetNumServers(RAD_SERVER_AUTH));
 }
 
+// Whatever such a name makes of the query, it is read and goes to no handler.
+TEST_F(MgmtUpdate, HandlesNoTableUnderAnotherSpelling) {
+    (void)database.addServer("'a', '1812', 's1', '5', '3'");
+    for (const char *table : {"\"radiusClient\"", "[radiusClient] AS r", " radiusClient ",
+                              "radiusClient --", "radiusClient, environment AS e --"}) {
+        log.clear();
+        EXPECT_EQ(0, deliver(notice(table, RAD_DB_INSERT, 1, 1))) << table;
+        EXPECT_THAT(problems(), IsEmpty()) << table;
+    }
+    EXPECT_EQ(0, radConfGetNumServers(RAD_SERVER_AUTH));
+}
+
 TEST_F(MgmtUpdate, TellsThatTheRowIsNotThere) {
     for (const int opCode : std::vector<int>{RAD_DB_INSERT, RAD_DB_UPDATE, 7}) {
         log.clear();
