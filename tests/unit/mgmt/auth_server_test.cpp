@@ -12,8 +12,6 @@ namespace {
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 
 constexpr const char *kTag = "radiusAuthServerHandler";

@@ -5,9 +5,7 @@
 namespace lanyard::test {
 namespace {
 
-using testing::Each;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char *kTag = "radiusClientTblHandler";
 constexpr const char *kConfFile = "/var/radius.conf";

@@ -8,10 +8,8 @@
 namespace lanyard::test {
 namespace {
 
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::StrEq;
 
 constexpr const char *kTag = "radiusMgmtDBUpdateHandler";
 

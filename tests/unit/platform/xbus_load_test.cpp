@@ -21,7 +21,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-using test::Bytes;
 using test::Child;
 using test::Gate;
 using test::Invocation;
