@@ -41,6 +41,8 @@ std::optional<pid_t> findTask(const std::string &name) {
 
 }  // namespace
 
+const char *const Device::kRelay = LANYARD_RADEAPD;
+
 Device::Device() : database_((root_.path() / "var/lib/lanyard/config.db").string()) {
     // The address that a request carries, where the resolver does not know this machine's name.
     root_.write("var/hosts", "127.0.0.1 " + hostName() + "\n");
@@ -98,14 +100,14 @@ void Device::change(const std::vector<std::string> &arguments) const {
     }
 }
 
-void Device::startRelay() {
-    const ProgramResult result = runProgram({LANYARD_RADEAPD, "-d", database_}, settings("relay"));
+void Device::startRelay(const std::string &program) {
+    const ProgramResult result = runProgram({program, "-d", database_}, settings("relay"));
     std::optional<pid_t> task;
     if (result.status != 0 || !waitUntil([&] {
             task = findTask(kRelayTask);
             return task.has_value();
         })) {
-        throw std::runtime_error("radeapd does not start: " + result.err + logs());
+        throw std::runtime_error(program + " does not start: " + result.err + logs());
     }
     relay_ = *task;
 }

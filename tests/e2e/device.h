@@ -32,6 +32,9 @@ class Device {
     Device(Device &&) = delete;
     Device &operator=(Device &&) = delete;
 
+    /** The folder that stands in for the device's files: PAL_ROOT of its programs. */
+    [[nodiscard]] const std::filesystem::path &root() const { return root_.path(); }
+
     /** Runs `lanyardctl db`. Throws std::runtime_error when it fails. */
     void db(const std::vector<std::string> &arguments) const;
     /** Adds a server with a time-out of a second and no retries. */
@@ -43,8 +46,8 @@ class Device {
     /** Runs `lanyardctl db` and waits until the service has taken what it changed to the relay. */
     void change(const std::vector<std::string> &arguments) const;
 
-    /** Starts radeapd and returns when it runs as a daemon. */
-    void startRelay();
+    /** Starts radeapd, or another relay, and returns when it runs as a daemon. */
+    void startRelay(const std::string &program = kRelay);
     /** Sends it a signal and waits for its end. Throws std::runtime_error when there is none.
      * @return how long it took. */
     std::chrono::milliseconds endRelay(int signal);
@@ -66,6 +69,8 @@ class Device {
     std::string stop();
 
   private:
+    static const char *const kRelay;
+
     [[nodiscard]] std::vector<std::string> settings(const std::string &log) const;
 
     ScratchFolder root_;
