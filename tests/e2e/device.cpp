@@ -114,11 +114,15 @@ void Device::startRelay(const std::string &program) {
 
 std::chrono::milliseconds Device::endRelay(int signal) {
     const auto asked = std::chrono::steady_clock::now();
+    int status = 0;
     kill(relay_, signal);
-    if (!waitUntil([this] { return waitpid(relay_, &relayStatus_, WNOHANG) == relay_; })) {
+    if (!waitUntil([&] { return waitpid(relay_, &status, WNOHANG) == relay_; })) {
         throw std::runtime_error("radeapd does not end");
     }
     relay_ = -1;
+    if (signal == SIGTERM && status != 0) {
+        wrong_ += "radeapd does not end well\n";
+    }
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
                                                                  asked);
 }
@@ -171,12 +175,11 @@ std::string Device::logs() const {
 }
 
 std::string Device::stop() {
-    std::string wrong;
-    const auto end = [&](const char *name, std::optional<RunningProgram> &program) {
+    const auto end = [this](const char *name, std::optional<RunningProgram> &program) {
         if (program) {
             program->signal(SIGTERM);
             if (program->wait() != 0) {
-                wrong += std::string(name) + " does not end well\n";
+                wrong_ += std::string(name) + " does not end well\n";
             }
         }
         program.reset();
@@ -185,17 +188,14 @@ std::string Device::stop() {
     end("lanyardctl db serve", service_);
     if (relay_ > 0) {
         endRelay(SIGTERM);
-        if (!WIFEXITED(relayStatus_) || WEXITSTATUS(relayStatus_) != 0) {
-            wrong += "radeapd does not end well\n";
-        }
     }
     for (const auto &entry : fs::directory_iterator(root_.path() / "log")) {
         const std::string name = entry.path().filename().string();
         if (name.starts_with("sanitizer")) {
-            wrong += root_.read("log/" + name);
+            wrong_ += root_.read("log/" + name);
         }
     }
-    return wrong;
+    return wrong_;
 }
 
 }  // namespace lanyard::test

@@ -64,8 +64,8 @@ class Device {
 
     /** Whatever the programs have logged, for a person to read. */
     [[nodiscard]] std::string logs() const;
-    /** Ends the programs that run. @return what is not as it should be: another exit status than 0,
-     * findings of sanitizers in any program so far; "" for nothing. */
+    /** Ends the programs that run. @return what is not as it should be: another exit status than 0
+     * after SIGTERM, findings of sanitizers in any program so far; "" for nothing. */
     std::string stop();
 
   private:
@@ -78,7 +78,7 @@ class Device {
     std::optional<RunningProgram> service_;
     std::optional<RunningProgram> authenticator_;
     pid_t relay_ = -1;
-    int relayStatus_ = 0;  // what it ended with
+    std::string wrong_;  // what stop() has to tell
 };
 
 }  // namespace lanyard::test

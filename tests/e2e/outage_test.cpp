@@ -4,9 +4,11 @@
  */
 #include <chrono>
 #include <csignal>
+#include <string>
 
 #include "tests/e2e/end_to_end.h"
 #include "tests/interop/silent_server.h"
+#include "tests/interop/wait_until.h"
 
 namespace lanyard::test {
 namespace {
@@ -44,6 +46,7 @@ TEST_F(Outage, OfTheServerInAConversationEndsThatConversationOnly) {
     server().startAgain();
     ASSERT_TRUE(event);
     EXPECT_EQ(event->at("event"), "failed");
+    EXPECT_EQ(event->at("reason"), "rejected");
     EXPECT_EQ(event->at("identity"), "alice");
     expectLogin();
 }
@@ -80,6 +83,15 @@ TEST_F(Outage, OfTheRelayIsToldToTheSupplicant) {
 TEST_F(Outage, OfTheRelayTakesLessThanASecondWhenItIsAskedTo) {
     device().startAuthenticator();
     expectLogin();
+    EXPECT_LT(device().endRelay(SIGTERM), 1000ms);
+}
+
+TEST_F(Outage, OfTheRelayTakesLessThanASecondWhileItWaitsForAServer) {
+    const SilentServer silent;
+    device().change(
+        {"set", "127.0.0.1", "--port", std::to_string(silent.port()), "--timeout", "30"});
+    const auto supplicant = connect(md5Account("alice", "wonderland"));
+    ASSERT_TRUE(waitUntil([&] { return silent.packets() > 0; }));
     EXPECT_LT(device().endRelay(SIGTERM), 1000ms);
 }
 

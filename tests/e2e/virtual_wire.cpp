@@ -67,8 +67,9 @@ std::vector<VirtualWire::Station> VirtualWire::stations(size_t count) {
                             number & 0xff);
         const std::string name = "station" + std::to_string(number);
         stations_.push_back({.interface = name, .address = address.data()});
-        commands += std::string("link add link ") + kUser + " name " + name + " address " +
-                    address.data() + " type macvlan mode private\nlink set " + name + " up\n";
+        commands.append("link add link ").append(kUser).append(" name ").append(name);
+        commands.append(" address ").append(address.data()).append(" type macvlan mode private\n");
+        commands.append("link set ").append(name).append(" up\n");
     }
     const SupplicantsSide side(*this);
     ip(commands);
