@@ -25,6 +25,7 @@ using PartitionPtr = std::unique_ptr<T, PartitionDeleter>;
 // A zeroed record; null when memory is exhausted.
 template <typename T>
 requires std::is_trivially_copyable_v<T> PartitionPtr<T> allocateRecord() {
+    static_assert(alignof(T) <= 8, "a partition aligns its blocks to 8 octets");
     void *block = palMemPartAlloc(radMemPartId, sizeof(T));
     if (block) {
         std::memset(block, 0, sizeof(T));

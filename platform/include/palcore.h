@@ -50,8 +50,8 @@ PalMemPartId palMemPartCreate(const char *name, void *memory, uint32_t size);
 /**
  * Allocates a block.
  *
- * A partition never falls back to the heap. The block is aligned for any C object and its content
- * is not defined.
+ * A partition never falls back to the heap. The block is aligned to 8 octets, for pointers, 64-bit
+ * numbers and double, and its content is not defined.
  *
  * @param part  a partition, or 0 for the process heap.
  * @param size  bytes wanted. 0 yields a block of its own that holds no byte and has to be freed
