@@ -1,5 +1,9 @@
 #include "bus.h"
 
+#include <fcntl.h>
+#include <fstream>
+#include <sys/stat.h>
+
 #include <lanyard/radius/eap.h>
 #include <palcore.h>
 
@@ -15,6 +19,27 @@ constexpr uint32_t kWaitForResult = 0;
 int refuse(void * /*busArg1*/, void * /*busArg2*/, uint32_t /*cmd*/, void * /*buf*/,
            uint32_t /*len*/, void * /*out*/, uint32_t * /*outLen*/) {
     return -1;
+}
+
+// Numbers the start of the machine: no other identity of this file outlives one.
+std::string bootId() {
+    std::string id;
+    std::ifstream("/proc/sys/kernel/random/boot_id") >> id;
+    return id;
+}
+
+// The socket under which a module is found, made when the module was registered; "" when there is
+// none. It stays the same while the module's process becomes a daemon.
+std::string socketOf(uint32_t module) {
+    const std::string path = "/run/xbus/" + std::to_string(module);
+    const int socket = palOpen(path.c_str(), O_PATH | O_NOFOLLOW, 0);
+    struct stat made {};
+    const bool isThere = socket != -1 && fstat(socket, &made) == 0;
+    palClose(socket);
+    return isThere ? "socket " + std::to_string(made.st_dev) + ":" + std::to_string(made.st_ino) +
+                         " of " + std::to_string(made.st_mtim.tv_sec) + "." +
+                         std::to_string(made.st_mtim.tv_nsec)
+                   : "";
 }
 
 }  // namespace
@@ -45,8 +70,16 @@ int BusRelay::send(const RadDbUpdateInfo &notice, std::string oldValues) {
                      length != 0 ? oldValues.data() : nullptr, &length, kWaitForResult, 0, 0);
 }
 
-int BusRelay::instance() {
-    return palTaskNameToId(task_.c_str());
+BusRelay::BusRelay(const Bus &bus) : bus_(bus), boot_(bootId()) {}
+
+// A vendor's bus may have no such sockets: there the relay's task has to do.
+std::string BusRelay::instance() {
+    std::string run = socketOf(RAD_EAP_MODULE);
+    if (run.empty()) {
+        const int task = palTaskNameToId(kRelayTask);
+        run = task == -1 ? "" : "task " + std::to_string(task);
+    }
+    return run.empty() ? run : run + " since boot " + boot_;
 }
 
 }  // namespace lanyardctl

@@ -45,14 +45,14 @@ class Bus {
 
 class BusRelay : public Relay {
   public:
-    BusRelay(const Bus &bus, std::string task) : bus_(bus), task_(std::move(task)) {}
+    explicit BusRelay(const Bus &bus);
 
     int send(const RadDbUpdateInfo &notice, std::string oldValues) override;
-    int instance() override;
+    std::string instance() override;
 
   private:
     const Bus &bus_;
-    std::string task_;
+    std::string boot_;
 };
 
 }  // namespace lanyardctl

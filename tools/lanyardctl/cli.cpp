@@ -53,7 +53,6 @@ struct Options {
     Fields fields = {};
     std::optional<std::string> secretFile = {};
     bool withSecrets = false;
-    std::string relayTask = kRelayTask;
 };
 
 // The database to work on. The default one lies where the platform has the device's files.
@@ -143,7 +142,7 @@ void serve(const Options &options, Report &report) {
         throw Failure("cannot register as module " + std::to_string(kServiceModule) +
                       " of the bus; another service runs already?");
     }
-    BusRelay relay(bus, options.relayTask);
+    BusRelay relay(bus);
     Service service(file, relay, report);
     report.event("service", "serves " + file);
     while (stopRequested == 0) {
@@ -179,7 +178,7 @@ void replay(const Options &options, Report &report) {
     Bus bus;
     auto state = Service::RelayState::failed;
     if (bus.join()) {
-        BusRelay relay(bus, options.relayTask);
+        BusRelay relay(bus);
         std::ostringstream nowhere;
         Report quiet(options.json, nowhere, nowhere);
         state = Service(db.file(), relay, quiet).replay();
@@ -224,14 +223,6 @@ void addDictionaryOption(CLI::App &command, Options &options) {
                     std::string("dictionary file that the relay loads; ") + kDefaultDictionary +
                         " unless set before")
         ->type_name("FILE");
-}
-
-void addRelayOption(CLI::App &command, Options &options) {
-    command
-        .add_option("--relay-task", options.relayTask,
-                    "name of the relay's task, by which a new run of it is told")
-        ->type_name("NAME")
-        ->capture_default_str();
 }
 
 // The commands, each with what it does.
@@ -288,19 +279,17 @@ class CommandLine {
             this->add("serve", "Takes changes of the servers to the relay and to /var/radius.conf",
                       [this](Report &report) { lanyardctl::serve(options_, report); });
         addDictionaryOption(*serve, options_);
-        addRelayOption(*serve, options_);
         serve->footer(
             "It runs in the foreground until SIGTERM or SIGINT. Changes that were made while it "
             "did\n"
             "not run are taken care of when it starts; it may be killed at any time. One service\n"
             "runs at a time, as module 20 of the bus.");
 
-        auto *replay = this->add("replay", "Gives all servers to a relay, whatever it has",
-                                 [this](Report &report) { lanyardctl::replay(options_, report); });
-        addRelayOption(*replay, options_);
-        replay->footer(
-            "For a relay that was started while no service ran. A service that runs does it "
-            "itself.");
+        this->add("replay", "Gives all servers to a relay, whatever it has",
+                  [this](Report &report) { lanyardctl::replay(options_, report); })
+            ->footer(
+                "For a relay that was started while no service ran. A service that runs does it "
+                "itself.");
     }
 
     int run(int argc, char **argv) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <utility>
 
 #include <lanyard/radius/mgmt.h>
@@ -24,9 +25,9 @@ RadDbUpdateInfo noticeOf(const char *table, int operation, int64_t row) {
 
 // The first of the changes of a row, which has the row as the relay holds it. Null when the changes
 // do not tell.
-const Change *firstChange(const std::vector<Change> &changes, const Server &held) {
+const Change *firstChange(const std::vector<Change> &changes, const Slot &held) {
     const auto found = std::find_if(changes.begin(), changes.end(), [&held](const Change &change) {
-        return change.row == held.id;
+        return change.row == held.row;
     });
     if (found == changes.end()) {
         return nullptr;
@@ -41,8 +42,8 @@ bool wasChanged(const std::vector<Change> &changes, int64_t row) {
 }
 
 // The first slot that matches; null when none does.
-template <typename Slots, typename Matches>
-typename Slots::pointer findSlot(Slots &slots, const Matches &matches) {
+template <typename Matches>
+std::optional<Slot> *findSlot(Slots &slots, const Matches &matches) {
     const auto found = std::find_if(slots.begin(), slots.end(), matches);
     return found == slots.end() ? nullptr : &*found;
 }
@@ -51,6 +52,76 @@ const Server *findRow(const std::vector<Server> &servers, int64_t row) {
     const auto found = std::find_if(servers.begin(), servers.end(),
                                     [row](const Server &server) { return server.id == row; });
     return found == servers.end() ? nullptr : &*found;
+}
+
+// A row of the table as old values.
+std::string oldValuesOf(const Server &server, const std::vector<std::string> &columns) {
+    const std::map<std::string, std::optional<std::string>> known = {
+        {kHostColumn, server.host},
+        {"authport", server.port},
+        {"authsecret", server.secret},
+        {"authtimeout", server.timeout},
+        {"authretries", server.retries}};
+    std::vector<std::string> values;
+    for (const std::string &column : columns) {
+        const auto found = known.find(column);
+        values.push_back(found == known.end() ? "" : found->second.value_or(""));
+    }
+    return layOut(columns, values);
+}
+
+bool isInOrder(const Slots &slots) {
+    int64_t last = 0;
+    return std::all_of(slots.begin(), slots.end(), [&last](const auto &slot) {
+        return !slot || std::exchange(last, slot->row) < slot->row;
+    });
+}
+
+bool planDeletes(Plan &plan, const Target &target) {
+    for (auto &slot : plan.slots) {
+        const Server *server = slot ? findRow(target.servers, slot->row) : nullptr;
+        if (!slot || (server && server->host == slot->host)) {
+            continue;
+        }
+        const Change *change = firstChange(target.changes, *slot);
+        if (!change) {
+            return false;
+        }
+        plan.steps.push_back({RAD_DB_DELETE, slot->row, layOut(change->names, change->oldValues)});
+        slot.reset();
+    }
+    return true;
+}
+
+bool planOthers(Plan &plan, const Target &target, bool moveUp) {
+    const auto isFree = [](const auto &slot) { return !slot; };
+    for (const Server &server : target.servers) {
+        auto *slot = findSlot(
+            plan.slots, [&server](const auto &held) { return held && held->row == server.id; });
+        if (!slot) {
+            plan.steps.push_back({RAD_DB_INSERT, server.id, ""});
+        } else {
+            const bool changed = wasChanged(target.changes, server.id);
+            const auto *free = findSlot(plan.slots, isFree);
+            if (!changed && !(moveUp && free && free < slot)) {
+                continue;
+            }
+            const Change *change = firstChange(target.changes, **slot);
+            if (changed && !change) {
+                return false;
+            }
+            plan.steps.push_back({RAD_DB_UPDATE, server.id,
+                                  change ? layOut(change->names, change->oldValues)
+                                         : oldValuesOf(server, target.columns)});
+            slot->reset();
+        }
+        auto *free = findSlot(plan.slots, isFree);
+        if (!free) {
+            return false;
+        }
+        *free = Slot{server.id, server.host.value_or("")};
+    }
+    return true;
 }
 
 }  // namespace
@@ -65,129 +136,70 @@ std::string layOut(const std::vector<std::string> &names, const std::vector<std:
     return texts;
 }
 
-// A delete in a table that nobody handles changes nothing. With two of them a notice that a killed
-// service has left on the bus is out of the way: senders take turns.
-bool Delivery::answers() {
-    const RadDbUpdateInfo question = noticeOf("", RAD_DB_DELETE, 0);
-    return relay_.send(question, "") == 0 && (knows() || relay_.send(question, "") == 0);
-}
-
-bool Delivery::knows() {
-    if (held_ && relay_.instance() != instance_) {
-        held_.reset();
+std::optional<Plan> makePlan(const Slots &held, const Target &target) {
+    for (const bool moveUp : {false, true}) {
+        Plan plan{.slots = held};
+        if (planDeletes(plan, target) && planOthers(plan, target, moveUp) &&
+            isInOrder(plan.slots)) {
+            return plan;
+        }
     }
-    return held_.has_value();
+    return std::nullopt;
 }
 
-void Delivery::forget() {
-    held_.reset();
+// A delete in a table that nobody handles changes nothing.
+bool answers(Relay &relay) {
+    return relay.send(noticeOf("", RAD_DB_DELETE, 0), "") == 0;
 }
 
+Outcome Delivery::run(const std::optional<Slots> &held) {
+    const auto plan = held ? makePlan(*held, target_) : std::nullopt;
+    if (!plan) {
+        return runAfresh();
+    }
+    return sendAll(plan->steps) ? done(plan->slots, false) : Outcome{};
+}
+
+// A run of the relay that has begun meanwhile must not get what was meant for the one before.
 bool Delivery::send(const Step &step) {
     ++notices_;
-    return relay_.send(noticeOf(kTable, step.operation, step.row), step.oldValues) == 0;
+    return relay_.instance() == target_.instance &&
+           relay_.send(noticeOf(kTable, step.operation, step.row), step.oldValues) == 0;
+}
+
+bool Delivery::sendAll(const std::vector<Step> &steps) {
+    return std::all_of(steps.begin(), steps.end(), [this](const Step &step) { return send(step); });
 }
 
 bool Delivery::sendUpdate(const Server &server, const std::string &oldHost) {
-    std::vector<std::string> values(columns_.size());
-    const auto host = std::find(columns_.begin(), columns_.end(), kHostColumn) - columns_.begin();
-    values.at(static_cast<size_t>(host)) = oldHost;
-    return send({RAD_DB_UPDATE, server.id, layOut(columns_, values)});
+    return send({RAD_DB_UPDATE, server.id, oldValuesOf({.host = oldHost}, target_.columns)});
 }
 
-Outcome Delivery::deliver(const Target &target) {
-    notices_ = 0;
-    columns_ = target.columns;
-    const int instance = relay_.instance();
-    if (knows()) {
-        Slots slots = *held_;
-        const auto steps = plan(slots, target);
-        held_.reset();
-        if (steps) {
-            const bool sent = std::all_of(steps->begin(), steps->end(),
-                                          [this](const Step &step) { return send(step); });
-            return sent ? done(slots, instance, false) : Outcome{};
-        }
-    }
-    return deliverAfresh(target, instance);
-}
-
-Outcome Delivery::deliverAfresh(const Target &target, int instance) {
+Outcome Delivery::runAfresh() {
+    const std::vector<Server> &servers = target_.servers;
     Slots slots;
-    if (target.servers.empty()) {
-        if (target.hosts.empty()) {
-            return done(slots, instance, true);
+    if (servers.empty()) {
+        if (target_.hosts.empty()) {
+            return done(slots, true);
         }
-        if (!target.standIn) {
+        if (!target_.standIn) {
             return {.kind = Outcome::needsStandIn};
         }
-        const bool sent = restart({*target.standIn}, target.hosts) &&
-                          send({RAD_DB_DELETE, target.standIn->id, ""});
-        return sent ? done(slots, instance, true) : Outcome{};
+        const bool sent =
+            restart({*target_.standIn}) && send({RAD_DB_DELETE, target_.standIn->id, ""});
+        return sent ? done(slots, true) : Outcome{};
     }
-    if (!restart(target.servers, target.hosts)) {
+    if (!restart(servers)) {
         return {};
     }
-    std::copy(target.servers.begin(), target.servers.end(), slots.begin());
-    return done(slots, instance, true);
+    std::transform(servers.begin(), servers.end(), slots.begin(), [](const Server &server) {
+        return Slot{server.id, server.host.value_or("")};
+    });
+    return done(slots, true);
 }
 
-Outcome Delivery::done(const Slots &slots, int instance, bool afresh) {
-    held_ = slots;
-    instance_ = instance;
-    return {.kind = Outcome::upToDate, .notices = notices_, .afresh = afresh};
-}
-
-// The steps from what the relay holds, and in `slots` what it holds after them. None when the changes
-// do not explain the difference or the order would not be the table's.
-std::optional<std::vector<Delivery::Step>> Delivery::plan(Slots &slots, const Target &target) {
-    std::vector<Step> deletes;
-    std::vector<Step> others;
-    for (auto &slot : slots) {
-        if (!slot) {
-            continue;
-        }
-        const Server *server = findRow(target.servers, slot->id);
-        if (server && server->host == slot->host) {
-            continue;
-        }
-        const Change *change = firstChange(target.changes, *slot);
-        if (!change) {
-            return std::nullopt;
-        }
-        deletes.push_back({RAD_DB_DELETE, slot->id, layOut(change->names, change->oldValues)});
-        slot.reset();
-    }
-    for (const Server &server : target.servers) {
-        auto *slot =
-            findSlot(slots, [&server](const auto &held) { return held && held->id == server.id; });
-        if (slot) {
-            if (**slot == server && !wasChanged(target.changes, server.id)) {
-                continue;
-            }
-            const Change *change = firstChange(target.changes, **slot);
-            if (!change) {
-                return std::nullopt;
-            }
-            others.push_back({RAD_DB_UPDATE, server.id, layOut(change->names, change->oldValues)});
-            slot->reset();
-        } else {
-            others.push_back({RAD_DB_INSERT, server.id, ""});
-        }
-        auto *free = findSlot(slots, [](const auto &held) { return !held; });
-        if (!free) {
-            return std::nullopt;
-        }
-        *free = server;
-    }
-    int64_t last = 0;
-    for (const auto &slot : slots) {
-        if (slot && std::exchange(last, slot->id) > slot->id) {
-            return std::nullopt;
-        }
-    }
-    deletes.insert(deletes.end(), others.begin(), others.end());
-    return deletes;
+Outcome Delivery::done(const Slots &slots, bool afresh) const {
+    return {.kind = Outcome::upToDate, .slots = slots, .notices = notices_, .afresh = afresh};
 }
 
 // Inserts a row until all slots are in use. One refusal may also be a notice or an answer that went
@@ -196,6 +208,11 @@ std::optional<std::vector<Delivery::Step>> Delivery::plan(Slots &slots, const Ta
 std::optional<int> Delivery::fill(const Server &server) {
     const Step insert{RAD_DB_INSERT, server.id, ""};
     int added = 0;
+    // The second answer: a notice that a killed service has left on the bus is out of the way, for
+    // senders take turns.
+    if (!answers(relay_)) {
+        return std::nullopt;
+    }
     for (int refused = 0; refused < 2;) {
         if (send(insert)) {
             refused = 0;
@@ -204,7 +221,7 @@ std::optional<int> Delivery::fill(const Server &server) {
             }
         } else {
             ++refused;
-            if (!answers()) {
+            if (!answers(relay_)) {
                 return std::nullopt;
             }
         }
@@ -212,13 +229,13 @@ std::optional<int> Delivery::fill(const Server &server) {
     return RAD_SERVERS_MAX - added;
 }
 
-bool Delivery::restart(const std::vector<Server> &servers, const std::vector<std::string> &hosts) {
+bool Delivery::restart(const std::vector<Server> &servers) {
     const Server &first = servers.front();
     const std::optional<int> others = fill(first);
     if (!others) {
         return false;
     }
-    for (const std::string &host : hosts) {
+    for (const std::string &host : target_.hosts) {
         for (int i = 0; host != first.host && i < *others; ++i) {
             if (!sendUpdate(first, host)) {
                 return false;

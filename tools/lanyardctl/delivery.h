@@ -16,10 +16,13 @@
 // insert, or an update; a delete and an insert for a row with a new host, whose identity an update
 // would record on the wrong slot. Deletes go first, so that there is room. Several changes of one row
 // make one notice with the old values of the first of them, which is the row as the relay has it.
+// Where a new server would take a slot in front of older ones, these are moved up first: an update of
+// a row takes it to the lowest free slot, changed or not. A relay that has just started holds nothing,
+// and gets an insert for each row.
 //
-// While it is not known (a new run of the service or of the relay, a notice without an answer), and
-// where notices one by one would leave the servers in another order than the table has, the relay is
-// brought there from any state, with a server r of the table:
+// While it is not known (the service was killed between two notices, or one was not answered), and
+// where the changes do not explain what the table holds, the relay is brought there from any state,
+// with a server r of the table:
 //
 //     fill   insert r until it is refused, twice: all eight slots are in use
 //     flood  update r with each host that the relay may know as the old one: every slot holds r
@@ -31,15 +34,13 @@
 #ifndef LANYARDCTL_DELIVERY_H
 #define LANYARDCTL_DELIVERY_H
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include <lanyard/radius/conf.h>
-
 #include "journal.h"
+#include "record.h"
 #include "relay.h"
 #include "servers.h"
 
@@ -50,6 +51,7 @@ inline constexpr int32_t kRowKey = 1;
 
 // What the relay is to hold, as the database has it.
 struct Target {
+    std::string instance = {};              // the run of the relay that is meant
     std::vector<std::string> columns = {};  // of the table
     std::vector<Server> servers = {};       // usable ones, in the order of their ids
     std::vector<Change> changes = {};       // since the last delivery
@@ -57,55 +59,55 @@ struct Target {
     std::optional<Server> standIn = {};     // the borrowed row, where it is in the table
 };
 
+struct Step {
+    int operation;
+    int64_t row;
+    std::string oldValues;
+};
+
+// The notices from what the relay holds to the target, and what it holds after them. None when the
+// changes do not explain the difference or the order would not be the table's.
+struct Plan {
+    std::vector<Step> steps = {};
+    Slots slots = {};
+};
+std::optional<Plan> makePlan(const Slots &held, const Target &target);
+
 struct Outcome {
     enum Kind {
         upToDate,
-        failed,       // the relay refused a notice or did not answer
+        failed,       // the relay refused a notice, did not answer, or is another one by now
         needsStandIn  // call again with the borrowed row in the table
     };
 
     Kind kind = failed;
+    Slots slots = {};  // what it holds when it is up to date
     int notices = 0;
     bool afresh = false;  // from any state
 };
 
+// Whether a relay answers. It may be slow; so ask before locking the database.
+bool answers(Relay &relay);
+
+// Brings the relay from what it holds, where that is known, to the target.
 class Delivery {
   public:
-    explicit Delivery(Relay &relay) : relay_(relay) {}
+    Delivery(Relay &relay, const Target &target) : relay_(relay), target_(target) {}
 
-    // Whether a relay answers. It may be slow; so ask before locking the database.
-    bool answers();
-
-    // Whether it is known what this run of the relay holds.
-    bool knows();
-    void forget();
-
-    // Brings the relay to hold the servers. When that fails it is not known any more what it holds.
-    Outcome deliver(const Target &target);
+    Outcome run(const std::optional<Slots> &held);
 
   private:
-    struct Step {
-        int operation;
-        int64_t row;
-        std::string oldValues;
-    };
-
-    using Slots = std::array<std::optional<Server>, RAD_SERVERS_MAX>;
-
     bool send(const Step &step);
+    bool sendAll(const std::vector<Step> &steps);
     bool sendUpdate(const Server &server, const std::string &oldHost);
-
-    static std::optional<std::vector<Step>> plan(Slots &slots, const Target &target);
     std::optional<int> fill(const Server &server);
-    bool restart(const std::vector<Server> &servers, const std::vector<std::string> &hosts);
-    Outcome deliverAfresh(const Target &target, int instance);
-    Outcome done(const Slots &slots, int instance, bool afresh);
+    bool restart(const std::vector<Server> &servers);
+    Outcome runAfresh();
+    [[nodiscard]] Outcome done(const Slots &slots, bool afresh) const;
 
     Relay &relay_;
-    std::optional<Slots> held_;
-    int instance_ = 0;
+    const Target &target_;
     int notices_ = 0;
-    std::vector<std::string> columns_;
 };
 
 // Old values as a notice carries them: texts with their NULs laid end to end, names, then values.

@@ -19,8 +19,9 @@ class Relay {
     // there is no answer.
     virtual int send(const RadDbUpdateInfo &notice, std::string oldValues) = 0;
 
-    // Which run of the relay this is: another number after it was started again.
-    virtual int instance() = 0;
+    // Which run of the relay this is: a text that no other run has, whoever asks; "" when there is
+    // none.
+    virtual std::string instance() = 0;
 };
 
 }  // namespace lanyardctl

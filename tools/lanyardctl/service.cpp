@@ -39,10 +39,18 @@ std::vector<Server> readTable(const Database &db) {
     return servers;
 }
 
+// What this run of the relay holds; none when that is not known, or is not to be relied on.
+std::optional<Slots> heldBy(const std::string &instance, const RelayRecord &record, bool replay) {
+    if (record.instance != instance) {
+        return Slots{};  // It has just started, and nobody but the service sends it servers.
+    }
+    return record.known && !replay ? std::optional<Slots>(record.slots) : std::nullopt;
+}
+
 }  // namespace
 
 Service::Service(const std::string &file, Relay &relay, Report &report)
-    : db_(Database::open(file)), delivery_(relay), report_(report) {
+    : db_(Database::open(file)), relay_(relay), report_(report) {
     checkJournal(db_);
     forgetAnswers(db_);
     dropStandIn();
@@ -51,15 +59,18 @@ Service::Service(const std::string &file, Relay &relay, Report &report)
 void Service::look(Clock::time_point now) {
     try {
         const int64_t version = db_.dataVersion();
+        const std::string instance = relay_.instance();
+        const bool news = version != seenVersion_ || instance != seenInstance_;
         const bool again = now >= nextTry_;
-        if (version == seenVersion_ && !again) {
+        if (!news && !again) {
             return;
         }
         nextTry_ = now + kTryAgain;
-        if (version != seenVersion_ || !delivery_.knows() || lastChange(db_) > fileHas_) {
+        if (news || relayState_ != RelayState::upToDate || lastChange(db_) > fileHas_) {
             work();
         }
         seenVersion_ = version;
+        seenInstance_ = instance;
         report_.putRight("database");
     } catch (const Failure &failure) {
         report_.problem("database", failure.what());
@@ -67,8 +78,10 @@ void Service::look(Clock::time_point now) {
 }
 
 Service::RelayState Service::replay() {
-    delivery_.forget();
-    return serveRelay();
+    askForReplay(db_);
+    const RelayState state = serveRelay();
+    forgetAnswers(db_);
+    return state;
 }
 
 void Service::work() {
@@ -76,11 +89,6 @@ void Service::work() {
     dropStandIn();
     writeFile();
     serveRelay();
-    const int64_t done = std::min(relayHas_, fileHas_);
-    if (done > forgotten_) {
-        forgetChanges(db_, done);
-        forgotten_ = done;
-    }
 }
 
 // A service that was killed may have left its row in the table.
@@ -126,66 +134,116 @@ Service::RelayState Service::serveRelay() {
     }
     report_.putRight("relay");
     if (state == RelayState::none && news) {
-        report_.event("relay", "none answers on the bus; it gets all servers once it does");
+        report_.event("relay", "none answers on the bus; it gets what it lacks once one does");
     }
     return state;
 }
 
 Service::RelayState Service::bringRelayUpToDate() {
+    const std::string instance = relay_.instance();
+    const RelayRecord before = readRelayRecord(db_);
+    if (nothingToSend(before, instance)) {
+        return RelayState::upToDate;
+    }
     // Asked before the database is locked: a relay that waits for a RADIUS server answers late.
-    if (!delivery_.answers()) {
-        delivery_.forget();
+    if (!answers(relay_)) {
         if (replayAsked(db_)) {
             answerReplays(db_, kReplayNoRelay);
         }
-        relayHas_ = lastChange(db_);
+        // A relay that is only late has to be told what has changed; any other gets everything.
+        if (!before.known || instance != before.instance) {
+            forget(lastChange(db_));
+        }
         return RelayState::none;
     }
-    Outcome::Kind kind = deliver();
+    markRelayUnknown(db_, instance);
+    Outcome::Kind kind = deliver(before, instance);
     if (kind == Outcome::needsStandIn) {
-        kind = deliver();
+        kind = deliver(before, instance);
     }
     return kind == Outcome::upToDate ? RelayState::upToDate : RelayState::failed;
 }
 
-// One writer from reading the table to the last notice: the relay reads the rows that are read here.
-Outcome::Kind Service::deliver() {
+Service::View Service::read(const RelayRecord &before, const std::string &instance) const {
+    View view{.last = std::max(lastChange(db_), before.change),
+              .table = readTable(db_),
+              .target = {.instance = instance,
+                         .columns = readColumns(db_),
+                         .changes = readChanges(db_, before.change),
+                         .hosts = readHosts(db_),
+                         .standIn = standInRow(db_)},
+              .replayAsked = replayAsked(db_)};
+    view.target.servers = usableServers(view.table);
+    return view;
+}
+
+bool Service::nothingToSend(const RelayRecord &before, const std::string &instance) {
+    if (!before.known || before.instance != instance) {
+        return false;
+    }
     WriteTransaction transaction(db_);
-    const bool asked = replayAsked(db_);
-    if (asked) {
-        delivery_.forget();
+    const View view = read(before, instance);
+    const auto plan = makePlan(before.slots, view.target);
+    if (view.replayAsked || !plan || !plan->steps.empty()) {
+        return false;
     }
-    const int64_t last = lastChange(db_);
-    const std::vector<Server> table = readTable(db_);
-    const Target target{.columns = readColumns(db_),
-                        .servers = usableServers(table),
-                        .changes = readChanges(db_, relayHas_),
-                        .hosts = readHosts(db_),
-                        .standIn = standInRow(db_)};
-    reportRows(table);
-    const Outcome outcome = delivery_.deliver(target);
-    if (outcome.kind == Outcome::needsStandIn) {
-        addStandInRow(db_);
-    } else if (target.standIn) {
-        removeStandInRow(db_);
-    }
-    if (outcome.kind == Outcome::upToDate && target.hosts != hostsOf(table)) {
-        setHosts(db_, table);
-    }
-    if (outcome.kind != Outcome::needsStandIn && asked) {
-        answerReplays(db_, outcome.kind == Outcome::upToDate ? std::nullopt
-                                                             : std::optional<int>(kReplayFailed));
+    reportRows(view.table);
+    if (view.last != before.change) {
+        record(view, before.slots);
+    } else {
+        forget(view.last);
     }
     transaction.commit();
-    if (outcome.kind == Outcome::upToDate) {
-        relayHas_ = last;
-        if (outcome.notices != 0) {
-            report_.event("relay", "has " + counted(target.servers.size(), "server") +
-                                       (outcome.afresh ? ", all of them afresh: " : ": ") +
-                                       counted(static_cast<size_t>(outcome.notices), "notice"));
+    return true;
+}
+
+// One writer from reading the table to the last notice: the relay reads the rows that are read here.
+Outcome::Kind Service::deliver(const RelayRecord &before, const std::string &instance) {
+    WriteTransaction transaction(db_);
+    const View view = read(before, instance);
+    reportRows(view.table);
+    const Outcome outcome =
+        Delivery(relay_, view.target).run(heldBy(instance, before, view.replayAsked));
+    if (outcome.kind == Outcome::needsStandIn) {
+        addStandInRow(db_);
+    } else {
+        if (view.target.standIn) {
+            removeStandInRow(db_);
+        }
+        if (view.replayAsked) {
+            answerReplays(db_, outcome.kind == Outcome::upToDate
+                                   ? std::nullopt
+                                   : std::optional<int>(kReplayFailed));
         }
     }
+    if (outcome.kind == Outcome::upToDate) {
+        record(view, outcome.slots);
+    }
+    transaction.commit();
+    if (outcome.kind == Outcome::upToDate && outcome.notices != 0) {
+        report_.event("relay", "has " + counted(view.target.servers.size(), "server") +
+                                   (outcome.afresh ? ", all of them afresh: " : ": ") +
+                                   counted(static_cast<size_t>(outcome.notices), "notice"));
+    }
     return outcome.kind;
+}
+
+// The relay has the table.
+void Service::record(const View &view, const Slots &slots) {
+    writeRelayRecord(
+        db_,
+        {.instance = view.target.instance, .known = true, .change = view.last, .slots = slots});
+    if (view.target.hosts != hostsOf(view.table)) {
+        setHosts(db_, view.table);
+    }
+    forget(view.last);
+}
+
+// Changes that the relay needs no more are dropped once they are in the file as well.
+void Service::forget(int64_t upTo) {
+    if (const int64_t done = std::min(upTo, fileHas_); done > 0) {
+        forgetChanges(db_, done);
+    }
 }
 
 void Service::reportRows(const std::vector<Server> &servers) {

@@ -1,9 +1,9 @@
 // The change service: takes what was changed in "radiusClient" to the relay and to the configuration
 // file.
 //
-// A change stays in lanyardChange until the relay has it, or was not there to take it, and the file
-// was written. A service that is killed starts again with all that was not, and with a relay of which
-// it knows nothing; so whatever was delivered twice or half does no harm.
+// A change stays in lanyardChange until the relay has it, or is not there to take it, and the file was
+// written. All that the service knows of the relay stands in the database (see record.h), so a service
+// that is killed and started again goes on where it was.
 #ifndef LANYARDCTL_SERVICE_H
 #define LANYARDCTL_SERVICE_H
 
@@ -15,8 +15,10 @@
 
 #include "database.h"
 #include "delivery.h"
+#include "record.h"
 #include "relay.h"
 #include "report.h"
+#include "servers.h"
 
 namespace lanyardctl {
 
@@ -34,26 +36,37 @@ class Service {
 
     enum class RelayState { upToDate, none, failed };
 
-    // Brings the relay to hold the table, from any state.
+    // Brings the relay to hold the table, whatever it holds.
     RelayState replay();
 
   private:
+    // What the database says at one moment.
+    struct View {
+        int64_t last = 0;           // number of the last change
+        std::vector<Server> table;  // all rows but the stand-in
+        Target target;
+        bool replayAsked = false;
+    };
+
     void work();
     void dropStandIn();
     void writeFile();
     RelayState serveRelay();
     RelayState bringRelayUpToDate();
-    Outcome::Kind deliver();
+    [[nodiscard]] View read(const RelayRecord &before, const std::string &instance) const;
+    bool nothingToSend(const RelayRecord &before, const std::string &instance);
+    Outcome::Kind deliver(const RelayRecord &before, const std::string &instance);
+    void record(const View &view, const Slots &slots);
+    void forget(int64_t upTo);
     void reportRows(const std::vector<Server> &servers);
 
     Database db_;
-    Delivery delivery_;
+    Relay &relay_;
     Report &report_;
     int64_t seenVersion_ = -1;
+    std::string seenInstance_;
     Clock::time_point nextTry_;
-    int64_t relayHas_ = 0;  // numbers of the last changes that are done with
-    int64_t fileHas_ = 0;
-    int64_t forgotten_ = 0;
+    int64_t fileHas_ = 0;  // number of the last change that is in the file
     std::optional<RelayState> relayState_;
 };
 

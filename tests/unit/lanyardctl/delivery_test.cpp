@@ -69,7 +69,7 @@ class Rounds : public ServedDevice, public testing::WithParamInterface<unsigned>
     void meetSomething() {
         using Fault = LibraryRelay::Fault;
         constexpr std::array kFaults = {Fault::killBefore, Fault::killAfter, Fault::lost,
-                                        Fault::unanswered};
+                                        Fault::unanswered, Fault::restarted};
         switch (pick(8)) {
             case 0:
                 relay_.restart();
@@ -79,10 +79,12 @@ class Rounds : public ServedDevice, public testing::WithParamInterface<unsigned>
                 break;
             case 2:
             case 3:
-                relay_.failAt(kFaults.at(static_cast<size_t>(pick(4))), pick(3));
+                relay_.failAt(kFaults.at(static_cast<size_t>(pick(5))), pick(3));
                 break;
             case 4:
-                relay_.failAt(kFaults.at(static_cast<size_t>(pick(4))), pick(40));
+                // Afresh, unless the relay is new.
+                lanyardctl::askForReplay(device_.db());
+                relay_.failAt(kFaults.at(static_cast<size_t>(pick(5))), pick(40));
                 break;
             default:
                 break;
@@ -100,6 +102,7 @@ class Rounds : public ServedDevice, public testing::WithParamInterface<unsigned>
         device_.change(
             "DELETE FROM radiusClient WHERE rowid NOT IN "
             "(SELECT rowid FROM radiusClient ORDER BY rowid LIMIT 8)");
+        lanyardctl::forgetAnswers(device_.db());  // as those do who asked for a replay
     }
 
     std::mt19937 random_{GetParam()};

@@ -25,7 +25,8 @@ class LibraryRelay : public lanyardctl::Relay {
         killBefore,  // the service is killed before the notice reaches the relay
         killAfter,   // the service is killed when the relay has handled it
         lost,        // the notice is lost
-        unanswered   // the relay handles it, and the answer is lost
+        unanswered,  // the relay handles it, and the answer is lost
+        restarted    // the relay handles it and starts again before the next one
     };
 
     struct Notice {
@@ -45,7 +46,7 @@ class LibraryRelay : public lanyardctl::Relay {
         radLibInit(nullptr);
         radiusMgmtInit(file_.c_str(), "radEap");
         running_ = true;
-        ++instance_;
+        ++run_;
     }
     void stop() {
         running_ = false;
@@ -63,8 +64,11 @@ class LibraryRelay : public lanyardctl::Relay {
         faultAt_ = n;
     }
 
+    // Whether it is too busy to answer.
+    void setBusy(bool busy) { busy_ = busy; }
+
     int send(const RadDbUpdateInfo &notice, std::string oldValues) override {
-        if (!running_) {
+        if (!running_ || busy_) {
             return -1;
         }
         if (notice.tableName[0] == '\0') {
@@ -79,10 +83,13 @@ class LibraryRelay : public lanyardctl::Relay {
         if (fault == Fault::killAfter) {
             throw Killed();
         }
+        if (fault == Fault::restarted) {
+            restart();
+        }
         return fault == Fault::unanswered ? -1 : status;
     }
 
-    int instance() override { return instance_; }
+    std::string instance() override { return running_ ? "run " + std::to_string(run_) : ""; }
 
     std::vector<Notice> takeNotices() { return std::exchange(notices_, {}); }
 
@@ -113,7 +120,8 @@ class LibraryRelay : public lanyardctl::Relay {
 
     std::string file_;
     bool running_ = false;
-    int instance_ = 0;
+    bool busy_ = false;
+    int run_ = 0;
     Fault fault_ = Fault::none;
     int faultAt_ = -1;
     std::vector<Notice> notices_;

@@ -1,11 +1,10 @@
-// A relay for the tests: lanyardctl-test-relay DATABASE TASK
+// A relay for the tests: lanyardctl-test-relay DATABASE
 //
 // It says "ready" once it is on the bus and runs until its standard input ends.
 #include "tests/unit/lanyardctl/relay_process.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <poll.h>
 #include <string>
 #include <unistd.h>
@@ -14,7 +13,6 @@
 #include <lanyard/radius/eap.h>
 #include <lanyard/radius/frame.h>
 #include <lanyard/radius/mgmt.h>
-#include <palcore.h>
 #include <xbus.h>
 
 namespace {
@@ -60,11 +58,9 @@ int main(int argc, char **argv) {
     constexpr uint32_t kRegisterMode = 2;
     constexpr uint32_t kListenMicroseconds = 20000;
 
-    if (argc != 3 || radiusMgmtInit(argv[1], "radEap") != 0 || radLibInit(nullptr) != 0) {
+    if (argc != 2 || radiusMgmtInit(argv[1], "radEap") != 0 || radLibInit(nullptr) != 0) {
         return 1;
     }
-    std::strncpy(palDaemonOpt.taskName, argv[2], sizeof(palDaemonOpt.taskName) - 1);
-    palTaskDelay(0);  // takes the name
     XbusCtx *context = nullptr;
     if (xbusInit() != 0 ||
         !(context = xbusRegister(RAD_EAP_MODULE, kRegisterMode, handle, nullptr))) {

@@ -5,7 +5,6 @@
 #include <nlohmann/json.hpp>
 #include <random>
 #include <thread>
-#include <unistd.h>
 
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/frame.h>
@@ -41,12 +40,9 @@ class Serve : public testing::Test {
     std::vector<std::string> settings() const {
         return {"PAL_ROOT=" + device_.root().folder().string(), "PAL_DEBUG_LEVELS=0"};
     }
-    // A name of this test's own, for other relays may run on the machine.
-    static std::string task() { return "tRel" + std::to_string(getpid()); }
 
     void startRelay() {
-        relay_.emplace(std::vector<std::string>{LANYARDCTL_TEST_RELAY, device_.file(), task()},
-                       settings());
+        relay_.emplace(std::vector<std::string>{LANYARDCTL_TEST_RELAY, device_.file()}, settings());
         ASSERT_TRUE(relay_->waitForOutput("ready\n")) << relay_->output();
     }
     void stopRelay() {
@@ -55,8 +51,7 @@ class Serve : public testing::Test {
         relay_.reset();
     }
     void startService() {
-        service_.emplace(std::vector<std::string>{LANYARDCTL, "db", "serve", "-d", device_.file(),
-                                                  "--relay-task", task()},
+        service_.emplace(std::vector<std::string>{LANYARDCTL, "db", "serve", "-d", device_.file()},
                          settings());
         ASSERT_TRUE(service_->waitForOutput("service: serves " + device_.file() + "\n"))
             << service_->output();
@@ -172,12 +167,12 @@ TEST_F(Serve, GivesARelayThatStartsLaterEverything) {
 TEST_F(Serve, ReplayWorksWithAndWithoutTheService) {
     device_.change(insertion("a"));
     device_.change(insertion("b"));
-    ProgramResult result = command({"replay", "--relay-task", task()});
+    ProgramResult result = command({"replay"});
     EXPECT_EQ(kFailed, result.status);
     EXPECT_EQ("lanyardctl: no relay answers on the bus\n", result.err);
     startRelay();
     for (int i = 0; i < 2; ++i) {
-        result = command({"replay", "--relay-task", task()});
+        result = command({"replay"});
         EXPECT_EQ(kDone, result.status) << result.err;
         EXPECT_EQ("the relay has all servers\n", result.out);
         EXPECT_TRUE(relayHasTable());
@@ -249,9 +244,9 @@ TEST_F(Serve, NamesTheDictionary) {
 }
 
 TEST_F(Serve, SpeaksJson) {
-    service_.emplace(std::vector<std::string>{LANYARDCTL, "--json", "db", "serve", "-d",
-                                              device_.file(), "--relay-task", task()},
-                     settings());
+    service_.emplace(
+        std::vector<std::string>{LANYARDCTL, "--json", "db", "serve", "-d", device_.file()},
+        settings());
     device_.change("INSERT INTO radiusClient(authserver) VALUES('a\"')");
     ASSERT_TRUE(service_->waitForOutput("stays as it was"));
     service_->signal(SIGTERM);

@@ -38,6 +38,22 @@ class ServedDevice : public testing::Test {
         }
     }
 
+    // What the service says during its next look.
+    std::string saidByLook() {
+        said_.str("");
+        EXPECT_TRUE(look());
+        return said_.str();
+    }
+
+    static LibraryRelay::Notice notice(int operation, int row,
+                                       const std::vector<std::string> &old = {}) {
+        return {operation, row,
+                old.empty() ? ""
+                            : lanyardctl::layOut({"authserver", "authport", "authsecret",
+                                                  "authtimeout", "authretries"},
+                                                 old)};
+    }
+
     // The relay asks the table's servers, in its order, and its count is right.
     void expectRelayHasTable() {
         EXPECT_EQ(device_.usable(), LibraryRelay::held());

@@ -24,22 +24,6 @@ class ChangeService : public ServedDevice {
         EXPECT_TRUE(look());
         relay_.takeNotices();
     }
-
-    static LibraryRelay::Notice notice(int operation, int row,
-                                       const std::vector<std::string> &old = {}) {
-        return {operation, row,
-                old.empty() ? ""
-                            : lanyardctl::layOut({"authserver", "authport", "authsecret",
-                                                  "authtimeout", "authretries"},
-                                                 old)};
-    }
-
-    // What the service says during its next look.
-    std::string saidByLook() {
-        said_.str("");
-        EXPECT_TRUE(look());
-        return said_.str();
-    }
 };
 
 TEST_F(ChangeService, SendsOneNoticeForEachChange) {
@@ -103,9 +87,27 @@ TEST_F(ChangeService, KeepsTheOrderOfTheTable) {
     look();
     device_.change("DELETE FROM radiusClient WHERE authserver='a'");
     look();
+    relay_.takeNotices();
     // Row 4 alone would take the slot in front of rows 2 and 3.
     device_.change(insertion("d"));
+    device_.change("UPDATE radiusClient SET authport='7' WHERE authserver='c'");
     look();
+    EXPECT_THAT(relay_.takeNotices(),
+                ElementsAre(notice(RAD_DB_UPDATE, 2, {"b", "1812", "secret", "10", "3"}),
+                            notice(RAD_DB_UPDATE, 3, {"c", "1812", "secret", "10", "3"}),
+                            notice(RAD_DB_INSERT, 4)));
+    expectAllDone();
+}
+
+TEST_F(ChangeService, PutsARowBeforeOthersAfresh) {
+    device_.change(
+        "INSERT INTO radiusClient(rowid, authserver, authport, authsecret, authtimeout, "
+        "authretries) VALUES(5, 'a', '1', 's', '2', '3')");
+    look();
+    device_.change(
+        "INSERT INTO radiusClient(rowid, authserver, authport, authsecret, authtimeout, "
+        "authretries) VALUES(2, 'b', '1', 's', '2', '3')");
+    EXPECT_THAT(saidByLook(), HasSubstr("all of them afresh"));
     expectAllDone();
 }
 
@@ -121,78 +123,6 @@ TEST_F(ChangeService, SeesWhatTheTriggersDoNot) {
     device_.change("VACUUM");
     look();
     expectAllDone();
-}
-
-TEST_F(ChangeService, GivesARelayThatStartedAgainEverything) {
-    for (const char *host : {"a", "b", "c"}) {
-        device_.change(insertion(host));
-    }
-    look();
-    relay_.restart();
-    EXPECT_THAT(LibraryRelay::held(), IsEmpty());
-    look();
-    expectAllDone();
-    relay_.stop();
-    look();
-    device_.change("DELETE FROM radiusClient WHERE authserver='b'");
-    EXPECT_THAT(saidByLook(), HasSubstr("relay: none answers on the bus"));
-    EXPECT_EQ(0, device_.db().number("SELECT count(*) FROM lanyardChange"))
-        << "no relay is no reason to keep a change";
-    EXPECT_EQ(device_.expectedFile(), device_.confFile());
-    relay_.start();
-    look();
-    expectAllDone();
-}
-
-TEST_F(ChangeService, ReplayEndsWithTheTableWhateverTheRelayHas) {
-    for (const char *host : {"a", "b", "c"}) {
-        device_.change(insertion(host));
-    }
-    look();
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(Service::RelayState::upToDate, service_->replay());
-        expectAllDone();
-    }
-    relay_.restart();
-    EXPECT_EQ(Service::RelayState::upToDate, service_->replay());
-    expectAllDone();
-    relay_.stop();
-    EXPECT_EQ(Service::RelayState::none, service_->replay());
-    relay_.start();
-}
-
-TEST_F(ChangeService, AnswersRequestsForAReplay) {
-    device_.change(insertion("a"));
-    look();
-    relay_.takeNotices();
-    const int64_t done = lanyardctl::askForReplay(device_.db());
-    look();
-    EXPECT_EQ(std::nullopt, lanyardctl::replayState(device_.db(), done));
-    EXPECT_THAT(relay_.takeNotices(), Not(IsEmpty()));
-    relay_.stop();
-    const int64_t nobody = lanyardctl::askForReplay(device_.db());
-    look();
-    EXPECT_EQ(lanyardctl::kReplayNoRelay, lanyardctl::replayState(device_.db(), nobody));
-    relay_.start();
-    relay_.failAt(LibraryRelay::Fault::lost, 12);
-    const int64_t refused = lanyardctl::askForReplay(device_.db());
-    look();
-    EXPECT_EQ(lanyardctl::kReplayFailed, lanyardctl::replayState(device_.db(), refused));
-    startService();
-    EXPECT_EQ(std::nullopt, lanyardctl::replayState(device_.db(), refused))
-        << "an answer that nobody took";
-}
-
-TEST_F(ChangeService, EmptiesARelayOfWhichItKnowsNothing) {
-    for (const char *host : {"a", "b", "c"}) {
-        device_.change(insertion(host));
-    }
-    look();
-    startService();
-    device_.change("DELETE FROM radiusClient");
-    look();
-    expectAllDone();
-    EXPECT_FALSE(device_.root().exists("/var/radius.conf"));
 }
 
 TEST_F(ChangeService, StaysQuietWhereThereIsNothingToDo) {
