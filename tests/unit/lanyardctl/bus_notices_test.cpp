@@ -19,7 +19,6 @@ using lanyardctl::kDone;
 using testing::ElementsAre;
 using testing::Ge;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::SizeIs;
 using Message = RecordingRelay::Message;
 

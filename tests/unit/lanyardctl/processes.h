@@ -13,7 +13,7 @@
 #include <xbus.h>
 
 #include "tests/interop/child_process.h"
-#include "tests/support/file_descriptor.h"
+#include "tools/file_descriptor.h"
 #include "tools/lanyardctl/servers.h"
 
 namespace lanyard::test {

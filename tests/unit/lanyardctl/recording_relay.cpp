@@ -19,7 +19,7 @@ constexpr uint32_t kRegisterMode = 2;
 constexpr uint32_t kListenMicroseconds = 10000;
 
 bool isAboutServers(const RecordingRelay::Message &message) {
-    return std::string(message.record.c_str()) == "radiusClient";
+    return message.record.starts_with(std::string("radiusClient") + '\0');
 }
 
 }  // namespace

@@ -9,12 +9,10 @@
 namespace lanyard::test {
 namespace {
 
-using lanyardctl::Service;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 using testing::SizeIs;
 
 class ChangeService : public ServedDevice {
