@@ -6,8 +6,6 @@
 
 #include <lanyard/radius/mgmt.h>
 
-#include "record.h"
-
 namespace lanyardctl {
 
 namespace {
@@ -114,7 +112,6 @@ void makeTables(const Database &db) {
         "CREATE TABLE IF NOT EXISTS lanyardChange(number INTEGER PRIMARY KEY AUTOINCREMENT, "
         "operation INTEGER NOT NULL, row INTEGER NOT NULL)");
     db.run("CREATE TABLE IF NOT EXISTS lanyardHost(name TEXT PRIMARY KEY)");
-    makeRelayRecord(db);
 }
 
 void checkColumns(const Names &columns) {

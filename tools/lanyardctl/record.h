@@ -36,6 +36,7 @@ struct RelayRecord {
     Slots slots = {};
 };
 
+// Makes the tables where they are missing.
 void makeRelayRecord(const Database &db);
 
 // Without an instance when no relay was ever served.

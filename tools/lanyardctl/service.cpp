@@ -52,6 +52,7 @@ std::optional<Slots> heldBy(const std::string &instance, const RelayRecord &reco
 Service::Service(const std::string &file, Relay &relay, Report &report)
     : db_(Database::open(file)), relay_(relay), report_(report) {
     checkJournal(db_);
+    makeRelayRecord(db_);
     forgetAnswers(db_);
     dropStandIn();
 }
