@@ -16,8 +16,8 @@
 
 #include "bench/wire_capture.h"
 #include "tests/e2e/device.h"
-#include "tests/support/file_descriptor.h"
 #include "tests/support/radius_wire.h"
+#include "tools/file_descriptor.h"
 #include "tools/pnac_wired/bus.h"
 #include "tools/pnac_wired/relay_record.h"
 
@@ -129,7 +129,7 @@ class Server {
     }
 
   private:
-    test::FileDescriptor socket_;
+    FileDescriptor socket_;
     uint16_t port_ = 0;
     Bytes request_ = {};
     sockaddr_in client_ = {};

@@ -8,7 +8,7 @@
 #include <sys/socket.h>
 #include <vector>
 
-#include "tests/support/file_descriptor.h"
+#include "tools/file_descriptor.h"
 #include "tools/pnac_wired/eapol.h"
 
 namespace lanyard::bench {
@@ -31,7 +31,7 @@ class WireCapture {
     std::vector<EapolFrame> frames() const;
 
   private:
-    test::FileDescriptor socket_;
+    FileDescriptor socket_;
 };
 
 // The time that the kernel has put beside a message of recvmsg().

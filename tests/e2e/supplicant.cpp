@@ -12,7 +12,7 @@
 
 #include "tests/interop/real_server.h"
 #include "tests/interop/wait_until.h"
-#include "tests/support/file_descriptor.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test {
 

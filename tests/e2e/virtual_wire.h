@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/file_descriptor.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test {
 

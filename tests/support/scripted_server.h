@@ -43,8 +43,8 @@
 #include <vector>
 
 #include "tests/support/bytes.h"
-#include "tests/support/file_descriptor.h"
 #include "tests/support/radius_wire.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test {
 

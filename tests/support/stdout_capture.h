@@ -11,7 +11,7 @@
 
 #include <string>
 
-#include "tests/support/file_descriptor.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test {
 

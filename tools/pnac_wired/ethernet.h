@@ -8,8 +8,8 @@
 #include <optional>
 #include <string>
 
+#include "tools/file_descriptor.h"
 #include "tools/pnac_wired/eapol.h"
-#include "tools/pnac_wired/file_descriptor.h"
 
 namespace lanyard::pnac {
 

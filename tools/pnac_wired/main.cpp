@@ -22,10 +22,10 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include "tools/file_descriptor.h"
 #include "tools/pnac_wired/authenticator.h"
 #include "tools/pnac_wired/bus.h"
 #include "tools/pnac_wired/ethernet.h"
-#include "tools/pnac_wired/file_descriptor.h"
 #include "tools/pnac_wired/output.h"
 #include "tools/pnac_wired/programs.h"
 #include "tools/pnac_wired/report.h"

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "tools/pnac_wired/file_descriptor.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::pnac {
 

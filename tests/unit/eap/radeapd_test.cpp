@@ -20,10 +20,10 @@
 
 #include "tests/interop/child_process.h"
 #include "tests/support/bytes.h"
-#include "tests/support/file_descriptor.h"
 #include "tests/support/scripted_server.h"
 #include "tests/support/temporary_root.h"
 #include "tests/unit/mgmt/database_file.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test {
 namespace {

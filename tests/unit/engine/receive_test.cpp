@@ -14,16 +14,17 @@
 #include "tests/support/bytes.h"
 #include "tests/support/configured_library.h"
 #include "tests/support/failing_partition.h"
-#include "tests/support/file_descriptor.h"
 #include "tests/support/guard_page.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/radius_wire.h"
 #include "tests/support/scripted_server.h"
 #include "tests/unit/engine/fixture.h"
 #include "tests/unit/engine/system_calls.h"
+#include "tools/file_descriptor.h"
 
 namespace {
 
+using lanyard::FileDescriptor;
 using namespace lanyard::test;
 using testing::ElementsAre;
 using testing::IsEmpty;

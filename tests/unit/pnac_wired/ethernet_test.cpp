@@ -12,8 +12,8 @@
 #include <unistd.h>
 #include <vector>
 
-#include "tests/support/file_descriptor.h"
 #include "tests/unit/pnac_wired/world.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test {
 namespace {

@@ -17,8 +17,8 @@
 
 #include "tests/interop/child_process.h"
 #include "tests/support/bytes.h"
-#include "tests/support/file_descriptor.h"
 #include "tests/support/temporary_root.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test {
 namespace {

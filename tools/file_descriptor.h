@@ -1,6 +1,6 @@
-// Owner of a file descriptor.
-#ifndef LANYARD_TOOLS_PNAC_WIRED_FILE_DESCRIPTOR_H
-#define LANYARD_TOOLS_PNAC_WIRED_FILE_DESCRIPTOR_H
+// Owner of a file descriptor, for programs on ordinary machines and for tests.
+#ifndef LANYARD_TOOLS_FILE_DESCRIPTOR_H
+#define LANYARD_TOOLS_FILE_DESCRIPTOR_H
 
 #include <cerrno>
 #include <string>
@@ -8,7 +8,7 @@
 #include <unistd.h>
 #include <utility>
 
-namespace lanyard::pnac {
+namespace lanyard {
 
 // Throws std::system_error with `errno` when a system call has failed.
 inline int checked(int result, const std::string &what) {
@@ -31,12 +31,12 @@ class FileDescriptor {
         }
     }
 
-    int get() const { return fd_; }
+    [[nodiscard]] int get() const { return fd_; }
 
   private:
     int fd_;
 };
 
-}  // namespace lanyard::pnac
+}  // namespace lanyard
 
 #endif
