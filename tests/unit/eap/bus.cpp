@@ -87,7 +87,6 @@ XbusCtx *TestBus::context() {
 using lanyard::test::bus;
 using lanyard::test::following;
 using lanyard::test::note;
-using lanyard::test::Sent;
 using lanyard::test::theContext;
 
 int xbusInit() {

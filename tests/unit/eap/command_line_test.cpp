@@ -11,10 +11,8 @@
 namespace lanyard::test {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 
 constexpr const char *kTag = "radEapMain";
 constexpr const char *kDictionary = "/nexa2.0/etc/radius.dict";

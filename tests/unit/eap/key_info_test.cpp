@@ -11,8 +11,6 @@
 namespace lanyard::test {
 namespace {
 
-using testing::IsEmpty;
-
 constexpr int kRecvKey = 17;
 constexpr int kSendKey = 16;
 
@@ -55,7 +53,7 @@ class KeyInfo : public EapTest {
         EXPECT_EQ(0, radEapKeyInfoBuild(reply, &block, &size, code));
         EXPECT_EQ(block == nullptr, size == 0);
         EXPECT_EQ(blocks + (block != nullptr ? 1 : 0), liveBlocks()) << "scratch memory is left";
-        const Bytes octets(block, block + size);
+        Bytes octets(block, block + size);
         EXPECT_EQ(0, palMemPartFree(radMemPartId, block));
         return octets;
     }

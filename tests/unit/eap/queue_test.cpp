@@ -12,7 +12,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Optional;
 
 constexpr uint32_t kCookie = 0x1001;
 constexpr uint32_t kOther = 0x1002;

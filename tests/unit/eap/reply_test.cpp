@@ -49,9 +49,9 @@ class EapReply : public EapTest {
         return Logged(8, 128, "radEapMsgQueueRelease", "Releasing Packet and cookie:0x1001\n");
     }
 
-    void expectEnded() { EXPECT_THAT(conversations(), IsEmpty()); }
+    static void expectEnded() { EXPECT_THAT(conversations(), IsEmpty()); }
     // The conversation waits for the supplicant.
-    void expectWaiting() {
+    static void expectWaiting() {
         ASSERT_EQ(1U, conversations().size());
         EXPECT_STREQ("alice", conversation(kCookie).identity);
         EXPECT_EQ(std::nullopt, pendingPacket(conversation(kCookie)));

@@ -4,7 +4,6 @@
 namespace lanyard::test {
 namespace {
 
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

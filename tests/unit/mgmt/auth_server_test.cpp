@@ -29,7 +29,7 @@ class AuthServerRows : public MgmtTest {
         return deliver(notice(kTable, RAD_DB_INSERT, 4, database.addServer(values)));
     }
 
-    int update(int rowId, const std::string &oldHost) {
+    static int update(int rowId, const std::string &oldHost) {
         return deliver(notice(kTable, RAD_DB_UPDATE, 4, rowId),
                        laidOut({"authserver", "authport", "authsecret", "authtimeout",
                                 "authretries", oldHost, "1", "2", "3", "4"}));

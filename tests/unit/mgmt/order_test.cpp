@@ -56,7 +56,7 @@ class StartOrder : public testing::Test {
     }
 
     // Servers come, change and go; one of each stays for the end.
-    void useAll() {
+    void useAll() const {
         EXPECT_NE(nullptr, radDictGetAttr(250));
         EXPECT_EQ(0, notify(RAD_DB_INSERT, secondRow_));
         EXPECT_EQ(0, notify(RAD_DB_UPDATE, firstRow_));
