@@ -5,7 +5,7 @@
 #
 #   --quick    the unit tests only
 #   --tsan     the tests that use threads, under ThreadSanitizer, instead
-#   --release  the unit tests of the release build instead, checks of the built library included
+#   --release  the tests of the system as it is shipped, in the release build, instead
 #   --all      the tests of all three builds, one after the other
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -17,11 +17,11 @@ usage() {
 
 [[ $# -le 1 ]] || usage
 case "${1:-}" in
-    "") runs=(dev:) ;;
+    "") runs=(dev) ;;
     --quick) runs=(dev:unit) ;;
     --tsan) runs=(tsan:unit) ;;
-    --release) runs=(release:unit) ;;
-    --all) runs=(dev: tsan:unit release:unit) ;;
+    --release) runs=("release:interop,e2e") ;;
+    --all) runs=(dev tsan:unit "release:interop,e2e") ;;
     *) usage ;;
 esac
 
@@ -48,17 +48,22 @@ export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
 
 for run in "${runs[@]}"; do
     preset=${run%%:*}
-    label=${run#*:}
+    labels=${run#"$preset"}
+    labels=${labels#:}
 
     step="configuring $preset"
     cmake --preset "$preset" "${options[@]}" >/dev/null
     step="building $preset"
-    timeout --foreground 900 cmake --build --preset "$preset" -j 2
+    target=all
+    if [[ $preset == release ]]; then
+        target=outer-tests
+    fi
+    timeout --foreground 1800 cmake --build --preset "$preset" -j 2 --target "$target"
 
     step="testing $preset"
     selection=()
-    if [[ -n $label ]]; then
-        selection=(-L "^$label\$")
+    if [[ -n $labels ]]; then
+        selection=(-L "^(${labels//,/|})\$")
     fi
     # ThreadSanitizer wants its address ranges free, which a random memory layout may not leave.
     wrapper=()
