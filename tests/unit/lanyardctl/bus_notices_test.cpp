@@ -7,8 +7,9 @@
 
 #include <lanyard/radius/mgmt.h>
 
+#include "tests/interop/child_process.h"
+#include "tests/interop/wait_until.h"
 #include "tests/unit/lanyardctl/device.h"
-#include "tests/unit/lanyardctl/processes.h"
 #include "tests/unit/lanyardctl/recording_relay.h"
 #include "tools/lanyardctl/cli.h"
 
@@ -71,7 +72,7 @@ class BusNotices : public testing::Test {
     }
     void startService() {
         service_.emplace(std::vector<std::string>{LANYARDCTL, "db", "serve", "-d", device_.file()},
-                         settings());
+                         settings(), device_.root().path("/service-output"));
         ASSERT_TRUE(service_->waitForOutput("service: serves ")) << service_->output();
     }
     void endService(int signal) {
@@ -93,7 +94,7 @@ class BusNotices : public testing::Test {
 
     // The service has done all that there is to do.
     bool waitUntilDone() const {
-        return eventually([this] {
+        return waitUntil([this] {
             return device_.db().number("SELECT count(*) FROM lanyardChange") == 0 &&
                    device_.db().number("SELECT count(*) FROM lanyardRelay WHERE known=1") == 1;
         });
@@ -107,7 +108,7 @@ class BusNotices : public testing::Test {
                                            notice(kInsert, 3)};
     Device device_;
     std::optional<RecordingRelay> relay_;
-    std::optional<BackgroundProcess> service_;
+    std::optional<RunningProgram> service_;
 };
 
 TEST_F(BusNotices, EachNewRelayGetsAnInsertForEachRow) {
@@ -115,7 +116,7 @@ TEST_F(BusNotices, EachNewRelayGetsAnInsertForEachRow) {
     EXPECT_EQ(inserts_, relay_->notices());
     expectTable();
     startRelay();
-    ASSERT_TRUE(eventually([this] { return relay_->notices().size() >= 3 && waitUntilDone(); }));
+    ASSERT_TRUE(waitUntil([this] { return relay_->notices().size() >= 3 && waitUntilDone(); }));
     EXPECT_EQ(inserts_, relay_->notices());
     expectTable();
 }
@@ -166,8 +167,7 @@ TEST_F(BusNotices, ServiceKilledInTheMiddleIsFollowedByOneThatStartsAfresh) {
     for (int n = 1; n <= 3; ++n) {
         startRelay();
         startService();
-        ASSERT_TRUE(
-            eventually([this] { return relay_->notices().size() >= 3 && waitUntilDone(); }));
+        ASSERT_TRUE(waitUntil([this] { return relay_->notices().size() >= 3 && waitUntilDone(); }));
         relay_->afterNotice(n, [this] { service_->signal(SIGKILL); });
         device_.change("UPDATE radiusClient SET authport='" + std::to_string(n) + "'");
         EXPECT_EQ(-1, service_->wait());

@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "tests/interop/child_process.h"
 #include "tests/unit/lanyardctl/device.h"
-#include "tests/unit/lanyardctl/processes.h"
 #include "tools/lanyardctl/cli.h"
 
 namespace lanyard::test {

@@ -1,13 +1,12 @@
 // A relay for the tests: lanyardctl-test-relay DATABASE
 //
-// It says "ready" once it is on the bus and runs until its standard input ends.
+// It says "ready" once it is on the bus and runs until SIGTERM.
 #include "tests/unit/lanyardctl/relay_process.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
-#include <poll.h>
 #include <string>
-#include <unistd.h>
 
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/eap.h>
@@ -47,9 +46,10 @@ int handle(void * /*busArg1*/, void * /*busArg2*/, uint32_t cmd, void *buf, uint
                : -1;
 }
 
-bool inputEnded() {
-    pollfd input{.fd = STDIN_FILENO, .events = POLLIN, .revents = 0};
-    return poll(&input, 1, 0) > 0;
+volatile std::sig_atomic_t ended = 0;
+
+void end(int /*signal*/) {
+    ended = 1;
 }
 
 }  // namespace
@@ -61,6 +61,7 @@ int main(int argc, char **argv) {
     if (argc != 2 || radiusMgmtInit(argv[1], "radEap") != 0 || radLibInit(nullptr) != 0) {
         return 1;
     }
+    (void)std::signal(SIGTERM, end);
     XbusCtx *context = nullptr;
     if (xbusInit() != 0 ||
         !(context = xbusRegister(RAD_EAP_MODULE, kRegisterMode, handle, nullptr))) {
@@ -69,7 +70,7 @@ int main(int argc, char **argv) {
     if (std::puts("ready") < 0 || std::fflush(stdout) != 0) {
         return 1;
     }
-    while (!inputEnded()) {
+    while (!ended) {
         xbusListen(context, kListenMicroseconds);
     }
     xbusUnRegister(context);

@@ -9,9 +9,11 @@
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/frame.h>
 
+#include "tests/interop/child_process.h"
+#include "tests/interop/wait_until.h"
 #include "tests/unit/lanyardctl/device.h"
 #include "tests/unit/lanyardctl/library_relay.h"
-#include "tests/unit/lanyardctl/processes.h"
+#include "tests/unit/lanyardctl/relay_viewer.h"
 #include "tools/lanyardctl/cli.h"
 #include "tools/lanyardctl/journal.h"
 
@@ -42,17 +44,18 @@ class Serve : public testing::Test {
     }
 
     void startRelay() {
-        relay_.emplace(std::vector<std::string>{LANYARDCTL_TEST_RELAY, device_.file()}, settings());
+        relay_.emplace(std::vector<std::string>{LANYARDCTL_TEST_RELAY, device_.file()}, settings(),
+                       device_.root().path("/relay-output"));
         ASSERT_TRUE(relay_->waitForOutput("ready\n")) << relay_->output();
     }
     void stopRelay() {
-        relay_->end();
+        relay_->signal(SIGTERM);
         EXPECT_EQ(0, relay_->wait()) << relay_->output();
         relay_.reset();
     }
     void startService() {
         service_.emplace(std::vector<std::string>{LANYARDCTL, "db", "serve", "-d", device_.file()},
-                         settings());
+                         settings(), device_.root().path("/service-output"));
         ASSERT_TRUE(service_->waitForOutput("service: serves " + device_.file() + "\n"))
             << service_->output();
     }
@@ -75,8 +78,8 @@ class Serve : public testing::Test {
         return device_.db().number("SELECT count(*) FROM lanyardChange") == 0;
     }
     void expectAllDone() {
-        EXPECT_TRUE(eventually([this] { return nothingPending(); }));
-        EXPECT_TRUE(eventually([this] { return relayHasTable(); }))
+        EXPECT_TRUE(waitUntil([this] { return nothingPending(); }));
+        EXPECT_TRUE(waitUntil([this] { return relayHasTable(); }))
             << testing::PrintToString(viewer_.look()->servers.size());
         EXPECT_TRUE(fileHasTable()) << device_.confFile();
     }
@@ -98,8 +101,8 @@ class Serve : public testing::Test {
 
     Device device_;
     RelayViewer viewer_;
-    std::optional<BackgroundProcess> relay_;
-    std::optional<BackgroundProcess> service_;
+    std::optional<RunningProgram> relay_;
+    std::optional<RunningProgram> service_;
 };
 
 TEST_F(Serve, TakesEditsToTheRelayAndToTheFile) {
@@ -155,7 +158,7 @@ TEST_F(Serve, GivesARelayThatStartsLaterEverything) {
     startService();
     device_.change(insertion("a"));
     device_.change(insertion("b"));
-    EXPECT_TRUE(eventually([this] { return nothingPending(); }));
+    EXPECT_TRUE(waitUntil([this] { return nothingPending(); }));
     EXPECT_TRUE(fileHasTable());
     startRelay();
     expectAllDone();
@@ -213,7 +216,7 @@ TEST_F(Serve, EndsWithinASecondOfASignal) {
     expectAllDone();
     relay_->signal(SIGSTOP);
     device_.change(insertion("b"));
-    EXPECT_TRUE(eventually([this] { return fileHasTable(); }));
+    EXPECT_TRUE(waitUntil([this] { return fileHasTable(); }));
     std::this_thread::sleep_for(50ms);
     const auto start = std::chrono::steady_clock::now();
     service_->signal(SIGTERM);
@@ -237,7 +240,7 @@ TEST_F(Serve, WaitsForALockedDatabase) {
 TEST_F(Serve, NamesTheDictionary) {
     service_.emplace(std::vector<std::string>{LANYARDCTL, "db", "serve", "-d", device_.file(),
                                               "--dictionary", "/none.dict"},
-                     settings());
+                     settings(), device_.root().path("/service-output"));
     EXPECT_TRUE(service_->waitForOutput("dictionary: PROBLEM: the dictionary '/none.dict' cannot"))
         << service_->output();
     EXPECT_EQ("/none.dict", lanyardctl::readDictionary(device_.db()));
@@ -246,7 +249,7 @@ TEST_F(Serve, NamesTheDictionary) {
 TEST_F(Serve, SpeaksJson) {
     service_.emplace(
         std::vector<std::string>{LANYARDCTL, "--json", "db", "serve", "-d", device_.file()},
-        settings());
+        settings(), device_.root().path("/service-output"));
     device_.change("INSERT INTO radiusClient(authserver) VALUES('a\"')");
     ASSERT_TRUE(service_->waitForOutput("stays as it was"));
     service_->signal(SIGTERM);
