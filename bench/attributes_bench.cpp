@@ -15,7 +15,7 @@ constexpr const char *kSecret = "testing123";
 
 void pairAdd(benchmark::State &state) {
     const Library library;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         RadPair *list = nullptr;
         benchmark::DoNotOptimize(radPairAdd(&list, RAD_ATTR_USER_NAME, "alice", 0));
         radPairListFree(list);
@@ -35,7 +35,7 @@ void packPapRequest(benchmark::State &state) {
     radPairAdd(&list, RAD_ATTR_SERVICE_TYPE, &authenticateOnly, 0);
     radPairAdd(&list, RAD_ATTR_NAS_IP_ADDRESS, &address, 0);
     radPairAdd(&list, RAD_ATTR_MESSAGE_AUTHENTICATOR, placeholder.data(), placeholder.size());
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         uint32_t length = 0;
         std::array<uint8_t, RAD_PACKET_MAX> octets{};
         auto *packet = reinterpret_cast<RadPacket *>(octets.data());
@@ -70,7 +70,7 @@ void pairGen4096(benchmark::State &state) {
         octets[position + 1] = static_cast<uint8_t>(length);
         position += length;
     }
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         RadPair *list = nullptr;
         if (radPairGen(reinterpret_cast<const RadPacket *>(octets.data()), &list) != 0) {
             state.SkipWithError("the reply does not decode");

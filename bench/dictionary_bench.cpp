@@ -12,7 +12,7 @@ namespace {
 // All numbers of the type octet in turn, known and unknown.
 void lookUpEveryNumber(benchmark::State &state) {
     int32_t number = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         benchmark::DoNotOptimize(radDictGetAttr(number));
         number = (number + 1) & 0xFF;
     }
@@ -52,7 +52,7 @@ BENCHMARK(dictGetAttr1000);
 // Numbers that no packet can carry are walked for.
 void dictGetAttr1000BeyondOctet(benchmark::State &state) {
     const LargeDictionary dictionary;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         benchmark::DoNotOptimize(radDictGetAttr(500));
     }
 }

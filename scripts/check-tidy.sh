@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 #
 # Runs clang-tidy 14 over the source files of a build folder's compile database (build/dev unless
-# named). Library, platform and programs by default; --all takes the tests as well.
+# named). Library, platform, programs and fuzz targets by default; --all takes the tests as well.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-folders='attr|conf|dict|eap|engine|frame|methods|mgmt|platform|tools'
+folders='attr|conf|dict|eap|engine|frame|fuzz|methods|mgmt|platform|tools'
 build=build/dev
 for argument; do
     case "$argument" in
