@@ -37,8 +37,12 @@ RelayRecord readRelayRecord(const Database &db) {
     }
     Statement slots = db.prepare("SELECT slot, row, host FROM lanyardSlot");
     while (slots.step()) {
-        record.slots.at(static_cast<size_t>(slots.number(0))) =
-            Slot{slots.number(1), slots.text(2).value_or("")};
+        const int64_t slot = slots.number(0);
+        if (slot < 0 || slot >= RAD_SERVERS_MAX) {
+            record.known = false;  // Not what the service has written.
+            break;
+        }
+        record.slots[static_cast<size_t>(slot)] = Slot{slots.number(1), slots.text(2).value_or("")};
     }
     return record;
 }

@@ -105,6 +105,9 @@ void Service::writeFile() {
     }
     const WriteTransaction transaction(db_);
     const std::vector<Change> changes = readChanges(db_, fileHas_);
+    if (changes.empty()) {
+        return;  // Somebody has emptied the table since.
+    }
     const std::vector<Server> servers = readServers(db_);
     if (const auto problem = fileProblemOf(servers)) {
         report_.problem("file", std::string(kConfFile) + " stays as it was: " + *problem);

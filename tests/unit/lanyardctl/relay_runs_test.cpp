@@ -116,6 +116,18 @@ TEST_F(RelayRuns, NewServiceAndNewRelayStartWithInserts) {
     expectAllDone();
 }
 
+// Nothing but the service writes it, but then anybody can.
+TEST_F(RelayRuns, RecordThatCannotBeIsNotReliedOn) {
+    for (const char *slot : {"8", "-1"}) {
+        device_.change(std::string("INSERT INTO lanyardSlot(slot, row, host) VALUES(") + slot +
+                       ", 1, 'a')");
+        startService();
+        look();
+        expectAfresh();
+        expectAllDone();
+    }
+}
+
 // Killed while the n-th of three notices is on its way.
 class KilledRuns : public RelayRuns,
                    public testing::WithParamInterface<std::tuple<LibraryRelay::Fault, int>> {
