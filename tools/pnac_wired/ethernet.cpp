@@ -136,7 +136,7 @@ void Ethernet::receiveLink(const std::function<void(Link)> &receiver) {
         if (size <= 0) {
             return;
         }
-        auto left = static_cast<size_t>(size);
+        ssize_t left = size;  // signed: what is left behind an unaligned end is less than nothing
         for (auto *header = reinterpret_cast<nlmsghdr *>(messages.data()); NLMSG_OK(header, left);
              header = NLMSG_NEXT(header, left)) {
             if ((header->nlmsg_type != RTM_NEWLINK && header->nlmsg_type != RTM_DELLINK) ||
