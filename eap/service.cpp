@@ -68,8 +68,12 @@ bool parseOptions(int argc, char *argv[]) {
                 }
                 break;
             default:
-                // An unknown option, or -d without its value: getopt() tells them alike.
-                std::printf("Usage: %s [-v] [ -f confFile]\n", shownText(argv[0]));
+                // getopt() tells a -d without its value like an unknown option.
+                if (option == '?' && optopt == 'd') {
+                    radDeviceLogAs("radEapMain", kLogError, "ERROR: option value not specified \n");
+                } else {
+                    std::printf("Usage: %s [-v] [ -f confFile]\n", shownText(argv[0]));
+                }
                 return false;
         }
     }

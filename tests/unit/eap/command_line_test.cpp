@@ -134,13 +134,19 @@ TEST_F(EapMain, TakesAConfigurationFileOfAnyLength) {
     EXPECT_TRUE(served());
 }
 
+TEST_F(EapMain, RefusesADatabaseOptionWithoutItsValue) {
+    EXPECT_EQ(-1, run({"radeap", "-v", "-d"}));
+    EXPECT_EQ("", output);
+    EXPECT_THAT(told(), ElementsAre(Logged(8, 8, kTag, "ERROR: option value not specified \n")));
+    EXPECT_THAT(bus.calls, IsEmpty());
+    EXPECT_EQ(0U, radMemPartId) << "the library is not started";
+}
+
 TEST_F(EapMain, ShowsItsUsageForAnUnknownOption) {
     for (const char *option : {"-x", "-?", "-h", "--help"}) {
         EXPECT_EQ(-1, run({"/sbin/radeap", option}));
         EXPECT_EQ("Usage: /sbin/radeap [-v] [ -f confFile]\n", output);
     }
-    EXPECT_EQ(-1, run({"radeap", "-d"})) << "a value that is missing is no value";
-    EXPECT_EQ("Usage: radeap [-v] [ -f confFile]\n", output);
     EXPECT_EQ(-1, run({"radeap", "-v", "-x", "-f"})) << "the first one that is refused";
     EXPECT_EQ("Usage: radeap [-v] [ -f confFile]\n", output);
     EXPECT_THAT(told(), IsEmpty());
