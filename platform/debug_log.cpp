@@ -38,15 +38,23 @@ struct Settings {
 /** All bits are set until the settings are read, so that the first call reads them. */
 constinit std::atomic<int> shownLevels{-1};
 
-void writeAll(int fd, std::string_view text) noexcept {
-    while (!text.empty()) {
-        const ssize_t written = write(fd, text.data(), text.size());
+/** Set when a write to the file failed for the first time. */
+constinit std::atomic<bool> fileFailed{false};
+/** The last entry in the file has lost its end. */
+constinit std::atomic<bool> fileEndsWithinLine{false};
+
+/** @return how much was written; less than all of it with `errno` set. */
+std::size_t writeAll(int fd, std::string_view text) noexcept {
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t written = write(fd, text.data() + done, text.size() - done);
         if (written >= 0) {
-            text.remove_prefix(static_cast<std::size_t>(written));
+            done += static_cast<std::size_t>(written);
         } else if (errno != EINTR) {
-            return;
+            break;
         }
     }
+    return done;
 }
 
 int levelsFrom(const char *text) noexcept {
@@ -131,26 +139,7 @@ bool goesToSyslog() noexcept {
     return fstat(STDERR_FILENO, &standardError) != 0 || !S_ISREG(standardError.st_mode);
 }
 
-/** A file outlives the process and may be shared: its entries tell when and from whom. */
-void writeToFile(int fd, std::string_view entry) noexcept {
-    timespec now{};
-    tm utc{};
-    char when[32] = "";
-    if (clock_gettime(CLOCK_REALTIME, &now) == 0 && gmtime_r(&now.tv_sec, &utc) != nullptr) {
-        (void)std::strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%S", &utc);
-    }
-    LogText stamped;
-    stamped.appendFormat("%s.%03dZ %d ", when, static_cast<int>(now.tv_nsec / 1'000'000),
-                         static_cast<int>(getpid()));
-    stamped.append(entry);
-    writeAll(fd, stamped.view());
-}
-
-void writeEntry(int level, std::string_view entry) noexcept {
-    if (settings().file != -1) {
-        writeToFile(settings().file, entry);
-        return;
-    }
+void writeToStandardError(int level, std::string_view entry) noexcept {
     writeAll(STDERR_FILENO, entry);
     if (!goesToSyslog()) {
         return;
@@ -160,6 +149,51 @@ void writeEntry(int level, std::string_view entry) noexcept {
         syslog(syslogPriority(level), "%.*s", static_cast<int>(end), entry.data());
         entry.remove_prefix(std::min(end + 1, entry.size()));
     }
+}
+
+/**
+ * A file outlives the process and may be shared: its entries tell when and from whom.
+ * @return 0, or what kept the entry from the file.
+ */
+int writeToFile(int fd, std::string_view entry) noexcept {
+    timespec now{};
+    tm utc{};
+    char when[32] = "";
+    if (clock_gettime(CLOCK_REALTIME, &now) == 0 && gmtime_r(&now.tv_sec, &utc) != nullptr) {
+        (void)std::strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%S", &utc);
+    }
+    LogText stamped;
+    const bool withinLine = fileEndsWithinLine.exchange(false);
+    if (withinLine) {
+        stamped.append("\n");
+    }
+    stamped.appendFormat("%s.%03dZ %d ", when, static_cast<int>(now.tv_nsec / 1'000'000),
+                         static_cast<int>(getpid()));
+    stamped.append(entry);
+    const std::size_t written = writeAll(fd, stamped.view());
+    if (written == stamped.view().size()) {
+        return 0;
+    }
+    const int error = errno;
+    fileEndsWithinLine = written == 0 ? withinLine : stamped.view()[written - 1] != '\n';
+    return error;
+}
+
+void writeEntry(int level, std::string_view entry) noexcept {
+    if (settings().file == -1) {
+        writeToStandardError(level, entry);
+        return;
+    }
+    const int error = writeToFile(settings().file, entry);
+    if (error == 0) {
+        return;
+    }
+    if (!fileFailed.exchange(true)) {
+        LogText reason;
+        reason.appendFormat("warning: can't write to PAL_DEBUG_FILE: %s\n", std::strerror(error));
+        writeToStandardError(16, reason.view());
+    }
+    writeToStandardError(level, entry);
 }
 
 bool isNamedAtStart(std::string_view message, std::string_view function) noexcept {

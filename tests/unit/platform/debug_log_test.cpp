@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -13,6 +14,7 @@
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <thread>
@@ -350,6 +352,53 @@ TEST_F(DebugLogFile, IsNotTakenThroughALink) {
     EXPECT_FALSE(fs::exists(target));
     EXPECT_EQ(result.allErr().find("warning: can't open PAL_DEBUG_FILE " + path() + ": "), 0U);
     EXPECT_NE(result.allErr().find("\nerror[7:41] radAuth: "), std::string::npos);
+}
+
+TEST(DebugLog, AFullDiskSendsEntriesToStandardErrorWithTheReasonOnce) {
+    const RoleResult result = runRole("log-levels", {"PAL_DEBUG_FILE=/dev/full"});
+    EXPECT_EQ(result.allErr(),
+              "warning: can't write to PAL_DEBUG_FILE: No space left on device\n" + defaultEntries);
+}
+
+TEST(DebugLog, ADaemonWithAFullDiskLogsToSyslog) {
+    const RoleResult result =
+        runRole("log-daemon", {"PAL_DEBUG_FILE=/dev/full"}, ErrorStream::null);
+    EXPECT_EQ(result.out, std::to_string(LOG_DAEMON | LOG_WARNING) +
+                              " warning: can't write to PAL_DEBUG_FILE: No space left on device\n" +
+                              inSyslog());
+}
+
+const Role limitedRole("log-limited", [](const Arguments & /*arguments*/) {
+    // A limit on file sizes stands for a disk that fills up and is cleared.
+    rlimit limit{};
+    if (std::signal(SIGXFSZ, SIG_IGN) == SIG_ERR || getrlimit(RLIMIT_FSIZE, &limit) != 0) {
+        return 1;
+    }
+    const rlimit roomForHalfAnEntry{20, limit.rlim_max};
+    palModuleDebug(7, 8, "radAuth", 1, "before\n");
+    if (truncate(std::getenv("PAL_DEBUG_FILE"), 0) != 0 ||
+        setrlimit(RLIMIT_FSIZE, &roomForHalfAnEntry) != 0) {
+        return 1;
+    }
+    palModuleDebug(7, 8, "radAuth", 2, "cut\n");
+    palModuleDebug(7, 8, "radAuth", 3, "no room\n");
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) {
+        return 1;
+    }
+    palModuleDebug(7, 8, "radAuth", 4, "room again\n");
+    return 0;
+});
+
+TEST_F(DebugLogFile, AnEntryAfterOneThatWasCutBeginsALine) {
+    const RoleResult result = runRole("log-limited", {variable()});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.allErr(),
+              "warning: can't write to PAL_DEBUG_FILE: File too large\n"
+              "error[7:2] radAuth: cut\n"
+              "error[7:3] radAuth: no room\n");
+    EXPECT_THAT(content(),
+                testing::MatchesRegex(
+                    "[-0-9T:.]{20}\n[-0-9T:.]+Z [0-9]+ error\\[7:4\\] radAuth: room again\n"));
 }
 
 TEST_F(DebugLogFile, EmptyMeansNone) {
