@@ -165,7 +165,7 @@ int radPairEncode(uint8_t *value, uint8_t *length, const RadPair *pair, const ch
         return -1;
     }
     *length = static_cast<uint8_t>(size + kAttributeHeaderSize);
-    return value ? encodeValue(value, size, *pair, secret, request) : 0;
+    return value ? encodeValue(value, static_cast<size_t>(size), *pair, secret, request) : 0;
 }
 
 int radPackList(const RadPair *pairs, int mode, void *out, ...) {

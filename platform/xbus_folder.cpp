@@ -147,7 +147,7 @@ bool Folder::isTrusted(const char *function, const Descriptor &peer) const noexc
 
 bool Folder::makeAddress(sockaddr_un &address, uint32_t module) const noexcept {
     address.sun_family = AF_UNIX;
-    const auto fits = [&address](int length) {
+    const auto fits = [](int length) {
         return length > 0 && static_cast<std::size_t>(length) < sizeof address.sun_path;
     };
     const FileName name = socketName(module);

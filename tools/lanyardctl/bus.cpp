@@ -31,7 +31,8 @@ std::string bootId() {
 // The socket under which a module is found, made when the module was registered; "" when there is
 // none. It stays the same while the module's process becomes a daemon.
 std::string socketOf(uint32_t module) {
-    const std::string path = "/run/xbus/" + std::to_string(module);
+    // Appended: of "/run/xbus/" + std::to_string() g++ 12 warns without cause on 32-bit ARM.
+    const std::string path = std::string("/run/xbus/").append(std::to_string(module));
     const int socket = palOpen(path.c_str(), O_PATH | O_NOFOLLOW, 0);
     struct stat made {};
     const bool isThere = socket != -1 && fstat(socket, &made) == 0;

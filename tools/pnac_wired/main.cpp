@@ -168,8 +168,9 @@ class Program final : private Outlet {
                        [](int fd) { return pollfd{.fd = fd, .events = POLLIN, .revents = 0}; });
         const auto left = std::max(until - Clock::now(), Duration::zero());
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-        const timespec wait = {.tv_sec = seconds.count(),
-                               .tv_nsec = std::chrono::nanoseconds(left - seconds).count()};
+        const timespec wait = {
+            .tv_sec = static_cast<time_t>(seconds.count()),
+            .tv_nsec = static_cast<long>(std::chrono::nanoseconds(left - seconds).count())};
         ppoll(polled.data(), inputs.size() + 1, &wait, nullptr);
     }
 
