@@ -13,6 +13,7 @@ packages=(
     wpasupplicant iproute2
     # to check
     binutils clang-format-14 clang-tidy-14 shellcheck git
+    clang-14 g++-arm-linux-gnueabihf
 )
 
 missing=()
