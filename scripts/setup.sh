@@ -28,61 +28,95 @@ if [[ ${#missing[@]} -eq 0 ]]; then
 fi
 
 if [[ $EUID -eq 0 ]]; then
-    as_root=(env DEBIAN_FRONTEND=noninteractive)
+    as_root=(env)
 elif command -v sudo >/dev/null; then
-    as_root=(sudo env DEBIAN_FRONTEND=noninteractive)
+    as_root=(sudo env)
 else
     echo "setup: missing packages: ${missing[*]}" >&2
     echo "setup: run this as root, or install sudo, or install them yourself." >&2
     exit 1
 fi
+as_root+=(DEBIAN_FRONTEND=noninteractive LC_ALL=C)
 
-# Installing a server on Debian starts it. For as long as the installation runs, a policy says no to
-# freeradius and leaves every other service to the policy that was there before.
-policy=/usr/sbin/policy-rc.d
-kept=$policy.before-lanyard
-policy_set=no
-
-put_policy_back() {
-    if [[ $policy_set == yes ]]; then
-        "${as_root[@]}" rm -f "$policy"
-        if [[ -e $kept || -L $kept ]]; then
-            "${as_root[@]}" mv "$kept" "$policy"
+# apt_get ARGUMENT...: apt-get, which waits while another one holds a lock. It waits for dpkg's locks by
+# itself; at a lock on the package lists or on the folder of downloads it fails at once, and is run again.
+errors=$(mktemp)
+apt_get() {
+    local status attempt
+    for ((attempt = 1; ; ++attempt)); do
+        status=0
+        {
+            "${as_root[@]}" apt-get -q -o DPkg::Lock::Timeout=900 "$@" 2>&1 >&3 | tee "$errors" >&4 ||
+                status=$?
+        } 3>&1 4>&2
+        if [[ $status -eq 0 || $attempt -ge 180 ]] || ! grep -q 'Unable to lock directory' "$errors"; then
+            return "$status"
         fi
-        policy_set=no
-    fi
+        echo "setup: waiting for another apt"
+        sleep 5
+    done
 }
-trap put_policy_back EXIT
+
+# Installing a server on Debian starts it and has it started at every boot. This one is to be there and
+# not to run, so its service is disabled before it comes: under systemd by a mask that ends with the
+# installation, or the next boot, elsewhere by the links of a disabled service.
+server=freeradius
+script=/etc/init.d/$server
+links=("/etc/rc"{2,3,4,5}".d/K01$server")
+mask=/run/systemd/system/$server.service
+undo=()
+
+undo_disabling() {
+    [[ ${#undo[@]} -eq 0 ]] || "${as_root[@]}" "${undo[@]}"
+    undo=()
+}
+finish() {
+    rm -f "$errors"
+    undo_disabling
+}
+trap finish EXIT
 trap 'exit 129' HUP
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-installs_server=no
-if [[ " ${missing[*]} " == *" freeradius "* ]]; then
-    installs_server=yes
-    policy_set=yes
-    if [[ ( -e $policy || -L $policy ) && ! -e $kept ]]; then
-        "${as_root[@]}" mv "$policy" "$kept"
+disable_before_installation() {
+    if [[ -d /run/systemd/system ]]; then
+        # Who has masked it before keeps the mask.
+        if [[ ! -L $mask ]]; then
+            undo=(systemctl --quiet --runtime unmask "$server")
+            "${as_root[@]}" systemctl --quiet --runtime mask "$server"
+        fi
+    elif [[ -e $script ]]; then
+        # It was removed once, but not purged.
+        "${as_root[@]}" update-rc.d "$server" disable
+    else
+        undo=(sh -c "test -e $script || rm -f ${links[*]}")
+        local link
+        for link in "${links[@]}"; do
+            "${as_root[@]}" ln -sf "../init.d/$server" "$link"
+        done
     fi
-    "${as_root[@]}" tee "$policy" >/dev/null <<POLICY
-#!/bin/sh
-for argument; do
-    [ "\$argument" = freeradius ] && exit 101
-    [ "\$argument" = freeradius.service ] && exit 101
-done
-[ -x $kept ] && exec $kept "\$@"
-exit 0
-POLICY
-    "${as_root[@]}" chmod 755 "$policy"
-fi
+}
+
+install_server() {
+    disable_before_installation
+    apt_get install -y --no-install-recommends "$server"
+    # The links are right as they are, the mask has done its work.
+    [[ ! -d /run/systemd/system ]] || undo_disabling
+    undo=()
+    "${as_root[@]}" update-rc.d "$server" disable
+}
 
 echo "setup: installing ${missing[*]}"
-"${as_root[@]}" apt-get update -q
-"${as_root[@]}" apt-get install -q -y --no-install-recommends "${missing[@]}"
-put_policy_back
-
-# Nor does it start at the next boot: the tests run a server of their own.
-if [[ $installs_server == yes ]]; then
-    "${as_root[@]}" update-rc.d freeradius disable
+apt_get update
+others=()
+for package in "${missing[@]}"; do
+    [[ $package == "$server" ]] || others+=("$package")
+done
+if [[ ${#others[@]} -gt 0 ]]; then
+    apt_get install -y --no-install-recommends "${others[@]}"
+fi
+if [[ ${#others[@]} -lt ${#missing[@]} ]]; then
+    install_server
 fi
 echo "setup: done"
