@@ -1,4 +1,5 @@
 // Change notices: what is refused, what is read, and to whom it goes.
+#include <algorithm>
 #include <cstring>
 
 #include "tests/support/guard_page.h"
@@ -45,10 +46,15 @@ TEST(MgmtTables, AreOne) {
 }
 
 TEST_F(MgmtUpdate, RefusesARecordOfAnotherSize) {
+    // But for its size, each is a notice as it should be.
+    const RadDbUpdateInfo whole = notice("radiusClient", RAD_DB_DELETE);
     for (const size_t size : {0U, 1U, 64U, 79U, 81U, 160U}) {
         SCOPED_TRACE(size);
         log.clear();
-        const GuardedBuffer record(Bytes(size, 'x'));
+        Bytes octets(size, 0);
+        std::copy_n(reinterpret_cast<const uint8_t *>(&whole), std::min(size, sizeof(whole)),
+                    octets.begin());
+        const GuardedBuffer record(octets);
         EXPECT_EQ(
             -1, radiusMgmtDBUpdateHandler(record.data(), static_cast<uint32_t>(size), nullptr, 0));
         EXPECT_THAT(log.lines(),
