@@ -24,7 +24,7 @@ fi
 
 # gcc is what the project is compiled with: options that only gcc knows are no finding, and the warnings
 # of a second compiler are no error here.
-run-clang-tidy-14 -quiet -j 2 -p "$build" \
+run-clang-tidy-14 -quiet -j "$(nproc)" -p "$build" \
     -extra-arg=-Wno-unknown-warning-option \
     -extra-arg=-Wno-error \
     -extra-arg=-Qunused-arguments \

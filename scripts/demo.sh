@@ -41,7 +41,7 @@ step() {
     echo
     echo "== $title"
     echo "   \$ $program $*"
-    output=$(PAL_ROOT=$device timeout 60 "build/release/bin/$program" "$@" 2>&1) || status=$?
+    output=$(PAL_ROOT=$device timeout 300 "build/release/bin/$program" "$@" 2>&1) || status=$?
     while IFS= read -r line; do
         echo "   | $line"
     done <<<"$output"
@@ -68,12 +68,10 @@ as_expected() {
 
 echo "== Building (release)"
 scripts/setup.sh
-launcher=()
-if command -v ccache >/dev/null; then
-    launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-fi
-cmake --preset release "${launcher[@]}" >/dev/null
-timeout --foreground 900 cmake --build --preset release -j 2 --target \
+# shellcheck source=scripts/common.sh
+source scripts/common.sh
+cmake --preset release "${cmake_options[@]}" >/dev/null
+cmake --build --preset release -j "$jobs" --target \
     radauth radauth-all radauth-portal radacct radchap radchap-portal radmschap radmschap-portal \
     radmschapv2 radmschapv2-portal ntresponse lanyardctl radeapd pnac-wired lanyard-test-server
 
@@ -194,7 +192,7 @@ as_expected "the program says so"
 
 echo
 echo "== alice's machine logs in at an Ethernet port (802.1X), through the EAP relay"
-timeout 120 scripts/demo-wired.sh
+timeout 600 scripts/demo-wired.sh
 
 echo
 echo "demo: all went as expected"

@@ -36,15 +36,8 @@ trap 'exit 130' INT
 trap 'exit 143' TERM
 
 scripts/setup.sh
-
-options=()
-if command -v ccache >/dev/null; then
-    options+=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-fi
-
-export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1:detect_stack_use_after_return=1:check_initialization_order=1
-export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+# shellcheck source=scripts/common.sh
+source scripts/common.sh
 
 for run in "${runs[@]}"; do
     preset=${run%%:*}
@@ -52,13 +45,13 @@ for run in "${runs[@]}"; do
     labels=${labels#:}
 
     step="configuring $preset"
-    cmake --preset "$preset" "${options[@]}" >/dev/null
+    cmake --preset "$preset" "${cmake_options[@]}" >/dev/null
     step="building $preset"
     target=all
     if [[ $preset == release ]]; then
         target=outer-tests
     fi
-    timeout --foreground 1800 cmake --build --preset "$preset" -j 2 --target "$target"
+    cmake --build --preset "$preset" -j "$jobs" --target "$target"
 
     step="testing $preset"
     selection=()
@@ -70,7 +63,8 @@ for run in "${runs[@]}"; do
     if [[ $preset == tsan ]] && setarch "$(uname -m)" -R true 2>/dev/null; then
         wrapper=(setarch "$(uname -m)" -R)
     fi
-    timeout --foreground 600 "${wrapper[@]}" ctest --preset "$preset" -j 2 "${selection[@]}"
+    # Every test has a limit of its own; this one is for what no test should come near to.
+    timeout --foreground 3600 "${wrapper[@]}" ctest --preset "$preset" -j "$jobs" "${selection[@]}"
 done
 
 echo "test: all tests passed (${runs[*]//:/ })"
