@@ -202,16 +202,6 @@ bool joinEapMessages(RadPair *reply, std::span<uint8_t> place) {
     return writer.ok();
 }
 
-// Octets of an EAP packet up to its own end: what a server sends behind it would read as key
-// information.
-size_t ownSize(std::span<const uint8_t> packet) {
-    if (packet.size() < kEapHeaderSize) {
-        return packet.size();
-    }
-    const size_t own = eapLength(packet);
-    return own < kEapHeaderSize ? packet.size() : std::min(own, packet.size());
-}
-
 void relayChallenge(RadEapQueueEntry &entry, RadPair *reply) {
     radDeviceLogAs(kTag, kLogTrace, "Received Access-Challenge from Server\n");
     if (!reply) {
@@ -230,12 +220,11 @@ void relayChallenge(RadEapQueueEntry &entry, RadPair *reply) {
     if (!payload || !joinEapMessages(reply, {payload.get(), sum})) {
         return;
     }
-    const size_t size = ownSize({payload.get(), sum});
     if (info.size > 0) {
-        std::memcpy(payload.get() + size, info.block.get(), info.size);
+        std::memcpy(payload.get() + sum, info.block.get(), info.size);
     }
     radDeviceLogAs(kTag, kLogTrace, "Sending Reply EAP Packet to Pnac\n");
-    if (radEapSendRtn(payload.get(), static_cast<int32_t>(size + info.size), entry.cookie) == -1) {
+    if (radEapSendRtn(payload.get(), static_cast<int32_t>(sum + info.size), entry.cookie) == -1) {
         radDeviceLogAs(kTag, kLogTrace, "Error sending packet to Pnac\n");
     }
 }

@@ -70,10 +70,11 @@ std::optional<RelayRecord> parseRecord(ByteView bytes) {
         return std::nullopt;
     }
     const auto keyInfo = parseKeyInfo(payload.subspan(eap->bytes.size()));
-    if (!keyInfo) {
+    // The relay hands on whatever the server has put after the end of a request.
+    if (!keyInfo && eap->code != EapCode::kRequest) {
         return std::nullopt;
     }
-    return RelayRecord{.cookie = head.cookie, .eap = *eap, .keyInfo = *keyInfo};
+    return RelayRecord{.cookie = head.cookie, .eap = *eap, .keyInfo = keyInfo.value_or(KeyInfo{})};
 }
 
 std::optional<KeyInfo> parseKeyInfo(ByteView block) {

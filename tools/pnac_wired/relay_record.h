@@ -43,7 +43,8 @@ struct RelayRecord {
 Bytes buildRecord(uint32_t cookie, ByteView eap);
 
 // Reads a record of the relay. Nothing for one that does not hold together in every part: a verdict
-// whose key information is broken is no verdict.
+// whose key information is broken is no verdict. What follows a request and is no key information is
+// ignored.
 std::optional<RelayRecord> parseRecord(ByteView bytes);
 
 // Reads the block behind an EAP packet; an empty one holds nothing.

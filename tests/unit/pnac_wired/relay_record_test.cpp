@@ -82,7 +82,20 @@ TEST(Record, WithoutAnEapPacketIsNone) {
     EXPECT_FALSE(isRecord(relayRecord(1, eapResponse(1, 1))));
 }
 
-TEST(Record, WithBrokenKeyInformationIsNone) {
+TEST(Record, OfARequestIgnoresWhatIsNoKeyInformation) {
+    for (const Bytes &after : {"00"_hex, "0003 01"_hex, "000000"_hex,
+                               concatenate({"dead"_hex, keyBlock({sessionElement(3, 20)})})}) {
+        const Bytes record = relayRecord(7, concatenate({eapRequest(8, 4, "10"_hex), after}));
+        const auto read = parseRecord(record);
+        ASSERT_TRUE(read);
+        EXPECT_EQ(7U, read->cookie);
+        EXPECT_BYTES_EQ(eapRequest(8, 4, "10"_hex), read->eap.bytes);
+        EXPECT_FALSE(read->keyInfo.session);
+    }
+}
+
+TEST(Record, OfAVerdictWithBrokenKeyInformationIsNone) {
+    EXPECT_FALSE(isRecord(relayRecord(1, concatenate({eapFailure(9), "00"_hex}))));
     EXPECT_FALSE(isRecord(relayRecord(1, concatenate({eapSuccess(9), "00"_hex}))));
     EXPECT_FALSE(isRecord(relayRecord(1, concatenate({eapSuccess(9), "0003 01"_hex}))));
 }
