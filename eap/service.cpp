@@ -23,7 +23,7 @@ using lanyard::shownText;
 constexpr const char *kTaskName = "tRadEap";
 constexpr uint32_t kListenMicroseconds = 100000;
 constexpr int kPollMilliseconds = 100;
-constexpr int kPollsMax = 5;
+constexpr int kPollsMax = 100;
 
 // Cleared by the SIGTERM handler.
 std::atomic<uint32_t> running{0};

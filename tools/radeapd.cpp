@@ -32,6 +32,12 @@ sigset_t termSignal() {
     return signals;
 }
 
+// Polls for as long as another task of the relay's name is there, which may be ten seconds.
+void *handSignalOn(void * /*unused*/) {
+    radEapExit(SIGTERM);
+    return nullptr;
+}
+
 void *awaitEnd(void * /*unused*/) {
     const sigset_t term = termSignal();
     int signal = 0;
@@ -41,7 +47,10 @@ void *awaitEnd(void * /*unused*/) {
     end.tv_nsec += kEndNanoseconds;
     end.tv_sec += end.tv_nsec / kSecond;
     end.tv_nsec %= kSecond;
-    radEapExit(signal);
+    pthread_t thread{};
+    if (pthread_create(&thread, nullptr, handSignalOn, nullptr) != 0) {
+        handSignalOn(nullptr);
+    }
     clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr);
     _exit(EXIT_SUCCESS);
 }

@@ -183,7 +183,8 @@ LANYARD_API int radEapXbusInit(void);
 LANYARD_API int radEapIoctlHandler(void *busArg1, void *busArg2, uint32_t cmd, void *buf,
                                    uint32_t len, void *out, uint32_t *outLen);
 
-/** The SIGTERM handler: ends the relay after its current wait. Async-signal-safe. */
+/** The SIGTERM handler: ends the relay after its current wait. Returns when no other task of the
+ * relay's name is there, after ten seconds at the latest. Async-signal-safe. */
 LANYARD_API void radEapExit(int signo);
 
 /** Does nothing. @return 0. */

@@ -10,7 +10,9 @@
 #include <gtest/gtest.h>
 #include <optional>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -166,6 +168,44 @@ TEST_F(Radeapd, AsksTheServersThatItsDatabaseNames) {
     ASSERT_EQ(0, addServer(server, "30"));
     ASSERT_EQ(0, identify("alice"));
     EXPECT_TRUE(comes([&server] { return !server.received().empty(); }));
+}
+
+// A process of the relay's name, such as the relay of another device on the same machine.
+class Namesake {
+  public:
+    Namesake() : pid_(fork()) {
+        if (pid_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            prctl(PR_SET_NAME, "tRadEap");
+            for (;;) {
+                pause();
+            }
+        }
+    }
+    ~Namesake() {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    Namesake(const Namesake &) = delete;
+    Namesake &operator=(const Namesake &) = delete;
+
+    [[nodiscard]] bool isNamed() const {
+        return contentOf("/proc/" + std::to_string(pid_) + "/comm") == "tRadEap\n";
+    }
+
+  private:
+    pid_t pid_;
+};
+
+TEST_F(Radeapd, EndsWithinASecondAlsoBesideAnotherRelay) {
+    const Namesake other;
+    ASSERT_TRUE(comes([&other] { return other.isNamed(); }));
+    const SilentPort server;
+    ASSERT_EQ(0, addServer(server, "30"));
+    ASSERT_EQ(0, identify("alice"));
+    ASSERT_TRUE(comes([&server] { return !server.received().empty(); }));
+    ASSERT_EQ(0, kill(daemon, SIGTERM));
+    EXPECT_TRUE(endsWithin(kPromise + kSlack));
 }
 
 TEST_F(Radeapd, EndsWithinASecondAlsoWhileItWaitsForAServer) {
