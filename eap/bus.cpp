@@ -1,5 +1,6 @@
 // The relay on the management bus: registration, the handler of what comes in, and what goes to
 // Pnac.
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <span>
@@ -17,6 +18,7 @@ XbusCtx *pRadEapXbusCtx = nullptr;
 namespace {
 
 using lanyard::allocateSecret;
+using lanyard::findEntry;
 using lanyard::firstEntry;
 using lanyard::kLogError;
 using lanyard::nextEntry;
@@ -24,7 +26,36 @@ using lanyard::nextEntry;
 constexpr uint32_t kRegisterMode = 2;
 constexpr uint32_t kSendWithoutWaiting = 2;
 
-// Queues the EAP packet of a record. A record that is shorter than it says is dropped.
+// RFC 3748 section 4.
+constexpr uint8_t kEapResponse = 2;
+constexpr uint8_t kEapFailure = 4;
+constexpr uint8_t kEapHeaderSize = 4;
+
+int sendToPnac(uint32_t module, uint32_t command, std::span<const uint8_t> record) {
+    uint32_t outLen = 0;
+    if (xbusIoctl(pRadEapXbusCtx, module, command, record.data(),
+                  static_cast<uint32_t>(record.size()), nullptr, &outLen, kSendWithoutWaiting, 0,
+                  0) == -1) {
+        radDeviceLogAs("radEapSendRtn", kLogError, "xbusIoctl failed\n");
+        return -1;
+    }
+    return 0;
+}
+
+// Tells Pnac that a response has found no room. There is none for the record either, and no
+// conversation that the usual way of an answer could look up.
+void refuse(uint32_t cookie, uint32_t command, uint8_t identifier) {
+    const RadEapXbusMsg head{.cookie = cookie, .command = RAD_EAP_NO_CMD, .length = kEapHeaderSize};
+    const std::array<uint8_t, kEapHeaderSize> failure = {kEapFailure, identifier, 0,
+                                                         kEapHeaderSize};
+    std::array<uint8_t, sizeof(head) + kEapHeaderSize> record = {};
+    std::memcpy(record.data(), &head, sizeof(head));
+    std::memcpy(record.data() + sizeof(head), failure.data(), failure.size());
+    sendToPnac(RAD_EAP_PNAC_MODULE, command, record);
+}
+
+// Queues the EAP packet of a record. A record that is shorter than it says is dropped; a response that
+// finds no room is refused.
 void receiveRecord(std::span<const uint8_t> record) {
     RadEapXbusMsg head{};
     auto length = static_cast<uint32_t>(record.size());
@@ -41,8 +72,14 @@ void receiveRecord(std::span<const uint8_t> record) {
                        static_cast<int>(length));
         return;
     }
-    radEapRecv(record.data(), static_cast<int32_t>(head.length), head.cookie, RAD_EAP_PNAC_MODULE,
-               head.command);
+    // Looked up before, because a conversation without room ends.
+    const RadEapQueueEntry *known = findEntry(head.cookie);
+    const uint32_t command = known ? known->replyCmd : head.command;
+    if (radEapRecv(record.data(), static_cast<int32_t>(head.length), head.cookie,
+                   RAD_EAP_PNAC_MODULE, head.command) == -1 &&
+        head.cookie != 0 && record[0] == kEapResponse) {
+        refuse(head.cookie, command, record[1]);
+    }
 }
 
 // Where replies of a conversation go: the module of the last conversation, the command of the last
@@ -107,11 +144,5 @@ int radEapSendRtn(const uint8_t *payload, int32_t length, uint32_t cookie) {
     }
     std::memcpy(record.get(), &head, sizeof(head));
     std::memcpy(record.get() + sizeof(head), payload, payloadSize);
-    uint32_t outLen = 0;
-    if (xbusIoctl(pRadEapXbusCtx, module, command, record.get(), size, nullptr, &outLen,
-                  kSendWithoutWaiting, 0, 0) == -1) {
-        radDeviceLog(kLogError, "xbusIoctl failed\n");
-        return -1;
-    }
-    return 0;
+    return sendToPnac(module, command, {record.get(), size});
 }

@@ -179,7 +179,8 @@ LANYARD_API int radEapInit(void);
 LANYARD_API int radEapXbusInit(void);
 
 /** The relay's bus handler, an ::XbusHandler: database notices, and records of EAP packets from
- * Pnac. */
+ * Pnac. An EAP-Response that finds no memory is answered with EAP-Failure; its conversation is over.
+ */
 LANYARD_API int radEapIoctlHandler(void *busArg1, void *busArg2, uint32_t cmd, void *buf,
                                    uint32_t len, void *out, uint32_t *outLen);
 

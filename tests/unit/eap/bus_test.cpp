@@ -159,6 +159,54 @@ TEST_F(EapHandler, YieldsNothingOfWhatBecomesOfAPacket) {
                                         "radEapMsgQueueAdd: Invalid EAP packet length(0)\n"}));
 }
 
+TEST_F(EapHandler, TellsPnacOfANewcomerWithoutRoom) {
+    // The conversation, then its packet.
+    for (const unsigned failing : {1U, 2U}) {
+        const size_t blocks = liveBlocks();
+        failAllocation(failing);
+        EXPECT_EQ(0, fromPnac(kCookie, identityResponse(0xa7, "alice"), 99));
+        EXPECT_TRUE(allocationFailed());
+        EXPECT_EQ(blocks, liveBlocks());
+        EXPECT_THAT(conversations(), IsEmpty());
+        ASSERT_EQ(1U, bus.sent.size());
+        EXPECT_EQ(kPnac, bus.sent[0].module);
+        EXPECT_EQ(99U, bus.sent[0].command) << "what the record asks for";
+        EXPECT_BYTES_EQ(busRecord(kCookie, "04a70004"_hex, 0xffffffff), bus.sent[0].record);
+        bus.sent.clear();
+    }
+    EXPECT_THAT(problems(), IsEmpty());
+}
+
+TEST_F(EapHandler, TellsPnacOfAConversationThatEndsForWantOfRoom) {
+    EXPECT_EQ(0, fromPnac(kCookie, identityResponse(1, "alice"), 99));
+    failAllocation(1);
+    EXPECT_EQ(0, fromPnac(kCookie, eapResponse(2, 22), 77));
+    EXPECT_THAT(conversations(), IsEmpty());
+    ASSERT_EQ(1U, bus.sent.size());
+    EXPECT_EQ(99U, bus.sent[0].command) << "the first packet's counts";
+    EXPECT_BYTES_EQ(busRecord(kCookie, "04020004"_hex, 0xffffffff), bus.sent[0].record);
+}
+
+TEST_F(EapHandler, NeedsNoMemoryToTellPnac) {
+    bus.sendResult = -1;
+    const size_t before = allocationCount();
+    failAllocation(1);
+    EXPECT_EQ(0, fromPnac(kCookie, identityResponse(1, "alice")));
+    EXPECT_EQ(before + 1, allocationCount()) << "the one that failed";
+    EXPECT_EQ(1U, bus.sent.size());
+    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, "radEapSendRtn", "xbusIoctl failed\n")));
+}
+
+TEST_F(EapHandler, TellsPnacNothingOfWhatIsNoResponse) {
+    EXPECT_EQ(0, fromPnac(0, identityResponse(1, "alice")));
+    EXPECT_EQ(0, fromPnac(kCookie, Bytes(3)));
+    EXPECT_EQ(0, fromPnac(kCookie, Bytes(1501)));
+    failAllocation(1);
+    EXPECT_EQ(0, fromPnac(kCookie, eapRequest(1, 22)));
+    EXPECT_TRUE(allocationFailed());
+    EXPECT_THAT(bus.sent, IsEmpty());
+}
+
 // As a record of Pnac's this would be an EAP packet.
 TEST_F(EapHandler, TakesCommand4ForAChangeNotice) {
     const Bytes record = busRecord(kCookie, eapResponse(1, 22));
