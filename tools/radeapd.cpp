@@ -7,6 +7,8 @@
  * relay and ends the process if the relay has not done so by then.
  */
 #include <csignal>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <pthread.h>
@@ -18,9 +20,33 @@
 
 namespace {
 
-// The library's own partition holds about two hundred conversations. A switch that starts anew has
-// all its supplicants log in at once: this holds two thousand.
-constexpr uint32_t kPartitionSize = 2U << 20U;
+// The relay forgets a conversation after RAD_EAP_LIFE passes, and a pass takes in one packet at most:
+// there are never more conversations than that, and one that comes in the pass that ends another.
+// All of them find room, whoever sends what: the library's own partition, or one for conversations
+// of usual size, can be filled by anybody who is on a cable, and then nobody logs in.
+constexpr uint32_t kConversations = RAD_EAP_LIFE + 1;
+
+// What the platform's pool takes for a block (docs/porting.md).
+constexpr uint32_t taken(size_t size) {
+    constexpr size_t kUnit = 8;
+    return static_cast<uint32_t>((size + kUnit + kUnit - 1) / kUnit * kUnit);
+}
+
+// The largest conversation: an Identity response that fills a packet, again with each round, and a
+// State. The name takes one octet more than the packet has of it, for its end.
+constexpr size_t kIdentityHeaderSize = 5;
+constexpr uint32_t kConversationSize = taken(sizeof(RadEapQueueEntry)) + taken(RAD_EAP_PACKET_MAX) +
+                                       taken(RAD_EAP_PACKET_MAX - kIdentityHeaderSize + 1) +
+                                       taken(sizeof(RadPair));
+
+// For the one exchange that is under way, whose reply may hold two thousand empty attributes
+// (650 KiB), and for dictionary and servers.
+constexpr uint32_t kWorkingSize = 2U << 20U;
+
+// 12 MiB of addresses. The system gives it a page of memory when the pool first uses that; with the
+// logins of an ordinary day it is a few of them.
+constexpr uint32_t kPartitionSize = 12U << 20U;
+static_assert(kPartitionSize >= kConversations * kConversationSize + kWorkingSize);
 
 constexpr long kEndNanoseconds = 800'000'000;
 constexpr long kSecond = 1'000'000'000;

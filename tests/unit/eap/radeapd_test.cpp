@@ -1,4 +1,5 @@
 // radeapd as a process of its own: a daemon on a real bus that ends when it is told to.
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
@@ -65,7 +66,7 @@ class Radeapd : public testing::Test {
         root.write("/var/hosts", "127.0.0.1 " + hostName() + "\n");
         database.nameDictionary("/nexa2.0/etc/radius.dict");
         ASSERT_EQ(0, xbusInit());
-        bus = xbusRegister(kPnac, 2, drop, nullptr);
+        bus = xbusRegister(kPnac, 2, keep, this);
         ASSERT_NE(nullptr, bus);
         const ProgramResult started = runProgram(command, {"PAL_ROOT=" + root.folder().string()});
         ASSERT_EQ(0, started.status) << started.err;
@@ -85,8 +86,11 @@ class Radeapd : public testing::Test {
         return static_cast<const char *>(name);
     }
 
-    static int drop(void * /*busArg1*/, void * /*busArg2*/, uint32_t /*cmd*/, void * /*buf*/,
-                    uint32_t /*len*/, void * /*out*/, uint32_t * /*outLen*/) {
+    // The relay's last record.
+    static int keep(void * /*busArg1*/, void *test, uint32_t /*cmd*/, void *buf, uint32_t len,
+                    void * /*out*/, uint32_t * /*outLen*/) {
+        const auto *octets = static_cast<const uint8_t *>(buf);
+        static_cast<Radeapd *>(test)->answer.assign(octets, octets + len);
         return 0;
     }
 
@@ -123,7 +127,8 @@ class Radeapd : public testing::Test {
     }
 
     // Stores a server and tells the relay.
-    int addServer(const SilentPort &server, const std::string &timeout) const {
+    template <typename Server>
+    int addServer(const Server &server, const std::string &timeout) const {
         const RadDbUpdateInfo notice{.tableName = "radiusClient",
                                      .rowKey = 4,
                                      .rowId = database.addServer("'" + server.host() + "', '" +
@@ -135,18 +140,37 @@ class Radeapd : public testing::Test {
                     {reinterpret_cast<const uint8_t *>(&notice), sizeof(notice)}, 0);
     }
 
-    int identify(std::string_view name) const {
-        const auto size = static_cast<uint8_t>(5 + name.size());
-        const RadEapXbusMsg head{.cookie = 7, .command = 17, .length = size};
+    // Sends an EAP-Response of that type in a conversation.
+    int respond(uint32_t cookie, uint8_t type, ByteView data) const {
+        const auto size = static_cast<uint16_t>(5 + data.size());
+        const RadEapXbusMsg head{.cookie = cookie, .command = 17, .length = size};
         const auto *octets = reinterpret_cast<const uint8_t *>(&head);
-        return send(17, concatenate({Bytes(octets, octets + sizeof(head)), Bytes{2, 1, 0, size, 1},
-                                     fromText(name)}));
+        return send(17, concatenate({Bytes(octets, octets + sizeof(head)),
+                                     Bytes{2, 1, static_cast<uint8_t>(size >> 8),
+                                           static_cast<uint8_t>(size), type},
+                                     data}));
+    }
+    int identify(std::string_view name) const { return respond(7, 1, fromText(name)); }
+
+    // The same, and awaits the code of the EAP packet that comes back; 0 when none does.
+    int codeOfAnswer(uint32_t cookie, uint8_t type, ByteView data) {
+        constexpr size_t kCode = sizeof(RadEapXbusMsg);
+        answer.clear();
+        if (respond(cookie, type, data) != 0 ||
+            !comes([this] { return xbusListen(bus, 100000) == 1 && answer.size() > kCode; })) {
+            return 0;
+        }
+        uint32_t answered = 0;
+        std::memcpy(&answered, answer.data(), sizeof(answered));
+        EXPECT_EQ(cookie, answered);
+        return answer[kCode];
     }
 
     TemporaryRoot root;
     DatabaseFile database{root.path("/device.db")};
     const std::vector<std::string> command{LANYARD_RADEAPD, "-d", database.path()};
     XbusCtx *bus = nullptr;
+    Bytes answer;
     pid_t daemon = 0;
     std::optional<FileDescriptor> process;
 };
@@ -215,6 +239,36 @@ TEST_F(Radeapd, EndsWithinASecondAlsoWhileItWaitsForAServer) {
     ASSERT_TRUE(comes([&server] { return !server.received().empty(); }));
     ASSERT_EQ(0, kill(daemon, SIGTERM));
     EXPECT_TRUE(endsWithin(kPromise + kSlack));
+}
+
+// The largest there are, all at once: each with a name that fills its packet, but of which the
+// User-Name ends early enough to be one, and with the largest State. As many as ageing leaves, less
+// a few for passes of this test's own slowness.
+TEST_F(Radeapd, HoldsAsManyConversationsOfAnySizeAsAgeingLeaves) {
+    constexpr uint32_t kConversations = RAD_EAP_LIFE - 100;
+    constexpr uint8_t kRequest = 1;
+    constexpr uint8_t kFailure = 4;
+    Bytes name(RAD_EAP_PACKET_MAX - 5, 'x');
+    name[RAD_VALUE_MAX] = 0;
+    const Bytes state(253, 's');
+    ScriptedServer server("s");
+    server.otherwise(challenge(
+        Attributes().add(24, state).add(79, "01020006 0410"_hex).addMessageAuthenticator()));
+    ASSERT_EQ(0, addServer(server, "30"));
+    for (uint32_t cookie = 1; cookie <= kConversations; ++cookie) {
+        ASSERT_EQ(kRequest, codeOfAnswer(cookie, 1, name)) << "conversation " << cookie;
+    }
+    // Each of them goes on.
+    server.otherwise(reject());
+    for (uint32_t cookie = 1; cookie <= kConversations; ++cookie) {
+        ASSERT_EQ(kFailure, codeOfAnswer(cookie, 4, "10"_hex)) << "conversation " << cookie;
+    }
+    const auto hasState = [&state](const ReceivedRequest &request) {
+        const auto all = request.attributes();
+        return std::find(all.begin(), all.end(), Attribute{24, state}) != all.end();
+    };
+    const auto requests = server.requests();
+    EXPECT_EQ(ptrdiff_t{kConversations}, std::count_if(requests.begin(), requests.end(), hasState));
 }
 
 }  // namespace
