@@ -3,6 +3,13 @@
 #include <utility>
 
 namespace lanyard::pnac {
+namespace {
+
+// What a User-Name has room for (RFC 2865 section 5). The relay would keep a longer one for minutes
+// and could ask no server for it.
+constexpr size_t kIdentityMax = 253;
+
+}  // namespace
 
 Authenticator::Authenticator(const Settings &settings, Outlet &outlet,
                              std::function<uint32_t()> random)
@@ -136,6 +143,10 @@ void Authenticator::receiveEap(const EapolFrame &frame, Time now) {
     // the server's verdict is about.
     if (eap->type == kEapTypeIdentity) {
         conversation->identity.assign(eap->typeData.begin(), eap->typeData.end());
+        if (conversation->identity.size() > kIdentityMax) {
+            refuse(*conversation, *eap, now);
+            return;
+        }
     }
     forward(*conversation, *eap, now);
     settle(*conversation);
@@ -231,6 +242,13 @@ void Authenticator::identify(Conversation &conversation, Time now) {
     conversation.phaseEnd = now + conversation.interval;
     setPhase(conversation, Phase::kIdentify);
     sendEap(conversation, conversation.packet);
+}
+
+// Ends an attempt without the relay, which has nothing to say to that identity.
+void Authenticator::refuse(Conversation &conversation, const EapPacket &eap, Time now) {
+    ++counters_.identitiesTooLong;
+    sendEap(conversation, eapFailure(eap.identifier));
+    fail(conversation, Reason::kIdentityTooLong, now);
 }
 
 void Authenticator::fail(Conversation &conversation, Reason reason, Time now) {

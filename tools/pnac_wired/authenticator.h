@@ -58,6 +58,7 @@ enum class Reason {
     kRejected,
     kSupplicantSilent,
     kRelaySilent,
+    kIdentityTooLong,
     kLogoff,
     kSessionTimeout,
     kNotReauthenticated,
@@ -113,8 +114,9 @@ struct Counters {
     uint64_t logoffs = 0;
     uint64_t eapMalformed = 0;
     uint64_t eapUnexpected = 0;  // duplicates, wrong identifiers, answers to nothing
-    uint64_t refused = 0;        // no room for another supplicant
-    uint64_t evicted = 0;        // gave their room to another one before they had answered
+    uint64_t identitiesTooLong = 0;
+    uint64_t refused = 0;  // no room for another supplicant
+    uint64_t evicted = 0;  // gave their room to another one before they had answered
     uint64_t requestsRepeated = 0;
     uint64_t recordsSent = 0;
     uint64_t recordsDelayed = 0;  // the relay did not take them at once
@@ -210,6 +212,7 @@ class Authenticator {
     void beginAttempt(Conversation &conversation, Time now);
     void endAttempt(Conversation &conversation);
     void identify(Conversation &conversation, Time now);
+    void refuse(Conversation &conversation, const EapPacket &eap, Time now);
     void forward(Conversation &conversation, const EapPacket &eap, Time now);
     bool handOver(Conversation &conversation, Time now);
     void drainBacklog(Time now);

@@ -10,7 +10,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::array<std::pair<const char *, uint64_t Counters::*>, 17> kCounterNames = {{
+constexpr std::array<std::pair<const char *, uint64_t Counters::*>, 18> kCounterNames = {{
     {"frames_received", &Counters::framesReceived},
     {"frames_malformed", &Counters::framesMalformed},
     {"frames_foreign", &Counters::framesForeign},
@@ -18,6 +18,7 @@ constexpr std::array<std::pair<const char *, uint64_t Counters::*>, 17> kCounter
     {"logoffs", &Counters::logoffs},
     {"eap_malformed", &Counters::eapMalformed},
     {"eap_unexpected", &Counters::eapUnexpected},
+    {"identities_too_long", &Counters::identitiesTooLong},
     {"refused", &Counters::refused},
     {"evicted", &Counters::evicted},
     {"requests_repeated", &Counters::requestsRepeated},
@@ -71,6 +72,8 @@ std::string_view nameOf(Reason reason) {
             return "no answer from the supplicant";
         case Reason::kRelaySilent:
             return "no answer from the relay";
+        case Reason::kIdentityTooLong:
+            return "identity too long";
         case Reason::kLogoff:
             return "logoff";
         case Reason::kSessionTimeout:

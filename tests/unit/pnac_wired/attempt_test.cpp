@@ -229,6 +229,47 @@ TEST(Attempt, IsOfTheLastIdentityThatTheRelayGot) {
                 ElementsAre(Event(EventKind::kAuthorized, Reason::kAccepted, "mallory")));
 }
 
+TEST(Attempt, TakesAnIdentityAsLongAsAUserName) {
+    World world;
+    Supplicant alice(world, 1);
+    alice.knock(std::string(253, 'a'));
+    ASSERT_THAT(world.records(), SizeIs(1));
+    EXPECT_EQ(258U, world.records()[0].eap.size());
+    EXPECT_EQ(0U, world.counters().identitiesTooLong);
+}
+
+TEST(Attempt, WithALongerIdentityFailsAtOnceAndWithoutTheRelay) {
+    for (const size_t size : {254U, 1400U, 1491U}) {
+        World world;
+        Supplicant mallory(world, 1);
+        const std::string name(size, 'm');
+        mallory.start();
+        const uint8_t identifier = mallory.identifier();
+        mallory.identify(name);
+        EXPECT_THAT(world.records(), IsEmpty());
+        EXPECT_BYTES_EQ(eapFailure(identifier), mallory.received().back());
+        EXPECT_THAT(world.events(),
+                    ElementsAre(Event(EventKind::kFailed, Reason::kIdentityTooLong, name)));
+        EXPECT_EQ(1U, world.counters().identitiesTooLong);
+        EXPECT_EQ(1U, world.counters().failed);
+        EXPECT_EQ(0U, world.authenticator().supplicants());
+        EXPECT_FALSE(world.authenticator().nextDeadline());
+    }
+}
+
+TEST(Attempt, EndsWithALongerIdentityInItsMiddle) {
+    World world;
+    Supplicant mallory(world, 1);
+    mallory.knock("mallory");
+    world.relaySends(mallory.cookie(), eapRequest(50, 4, "10 0102"_hex));
+    mallory.identify(std::string(254, 'm'));
+    EXPECT_THAT(world.records(), SizeIs(1));
+    EXPECT_BYTES_EQ(eapFailure(50), mallory.received().back());
+    ASSERT_THAT(world.events(), SizeIs(1));
+    EXPECT_EQ(Reason::kIdentityTooLong, world.events()[0].reason);
+    EXPECT_EQ(0U, world.authenticator().supplicants());
+}
+
 TEST(Attempt, TakesANakForAMethod) {
     World world;
     Supplicant alice(world, 1);

@@ -80,6 +80,18 @@ TEST(Link, TakesNoAnswerButAnIdentity) {
     EXPECT_EQ(0U, world.authenticator().supplicants());
 }
 
+TEST(Link, RefusesALongerNameThanThereCanBe) {
+    World world(World::Link::unknown);
+    world.authenticator().linkUp(world.now());
+    const uint8_t identifier = groupRequest(world)[1];
+    Supplicant mallory(world, 1);
+    mallory.sendEap(eapResponse(identifier, 1, Bytes(254, 'm')));
+    EXPECT_THAT(world.records(), IsEmpty());
+    ASSERT_THAT(mallory.received(), SizeIs(1));
+    EXPECT_BYTES_EQ(eapFailure(identifier), mallory.received()[0]);
+    EXPECT_EQ(0U, world.authenticator().supplicants());
+}
+
 TEST(Link, TakesNoAnswerAfterTheLastRequest) {
     World world(World::Link::unknown);
     world.authenticator().linkUp(world.now());

@@ -136,6 +136,7 @@ TEST(Report, NamesEveryReason) {
                                        {Reason::kRejected, "rejected"},
                                        {Reason::kSupplicantSilent, "no answer from the supplicant"},
                                        {Reason::kRelaySilent, "no answer from the relay"},
+                                       {Reason::kIdentityTooLong, "identity too long"},
                                        {Reason::kLogoff, "logoff"},
                                        {Reason::kSessionTimeout, "session timeout"},
                                        {Reason::kNotReauthenticated, "not authenticated again"},
@@ -164,7 +165,7 @@ TEST(Report, ShowsTheCounters) {
     EXPECT_EQ(9, object["lines_lost"]);
     EXPECT_EQ(3, object["supplicants"]);
     EXPECT_EQ(18446744073709551615U, object["failed"].get<uint64_t>());
-    EXPECT_EQ(22U, object.size());
+    EXPECT_EQ(23U, object.size());
 
     const std::string line =
         Reporter("eth0", Reporter::Format::kText, false).counters(counters, more);

@@ -195,6 +195,19 @@ TEST(Session, EndsInTheMiddleOfAnotherLogin) {
     EXPECT_FALSE(world.events().back().reauthentication);
 }
 
+TEST(Session, EndsWhenItsSupplicantGivesALongerNameThanThereCanBe) {
+    World world;
+    Supplicant alice(world, 1);
+    alice.logIn("alice", keyBlock({sessionElement(2, 60)}));
+    world.pass(60s);
+    const std::string name(254, 'a');
+    alice.identify(name);
+    EXPECT_THAT(
+        world.events(),
+        ElementsAre(kAuthorized("alice"), Event(EventKind::kFailed, Reason::kIdentityTooLong, name),
+                    Event(EventKind::kUnauthorized, Reason::kNotReauthenticated, "alice")));
+}
+
 TEST(Session, IsNotAskedTwiceToAuthenticateAgain) {
     World world;
     Supplicant alice(world, 1);
