@@ -171,7 +171,8 @@ Authenticator::Conversation *Authenticator::find(const Mac &address) {
 
 Authenticator::Conversation *Authenticator::findCookie(uint32_t cookie) {
     const auto found = cookies_.find(cookie);
-    return found == cookies_.end() ? nullptr : find(found->second);
+    Conversation *conversation = found == cookies_.end() ? nullptr : find(found->second);
+    return conversation && conversation->cookie == cookie ? conversation : nullptr;
 }
 
 Authenticator::Conversation *Authenticator::findOrAdd(const EapolFrame &frame) {
@@ -227,7 +228,12 @@ void Authenticator::beginAttempt(Conversation &conversation, Time now) {
 }
 
 void Authenticator::endAttempt(Conversation &conversation) {
-    cookies_.erase(conversation.cookie);
+    if (conversation.birth) {
+        leaveRemnant(conversation);
+    } else {
+        cookies_.erase(conversation.cookie);
+    }
+    conversation.birth.reset();
     conversation.cookie = 0;
     conversation.packet.clear();
     conversation.phaseEnd.reset();
@@ -315,7 +321,11 @@ void Authenticator::wake(Conversation &conversation, Time now) {
 }
 
 void Authenticator::expirePhase(Conversation &conversation, Time now) {
-    if (conversation.phase == Phase::kBacklog || conversation.phase == Phase::kRelay) {
+    if (conversation.phase == Phase::kHeld) {
+        forgetRemnant(conversation.address);  // its answer is lost, or late for good
+        enqueue(conversation, now);
+        settle(conversation);
+    } else if (conversation.phase == Phase::kBacklog || conversation.phase == Phase::kRelay) {
         sendEap(conversation, eapFailure(conversation.identifier));
         fail(conversation, Reason::kRelaySilent, now);
     } else if (conversation.repeatsLeft > 0) {
@@ -383,6 +393,8 @@ void Authenticator::setAlarm(Conversation &conversation, std::optional<Time> ala
 void Authenticator::setPhase(Conversation &conversation, Phase phase) {
     withRelay_ -= conversation.phase == Phase::kRelay ? 1U : 0U;
     withRelay_ += phase == Phase::kRelay ? 1U : 0U;
+    held_ -= conversation.phase == Phase::kHeld ? 1U : 0U;
+    held_ += phase == Phase::kHeld ? 1U : 0U;
     if (conversation.waiting) {
         backlogOf(conversation).erase(*conversation.waiting);
         conversation.waiting.reset();

@@ -22,8 +22,11 @@
 // once, and those of logins that are under way before those of newcomers: when all supplicants of a
 // switch come at the same time, few logins are under way at any moment, and each of them is short.
 //
-// Each attempt to log in has a cookie of its own, so that a late answer to an earlier one is known
-// as such.
+// It forgets a conversation with its verdict. An attempt that is given up before leaves one behind for
+// minutes, so the next attempt of that address goes on in it: a new identity has the relay begin it
+// anew. Whoever starts over and over has one conversation there, or two when the first is old. No
+// late answer is taken for one to the new attempt, for that waits until the relay has answered what it
+// had of the earlier one. In all other cases an attempt has a cookie of its own.
 #ifndef LANYARD_TOOLS_PNAC_WIRED_AUTHENTICATOR_H
 #define LANYARD_TOOLS_PNAC_WIRED_AUTHENTICATOR_H
 
@@ -145,8 +148,8 @@ class Authenticator {
     // When something is due next.
     std::optional<Time> nextDeadline() const;
 
-    // The relay has a packet and has not answered it.
-    bool awaitsRelay() const { return withRelay_ > 0; }
+    // The relay has a packet that somebody waits for, and has not answered it.
+    bool awaitsRelay() const { return withRelay_ + held_ > 0; }
 
     // Ends all sessions for good.
     void shutDown(Time now);
@@ -158,6 +161,7 @@ class Authenticator {
     enum class Phase {
         kIdle,
         kIdentify,  // the Identity request is out
+        kHeld,      // a response waits for the relay's answer to an earlier attempt
         kBacklog,   // a response waits for the relay to take it
         kRelay,     // the relay has a response
         kRequest    // a request of the server is out
@@ -170,13 +174,28 @@ class Authenticator {
         SessionRule rule = SessionRule::kTerminate;
     };
 
+    // When the relay got to know a conversation.
+    struct Birth {
+        Time since = {};
+        uint64_t recordsSent = 0;  // the relay counts them as well
+    };
+
+    // What the relay has of an attempt that was given up.
+    struct Remnant {
+        uint32_t cookie = 0;
+        Birth birth = {};
+        std::optional<Time> owedUntil = {};  // an answer may come until then
+        std::list<Mac>::iterator place = {};
+    };
+
     struct Conversation {
         Mac address = {};
         uint8_t version = kEapolVersionMin;
         Phase phase = Phase::kIdle;
-        uint32_t cookie = 0;     // of the attempt; 0 before the relay is involved
-        uint8_t identifier = 0;  // of the last request
-        Bytes packet = {};       // to be sent again, or waiting for the relay
+        uint32_t cookie = 0;              // of the attempt; 0 before the relay is involved
+        std::optional<Birth> birth = {};  // while the relay knows the cookie
+        uint8_t identifier = 0;           // of the last request
+        Bytes packet = {};                // to be sent again, or waiting for the relay
         Duration interval = {};
         unsigned repeatsLeft = 0;
         Bytes identity = {};
@@ -214,6 +233,7 @@ class Authenticator {
     void identify(Conversation &conversation, Time now);
     void refuse(Conversation &conversation, const EapPacket &eap, Time now);
     void forward(Conversation &conversation, const EapPacket &eap, Time now);
+    void enqueue(Conversation &conversation, Time now);
     bool handOver(Conversation &conversation, Time now);
     void drainBacklog(Time now);
     std::list<Mac> &backlogOf(const Conversation &conversation) {
@@ -221,6 +241,7 @@ class Authenticator {
     }
     Conversation *firstOfBacklog();
     void takeRecord(const RelayRecord &record, Time now);
+    void takeLateAnswer(const RelayRecord &record, Time now);
     void relayRequest(Conversation &conversation, const RelayRecord &record, Time now);
     void authorize(Conversation &conversation, const RelayRecord &record, Time now);
     void fail(Conversation &conversation, Reason reason, Time now);
@@ -241,6 +262,12 @@ class Authenticator {
     void sendGroupRequest();
     void stopGroupRequests();
     uint32_t newCookie();
+    void takeCookie(Conversation &conversation, Time now);
+
+    void leaveRemnant(const Conversation &conversation);
+    Remnant *findRemnant(const Mac &address);
+    void forgetRemnant(const Mac &address);
+    bool isYoung(const Birth &birth, Time now) const;
 
     const Settings settings_;
     Outlet &outlet_;
@@ -254,7 +281,8 @@ class Authenticator {
     std::map<uint32_t, Mac> cookies_;
     std::set<std::pair<Time, Mac>> alarms_;
     std::list<Mac> unanswered_;  // the oldest first
-    size_t withRelay_ = 0;
+    size_t withRelay_ = 0;       // how many are in Phase::kRelay
+    size_t held_ = 0;            // and in Phase::kHeld
 
     // Those in Phase::kBacklog, the oldest first.
     std::list<Mac> underway_;
@@ -262,6 +290,9 @@ class Authenticator {
     size_t inWindow_ = 0;  // packets that the relay has, as far as one may think
     std::optional<Time> handOverAt_;
     Duration handOverRetry_;
+
+    std::map<Mac, Remnant> remnants_;  // their cookies are in cookies_ too
+    std::list<Mac> remnantsByAge_;     // the oldest first
 
     std::deque<uint32_t> recentCookies_;
     std::set<uint32_t> usedCookies_;

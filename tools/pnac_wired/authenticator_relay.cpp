@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <utility>
 
+#include <lanyard/radius/eap.h>
+
 #include "tools/pnac_wired/authenticator.h"
 
 namespace lanyard::pnac {
@@ -10,7 +12,46 @@ namespace {
 // How many attempts pass before a cookie may come again: more than the relay remembers.
 constexpr size_t kCookiesRemembered = 65536;
 
+// As many as the relay has conversations.
+constexpr size_t kRemnantsMax = RAD_EAP_LIFE;
+
+// The relay counts a conversation's age in passes: one for each packet, and one for each tenth of a
+// second without any. One that has lived for half of its time has enough left for a login.
+constexpr Duration kIdlePass = std::chrono::milliseconds(100);
+constexpr uint64_t kYoungPasses = RAD_EAP_LIFE / 2;
+
 }  // namespace
+
+// What the relay has of attempts that were given up
+
+bool Authenticator::isYoung(const Birth &birth, Time now) const {
+    const auto idlePasses = static_cast<uint64_t>((now - birth.since) / kIdlePass);
+    return counters_.recordsSent - birth.recordsSent + idlePasses <= kYoungPasses;
+}
+
+Authenticator::Remnant *Authenticator::findRemnant(const Mac &address) {
+    const auto found = remnants_.find(address);
+    return found == remnants_.end() ? nullptr : &found->second;
+}
+
+void Authenticator::forgetRemnant(const Mac &address) {
+    if (const Remnant *remnant = findRemnant(address)) {
+        cookies_.erase(remnant->cookie);
+        remnantsByAge_.erase(remnant->place);
+        remnants_.erase(address);
+    }
+}
+
+void Authenticator::leaveRemnant(const Conversation &conversation) {
+    if (remnants_.size() >= kRemnantsMax) {
+        forgetRemnant(Mac(remnantsByAge_.front()));
+    }
+    remnants_[conversation.address] = {
+        .cookie = conversation.cookie,
+        .birth = *conversation.birth,
+        .owedUntil = conversation.phase == Phase::kRelay ? conversation.phaseEnd : std::nullopt,
+        .place = remnantsByAge_.insert(remnantsByAge_.end(), conversation.address)};
+}
 
 // To the relay
 
@@ -27,21 +68,46 @@ uint32_t Authenticator::newCookie() {
     return cookie;
 }
 
+// A cookie for an attempt that has none.
+void Authenticator::takeCookie(Conversation &conversation, Time now) {
+    const Remnant *remnant = findRemnant(conversation.address);
+    if (remnant && !remnant->owedUntil && isYoung(remnant->birth, now)) {
+        conversation.cookie = remnant->cookie;
+        conversation.birth = remnant->birth;
+    } else {
+        conversation.cookie = newCookie();
+    }
+    forgetRemnant(conversation.address);
+    cookies_[conversation.cookie] = conversation.address;
+}
+
 void Authenticator::forward(Conversation &conversation, const EapPacket &eap, Time now) {
     noteAnswered(conversation);
     conversation.underway = conversation.cookie != 0;
-    if (conversation.cookie == 0) {
-        conversation.cookie = newCookie();
-        cookies_[conversation.cookie] = conversation.address;
-    }
     conversation.identifier = eap.identifier;
-    conversation.packet = buildRecord(conversation.cookie, eap.bytes);
+    conversation.packet.assign(eap.bytes.begin(), eap.bytes.end());
+    const Remnant *remnant = findRemnant(conversation.address);
+    if (remnant && remnant->owedUntil && *remnant->owedUntil > now) {
+        conversation.phaseEnd = remnant->owedUntil;
+        setPhase(conversation, Phase::kHeld);
+        ++counters_.recordsDelayed;
+        return;
+    }
+    enqueue(conversation, now);
+    counters_.recordsDelayed += conversation.phase == Phase::kBacklog ? 1U : 0U;
+}
+
+// Offers the conversation's packet to the relay, when its turn comes.
+void Authenticator::enqueue(Conversation &conversation, Time now) {
+    if (conversation.cookie == 0) {
+        takeCookie(conversation, now);
+    }
+    conversation.packet = buildRecord(conversation.cookie, conversation.packet);
     conversation.phaseEnd = now + settings_.relayTimeout;
     setPhase(conversation, Phase::kBacklog);
     if (!handOverAt_) {
         drainBacklog(now);
     }
-    counters_.recordsDelayed += conversation.phase == Phase::kBacklog ? 1U : 0U;
 }
 
 bool Authenticator::handOver(Conversation &conversation, Time now) {
@@ -49,6 +115,9 @@ bool Authenticator::handOver(Conversation &conversation, Time now) {
         handOverAt_ = now + handOverRetry_;
         handOverRetry_ = std::min(handOverRetry_ * 2, settings_.handOverRetryMax);
         return false;
+    }
+    if (!conversation.birth) {
+        conversation.birth = Birth{.since = now, .recordsSent = counters_.recordsSent};
     }
     ++counters_.recordsSent;
     ++inWindow_;
@@ -94,7 +163,11 @@ void Authenticator::takeRecord(const RelayRecord &record, Time now) {
     Conversation *conversation = findCookie(record.cookie);
     if (!conversation || conversation->phase != Phase::kRelay) {
         ++counters_.recordsUnexpected;
+        takeLateAnswer(record, now);
         return;
+    }
+    if (record.eap.code != EapCode::kRequest) {
+        conversation->birth.reset();  // the relay forgets it with its verdict
     }
     sendEap(*conversation, record.eap.bytes);
     switch (record.eap.code) {
@@ -109,6 +182,29 @@ void Authenticator::takeRecord(const RelayRecord &record, Time now) {
         default:
             fail(*conversation, Reason::kRejected, now);
             break;
+    }
+}
+
+// An answer to an attempt that was given up: the next one of that address need not wait any more.
+void Authenticator::takeLateAnswer(const RelayRecord &record, Time now) {
+    const auto owner = cookies_.find(record.cookie);
+    if (owner == cookies_.end()) {
+        return;
+    }
+    const Mac address = owner->second;
+    Remnant *remnant = findRemnant(address);
+    if (!remnant || remnant->cookie != record.cookie) {
+        return;
+    }
+    if (record.eap.code == EapCode::kRequest) {
+        remnant->owedUntil.reset();
+    } else {
+        forgetRemnant(address);
+    }
+    Conversation *conversation = find(address);
+    if (conversation && conversation->phase == Phase::kHeld) {
+        enqueue(*conversation, now);
+        settle(*conversation);
     }
 }
 

@@ -1,4 +1,6 @@
 // Many supplicants, floods of addresses, and frames and records without sense.
+#include <utility>
+
 #include "tests/unit/pnac_wired/world.h"
 
 namespace lanyard::test {
@@ -89,6 +91,87 @@ TEST(Load, IsBoundedAgainstAFloodOfAddresses) {
     ASSERT_THAT(world.events(), SizeIs(2)) << "who answers gets in";
     world.pass(1min);
     EXPECT_EQ(2U, world.authenticator().supplicants()) << "the others are forgotten";
+}
+
+// The relay of a flood: it counts ages in passes, as the real one does, and knows a conversation for
+// so many of them. It answers each packet with a request.
+class AgeingRelay {
+  public:
+    explicit AgeingRelay(World &world) : world_(world) {}
+
+    // Answers what has come, then has an idle pass for each tenth of a second.
+    void pass(milliseconds duration) {
+        for (const SentRecord &record : world_.records()) {
+            ++now_;
+            births_.try_emplace(record.cookie, now_);
+            mostAtOnce_ = std::max(mostAtOnce_, known());
+            waiting_.push_back(record);
+        }
+        world_.forget();
+        for (const SentRecord &record : std::exchange(waiting_, {})) {
+            world_.relaySends(record.cookie, eapRequest(record.eap[1] ^ 0x80, 4));
+        }
+        now_ += static_cast<uint64_t>(duration / milliseconds(100));
+        world_.pass(duration);
+    }
+
+    // The most that it has had at once.
+    size_t mostAtOnce() const { return mostAtOnce_; }
+
+  private:
+    size_t known() {
+        std::erase_if(births_, [this](const auto &birth) { return now_ - birth.second > 3000; });
+        return births_.size();
+    }
+
+    World &world_;
+    std::vector<SentRecord> waiting_;
+    uint64_t now_ = 0;
+    std::map<uint32_t, uint64_t> births_;
+    size_t mostAtOnce_ = 0;
+};
+
+// As many as two minutes of thirty a second, from one address that gives them up in every way.
+TEST(Load, OfHalfOpenLoginsOfOneAddressDoesNotPileUpAtTheRelay) {
+    World world;
+    AgeingRelay relay(world);
+    Supplicant mallory(world, 1);
+    const std::string name(253, 'm');
+    size_t records = 0;
+    for (int i = 0; i < 3600; ++i) {
+        mallory.knock(name);
+        if (i % 3 == 0) {
+            mallory.logoff();  // before the relay has answered
+        }
+        records += world.records().size();
+        relay.pass(milliseconds(i % 10 == 0 ? 300 : 0));
+        if (i % 7 == 0) {
+            mallory.logoff();
+        }
+    }
+    EXPECT_EQ(3600U, records);
+    EXPECT_LE(relay.mostAtOnce(), 3U);
+}
+
+// Others log in meanwhile.
+TEST(Load, OfLongIdentitiesForTwoMinutesKeepsNobodyOut) {
+    World world;
+    Supplicant mallory(world, 1);
+    const std::string name(1400, 'm');
+    size_t logins = 0;
+    for (int i = 0; i < 30 * 120; ++i) {
+        mallory.knock(name);
+        world.pass(milliseconds(1000 / 30));
+        if (i % 30 == 0) {
+            Supplicant alice(world, 100 + static_cast<unsigned>(i));
+            alice.logIn("alice");
+            logins += world.events().back().kind == EventKind::kAuthorized ? 1 : 0;
+        }
+        world.forget();
+    }
+    EXPECT_EQ(120U, logins);
+    EXPECT_EQ(3600U, world.counters().identitiesTooLong);
+    EXPECT_EQ(240U, world.counters().recordsSent) << "two for each login and none for the others";
 }
 
 TEST(Load, RefusesNewcomersWhenAllHaveAnswered) {
