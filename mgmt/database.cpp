@@ -1,4 +1,4 @@
-// The device's database: the connection, start-up and shutdown, and reading of query results.
+// The device's database: connections, start-up and shutdown, and reading of query results.
 #include "mgmt/database.h"
 
 #include <array>
@@ -11,8 +11,58 @@
 #include "frame/log.h"
 
 namespace lanyard {
+namespace {
 
-sqlite3 *database = nullptr;
+struct SqliteFree {
+    void operator()(char *text) const { sqlite3_free(text); }
+};
+
+// The database file; null while there is none.
+std::unique_ptr<char, SqliteFree> databaseFile;
+
+// What the busy handler is told of who waits.
+std::array<char, 32> busyContext{};
+
+// The daemon has another working folder, in which a relative name would be another file.
+const char *wholeName(sqlite3 *db, const char *file) {
+    const char *whole = sqlite3_db_filename(db, "main");
+    return whole && *whole ? whole : file;
+}
+
+// Loads the dictionary that the database names.
+int radiusDictionaryLoad(sqlite3 *db) {
+    const auto result =
+        runQuery(db, nullptr, "SELECT value from environment WHERE name='RADIUS_DICTIONARY'");
+    if (!result) {
+        radDeviceLog(kLogError, "sqlite3QueryResGet failed\n");
+        return -1;
+    }
+    if (result.empty()) {
+        radDeviceLog(kLogError, "empty result. nRows=%d nCols=%d\n", result.rows, result.columns);
+        return -1;
+    }
+    const char *path = columnValue(result.table.get(), result.columns, 0, "value");
+    return path ? radDictLoad(path) : -1;
+}
+
+}  // namespace
+
+// Writing is allowed, though nothing here writes: whoever opens the file next has to roll back a
+// transaction whose writer was killed.
+Connection::Connection(const char *tag, const char *file) {
+    sqlite3 *db = nullptr;
+    const int status = sqlite3_open_v2(file, &db, SQLITE_OPEN_READWRITE, nullptr);
+    db_.reset(db);  // There is one to close also where it did not open.
+    if (status != SQLITE_OK) {
+        radDeviceLogAs(tag, kLogError, "unable to open the DB file %s\n", file);
+        db_.reset();
+        return;
+    }
+    sqlite3_busy_handler(db, sqliteBusyHandler, busyContext.data());
+}
+
+Connection::Connection(const char *tag)
+    : Connection(databaseFile ? Connection(tag, databaseFile.get()) : Connection()) {}
 
 QueryResult runQuery(sqlite3 *db, const char *dbFile, const char *sql) {
     QueryResult result;
@@ -41,33 +91,7 @@ bool readServerRow(char *const *table, int32_t columns, int32_t row, ServerRow &
 
 }  // namespace lanyard
 
-namespace {
-
-using lanyard::columnValue;
-using lanyard::database;
-using lanyard::kLogError;
-using lanyard::runQuery;
-
-// What the busy handler is told of who waits.
-std::array<char, 32> busyContext{};
-
-// Loads the dictionary that the database names.
-int radiusDictionaryLoad() {
-    const auto result =
-        runQuery(database, nullptr, "SELECT value from environment WHERE name='RADIUS_DICTIONARY'");
-    if (!result) {
-        radDeviceLog(kLogError, "sqlite3QueryResGet failed\n");
-        return -1;
-    }
-    if (result.empty()) {
-        radDeviceLog(kLogError, "empty result. nRows=%d nCols=%d\n", result.rows, result.columns);
-        return -1;
-    }
-    const char *path = columnValue(result.table.get(), result.columns, 0, "value");
-    return path ? radDictLoad(path) : -1;
-}
-
-}  // namespace
+using namespace lanyard;
 
 int radiusMgmtInit(const char *dbFile, const char *callerName) {
     if (!dbFile || !callerName) {
@@ -77,15 +101,16 @@ int radiusMgmtInit(const char *dbFile, const char *callerName) {
     std::strncpy(busyContext.data(), callerName, busyContext.size() - 1);
 
     radiusMgmtDeInit();
-    if (sqlite3_open(dbFile, &database) != SQLITE_OK) {
-        radDeviceLog(kLogError, "unable to open the DB file %s\n", dbFile);
-        radiusMgmtDeInit();
+    const Connection connection("radiusMgmtInit", dbFile);
+    if (connection.get()) {
+        databaseFile.reset(sqlite3_mprintf("%s", wholeName(connection.get(), dbFile)));
+    }
+    if (!databaseFile) {
         return -1;
     }
-    sqlite3_busy_handler(database, sqliteBusyHandler, busyContext.data());
     radDeconfigure();
     radDictLoad(nullptr);
-    if (radiusDictionaryLoad() != 0) {
+    if (radiusDictionaryLoad(connection.get()) != 0) {
         radDeviceLogAs("radiusDictionaryLoad", kLogError, "radius dictionary loading failed\n");
         return -1;
     }
@@ -99,7 +124,6 @@ int radiusMgmtInit(const char *dbFile, const char *callerName) {
 }
 
 int radiusMgmtDeInit(void) {
-    sqlite3_close(database);
-    database = nullptr;
+    databaseFile.reset();
     return 0;
 }

@@ -1,4 +1,4 @@
-// What the files of this folder share: the connection to the device's database, and query results.
+// What the files of this folder share: connections to the device's database, and query results.
 #ifndef LANYARD_MGMT_DATABASE_H
 #define LANYARD_MGMT_DATABASE_H
 
@@ -10,8 +10,30 @@
 
 namespace lanyard {
 
-// The connection that radiusMgmtInit() opened; null while there is none.
-extern sqlite3 *database;
+// A connection to the database, for one call.
+//
+// None outlives a call, because SQLite forbids to carry one through a fork(), and the relay becomes a
+// daemon after its start: in the child the locks are gone that SQLite believes to hold, and other
+// programs delete a write-ahead log that is in use.
+class Connection {
+  public:
+    // Opens the file, which has to be there; logs under `tag` when it does not open.
+    Connection(const char *tag, const char *file);
+    // Opens the database of radiusMgmtInit(); says nothing when there is none.
+    explicit Connection(const char *tag);
+
+    // Null when it is not open.
+    [[nodiscard]] sqlite3 *get() const { return db_.get(); }
+
+  private:
+    Connection() = default;
+
+    struct Closer {
+        void operator()(sqlite3 *db) const { sqlite3_close(db); }
+    };
+
+    std::unique_ptr<sqlite3, Closer> db_;
+};
 
 struct ResultDeleter {
     void operator()(char **table) const { sqlite3_free_table(table); }

@@ -9,7 +9,8 @@
 uint32_t radGetHostIPFromDB(void) {
     using namespace lanyard;
     constexpr uint32_t kNotFound = 0;
-    const auto result = runQuery(database, nullptr,
+    const Connection connection("radGetHostIPFromDB");
+    const auto result = runQuery(connection.get(), nullptr,
                                  "SELECT ipaddr from networkInterface WHERE interfaceName='bdg'");
     if (!result) {
         radDeviceLog(kLogError, "sqlite3QueryResGet failed\n");

@@ -12,7 +12,7 @@
 
 namespace {
 
-using lanyard::database;
+using lanyard::Connection;
 using lanyard::kLogError;
 using lanyard::kLogTrace;
 using lanyard::QueryResult;
@@ -61,11 +61,11 @@ class OldValues {
 };
 
 // Reads the changed row.
-QueryResult readRow(const RadDbUpdateInfo &info) {
+QueryResult readRow(sqlite3 *db, const RadDbUpdateInfo &info) {
     char *sql = sqlite3_mprintf("SELECT * from %s WHERE rowid=%d", info.tableName, info.rowId);
     QueryResult result;
     if (sql) {
-        result = runQuery(database, nullptr, sql);
+        result = runQuery(db, nullptr, sql);
         sqlite3_free(sql);
     }
     if (!result) {
@@ -75,11 +75,12 @@ QueryResult readRow(const RadDbUpdateInfo &info) {
 }
 
 // Hands the change to the handler of its table, if there is one.
-int dispatch(const RadDbUpdateInfo &info, const QueryResult &result, char **oldValues) {
+int dispatch(sqlite3 *db, const RadDbUpdateInfo &info, const QueryResult &result,
+             char **oldValues) {
     for (const RadDbTable *table = handlers; table->name; ++table) {
         if (std::strcmp(table->name, info.tableName) == 0) {
             const int status =
-                table->handler(database, info.opCode, info.rowKey, info.rowId, result.table.get(),
+                table->handler(db, info.opCode, info.rowKey, info.rowId, result.table.get(),
                                result.columns, result.rows, oldValues);
             if (status == -1) {
                 radDeviceLogAs(kTag, kLogError, "Error in executing DB update handler\n");
@@ -113,12 +114,13 @@ int radiusMgmtDBUpdateHandler(const void *info, uint32_t infoSize, char *oldValu
         radDeviceLog(kLogError, "old values result does not contain 2 rows\n");
         return -1;
     }
+    const Connection connection(kTag);
     QueryResult result;
     if (deleted) {
         result.columns = old.count() / 2;
         result.rows = 1;
     } else {
-        result = readRow(update);
+        result = readRow(connection.get(), update);
         if (!result) {
             return -1;
         }
@@ -131,5 +133,5 @@ int radiusMgmtDBUpdateHandler(const void *info, uint32_t infoSize, char *oldValu
         radDeviceLog(kLogError, "empty update. nRows=%d nCols=%d\n", result.rows, result.columns);
         return -1;
     }
-    return dispatch(update, result, pointers.get());
+    return dispatch(connection.get(), update, result, pointers.get());
 }

@@ -5,6 +5,9 @@
  *
  * Messages carry module 8. Nothing here locks: these calls belong to the one thread that configures
  * the library. They must not run while requests are in flight.
+ *
+ * No call leaves the database open, so that the program may become a daemon, or fork in another way,
+ * between any two of them (SQLite forbids to carry a connection through a fork).
  */
 #ifndef LANYARD_RADIUS_MGMT_H
 #define LANYARD_RADIUS_MGMT_H
@@ -34,7 +37,8 @@ typedef struct RadDbUpdateInfo {
 /**
  * Handles the change of one row.
  *
- * @param db         connection of radiusMgmtInit().
+ * @param db         connection to the database of radiusMgmtInit(), for this call; NULL for a delete
+ *                   whose database does not open.
  * @param opCode     one of the RAD_DB_ values.
  * @param rowKey     first half of the row identity.
  * @param rowId      rowid.
@@ -59,25 +63,27 @@ extern LANYARD_API const RadDbTable handlers[];
 
 /**
  * Opens the database, empties the configuration, loads the dictionary that the table "environment"
- * names (RADIUS_DICTIONARY), and sets the default time-out 10 and retry count 3. Servers come with
- * change notices. An earlier connection is closed.
+ * names (RADIUS_DICTIONARY), sets the default time-out 10 and retry count 3, and closes the database
+ * again. Servers come with change notices. An earlier database is forgotten.
  *
  * It may run before or after radLibInit().
  *
- * @param dbFile      path of the database.
+ * @param dbFile      path of the database, which is never created. The calls below open this file
+ *                    anew, also from another working folder.
  * @param callerName  for the busy handler; 31 characters of it are kept.
  * @return 0; -1 when the database or the dictionary fails (logged at level 8).
  */
 LANYARD_API int radiusMgmtInit(const char *dbFile, const char *callerName);
 
 /**
- * Closes the database.
+ * Forgets the database. The configuration stays.
  * @return 0.
  */
 LANYARD_API int radiusMgmtDeInit(void);
 
 /**
- * Takes one change notice to the handler of its table.
+ * Takes one change notice to the handler of its table. Opens the database of radiusMgmtInit() for it,
+ * and reads the row unless that was deleted.
  *
  * @param info          a RadDbUpdateInfo, of any alignment.
  * @param infoSize      its size: 80.
@@ -110,7 +116,8 @@ LANYARD_API int radiusClientTblHandler(const char *dbFile, int opCode);
 
 /**
  * @return the address of the device's interface "bdg" in network byte order, from the table
- *         "networkInterface" of the database that radiusMgmtInit() opened; 0 when there is none.
+ *         "networkInterface" of the database of radiusMgmtInit(), opened for this call; 0 when there is
+ *         none.
  */
 LANYARD_API uint32_t radGetHostIPFromDB(void);
 

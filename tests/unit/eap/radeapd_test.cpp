@@ -37,6 +37,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t kPnac = 6;
 constexpr uint32_t kDontWait = 2;
+constexpr const char *kDictionary = "/nexa2.0/etc/radius.dict";
 constexpr seconds kPatience{20};
 // What it promises, and what a busy machine may add to that.
 constexpr milliseconds kPromise{1000};
@@ -62,9 +63,9 @@ bool comes(const std::function<bool()> &condition) {
 class Radeapd : public testing::Test {
   protected:
     void SetUp() override {
-        root.write("/nexa2.0/etc/radius.dict", contentOf(LANYARD_DICTIONARY));
+        root.write(kDictionary, contentOf(LANYARD_DICTIONARY));
         root.write("/var/hosts", "127.0.0.1 " + hostName() + "\n");
-        database.nameDictionary("/nexa2.0/etc/radius.dict");
+        prepareDatabase();
         ASSERT_EQ(0, xbusInit());
         bus = xbusRegister(kPnac, 2, keep, this);
         ASSERT_NE(nullptr, bus);
@@ -79,6 +80,8 @@ class Radeapd : public testing::Test {
         }
         EXPECT_EQ(0, xbusUnRegister(bus));
     }
+
+    virtual void prepareDatabase() { database.nameDictionary(kDictionary); }
 
     static std::string hostName() {
         char name[256] = {};
@@ -126,18 +129,28 @@ class Radeapd : public testing::Test {
                          static_cast<uint32_t>(message.size()), nullptr, &outLen, flags, 0, 0);
     }
 
-    // Stores a server and tells the relay.
-    template <typename Server>
-    int addServer(const Server &server, const std::string &timeout) const {
+    // Tells the relay of a new row.
+    int notify(int rowId) const {
         const RadDbUpdateInfo notice{.tableName = "radiusClient",
                                      .rowKey = 4,
-                                     .rowId = database.addServer("'" + server.host() + "', '" +
-                                                                 std::to_string(server.port()) +
-                                                                 "', 's', '" + timeout + "', '3'"),
+                                     .rowId = rowId,
                                      .opCode = RAD_DB_INSERT,
                                      .reserved = 0};
         return send(RAD_EAP_CMD_DB_UPDATE,
                     {reinterpret_cast<const uint8_t *>(&notice), sizeof(notice)}, 0);
+    }
+
+    // The values of a row for a server.
+    template <typename Server>
+    static std::string row(const Server &server, const std::string &timeout) {
+        return "'" + server.host() + "', '" + std::to_string(server.port()) + "', 's', '" +
+               timeout + "', '3'";
+    }
+
+    // Stores a server and tells the relay.
+    template <typename Server>
+    int addServer(const Server &server, const std::string &timeout) const {
+        return notify(database.addServer(row(server, timeout)));
     }
 
     // Sends an EAP-Response of that type in a conversation.
@@ -168,7 +181,7 @@ class Radeapd : public testing::Test {
 
     TemporaryRoot root;
     DatabaseFile database{root.path("/device.db")};
-    const std::vector<std::string> command{LANYARD_RADEAPD, "-d", database.path()};
+    std::vector<std::string> command{LANYARD_RADEAPD, "-d", database.path()};
     XbusCtx *bus = nullptr;
     Bytes answer;
     pid_t daemon = 0;
@@ -186,7 +199,6 @@ TEST_F(Radeapd, EndsWithinASecond) {
     EXPECT_FALSE(root.exists("/run/xbus/8")) << "it has left the bus";
 }
 
-// The database is opened before the process becomes a daemon, and read after that.
 TEST_F(Radeapd, AsksTheServersThatItsDatabaseNames) {
     const SilentPort server;
     ASSERT_EQ(0, addServer(server, "30"));
@@ -270,6 +282,45 @@ TEST_F(Radeapd, HoldsAsManyConversationsOfAnySizeAsAgeingLeaves) {
     const auto requests = server.requests();
     EXPECT_EQ(ptrdiff_t{kConversations}, std::count_if(requests.begin(), requests.end(), hasState));
 }
+
+// Every program that writes to this database closes it again, so nobody but SQLite's locks keeps
+// what belongs to it.
+class RadeapdJournal : public Radeapd, public testing::WithParamInterface<const char *> {
+  protected:
+    void prepareDatabase() override {
+        DatabaseFile(file).nameDictionary(kDictionary);
+        EXPECT_EQ(std::string(GetParam()) + "\n",
+                  shell("PRAGMA journal_mode=" + std::string(GetParam())));
+        command.back() = file;
+    }
+
+    [[nodiscard]] std::string shell(const std::string &sql) const {
+        const ProgramResult result =
+            runProgram({"/usr/bin/sqlite3", "-cmd", ".timeout 5000", file, sql}, {});
+        EXPECT_EQ(0, result.status) << result.err;
+        return result.out;
+    }
+
+    const std::string file = root.path("/shared.db").string();
+};
+
+// It reads the database before it becomes a daemon, and again after that.
+TEST_P(RadeapdJournal, SeesWhatAnotherProgramStores) {
+    const SilentPort server;
+    const std::vector<std::string> rows = {row(server, "30"), "'b.invalid', '1812', 's', '1', '0'",
+                                           "'c.invalid', '1812', 's', '1', '0'"};
+    for (size_t i = 0; i < rows.size(); ++i) {
+        EXPECT_EQ("", shell("INSERT INTO radiusClient VALUES (" + rows[i] + ")"));
+        EXPECT_EQ(0, notify(static_cast<int>(i) + 1)) << rows[i];
+    }
+    EXPECT_EQ("ok\n", shell("DELETE FROM radiusClient; PRAGMA integrity_check"));
+    EXPECT_EQ(-1, notify(1)) << "the row is gone";
+    ASSERT_EQ(0, identify("alice"));
+    EXPECT_TRUE(comes([&server] { return !server.received().empty(); }));
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, RadeapdJournal, testing::Values("wal", "delete", "persist"),
+                         [](const auto &mode) { return std::string(mode.param); });
 
 }  // namespace
 }  // namespace lanyard::test

@@ -110,12 +110,16 @@ TEST_F(ConfFile, ThatCannotBeOpenedIsTold) {
         ElementsAre(line("Couldn't open file for writing: /var/radius.conf \n"), status(-1)));
 }
 
-TEST_F(ConfFile, IsItsOwnersAlone) {
+TEST_F(ConfFile, IsItsOwnersAloneWhateverTheUmask) {
     (void)database.addServer("'a', '1812', 's1', '5', '3'");
-    const mode_t before = umask(0);
-    EXPECT_EQ(0, generate());
-    umask(before);
-    EXPECT_EQ(0600U, root.mode(kConfFile));
+    for (const mode_t mask : {0U, 022U, 077U, 0777U}) {
+        SCOPED_TRACE(mask);
+        root.remove(kConfFile);
+        const mode_t before = umask(mask);
+        EXPECT_EQ(0, generate());
+        umask(before);
+        EXPECT_EQ(0600U, root.mode(kConfFile));
+    }
 }
 
 TEST_F(ConfFile, BecomesItsOwnersAlone) {

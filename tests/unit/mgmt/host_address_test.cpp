@@ -1,5 +1,6 @@
 // The device's own address, from its database.
 #include <arpa/inet.h>
+#include <filesystem>
 
 #include "tests/unit/mgmt/fixture.h"
 
@@ -65,6 +66,26 @@ TEST_F(DeviceAddress, IsNoneWhereTheQueryFails) {
     database.run("DROP TABLE networkInterface");
     EXPECT_EQ(0U, radGetHostIPFromDB());
     EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, kTag, "sqlite3QueryResGet failed\n")));
+}
+
+TEST_F(DeviceAddress, IsNoneWhereTheDatabaseIsGone) {
+    root.remove("/device.db");
+    EXPECT_EQ(0U, radGetHostIPFromDB());
+    EXPECT_THAT(
+        log.lines(),
+        ElementsAre(
+            Logged(8, 8, kTag, "unable to open the DB file " + std::string(database.path()) + "\n"),
+            Logged(8, 8, kTag, "sqlite3QueryResGet failed\n")));
+}
+
+// A daemon leaves the folder in which it was started.
+TEST_F(DeviceAddress, IsReadFromTheSameFileInAnotherFolder) {
+    database.run("INSERT INTO networkInterface VALUES ('bdg', '192.168.2.30')");
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(root.folder());
+    EXPECT_EQ(0, radiusMgmtInit("device.db", "test"));
+    std::filesystem::current_path(before);
+    EXPECT_EQ(htonl(0xc0a8021e), radGetHostIPFromDB());
 }
 
 TEST_F(DeviceAddress, IsNoneWithoutAConnection) {

@@ -1,6 +1,7 @@
 // Opening and closing the device's database: the dictionary that it names, and the defaults.
 #include <array>
 #include <cstring>
+#include <sys/stat.h>
 
 #include <lanyard/radius/dict.h>
 
@@ -207,14 +208,25 @@ TEST_F(MgmtStart, EndsWhereTheDictionaryMeetsTheEndOfMemory) {
     }
 }
 
-TEST_F(MgmtStart, ClosesTheConnectionBefore) {
+TEST_F(MgmtStart, NeverMakesTheDatabase) {
+    const std::string path = root.path("/missing.db").string();
+    const mode_t before = umask(0);
+    EXPECT_EQ(-1, radiusMgmtInit(path.c_str(), "test"));
+    umask(before);
+    EXPECT_FALSE(root.exists("/missing.db"));
+    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, "radiusMgmtInit",
+                                                "unable to open the DB file " + path + "\n")));
+}
+
+// A connection must not be carried through a fork().
+TEST_F(MgmtStart, LeavesNoConnectionOpen) {
     const size_t before = openDescriptors();
     ASSERT_EQ(0, radiusMgmtInit(database.path(), "test"));
-    const size_t open = openDescriptors();
-    EXPECT_LT(before, open);
-    ASSERT_EQ(0, radiusMgmtInit(database.path(), "test"));
-    EXPECT_EQ(open, openDescriptors());
+    EXPECT_EQ(before, openDescriptors());
     ASSERT_EQ(-1, radiusMgmtInit(root.path("/none/device.db").c_str(), "test"));
+    EXPECT_EQ(before, openDescriptors());
+    database.run("DROP TABLE environment");
+    ASSERT_EQ(-1, radiusMgmtInit(database.path(), "test"));
     EXPECT_EQ(before, openDescriptors());
 }
 
