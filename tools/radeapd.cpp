@@ -2,20 +2,32 @@
  * @file
  * radeapd: the EAP relay as a service.
  *
+ * It looks at its database before it becomes a daemon, while somebody reads what it says: without
+ * database and dictionary a relay runs, and drops every packet.
+ *
+ * SIGHUP changes nothing. The database is read anew for each notice, and the dictionary is not
+ * exchanged under the conversations that use it.
+ *
  * SIGTERM ends it within a second. The relay ends between two packets, but a packet may wait for
  * silent servers for minutes. So the signal is taken by a thread of its own, which hands it to the
  * relay and ends the process if the relay has not done so by then.
  */
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <memory>
 #include <pthread.h>
 #include <unistd.h>
 
+#include <dbaccess.h>
 #include <lanyard/radius/eap.h>
 #include <lanyard/radius/frame.h>
+#include <lanyard/radius/mgmt.h>
 #include <palcore.h>
 
 namespace {
@@ -92,10 +104,78 @@ void startAwaitingEnd() {
     }
 }
 
+struct TableDeleter {
+    void operator()(char **table) const { sqlite3_free_table(table); }
+};
+
+// Says why a relay cannot work with this database.
+void tellProblem(const char *file) {
+    if (access(file, R_OK) != 0) {
+        std::fprintf(stderr, "radeapd: cannot read the database %s: %s\n", file,
+                     std::strerror(errno));
+        return;
+    }
+    int32_t columns = 0;
+    int32_t rows = 0;
+    const std::unique_ptr<char *, TableDeleter> table(sqlite3QueryResGet(
+        nullptr, file, "SELECT value FROM environment WHERE name='RADIUS_DICTIONARY'", &columns,
+        &rows));
+    const char *dictionary = rows > 0 ? table.get()[columns] : nullptr;
+    if (!table) {
+        std::fprintf(stderr,
+                     "radeapd: %s is no database with a table 'environment', or it is locked; "
+                     "'lanyardctl db init' makes what is missing\n",
+                     file);
+    } else if (!dictionary) {
+        std::fprintf(stderr,
+                     "radeapd: the database %s names no dictionary; 'lanyardctl db init "
+                     "--dictionary FILE' names one\n",
+                     file);
+    } else {
+        std::fprintf(stderr,
+                     "radeapd: the dictionary '%s' cannot be loaded; 'lanyardctl db init "
+                     "--dictionary FILE' names another one\n",
+                     dictionary);
+    }
+}
+
+// Whether the relay can work with what the command line says. A wrong command line is left to the
+// relay, which has words for it.
+bool canWork(int argc, char *argv[]) {
+    const char *database = nullptr;
+    opterr = 0;
+    for (int option = getopt(argc, argv, "vfd:"); option != -1;
+         option = getopt(argc, argv, "vfd:")) {
+        if (option == 'd') {
+            database = optarg;
+        } else if (option == '?' || (option == 'f' && !database)) {
+            opterr = 1;
+            return true;
+        }
+    }
+    opterr = 1;
+    if (!database) {
+        std::fprintf(stderr,
+                     "radeapd: name the device's database with -d; without it there are no servers "
+                     "to ask\n");
+        return false;
+    }
+    if (radiusMgmtInit(database, "radEap") != 0) {
+        tellProblem(database);
+        return false;
+    }
+    radiusMgmtDeInit();
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char *argv[]) {
+    std::signal(SIGHUP, SIG_IGN);
     radiusPartIdInit(palMemPartCreate("radeapd", nullptr, kPartitionSize));
+    if (!canWork(argc, argv)) {
+        return EXIT_FAILURE;
+    }
     pthread_atfork(nullptr, nullptr, startAwaitingEnd);
     return radEapMain(argc, argv) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
