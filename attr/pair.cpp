@@ -32,6 +32,9 @@ int assignString(RadPair &pair, const void *value, int len) {
     const size_t kept = std::min<size_t>(length, RAD_VALUE_MAX);
     std::memmove(pair.strValue, value, kept);
     pair.strValue[kept] = '\0';
+    if (len <= 0) {
+        pair.strValue[RAD_VALUE_MAX] = '\0';
+    }
     pair.numValue = static_cast<uint32_t>(length);
     return 0;
 }
@@ -107,8 +110,10 @@ int radPairInsert(RadPair **list, RadPair *after, RadPair *pair) {
         return -1;
     }
     RadPair **end = list;
-    while (*end) {
-        end = &(*end)->next;
+    for (; *end; end = &(*end)->next) {
+        if (*end == pair) {
+            return -1;  // the last pair of this very list, which would become its own successor
+        }
     }
     *end = pair;
     return 0;

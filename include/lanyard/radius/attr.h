@@ -97,7 +97,7 @@ LANYARD_API RadPair *radPairNew(int attrNum, const void *value, int len);
  *               type 0: `len` octets, or NUL-terminated text when `len` is 0 or negative.
  * @param len    octets, 1 to 253; 0 for text of at most 253 characters; negative for text that is
  *               cut at 253 characters while its full length is recorded (such a pair cannot be
- *               sent).
+ *               sent). Text also sets the last byte of `strValue` to NUL.
  * @return 0; -1 with the reason logged at level 8, the pair unchanged.
  */
 LANYARD_API int radPairAssign(RadPair *pair, const void *value, int len);
@@ -115,7 +115,8 @@ LANYARD_API RadPair *radPairAdd(RadPair **list, int attrNum, const void *value, 
  *
  * @param list   address of the list, which then owns the pair.
  * @param after  NULL; insertion behind a given pair is not offered.
- * @param pair   a pair whose `next` is NULL.
+ * @param pair   a pair that is in no list, so its `next` is NULL. The last pair of `list` itself is
+ *               refused; the last pair of another list cannot be told from one that is in none.
  * @return 0; -1 with the list unchanged. In an empty list the pair becomes the head, whatever
  *         `after`.
  */

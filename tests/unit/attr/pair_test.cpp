@@ -233,6 +233,25 @@ TEST_F(PairTest, RefusesTextOf254Characters) {
     }
 }
 
+TEST_F(PairTest, TextSetsTheLastByteToNul_OctetsDoNot) {
+    for (const int len : {0, -1}) {
+        const PairList pair(radPairNew(RAD_ATTR_STATE, "before", 0));
+        std::span bytes(pair->strValue);
+        std::fill(bytes.begin(), bytes.end(), 'x');
+        EXPECT_EQ(0, radPairAssign(pair.get(), "nemo", len));
+        EXPECT_STREQ("nemo", pair->strValue);
+        EXPECT_EQ('x', bytes[5]);
+        EXPECT_EQ('x', bytes[RAD_VALUE_MAX - 1]);
+        EXPECT_EQ('\0', bytes[RAD_VALUE_MAX]);
+    }
+    const PairList pair(radPairNew(RAD_ATTR_STATE, "before", 0));
+    std::span bytes(pair->strValue);
+    std::fill(bytes.begin(), bytes.end(), 'x');
+    EXPECT_EQ(0, radPairAssign(pair.get(), "nemo", 4));
+    EXPECT_STREQ("nemo", pair->strValue);
+    EXPECT_EQ('x', bytes[RAD_VALUE_MAX]);
+}
+
 TEST_F(PairTest, CutsTextOfNegativeLengthAndRecordsItsFullLength) {
     for (const size_t length : {254U, 300U, 1000U}) {
         const std::string text = std::string(253, 'a') + std::string(length - 253, 'b');
@@ -424,6 +443,22 @@ TEST_F(PairTest, InsertRefusesAPairThatIsInAList) {
     EXPECT_EQ(-1, radPairInsert(nullptr, nullptr, other));
     EXPECT_EQ(-1, radPairInsert(&list, nullptr, nullptr));
     EXPECT_EQ(3U, membersOf(list).size());
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(PairTest, InsertOfTheListsOwnLastPair_LeavesTheList) {
+    RadPair *list = makeList();
+    const PairList owner(list);
+    const auto before = membersOf(list);
+    EXPECT_EQ(-1, radPairInsert(&list, nullptr, before.back()));
+    ASSERT_EQ(nullptr, before.back()->next);
+    EXPECT_EQ(before, membersOf(list));
+
+    RadPair *single = makePair(RAD_ATTR_USER_NAME, "nemo").release();
+    const PairList singleOwner(single);
+    EXPECT_EQ(-1, radPairInsert(&single, nullptr, single));
+    ASSERT_EQ(nullptr, single->next);
+    EXPECT_EQ(singleOwner.get(), single);
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
