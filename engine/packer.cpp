@@ -86,10 +86,16 @@ RadPackHook packHook() {
 }
 
 // Measures one attribute: the pack hook's answer, or the default encoder's where the hook passes.
+// The length has its place in a header: a hook may read the type in front of it.
 int measureAttribute(const RadPair &pair, uint8_t &length) {
+    std::array<uint8_t, kAttributeHeaderSize> header{static_cast<uint8_t>(pair.attrNum), 0};
     const RadPackHook hook = packHook();
-    const int status = hook ? hook(nullptr, &length, &pair, nullptr, nullptr) : 1;
-    return status == 1 ? radPairEncode(nullptr, &length, &pair, nullptr, nullptr) : status;
+    int status = hook ? hook(nullptr, &header[1], &pair, nullptr, nullptr) : 1;
+    if (status == 1) {
+        status = radPairEncode(nullptr, &header[1], &pair, nullptr, nullptr);
+    }
+    length = header[1];
+    return status;
 }
 
 int measure(const RadPair *pairs, uint32_t *total) {

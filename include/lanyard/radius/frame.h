@@ -84,7 +84,8 @@ LANYARD_API const char *radLibDefConf(void);
  *
  * @param value   where the value octets go; NULL while the packer measures.
  * @param length  where the attribute's length octet goes: value octets + 2, or 0 to leave the
- *                attribute out.
+ *                attribute out. The type octet stands in front of it, `length[-1]`, while the
+ *                packer measures too.
  * @param pair    the attribute.
  * @param secret  the shared secret; NULL while measuring.
  * @param packet  the request as packed so far; NULL while measuring.

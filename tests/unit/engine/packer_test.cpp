@@ -330,6 +330,23 @@ TEST_F(PackList, CallsTheHookForEveryPairWithoutPlacesWhileItMeasures) {
     EXPECT_BYTES_EQ("01066e656d6f 050600000003"_hex, packet.attributes());
 }
 
+TEST_F(PackList, HookFindsTheTypeInFrontOfTheLength_MeasuringAndPacking) {
+    const PairRecords pairs({textPair(1, "nemo"), numberPair(5, 3), textPair(255, "end")});
+    std::vector<int> types;
+    const Hooks hooks([&](const uint8_t * /*value*/, const uint8_t *length,
+                          const RadPair * /*pair*/, const char * /*secret*/,
+                          RadPacket * /*request*/) {
+        types.push_back(*(length - 1));
+        EXPECT_EQ(0, *length);
+        return 1;
+    });
+    Packet packet(kHeaderSize + measured(pairs.list()));
+    EXPECT_THAT(types, ElementsAre(1, 5, 255));
+    types.clear();
+    EXPECT_EQ(0, radPackList(pairs.list(), RAD_PACK, packet.get(), kSecret));
+    EXPECT_THAT(types, ElementsAre(1, 5, 255));
+}
+
 TEST_F(PackList, TakesWhatTheHookEncodes) {
     const PairRecords pairs(
         {textPair(1, "nemo"), textPair(2, "arctangent"), numberPair(5, 3), textPair(18, "end")});
