@@ -7,10 +7,10 @@
 #include <span>
 
 #include "methods/login.h"
+#include "methods/nt_response_compute.h"
 
 namespace lanyard {
 
-constexpr size_t kNtResponseSize = 24;
 constexpr size_t kMschapResponseSize = 50;
 constexpr uint8_t kMschapIdent = 0xB9;
 
