@@ -118,12 +118,22 @@ LANYARD_API int radChapAuthAndGetAttributes(const char *userName, const uint8_t 
  * Computes an NT-Response (RFC 2433 section A.5) with the device's program
  * "/nexa2.0/bin/orvane_getNTResponse", through the file "/tmp/mschap_" and the user name.
  *
+ * Any number of threads and processes may ask for one user name: the runs for it exclude each
+ * other, and a call waits 30 seconds at most for its turn. The lock stands in the folder "lanyard-"
+ * and the user's number, which nobody else can enter (docs/methods.md says where). Whatever lies at
+ * the path of the file is removed before the program runs. What lies there afterwards is read only
+ * from a regular file with one name that belongs to this process's user or to root. When the turn
+ * does not come, the file cannot be removed, or what lies there is something else, that is logged
+ * at level 8.
+ *
  * @param password    clear text, UTF-8.
- * @param ntResponse  receives 24 octets; untouched when the program left no file.
+ * @param ntResponse  receives 24 octets; untouched when the program left no file, or one that is
+ *                    not read.
  * @param challenge   8 octets, none of them 0: they become an argument of the program.
  * @param userName    part of the file's name: no slash.
  * @return the result of removing the file, 0 on success; -1 when the program could not be run or an
- *         argument is refused; 0, without output, when there is no memory or no file.
+ *         argument is refused; 0, without output, when there is no memory, no turn or no file that
+ *         is read.
  */
 LANYARD_API int radMschapNtResponse(const char *password, uint8_t *ntResponse,
                                     const uint8_t *challenge, const char *userName);

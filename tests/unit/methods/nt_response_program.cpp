@@ -19,6 +19,7 @@ namespace {
 
 StandInProgram *standInProgram = nullptr;
 StandInRandom *standInRandom = nullptr;
+RefusedRemovals *refusedRemovals = nullptr;
 
 // The OS layer's own function of that name.
 template <typename Function>
@@ -114,6 +115,15 @@ int StandInRandom::open(int flags) {
     return file;
 }
 
+RefusedRemovals::RefusedRemovals(int allowed) : allowed_(allowed) {
+    EXPECT_EQ(nullptr, refusedRemovals);
+    refusedRemovals = this;
+}
+
+RefusedRemovals::~RefusedRemovals() {
+    refusedRemovals = nullptr;
+}
+
 long openDescriptors() {
     const std::filesystem::directory_iterator entries("/proc/self/fd");
     return std::distance(begin(entries), end(entries));
@@ -135,4 +145,13 @@ int palOpen(const char *path, int flags, int mode) {
         return standInRandom->open(flags);
     }
     return original<decltype(palOpen)>("palOpen")(path, flags, mode);
+}
+
+int palUnlink(const char *path) {
+    using namespace lanyard::test;
+    if (refusedRemovals != nullptr && refusedRemovals->refuses()) {
+        errno = EPERM;
+        return -1;
+    }
+    return original<decltype(palUnlink)>("palUnlink")(path);
 }

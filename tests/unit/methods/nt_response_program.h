@@ -8,8 +8,10 @@
 //     StandInRandom random({peerChallenge});           // what /dev/urandom yields, one after another
 //     EXPECT_EQ(1U, random.draws());
 //
-// The test program itself defines palCmdExecArgv() and palOpen(); without one of these objects they
-// hand on to the OS layer's. One object of a kind may be there at a time.
+//     const RefusedRemovals removals(1);               // the OS layer removes one file, then no more
+//
+// The test program itself defines palCmdExecArgv(), palOpen() and palUnlink(); without one of these
+// objects they hand on to the OS layer's. One object of a kind may be there at a time.
 #ifndef LANYARD_TESTS_UNIT_METHODS_NT_RESPONSE_PROGRAM_H
 #define LANYARD_TESTS_UNIT_METHODS_NT_RESPONSE_PROGRAM_H
 
@@ -95,6 +97,21 @@ class StandInRandom {
   private:
     std::vector<Bytes> challenges_;
     size_t draws_ = 0;
+};
+
+// From now on palUnlink() fails with EPERM, except for the first calls.
+class RefusedRemovals {
+  public:
+    explicit RefusedRemovals(int allowed);
+    RefusedRemovals(const RefusedRemovals &) = delete;
+    RefusedRemovals &operator=(const RefusedRemovals &) = delete;
+    ~RefusedRemovals();
+
+    // Called by the function that stands in for the OS layer's.
+    bool refuses() { return allowed_-- <= 0; }
+
+  private:
+    int allowed_;
 };
 
 // How many descriptors the process has open.

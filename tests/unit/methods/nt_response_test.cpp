@@ -253,15 +253,11 @@ TEST_F(NtResponse, FileIsNotReadWhenTheProgramCouldNotBeRun) {
 }
 
 TEST_F(NtResponse, ResultIsThatOfRemovingTheFile) {
-    // A folder can be opened for reading, yields nothing, and is no file to remove.
-    const StandInProgram program(root_,
-                                 [](const TemporaryRoot &root, const StandInProgram::Call &call) {
-                                     root.makeFolder(call.file);
-                                     return 0;
-                                 });
+    const StandInProgram program(root_, answering(countingOctets(kNtResponseSize)));
+    const RefusedRemovals removals(1);
     const Answer answer = ask();
     EXPECT_EQ(-1, answer.result);
-    EXPECT_BYTES_EQ(Bytes(kNtResponseSize, 0xff), answer.response);
+    EXPECT_BYTES_EQ(countingOctets(kNtResponseSize), answer.response);
 }
 
 TEST_F(NtResponse, FilesOfOtherUsersAreLeftAlone) {
