@@ -175,7 +175,8 @@ int generateMschapv2Response(uint8_t *ntResponse, uint8_t *peerChallenge, const 
     drawPeerChallenge(peerChallenge);
     Digest digest = challengeHash(peerChallenge, authChallenge, userName);
     // The hash becomes an argument of a program, which a NUL would cut short.
-    for (int redraws = 0; holdsNul(digest) && redraws < kRedrawsMax; ++redraws) {
+    const int redrawsMax = radOptionGet(RAD_OPTION_BUILTIN_NT_RESPONSE) != 0 ? 0 : kRedrawsMax;
+    for (int redraws = 0; redraws < redrawsMax && holdsNul(digest); ++redraws) {
         drawPeerChallenge(peerChallenge);
         digest = challengeHash(peerChallenge, authChallenge, userName);
     }

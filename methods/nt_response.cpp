@@ -1,5 +1,5 @@
 // The NT-Response (RFC 2433 section A.5) comes from a program of the device, which leaves it in a
-// file.
+// file, or is computed here where the host asked for it.
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <lanyard/radius/frame.h>
 #include <lanyard/radius/methods.h>
 #include <palcore.h>
 
@@ -29,6 +30,16 @@ struct SystemDeleter {
 };
 
 using SystemText = std::unique_ptr<char, SystemDeleter>;
+
+// A password that has no hash leaves the response alone, as a program that fails does.
+void computeInProcess(const char *password, const uint8_t *challenge, uint8_t *ntResponse) {
+    NtHash hash{};
+    if (hashNtPassword(password, hash)) {
+        const NtResponse response = respondToChallenge(hash, challenge);
+        std::copy(response.begin(), response.end(), ntResponse);
+    }
+    OPENSSL_cleanse(hash.data(), hash.size());
+}
 
 // The file that the program writes for a user.
 SystemText responsePath(const char *userName) {
@@ -91,8 +102,15 @@ using namespace lanyard;
 
 int radMschapNtResponse(const char *password, uint8_t *ntResponse, const uint8_t *challenge,
                         const char *userName) {
+    if (!password || !ntResponse || !challenge || !userName) {
+        return -1;
+    }
+    if (radOptionGet(RAD_OPTION_BUILTIN_NT_RESPONSE) != 0) {
+        computeInProcess(password, challenge, ntResponse);
+        return 0;
+    }
     // A name with a slash would lead into another folder.
-    if (!password || !ntResponse || !challenge || !userName || std::strchr(userName, '/')) {
+    if (std::strchr(userName, '/')) {
         return -1;
     }
     const auto path = responsePath(userName);

@@ -163,6 +163,12 @@ enum {
      * servers refuse.
      */
     RAD_OPTION_STANDARD_SHA1 = 0,
+    /**
+     * Not 0: MS-CHAP and MS-CHAPv2 compute the NT-Response in the process, with no program and no
+     * file. 0: with the device's program (radMschapNtResponse()). Set it wherever the device has no
+     * program of its own that computes something else.
+     */
+    RAD_OPTION_BUILTIN_NT_RESPONSE,
     RAD_OPTION_COUNT /**< number of options; no option itself */
 };
 

@@ -115,8 +115,10 @@ LANYARD_API int radChapAuthAndGetAttributes(const char *userName, const uint8_t 
                                             int *sessionTimeout);
 
 /**
- * Computes an NT-Response (RFC 2433 section A.5) with the device's program
- * "/nexa2.0/bin/orvane_getNTResponse", through the file "/tmp/mschap_" and the user name.
+ * Computes an NT-Response (RFC 2433 section A.5), with RAD_OPTION_BUILTIN_NT_RESPONSE in the
+ * process: then the challenge may hold any octet and the user name is not looked at. Else with the
+ * device's program "/nexa2.0/bin/orvane_getNTResponse", through the file "/tmp/mschap_" and the
+ * user name.
  *
  * Any number of threads and processes may ask for one user name: the runs for it exclude each
  * other, and a call waits 30 seconds at most for its turn. The lock stands in the folder "lanyard-"
@@ -126,14 +128,14 @@ LANYARD_API int radChapAuthAndGetAttributes(const char *userName, const uint8_t 
  * does not come, the file cannot be removed, or what lies there is something else, that is logged
  * at level 8.
  *
- * @param password    clear text, UTF-8.
+ * @param password    clear text, UTF-8 of at most 256 characters; not NULL, and so are the others.
  * @param ntResponse  receives 24 octets; untouched when the program left no file, or one that is
- *                    not read.
+ *                    not read, and in the process when the password is not of that kind.
  * @param challenge   8 octets, none of them 0: they become an argument of the program.
  * @param userName    part of the file's name: no slash.
  * @return the result of removing the file, 0 on success; -1 when the program could not be run or an
  *         argument is refused; 0, without output, when there is no memory, no turn or no file that
- *         is read.
+ *         is read. In the process 0, but -1 for NULL.
  */
 LANYARD_API int radMschapNtResponse(const char *password, uint8_t *ntResponse,
                                     const uint8_t *challenge, const char *userName);

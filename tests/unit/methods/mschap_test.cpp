@@ -101,6 +101,16 @@ TEST_P(MschapLogin, RealProgramGivesTheKnownAnswer) {
     EXPECT_THAT(far.library.root().list("/tmp"), IsEmpty());
 }
 
+TEST_P(MschapLogin, KnownAnswerIsComputedInTheProcess) {
+    const OneAuthServer far({accept(), reject()});
+    const BuiltinNtResponse builtin;
+    EXPECT_EQ(0, login("a/b", "wonderland").result);
+    expectAccessRequest(far.server.request(0), kSecret,
+                        request("a/b", "3d445f7365d559a2a4499abdd24bd417f0944984824c51b2"_hex));
+    expectFailure(login("nemo", "\xff"));
+    expectAccessRequest(far.server.request(1), kSecret, request("nemo", Bytes(24)));
+}
+
 TEST_P(MschapLogin, PasswordDoesNotTravel) {
     const OneAuthServer far({accept()});
     const StandInProgram program(far.library.root(), answering(ntResponse()));

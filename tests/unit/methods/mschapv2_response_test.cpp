@@ -166,6 +166,30 @@ TEST_F(GenerateMschapv2Response, PeerChallengeIsDrawnAnewWhileTheHashHasANul) {
     }
 }
 
+// RFC 2759 section 9.2.
+TEST_F(GenerateMschapv2Response, PublishedExampleIsComputedInTheProcess) {
+    const BuiltinNtResponse builtin;
+    const StandardSha1 standard;
+    const StandInRandom random({kPeerChallenge});
+    const Response response = generate("User", "5b5d7c7d7b3f2f3e3c2c602132262628"_hex);
+    EXPECT_EQ(0, response.result);
+    EXPECT_EQ("82309ecd8d708b5ea08faa3981cd83544233114a3d85d6df", toHex(response.ntResponse));
+    EXPECT_EQ(0U, program_.callCount());
+}
+
+TEST_F(GenerateMschapv2Response, HashWithANulIsAnsweredInTheProcess) {
+    const BuiltinNtResponse builtin;
+    const Bytes challenge = challengeWhoseHash(true, ownHash, "User", 1);
+    const StandInRandom random({challenge, kPeerChallenge});
+    const Response response = generate();
+    EXPECT_EQ(1U, random.draws());
+    EXPECT_BYTES_EQ(challenge, response.peerChallenge);
+    Bytes expected(kNtResponseSize);
+    EXPECT_EQ(0, radMschapNtResponse("clientPass", expected.data(),
+                                     ownHash(challenge, "User").data(), "User"));
+    EXPECT_BYTES_EQ(expected, response.ntResponse);
+}
+
 TEST_F(GenerateMschapv2Response, ChallengesOfANulInEveryPlaceAreDrawnAnew) {
     const Bytes good = challengeWhoseHash(false, ownHash, "User", 9);
     std::array<bool, kHashSize> seen{};

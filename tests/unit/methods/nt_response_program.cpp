@@ -12,6 +12,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <lanyard/radius/frame.h>
 #include <palcore.h>
 
 namespace lanyard::test {
@@ -122,6 +123,14 @@ RefusedRemovals::RefusedRemovals(int allowed) : allowed_(allowed) {
 
 RefusedRemovals::~RefusedRemovals() {
     refusedRemovals = nullptr;
+}
+
+BuiltinNtResponse::BuiltinNtResponse(int value) {
+    EXPECT_EQ(0, radOptionSet(RAD_OPTION_BUILTIN_NT_RESPONSE, value));
+}
+
+BuiltinNtResponse::~BuiltinNtResponse() {
+    EXPECT_EQ(0, radOptionSet(RAD_OPTION_BUILTIN_NT_RESPONSE, 0));
 }
 
 long openDescriptors() {

@@ -114,6 +114,15 @@ class RefusedRemovals {
     int allowed_;
 };
 
+// The library computes NT-Responses itself for as long as the object lives.
+class BuiltinNtResponse {
+  public:
+    explicit BuiltinNtResponse(int value = 1);
+    BuiltinNtResponse(const BuiltinNtResponse &) = delete;
+    BuiltinNtResponse &operator=(const BuiltinNtResponse &) = delete;
+    ~BuiltinNtResponse();
+};
+
 // How many descriptors the process has open.
 long openDescriptors();
 

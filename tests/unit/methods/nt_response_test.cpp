@@ -10,6 +10,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <lanyard/radius/frame.h>
 #include <lanyard/radius/methods.h>
 
 #include "tests/support/guard_page.h"
@@ -313,6 +314,101 @@ TEST_F(NtResponse, FileIsClosedAgain) {
     program.replace(answering({}));
     ask();
     EXPECT_EQ(before, openDescriptors());
+}
+
+// --- Computed in the process --------------------------------------------------------------------
+
+// No program runs, and no file or folder of the device is touched.
+class BuiltinResponse : public NtResponse {
+  protected:
+    BuiltinResponse() { root_.remove("/tmp"); }
+    ~BuiltinResponse() override {
+        EXPECT_EQ(0U, program_.callCount());
+        EXPECT_THAT(root_.list("/"), IsEmpty());
+    }
+
+    BuiltinNtResponse option_;
+    StandInProgram program_{root_, answering(countingOctets(kNtResponseSize))};
+};
+
+TEST_F(BuiltinResponse, GivesTheKnownAnswers) {
+    struct Case {
+        std::string password;
+        Bytes challenge;
+        const char *response;
+    };
+    std::string pairs;
+    for (int count = 0; count < 128; ++count) {
+        pairs += "\U0001F600";
+    }
+    for (const Case &entry : {
+             Case{"MyPw", "102db5df085d3041"_hex,
+                  "4e9d3c8f9cfd385d5bf4d3246791956ca4c351ab409a3d61"},
+             Case{"clientPass", "d02e4386bce91226"_hex,
+                  "82309ecd8d708b5ea08faa3981cd83544233114a3d85d6df"},
+             Case{"", Bytes(8, 1), "06e2613cadb96d03a5506df223d0d8cd8e793bfdd5e63249"},
+             Case{"p\u00e4ssw\u00f6rd\u20ac\U0001F600", "fffefdfcfbfa8001"_hex,
+                  "a293a977aa7c133a886870a3a0629de44cbd6ab84b917a3b"},
+             Case{std::string(256, 'x'), Bytes(8, 1),
+                  "43cf5d06e3fb8310445d95402ddf07481a1d052047c8baec"},
+             Case{pairs, Bytes(8, 1), "f74b798aabaa515be21953f05994a107401eb94b325cad90"},
+         }) {
+        SCOPED_TRACE(entry.password);
+        const Answer answer = ask(entry.challenge, entry.password.c_str());
+        EXPECT_EQ(0, answer.result);
+        EXPECT_EQ(entry.response, toHex(answer.response));
+    }
+}
+
+TEST_F(BuiltinResponse, PasswordThatHasNoHashLeavesTheResponseAlone) {
+    for (const std::string &password : {std::string("\xff"), std::string("41\xc3"),
+                                        std::string(257, 'x'), std::string(size_t{1} << 20, 'x')}) {
+        const Answer answer = ask(kChallenge, password.c_str());
+        EXPECT_EQ(0, answer.result);
+        EXPECT_BYTES_EQ(Bytes(kNtResponseSize, kUntouched), answer.response);
+    }
+}
+
+// The answers were computed with the openssl program.
+TEST_F(BuiltinResponse, ChallengeMayHoldAnyOctet) {
+    EXPECT_EQ("8293b5084955dfc3c3a5b95059ceeb7c79c0be5002ec10e9",
+              toHex(ask(Bytes(8, 0), "MyPw").response));
+    EXPECT_EQ("c0c5d756f1b614c3e85c9cc33ee0b9d2a4286f276b997c39",
+              toHex(ask("0102030005060708"_hex, "MyPw").response));
+}
+
+TEST_F(BuiltinResponse, NameIsNotLookedAt) {
+    const std::string longName(5000, 'n');
+    for (const char *userName : {"", "/", "../../etc/shadow", longName.c_str()}) {
+        const Answer answer = ask("102db5df085d3041"_hex, "MyPw", userName);
+        EXPECT_EQ(0, answer.result);
+        EXPECT_EQ("4e9d3c8f9cfd385d5bf4d3246791956ca4c351ab409a3d61", toHex(answer.response));
+    }
+}
+
+TEST_F(BuiltinResponse, MissingArgumentsAreRefused) {
+    Bytes response(kNtResponseSize, kUntouched);
+    EXPECT_EQ(-1, radMschapNtResponse(nullptr, response.data(), kChallenge.data(), "nemo"));
+    EXPECT_EQ(-1, radMschapNtResponse("p", nullptr, kChallenge.data(), "nemo"));
+    EXPECT_EQ(-1, radMschapNtResponse("p", response.data(), nullptr, "nemo"));
+    EXPECT_EQ(-1, radMschapNtResponse("p", response.data(), kChallenge.data(), nullptr));
+    EXPECT_BYTES_EQ(Bytes(kNtResponseSize, kUntouched), response);
+}
+
+TEST_F(BuiltinResponse, StaysWithinChallengeAndResponse) {
+    for (const GuardedBuffer::Edge edge : {GuardedBuffer::Edge::start, GuardedBuffer::Edge::end}) {
+        GuardedBuffer challenge("102db5df085d3041"_hex, edge);
+        challenge.makeReadOnly();
+        GuardedBuffer response(kNtResponseSize, edge);
+        EXPECT_EQ(0, radMschapNtResponse("MyPw", response.data(), challenge.data(), "nemo"));
+        EXPECT_EQ("4e9d3c8f9cfd385d5bf4d3246791956ca4c351ab409a3d61", toHex(response.bytes()));
+    }
+}
+
+TEST_F(BuiltinResponse, AnyOtherValueThanZeroAsksForIt) {
+    EXPECT_EQ(0, radOptionSet(RAD_OPTION_BUILTIN_NT_RESPONSE, -1));
+    EXPECT_EQ("4e9d3c8f9cfd385d5bf4d3246791956ca4c351ab409a3d61",
+              toHex(ask("102db5df085d3041"_hex, "MyPw").response));
 }
 
 // --- Without memory -----------------------------------------------------------------------------
