@@ -162,6 +162,10 @@ shows 'Idle: 10 minutes'
 shows 'Session: 121 minutes'
 as_expected "the same limits again"
 
+step "alice logs in with MS-CHAP, computed in the process" 0 radmschap --builtin alice wonderland
+shows '"alice" RADIUS Authentication OK'
+as_expected "no program of the device is needed (RAD_OPTION_BUILTIN_NT_RESPONSE)"
+
 step "alice logs in with MS-CHAPv2 and her right password" 1 radmschapv2 alice wonderland
 shows '*"alice" RADIUS Authentication failure'
 as_expected "a standard server refuses her: the library's own SHA-1 reads the words of a message in the

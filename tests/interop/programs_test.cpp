@@ -268,9 +268,16 @@ INSTANTIATE_TEST_SUITE_P(
                     LoginProgram{"radmschap", {}, false},
                     LoginProgram{"radmschap-portal", {}, true},
                     LoginProgram{"radmschapv2", {"--standard-sha1"}, false},
-                    LoginProgram{"radmschapv2-portal", {"--standard-sha1"}, true}),
+                    LoginProgram{"radmschapv2-portal", {"--standard-sha1"}, true},
+                    LoginProgram{"radmschap", {"--builtin"}, false},
+                    LoginProgram{"radmschap-portal", {"--builtin"}, true},
+                    LoginProgram{"radmschapv2", {"--builtin", "--standard-sha1"}, false},
+                    LoginProgram{"radmschapv2-portal", {"--standard-sha1", "--builtin"}, true}),
     [](const auto &instance) {
         std::string name = instance.param.name;
+        for (const std::string &option : instance.param.options) {
+            name += option;
+        }
         std::replace(name.begin(), name.end(), '-', '_');
         return name;
     });
@@ -354,6 +361,25 @@ TEST_F(Programs, RadmschapNeedsTheNtResponseProgram) {
     EXPECT_EQ(run("radmschap", {"alice", "wonderland"}).status, 0);
 }
 
+TEST_F(Programs, BuiltinNeedsNeitherProgramNorFolder) {
+    for (const char *program : {"radmschap", "radmschap-portal"}) {
+        EXPECT_EQ(run(program, {"--builtin", "alice", "wonderland"}).status, 0) << program;
+        EXPECT_EQ(run(program, {"--builtin", "alice", "wonderlanD"}).status, 1) << program;
+    }
+    for (const char *program : {"radmschapv2", "radmschapv2-portal"}) {
+        for (const std::vector<std::string> &options :
+             {std::vector<std::string>{"--builtin", "--standard-sha1"},
+              {"--standard-sha1", "--builtin"}}) {
+            std::vector<std::string> arguments = options;
+            arguments.insert(arguments.end(), {"alice", "wonderland"});
+            EXPECT_EQ(run(program, arguments).status, 0) << program;
+            arguments.back() = "wonderlanD";
+            EXPECT_EQ(run(program, arguments).status, 1) << program;
+        }
+    }
+    EXPECT_FALSE(std::filesystem::exists(root().path() / "tmp"));
+}
+
 TEST_F(Programs, Radmschapv2NeedsThePublishedSha1ForAStandardServer) {
     installNtResponse();
     for (const char *program : {"radmschapv2", "radmschapv2-portal"}) {
@@ -362,12 +388,14 @@ TEST_F(Programs, Radmschapv2NeedsThePublishedSha1ForAStandardServer) {
     }
 }
 
-TEST_F(Programs, StandardSha1IsTheFirstArgumentOrNone) {
+TEST_F(Programs, OptionsOfMschapStandInFrontOrNowhere) {
     for (const char *program : {"radmschapv2", "radmschapv2-portal"}) {
         for (const std::vector<std::string> &arguments :
              {std::vector<std::string>{"-v", "--standard-sha1", "alice", "wonderful"},
               {"alice", "wonderful", "--standard-sha1"},
               {"--standard-sha1", "--standard-sha1", "alice", "wonderful"},
+              {"--standard-sha1", "--builtin", "--standard-sha1", "alice", "wonderful"},
+              {"-v", "--builtin", "alice", "wonderful"},
               {"--standard-sha", "alice", "wonderful"}}) {
             const ProgramResult result = run(program, arguments);
             EXPECT_EQ(result.status, 1);
@@ -377,6 +405,9 @@ TEST_F(Programs, StandardSha1IsTheFirstArgumentOrNone) {
     for (const char *program : {"radauth", "radmschap"}) {
         EXPECT_EQ(run(program, {"--standard-sha1", "alice", "wonderful"}).out, usage(program));
     }
+    EXPECT_EQ(run("radauth", {"--builtin", "alice", "wonderful"}).out, usage("radauth"));
+    EXPECT_EQ(run("radmschap", {"--builtin", "--builtin", "alice", "wonderful"}).out,
+              usage("radmschap"));
 }
 
 }  // namespace
