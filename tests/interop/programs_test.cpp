@@ -361,6 +361,80 @@ TEST_F(Programs, RadmschapNeedsTheNtResponseProgram) {
     EXPECT_EQ(run("radmschap", {"alice", "wonderland"}).status, 0);
 }
 
+// --- The file of the NT-Response program, in other hands -------------------------------------------
+
+/** The NT-Response that lets alice in: the challenge of MS-CHAP is always the same. */
+const std::string kResponseOfAlice =
+    "\x3d\x44\x5f\x73\x65\xd5\x59\xa2\xa4\x49\x9a\xbd"
+    "\xd2\x4b\xd4\x17\xf0\x94\x49\x84\x82\x4c\x51\xb2";
+
+/** Commands of a shell, in the root folder of the device, that put something at tmp/mschap_alice
+ * from which her response could be read. */
+struct PlantedFile {
+    const char *name;
+    const char *commands;
+    bool needsRoot;
+};
+
+class PlantedFiles : public Programs, public testing::WithParamInterface<PlantedFile> {
+  protected:
+    void SetUp() override {
+        if (GetParam().needsRoot && geteuid() != 0) {
+            GTEST_SKIP() << "only root can give a file away";
+        }
+        Programs::SetUp();
+        installNtResponse();
+        root().write("precious", kResponseOfAlice);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Everything, PlantedFiles,
+    testing::Values(PlantedFile{"Link", "ln -s ../precious tmp/mschap_alice", false},
+                    PlantedFile{"SecondName", "ln precious tmp/mschap_alice", false},
+                    PlantedFile{"Fifo", "mkfifo -m 666 tmp/mschap_alice", false},
+                    PlantedFile{"FifoOfAnotherUser",
+                                "mkfifo -m 666 tmp/mschap_alice && chown 65534 tmp/mschap_alice",
+                                true},
+                    PlantedFile{"FileOfAnotherUser",
+                                "cp precious tmp/mschap_alice && chown 65534 tmp/mschap_alice",
+                                true}),
+    [](const auto &instance) { return std::string(instance.param.name); });
+
+TEST_P(PlantedFiles, HelpNobodyBeforeTheLogin) {
+    const std::string plant =
+        "cd " + root().path().string() + " && rm -f tmp/mschap_alice && " + GetParam().commands;
+    for (const char *wrong : {"wonderlanD", "\xff"}) {
+        ASSERT_EQ(runProgram({"/bin/sh", "-c", plant}, {}).status, 0);
+        EXPECT_EQ(run("radmschap", {"alice", wrong}).status, 1);
+    }
+    ASSERT_EQ(runProgram({"/bin/sh", "-c", plant}, {}).status, 0);
+    EXPECT_EQ(run("radmschap", {"alice", "wonderland"}).status, 0);
+}
+
+// The device's program itself stands in for somebody who is quicker.
+TEST_P(PlantedFiles, HelpNobodyDuringTheLogin) {
+    const std::string program = "nexa2.0/bin/orvane_getNTResponse";
+    root().write(program,
+                 "#!/bin/sh\ncd \"$PAL_ROOT\" && " + std::string(GetParam().commands) + "\n");
+    std::filesystem::permissions(root().path() / program, std::filesystem::perms::owner_all);
+    const ProgramResult result = run("radmschap", {"alice", "wonderlanD"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(std::filesystem::exists(
+        std::filesystem::symlink_status(root().path() / "tmp/mschap_alice")));
+    EXPECT_THAT(result.err, HasSubstr("/tmp/mschap_alice is not read"));
+    EXPECT_THAT(result.err, HasSubstr("RADIUS Authentication failure"));
+}
+
+TEST_F(Programs, ResponseThatWasLeftOverLetsNobodyIn) {
+    installNtResponse();
+    for (const char *wrong : {"\xff", "wonderlanD"}) {
+        root().write("tmp/mschap_alice", kResponseOfAlice);
+        EXPECT_EQ(run("radmschap", {"alice", wrong}).status, 1);
+        EXPECT_FALSE(std::filesystem::exists(root().path() / "tmp/mschap_alice"));
+    }
+}
+
 TEST_F(Programs, BuiltinNeedsNeitherProgramNorFolder) {
     for (const char *program : {"radmschap", "radmschap-portal"}) {
         EXPECT_EQ(run(program, {"--builtin", "alice", "wonderland"}).status, 0) << program;
