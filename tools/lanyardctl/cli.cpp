@@ -245,7 +245,7 @@ class CommandLine {
         addDictionaryOption(*init, options_);
         init->footer(
             "It may be run again at any time, also on a database that has these tables already:\n"
-            "no row is changed. A new file is readable for its owner alone.");
+            "no row is changed. Afterwards only its owner has access to the file.");
 
         auto *add = this->add("add", "Adds a server", [this](Report &report) {
             readSecretFile(options_);

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <iostream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -74,6 +75,22 @@ void Statement::check(int status) const {
     }
 }
 
+namespace {
+
+constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
+
+// Whether others than the owner of a file may do anything with it.
+bool isOpenToOthers(const std::string &file, mode_t &mode) {
+    struct stat status {};
+    if (lstat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return false;
+    }
+    mode = status.st_mode;
+    return (mode & (S_IRWXG | S_IRWXO)) != 0;
+}
+
+}  // namespace
+
 Database::Database(std::string file) : file_(std::move(file)) {
     sqlite3 *db = nullptr;
     const int status = sqlite3_open_v2(file_.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
@@ -86,6 +103,33 @@ Database::Database(std::string file) : file_(std::move(file)) {
     sqlite3_busy_handler(db, sqliteBusyHandler, nullptr);
     // Changes that were delivered carried secrets.
     run("PRAGMA secure_delete=ON");
+    closeToOthers();
+}
+
+// Another program may have made the file, and what SQLite keeps beside it has the file's mode. By
+// their names: to open and close one of them would drop the locks that SQLite holds.
+void Database::closeToOthers() const {
+    const std::string main = sqlite3_db_filename(db_.get(), "main");
+    bool changed = false;
+    for (const char *suffix : {"", "-wal", "-shm", "-journal"}) {
+        const std::string file = main + suffix;
+        mode_t mode = 0;
+        if (!isOpenToOthers(file, mode)) {
+            continue;
+        }
+        run("PRAGMA schema_version");  // A file that is no database is not ours to change.
+        if (chmod(file.c_str(), mode & S_IRWXU) == 0) {
+            changed = true;
+        } else if (errno != ENOENT) {
+            throw Failure(
+                "others than its owner have access to " + file +
+                ", which holds secrets, and that cannot be changed: " + std::strerror(errno));
+        }
+    }
+    if (changed) {
+        std::cerr << "lanyardctl: others had access to the database " + file_ +
+                         ", which holds secrets; now it is its owner's alone\n";
+    }
 }
 
 Database Database::open(const std::string &file) {
@@ -98,9 +142,9 @@ Database Database::open(const std::string &file) {
 }
 
 Database Database::create(const std::string &file) {
-    constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
     const int created = ::open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kOwnerOnly);
     if (created >= 0) {
+        fchmod(created, kOwnerOnly);  // A umask may have taken more than it should.
         close(created);
     } else if (errno != EEXIST) {
         throw Failure("cannot make the database " + file + ": " + std::strerror(errno));

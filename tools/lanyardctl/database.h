@@ -52,6 +52,8 @@ class Statement {
     std::unique_ptr<sqlite3_stmt, Finalizer> statement_;
 };
 
+// Where others than the owner have access to a database, it takes that from them and says so on
+// standard error; that it cannot is a Failure.
 class Database {
   public:
     // Opens a file that is there; one that is not is a Failure that names `db init`.
@@ -76,6 +78,8 @@ class Database {
     };
 
     explicit Database(std::string file);
+
+    void closeToOthers() const;
 
     std::string file_;
     std::unique_ptr<sqlite3, Closer> db_;

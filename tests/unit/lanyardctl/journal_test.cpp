@@ -142,13 +142,6 @@ TEST(Journal, InitChangesNothingTheSecondTime) {
     EXPECT_EQ(1, device.db().number("SELECT count(*) FROM environment WHERE value='/mine.dict'"));
 }
 
-TEST(Journal, NewDatabaseIsItsOwnersAlone) {
-    const mode_t before = umask(0);
-    const Device device;
-    umask(before);
-    EXPECT_EQ(0600U, device.root().mode("/config.db"));
-}
-
 TEST(Journal, ForgetsWhatIsDoneAndKeepsRequests) {
     const Device device;
     device.change(insertion("a"));
