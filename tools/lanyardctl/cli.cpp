@@ -112,6 +112,12 @@ void requestStop(int /*signal*/) {
     alarm(1);
 }
 
+volatile std::sig_atomic_t readingRequested = 0;
+
+void requestReading(int /*signal*/) {
+    readingRequested = 1;
+}
+
 void stopNow(int /*signal*/) {
     _exit(kDone);
 }
@@ -127,6 +133,7 @@ void serve(const Options &options, Report &report) {
     constexpr std::chrono::milliseconds kLookEvery{100};
 
     handle(SIGALRM, stopNow);
+    handle(SIGHUP, requestReading);
     handle(SIGTERM, requestStop);
     handle(SIGINT, requestStop);
     const std::string file = databaseFile(options);
@@ -146,6 +153,11 @@ void serve(const Options &options, Report &report) {
     Service service(file, relay, report);
     report.event("service", "serves " + file);
     while (stopRequested == 0) {
+        if (readingRequested != 0) {
+            readingRequested = 0;
+            report.event("service", "reads the table again");
+            service.readAgain();
+        }
         service.look(Service::Clock::now());
         bus.wait(kLookEvery);
     }
@@ -282,8 +294,9 @@ class CommandLine {
         serve->footer(
             "It runs in the foreground until SIGTERM or SIGINT. Changes that were made while it "
             "did\n"
-            "not run are taken care of when it starts; it may be killed at any time. One service\n"
-            "runs at a time, as module 20 of the bus.");
+            "not run are taken care of when it starts; it may be killed at any time. On SIGHUP it\n"
+            "reads the table and writes the file again. One service runs at a time, as module 20\n"
+            "of the bus.");
 
         this->add("replay", "Gives all servers to a relay, whatever it has",
                   [this](Report &report) { lanyardctl::replay(options_, report); })

@@ -67,7 +67,8 @@ void Service::look(Clock::time_point now) {
             return;
         }
         nextTry_ = now + kTryAgain;
-        if (news || relayState_ != RelayState::upToDate || lastChange(db_) > fileHas_) {
+        if (news || relayState_ != RelayState::upToDate || writeAgain_ ||
+            lastChange(db_) > fileHas_) {
             work();
         }
         seenVersion_ = version;
@@ -76,6 +77,11 @@ void Service::look(Clock::time_point now) {
     } catch (const Failure &failure) {
         report_.problem("database", failure.what());
     }
+}
+
+void Service::readAgain() {
+    seenVersion_ = -1;
+    writeAgain_ = true;
 }
 
 Service::RelayState Service::replay() {
@@ -100,26 +106,31 @@ void Service::dropStandIn() {
 }
 
 void Service::writeFile() {
-    if (lastChange(db_) <= fileHas_) {
+    if (!writeAgain_ && lastChange(db_) <= fileHas_) {
         return;
     }
     const WriteTransaction transaction(db_);
     const std::vector<Change> changes = readChanges(db_, fileHas_);
-    if (changes.empty()) {
-        return;  // Somebody has emptied the table since.
-    }
     const std::vector<Server> servers = readServers(db_);
+    // Without a change, an empty table is no reason to remove a file that somebody else wrote. Nor
+    // is there one when somebody has emptied the table of changes since.
+    if (changes.empty() && (!writeAgain_ || servers.empty())) {
+        writeAgain_ = false;
+        return;
+    }
     if (const auto problem = fileProblemOf(servers)) {
         report_.problem("file", std::string(kConfFile) + " stays as it was: " + *problem);
         return;
     }
-    if (radiusClientTblHandler(db_.file().c_str(), changes.back().operation) != 0) {
+    const int operation = changes.empty() ? RAD_DB_UPDATE : changes.back().operation;
+    if (radiusClientTblHandler(db_.file().c_str(), operation) != 0) {
         report_.problem("file", std::string(kConfFile) +
                                     " could not be written and may be incomplete; "
                                     "PAL_DEBUG_LEVELS=156 shows why");
         return;
     }
-    fileHas_ = changes.back().number;
+    fileHas_ = changes.empty() ? fileHas_ : changes.back().number;
+    writeAgain_ = false;
     report_.putRight("file");
     report_.event("file", servers.empty() ? std::string(kConfFile) + " removed: no servers"
                                           : std::string(kConfFile) +

@@ -34,6 +34,10 @@ class Service {
     // tried again a second later.
     void look(Clock::time_point now);
 
+    // Has the next look() read the table, write the file and bring the relay up to date, also where
+    // nothing seems to have changed.
+    void readAgain();
+
     enum class RelayState { upToDate, none, failed };
 
     // Brings the relay to hold the table, whatever it holds.
@@ -67,6 +71,7 @@ class Service {
     std::string seenInstance_;
     Clock::time_point nextTry_;
     int64_t fileHas_ = 0;  // number of the last change that is in the file
+    bool writeAgain_ = false;
     std::optional<RelayState> relayState_;
 };
 

@@ -227,6 +227,31 @@ TEST_F(Serve, EndsWithinASecondOfASignal) {
     expectAllDone();
 }
 
+TEST_F(Serve, HangupHasItReadAndWriteAgain) {
+    startRelay();
+    startService();
+    device_.change(insertion("a"));
+    expectAllDone();
+    device_.root().write("/var/radius.conf", "spoilt\n");
+    service_->signal(SIGHUP);
+    EXPECT_TRUE(waitUntil([this] { return fileHasTable(); })) << device_.confFile();
+    EXPECT_EQ(0600U, device_.root().mode("/var/radius.conf"));
+    EXPECT_THAT(service_->output(), HasSubstr("service: reads the table again\n"));
+    device_.change(insertion("b"));
+    expectAllDone();
+}
+
+// With the first change it is the service's.
+TEST_F(Serve, HangupLeavesAFileOfSomebodyElse) {
+    device_.root().write("/var/radius.conf", "authserver 192.0.2.1:secret\n");
+    startService();
+    service_->signal(SIGHUP);
+    EXPECT_TRUE(service_->waitForOutput("service: reads the table again\n"));
+    service_->signal(SIGTERM);
+    EXPECT_EQ(0, service_->wait());
+    EXPECT_EQ("authserver 192.0.2.1:secret\n", device_.confFile());
+}
+
 TEST_F(Serve, WaitsForALockedDatabase) {
     startRelay();
     startService();
