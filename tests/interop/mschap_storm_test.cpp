@@ -102,10 +102,12 @@ TEST_P(MschapStorm, EveryLoginGetsItsOwnResult) {
     const Written written = capture([&all] {
         // The processes first, while there is but one thread to fork and nothing to write twice.
         std::vector<pid_t> processes;
+        processes.reserve(kProcesses);
         for (int worker = 0; worker < kProcesses; worker++) {
             processes.push_back(startProcess(worker));
         }
         std::vector<std::thread> threads;
+        threads.reserve(kThreads);
         for (int worker = 0; worker < kThreads; worker++) {
             threads.emplace_back([&all, worker] { all[worker] = work(worker); });
         }

@@ -146,7 +146,7 @@ class OrdinaryUser : public testing::Test {
     // Asks as an ordinary user, on a machine where nobody has prepared a folder for it.
     static Answer askAsNobody() {
         EXPECT_EQ(0, seteuid(kNobody));
-        const Answer answer = ask();
+        Answer answer = ask();
         EXPECT_EQ(0, seteuid(0));
         return answer;
     }

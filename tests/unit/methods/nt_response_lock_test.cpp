@@ -122,6 +122,35 @@ TEST_F(ResponseLock, OneOfManyThreadsIsInside) {
     EXPECT_THAT(locks(), IsEmpty());
 }
 
+// Attempts without a pause meet the moment in which a holder removes the file and gives it back.
+TEST_F(ResponseLock, OneIsInsideWhoeverRemovesTheFile) {
+    constexpr int kThreads = 4;
+    constexpr int kAttempts = 5000;
+    std::atomic<int> inside = 0;
+    std::atomic<int> crowds = 0;
+    std::atomic<int> turns = 0;
+    std::vector<std::thread> threads;
+    threads.reserve(kThreads);
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([&] {
+            for (int attempt = 0; attempt < kAttempts; ++attempt) {
+                const NtResponseLock lock("nemo", 0);
+                if (lock.isHeld()) {
+                    crowds += ++inside > 1 ? 1 : 0;
+                    std::this_thread::yield();
+                    --inside;
+                    ++turns;
+                }
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(0, crowds);
+    EXPECT_LT(0, turns);
+}
+
 // --- Other processes ------------------------------------------------------------------------------
 
 // A process that does something, says so, and stands still until it is killed.
