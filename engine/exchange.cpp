@@ -7,11 +7,16 @@
 #include <lanyard/radius/engine.h>
 #include <palcore.h>
 
+#include "engine/last_error.h"
+#include "engine/transport.h"
 #include "frame/log.h"
 
 namespace {
 
+using lanyard::failAt;
 using lanyard::kLogError;
+using lanyard::noteOutcome;
+using lanyard::outcomeAt;
 
 // Identifier of the next try, whichever thread makes it.
 std::atomic<uint8_t> radReqIdCounter{0};
@@ -74,12 +79,13 @@ class RequestPairs {
 
 // The identity of this device: the server's own NAS-Identifier, else NAS-IP-Address (RFC 2865
 // sections 5.4 and 5.32).
-bool addNasIdentity(RequestPairs &pairs, const RadServer &server) {
+bool addNasIdentity(RequestPairs &pairs, const RadServer &server, RadLastError &outcome) {
     if (server.extra) {
         return pairs.add(RAD_ATTR_NAS_IDENTIFIER, server.extra, 0);
     }
     const uint32_t address = radGetHostIP();
     if (address == 0 || address == INADDR_NONE) {
+        outcome.reason = RAD_REASON_NO_OWN_ADDRESS;
         return false;
     }
     const uint32_t hostOrder = ntohl(address);
@@ -88,12 +94,14 @@ bool addNasIdentity(RequestPairs &pairs, const RadServer &server) {
 
 // Completes the request for one server; what an earlier try added goes first. Message-Authenticator
 // comes last, because it is signed when it is packed.
-bool completeRequest(RadPair *list, const RadServer &server, RadRequestDesc &desc) {
+bool completeRequest(RadPair *list, const RadServer &server, RadRequestDesc &desc,
+                     RadLastError &outcome) {
+    failAt(outcome, RAD_STEP_PREPARE, RAD_REASON_PACK);
     RequestPairs pairs(list);
     pairs.remove(RAD_ATTR_NAS_IDENTIFIER);
     pairs.remove(RAD_ATTR_NAS_IP_ADDRESS);
     pairs.remove(RAD_ATTR_MESSAGE_AUTHENTICATOR);
-    if (!addNasIdentity(pairs, server)) {
+    if (!addNasIdentity(pairs, server, outcome)) {
         return false;
     }
     desc.identifier = radReqIdCounter.fetch_add(1, std::memory_order_relaxed);
@@ -106,6 +114,7 @@ bool completeRequest(RadPair *list, const RadServer &server, RadRequestDesc &des
 bool tryServer(const char *function, int code, const RadServer &server, const Servers &servers,
                RadPair *pairs, RadPair **replyOut, int &result) {
     result = -1;
+    RadLastError outcome = outcomeAt(server.host, server.port);
     RadRequestDesc desc{
         .code = static_cast<uint8_t>(code),
         .identifier = 0,
@@ -118,19 +127,25 @@ bool tryServer(const char *function, int code, const RadServer &server, const Se
     if (!desc.secret) {
         radLogAs(function, kLogError, "radBuildAndSendReq: Server %s:%d Has No Secret\n", desc.host,
                  server.port);
+        failAt(outcome, RAD_STEP_PREPARE, RAD_REASON_NO_SECRET);
+        noteOutcome(outcome);
         return false;
     }
-    if (!completeRequest(pairs, server, desc)) {
-        return false;
+    const bool completed = completeRequest(pairs, server, desc, outcome);
+    if (completed) {
+        result = lanyard::sendToServer(desc, pairs, replyOut, outcome);
     }
-    result = radSendtoServer(&desc, pairs, replyOut);
-    return true;
+    noteOutcome(outcome);
+    return completed;
 }
 
 // The servers for a request code. False, with the reason logged, when there is none to ask.
 bool findServers(const char *function, int code, Servers &servers) {
+    RadLastError outcome = outcomeAt("", 0);
     if (code != RAD_CODE_ACCESS_REQUEST && code != RAD_CODE_ACCOUNTING_REQUEST) {
         radLogAs(function, kLogError, "radBuildAndSendReq: Invalid Request Code %d\n", code);
+        failAt(outcome, RAD_STEP_PREPARE, RAD_REASON_REQUEST_CODE);
+        noteOutcome(outcome);
         return false;
     }
     const bool accounting = code == RAD_CODE_ACCOUNTING_REQUEST;
@@ -139,6 +154,8 @@ bool findServers(const char *function, int code, Servers &servers) {
     servers.count = radConfGetNumServers(accounting ? RAD_SERVER_ACCT : RAD_SERVER_AUTH);
     if (!servers.usable()) {
         radLogAs(function, kLogError, "radBuildAndSendReq: RADIUS is not configured properly\n");
+        failAt(outcome, RAD_STEP_PREPARE, RAD_REASON_NOT_CONFIGURED);
+        noteOutcome(outcome);
         return false;
     }
     return true;
@@ -148,6 +165,7 @@ bool findServers(const char *function, int code, Servers &servers) {
 // `results` null: until one gives a reply or an error other than -1. Otherwise all of them.
 int askServers(const char *function, int code, RadPair *pairs, RadPair **replyOut,
                int32_t *results) {
+    lanyard::forgetOutcomes();
     Servers servers;
     servers.timeout = static_cast<const int32_t *>(radConfGet(RAD_CONF_TIMEOUT));
     servers.retries = static_cast<const int32_t *>(radConfGet(RAD_CONF_RETRIES));

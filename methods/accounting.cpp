@@ -5,6 +5,7 @@
 #include <lanyard/radius/engine.h>
 #include <lanyard/radius/methods.h>
 
+#include "engine/last_error.h"
 #include "frame/log.h"
 #include "methods/login.h"
 
@@ -15,6 +16,7 @@ int radAcct(uint32_t status) {
                               .success = Sink::kOutput,
                               .failureLevel = kLogError,
                               .heading = Sink::kOutput};
+    forgetOutcomes();
     PairList request;
     if (!request.addNumber(RAD_ATTR_ACCT_STATUS_TYPE, status)) {
         return -1;

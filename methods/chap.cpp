@@ -6,6 +6,7 @@
 #include <lanyard/radius/methods.h>
 #include <palcore.h>
 
+#include "engine/last_error.h"
 #include "frame/log.h"
 #include "frame/wire.h"
 #include "methods/login.h"
@@ -37,6 +38,7 @@ bool isShortText(const uint8_t *octets, int length) {
 int authenticate(const Reporting &reporting, const char *userName, const uint8_t *chapPassword,
                  int chapPasswordLen, const uint8_t *chapChallenge, int chapChallengeLen,
                  const SessionLimits *limits) {
+    lanyard::forgetOutcomes();
     if (!isWithin(userName, RAD_USER_NAME_MAX) || !isShortText(chapPassword, chapPasswordLen) ||
         !chapChallenge || chapChallengeLen < 1) {
         radLogAs(reporting.function, reporting.refusalLevel,

@@ -4,6 +4,7 @@
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/methods.h>
 
+#include "engine/last_error.h"
 #include "frame/log.h"
 
 namespace lanyard {
@@ -36,6 +37,7 @@ Reporting quietReport(const char *function) {
 
 bool startMschapRequest(PairList &request, const char *userName,
                         std::span<const uint8_t> challenge) {
+    forgetOutcomes();
     return isWithin(userName, RAD_USER_NAME_MAX) && request.addText(RAD_ATTR_USER_NAME, userName) &&
            addMicrosoft(request, RAD_MS_CHAP_CHALLENGE, challenge);
 }

@@ -2,6 +2,7 @@
 #include <lanyard/radius/engine.h>
 #include <lanyard/radius/methods.h>
 
+#include "engine/last_error.h"
 #include "frame/log.h"
 #include "methods/login.h"
 
@@ -20,6 +21,7 @@ using lanyard::Sink;
 // Checks the inputs and builds the request.
 bool buildRequest(const Reporting &reporting, const char *userName, const char *password,
                   PairList &request) {
+    lanyard::forgetOutcomes();
     if (!isWithin(userName, RAD_USER_NAME_MAX) || !isWithin(password, RAD_PASSWORD_MAX)) {
         radLogAs(reporting.function, reporting.refusalLevel, "Invalid username or password\n");
         return false;

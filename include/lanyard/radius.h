@@ -13,6 +13,7 @@
  * - Diagnostics go to `palModuleDebug` with module 7 (the library) or 8 (EAP relay and database).
  *   Levels: 4 out of memory, 8 errors and rejected input, 16 warnings, 128 progress (shows shared
  *   secrets), 256 values and whole packets.
+ * - Why a request failed is in radLastError() (error.h), in the thread that made it.
  * - Configure from one thread; afterwards any number of threads may send requests.
  */
 #ifndef LANYARD_RADIUS_H
@@ -23,6 +24,7 @@
 #include <lanyard/radius/dict.h>
 #include <lanyard/radius/eap.h>
 #include <lanyard/radius/engine.h>
+#include <lanyard/radius/error.h>
 #include <lanyard/radius/frame.h>
 #include <lanyard/radius/methods.h>
 #include <lanyard/radius/mgmt.h>

@@ -5,6 +5,7 @@
 #include <numeric>
 #include <ostream>
 
+#include <lanyard/radius/error.h>
 #include <lanyard/radius/methods.h>
 
 #include "tests/support/failing_partition.h"
@@ -447,6 +448,18 @@ TEST_P(Mschapv2Login, KeyOfAChallengeIsPrintedAsWell) {
     EXPECT_EQ(0, run.result);
     EXPECT_EQ("MS-MPPE-Recv-Key is:\n\naabb\n", run.output);
     expectToldFailure(run);
+}
+
+TEST_P(Mschapv2Login, ZeroForARefusalWithAKey_IsToldFromAnAcceptByTheCode) {
+    for (const int code : {2, 3, 11}) {
+        const OneAuthServer far({answerWithKeys(
+            static_cast<uint8_t>(code), [](Attributes &attributes, const auto &request) {
+                addKey(attributes, request, kRecvKey, "aabb"_hex);
+            })});
+        EXPECT_EQ(0, login().result);
+        ASSERT_NE(nullptr, radLastError());
+        EXPECT_EQ(code, radLastError()->code);
+    }
 }
 
 TEST_P(Mschapv2Login, KeyThatCannotBeDecryptedEndsTheReply) {
