@@ -111,7 +111,8 @@ as_expected "she is let in, and greeted by the server"
 
 step "alice logs in with a wrong password" 1 radauth alice looking-glass
 shows '*"alice" RADIUS Authentication failure'
-as_expected "she is refused"
+shows "  $first: rejected by the server (Access-Reject)"
+as_expected "she is refused, and by which server"
 
 step "alice logs in at a captive portal" 0 radauth-portal alice wonderland
 shows 'The user is let in.'

@@ -10,6 +10,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <lanyard/radius/engine.h>
+
+#include "outcome.h"
+
 // Longer than any limit that a reply can carry, as unsigned and as int.
 constexpr uint32_t kNotLimited = INT32_MAX;
 
@@ -27,8 +31,10 @@ int runPortal(const char *program, int (*entryPoint)(int, char *[], Minutes *, M
               char *argv[]) {
     auto idleMinutes = static_cast<Minutes>(kNotLimited);
     auto sessionMinutes = static_cast<Minutes>(kNotLimited);
-    if (entryPoint(argc, argv, &idleMinutes, &sessionMinutes) != 0) {
+    const int result = entryPoint(argc, argv, &idleMinutes, &sessionMinutes);
+    if (!succeeded(result, RAD_CODE_ACCESS_ACCEPT)) {
         std::fprintf(stderr, "%s: the user is not let in\n", program);
+        printReasons(RAD_CODE_ACCESS_ACCEPT);
         return EXIT_FAILURE;
     }
     std::puts("The user is let in.");

@@ -2,10 +2,11 @@
  * @file
  * radacct: sends one accounting record and prints the outcome.
  */
-#include <cstdlib>
-
+#include <lanyard/radius/engine.h>
 #include <lanyard/radius/methods.h>
 
+#include "outcome.h"
+
 int main(int argc, char *argv[]) {
-    return radAcctSampleMain(argc, argv) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    return exitStatus(radAcctSampleMain(argc, argv), RAD_CODE_ACCOUNTING_RESPONSE);
 }

@@ -2,10 +2,11 @@
  * @file
  * radauth: logs a user in with PAP and prints the outcome.
  */
-#include <cstdlib>
-
+#include <lanyard/radius/engine.h>
 #include <lanyard/radius/methods.h>
 
+#include "outcome.h"
+
 int main(int argc, char *argv[]) {
-    return radAuthSampleMain(argc, argv) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    return exitStatus(radAuthSampleMain(argc, argv), RAD_CODE_ACCESS_ACCEPT);
 }

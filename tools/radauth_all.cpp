@@ -6,11 +6,12 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/engine.h>
 #include <lanyard/radius/methods.h>
+
+#include "outcome.h"
 
 namespace {
 
@@ -68,5 +69,5 @@ int main(int argc, char *argv[]) {
             "User names have at most %d characters, passwords at most %d.\n",
             RAD_USER_NAME_MAX, RAD_PASSWORD_MAX);
     }
-    return result == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    return exitStatus(result, RAD_CODE_ACCESS_ACCEPT);
 }

@@ -2,10 +2,11 @@
  * @file
  * radchap: logs a user in with CHAP and prints the outcome.
  */
-#include <cstdlib>
-
+#include <lanyard/radius/engine.h>
 #include <lanyard/radius/methods.h>
 
+#include "outcome.h"
+
 int main(int argc, char *argv[]) {
-    return radChapSampleMain(argc, argv) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    return exitStatus(radChapSampleMain(argc, argv), RAD_CODE_ACCESS_ACCEPT);
 }

@@ -4,13 +4,13 @@
  * standard servers need; with --builtin it computes the NT-Response itself. Both stand in front of
  * the other arguments.
  */
-#include <cstdlib>
-
+#include <lanyard/radius/engine.h>
 #include <lanyard/radius/methods.h>
 
 #include "mschap_options.h"
+#include "outcome.h"
 
 int main(int argc, char *argv[]) {
     takeMschapv2Options(argc, argv);
-    return radMschapv2SampleMain(argc, argv) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    return exitStatus(radMschapv2SampleMain(argc, argv), RAD_CODE_ACCESS_ACCEPT);
 }

@@ -47,6 +47,15 @@ class Programs : public Interop {
 
     static std::string address(uint16_t port) { return "127.0.0.1:" + std::to_string(port); }
 
+    /** The line that the programs print of a server that said no. */
+    static std::string rejectedBy(uint16_t port) {
+        return "  " + address(port) + ": rejected by the server (Access-Reject)\n";
+    }
+    static std::string silenceOf(uint16_t port) {
+        return "  " + address(port) +
+               ": no reply in 1 try of 1 s: server down, wrong port, or wrong secret\n";
+    }
+
     static std::string usage(const std::string &program) {
         return "Usage: " + path(program) + " [-v] [ -f confFile] <username> <password>\n";
     }
@@ -62,12 +71,25 @@ TEST_F(Programs, RadauthAcceptsTheRightPassword) {
     EXPECT_EQ(result.err, "");
 }
 
-TEST_F(Programs, RadauthRefusesTheWrongOneInOneLine) {
+TEST_F(Programs, RadauthRefusesTheWrongOneInOneLineAndNamesTheServer) {
     const ProgramResult result = run("radauth", {"alice", "wrong"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
     EXPECT_THAT(result.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
-    EXPECT_EQ(occurrences(result.err, "\n"), 1) << result.err;
+    EXPECT_EQ(occurrences(result.err, "\n"), 2) << result.err;
+    EXPECT_THAT(result.err, EndsWith("\n" + rejectedBy(server().authPort())));
+}
+
+TEST_F(Programs, WrongPasswordWrongSecretAndDeadServerReadDifferently) {
+    const SilentServer silent;
+    writeConfiguration("authserver " + entry(silent.port()) + ", " +
+                       entry(server().authPort(), "not-the-secret") + ", " +
+                       entry(server().authPort()) + "\n");
+    const ProgramResult result = run("radauth", {"alice", "wrong"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, EndsWith(silenceOf(silent.port()) + silenceOf(server().authPort()) +
+                                     rejectedBy(server().authPort())));
+    EXPECT_THAT(result.err, Not(HasSubstr("not-the-secret")));
 }
 
 TEST_F(Programs, RadauthReadsAnotherFileAndTakesV) {
@@ -199,11 +221,12 @@ TEST_F(Programs, RadauthPortalShowsTheLimits) {
     EXPECT_THAT(one.out, HasSubstr("Idle: not limited\nSession: 1 minute\n"));
 }
 
-TEST_F(Programs, RadauthPortalRefusesTheWrongPasswordInOneLine) {
+TEST_F(Programs, RadauthPortalRefusesTheWrongPasswordAndNamesTheServer) {
     const ProgramResult result = run("radauth-portal", {"alice", "wrong"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "radauth-portal: the user is not let in\n");
+    EXPECT_EQ(result.err,
+              "radauth-portal: the user is not let in\n" + rejectedBy(server().authPort()));
 }
 
 TEST_F(Programs, RadauthPortalExplainsItself) {
@@ -295,16 +318,18 @@ TEST_P(LoginPrograms, AcceptTheRightPassword) {
     }
 }
 
-TEST_P(LoginPrograms, RefuseTheWrongOneInOneLine) {
+TEST_P(LoginPrograms, RefuseTheWrongOneInOneLineAndNameTheServer) {
     const ProgramResult result = login("alice", "wrong");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
     if (GetParam().isPortal) {
         EXPECT_THAT(result.err,
-                    EndsWith(std::string(GetParam().name) + ": the user is not let in\n"));
+                    EndsWith(std::string(GetParam().name) + ": the user is not let in\n" +
+                             rejectedBy(server().authPort())));
     } else {
         EXPECT_THAT(result.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
-        EXPECT_EQ(occurrences(result.err, "\n"), 1) << result.err;
+        EXPECT_EQ(occurrences(result.err, "\n"), 2) << result.err;
+        EXPECT_THAT(result.err, EndsWith(rejectedBy(server().authPort())));
     }
 }
 
