@@ -89,7 +89,13 @@ LANYARD_API int radPackList(const RadPair *pairs, int mode, void *out, ...);
 
 /**
  * Sends one request to one server over UDP, again after each time-out up to the retry count, and
- * reads the reply. The first datagram that arrives ends the exchange, valid or not.
+ * reads the reply. The first datagram that arrives ends the exchange, valid or not, whoever sent it.
+ *
+ * A signal handler that runs in this thread meanwhile has the request sent again and the wait begin
+ * anew, which is not counted: with one that runs more often than the time-out lasts the call does
+ * not end until something arrives. Block such signals around it (pthread_sigmask()).
+ *
+ * What became of the request is in radLastError() afterwards, as far as this thread makes no other.
  *
  * @param desc      the request.
  * @param pairs     its attributes; Message-Authenticator, if any, stands last.
@@ -104,7 +110,8 @@ LANYARD_API int radSendtoServer(const RadRequestDesc *desc, const RadPair *pairs
 
 /**
  * Reads and checks one reply: length, identifier, response authenticator (RFC 2865 section 3), then
- * every attribute through the unpack hook or radPairUnpackDefault().
+ * every attribute through the unpack hook or radPairUnpackDefault(). It leaves radLastError() as it
+ * was.
  *
  * @param ctx       where to read.
  * @param request   the request as it was sent.
@@ -171,7 +178,8 @@ LANYARD_API int radCheckMsgAuth(RadPacket *reply, const char *secret,
 /**
  * Sends a request to the configured servers in order until one answers. Every try gets a new
  * identifier, the device's NAS-Identifier or NAS-IP-Address and, for an Access-Request, a
- * Message-Authenticator.
+ * Message-Authenticator. For signals see radSendtoServer(); for what became of the request at each
+ * server radLastErrorAt().
  *
  * @param code      RAD_CODE_ACCESS_REQUEST (authentication servers) or RAD_CODE_ACCOUNTING_REQUEST.
  * @param pairs     the request's attributes. It stays the caller's and `pairs` stays its first

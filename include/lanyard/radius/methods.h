@@ -5,6 +5,20 @@
  * The calls of this file work on the servers that radLibInit() or the radConf calls configured. Any
  * number of threads may authenticate and account at once; the sample entry points use getopt() and
  * belong to one thread.
+ *
+ * What became of the request, and at which server, is in radLastError() of error.h afterwards.
+ *
+ * While no answer comes, a login never ends in a thread whose waiting a signal handler interrupts
+ * more often than the time-out lasts: each time the request is sent again and the wait begins anew,
+ * and none of it is counted as a try. SA_RESTART changes nothing. Block such signals in the threads
+ * that log in, around the call or for good:
+ *
+ *     sigset_t periodic, before;
+ *     sigemptyset(&periodic);
+ *     sigaddset(&periodic, SIGALRM);
+ *     pthread_sigmask(SIG_BLOCK, &periodic, &before);
+ *     int result = radAuth("alice", "wonderland");
+ *     pthread_sigmask(SIG_SETMASK, &before, NULL);
  */
 #ifndef LANYARD_RADIUS_METHODS_H
 #define LANYARD_RADIUS_METHODS_H
@@ -182,16 +196,24 @@ LANYARD_API int generateMschapv2Response(uint8_t *ntResponse, uint8_t *peerChall
  * acceptance; otherwise it logs one at level 8 and prints every MS-MPPE-Recv-Key of the reply.
  * Standard servers accept only with RAD_OPTION_STANDARD_SHA1 set.
  *
+ * A RESULT OF 0 IS NO ACCEPT WHEN THE REPLY IS A REFUSAL WHOSE LAST VENDOR-SPECIFIC ATTRIBUTE IS AN
+ * MS-MPPE-RECV-KEY. LET A USER IN BY THE CODE OF THE REPLY, NOT BY THE 0 ALONE:
+ *
+ *     if (radMschapv2(userName, password) == 0 &&
+ *         radLastError()->code == RAD_CODE_ACCESS_ACCEPT) {
+ *         // let her in; after a result of 0 radLastError() is never NULL
+ *     }
+ *
  * @param userName  at most 64 characters.
  * @param password  clear text.
- * @return 0 when the server answered Access-Accept, or when the last Vendor-Specific attribute of
- *         another reply was an MS-MPPE-Recv-Key; else -1.
+ * @return 0 when the server answered Access-Accept, and also when the last Vendor-Specific
+ *         attribute of another reply was an MS-MPPE-Recv-Key; else -1.
  */
 LANYARD_API int radMschapv2(const char *userName, const char *password);
 
 /**
  * As radMschapv2(), with the line of acceptance at level 128 and the limits of an accept handed
- * back.
+ * back. HERE TOO 0 IS NO ACCEPT WITHOUT THE CODE OF ONE.
  *
  * @param idleMinutes     receives Idle-Timeout in minutes, rounded up; untouched when the reply has
  *                        none.
@@ -235,10 +257,11 @@ LANYARD_API int radMschapSampleMain(int argc, char *argv[]);
 LANYARD_API int radMschapSampleMainCaptivePortal(int argc, char *argv[], uint32_t *idleMinutes,
                                                  uint32_t *sessionMinutes);
 
-/** As radAuthSampleMain(), over radMschapv2(). */
+/** As radAuthSampleMain(), over radMschapv2(), WHOSE 0 IS NO ACCEPT WITHOUT THE CODE OF ONE. */
 LANYARD_API int radMschapv2SampleMain(int argc, char *argv[]);
 
-/** As radAuthSampleMain(), over radMschapv2AndGetAttributes(). */
+/** As radAuthSampleMain(), over radMschapv2AndGetAttributes(), WHOSE 0 IS NO ACCEPT WITHOUT THE CODE
+ * OF ONE. */
 LANYARD_API int radMschapv2SampleMainCaptivePortal(int argc, char *argv[], uint32_t *idleMinutes,
                                                    uint32_t *sessionMinutes);
 
