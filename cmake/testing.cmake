@@ -15,7 +15,7 @@ add_custom_target(outer-tests)
 function(lanyard_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;HEADERS" "LABEL" "SOURCES;LIBRARIES")
   add_executable(${name} ${arg_SOURCES})
-  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${name} PRIVATE
     lanyard-warnings lanyard-sanitizers ${arg_LIBRARIES} GTest::gtest GTest::gmock)
   if(LANYARD_SANITIZE MATCHES "undefined" AND NOT arg_HEADERS)

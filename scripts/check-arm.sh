@@ -23,5 +23,5 @@ mapfile -d '' -t sources < <(git ls-files -z -- \
 printf '%s\0' "${sources[@]}" | xargs -0 -P 2 -n 1 "$compiler" -std=c++20 -O3 -DNDEBUG -fPIC -c -o /dev/null \
     -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Werror \
     -DOPENSSL_API_COMPAT=0x10100000L -DLANYARD_VERSION='""' \
-    -I . -I include -I platform/include -isystem "$headers"
+    -I . -I src -I include -I platform/include -isystem "$headers"
 echo "check-arm: ${#sources[@]} files compile"

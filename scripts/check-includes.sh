@@ -25,6 +25,7 @@ dict.h:    dict
 conf.h:    conf
 attr.h:    attr
 engine.h:  client
+error.h:   client
 methods.h: login
 mgmt.h:    device
 eap.h:     relay

@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-folders='attr|conf|dict|eap|engine|frame|fuzz|methods|mgmt|platform|tools'
+folders='src|platform|tools|fuzz'
 build=build/dev
 for argument; do
     case "$argument" in

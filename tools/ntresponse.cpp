@@ -18,7 +18,7 @@
 
 #include <palcore.h>
 
-#include "methods/nt_response_compute.h"
+#include "login/nt_response_compute.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "frame/wire.h"
+#include "base/wire.h"
 
 namespace lanyard::pnac {
 namespace {

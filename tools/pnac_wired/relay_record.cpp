@@ -4,7 +4,7 @@
 
 #include <lanyard/radius/eap.h>
 
-#include "frame/wire.h"
+#include "base/wire.h"
 
 namespace lanyard::pnac {
 namespace {

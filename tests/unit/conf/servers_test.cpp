@@ -6,8 +6,8 @@
 #include <lanyard/radius/frame.h>
 
 #include "tests/support/failing_partition.h"
+#include "tests/unit/base/fresh_process.h"
 #include "tests/unit/conf/conf_fixture.h"
-#include "tests/unit/frame/fresh_process.h"
 
 namespace lanyard::test {
 namespace {

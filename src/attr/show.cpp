@@ -1,0 +1,106 @@
+// Display of one pair.
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <span>
+#include <string_view>
+
+#include <lanyard/radius/attr.h>
+#include <lanyard/radius/dict.h>
+
+#include "base/log.h"
+
+namespace {
+
+using lanyard::kLogDump;
+using lanyard::kLogError;
+
+// The longest line: name and ": ", "0x", a full value at eight digits an octet, newline, NUL.
+constexpr size_t kNameBound = RAD_NAME_MAX + 2;
+constexpr size_t kLineSize = kNameBound + 2 + size_t{RAD_VALUE_MAX} * 8 + 2;
+
+// A line under construction; its bounds are those of the longest line.
+class Line {
+  public:
+    // The bound counts the NUL, so the blank behind a name of 32 characters is cut.
+    explicit Line(const char *name) {
+        const int length = std::snprintf(text_.data(), kNameBound, "%s: ", name);
+        length_ = std::min(static_cast<size_t>(length), kNameBound - 1);
+    }
+
+    void add(std::string_view text) {
+        std::memcpy(text_.data() + length_, text.data(), text.size());
+        length_ += text.size();
+    }
+
+    const char *finish() {
+        add("\n");
+        text_[length_] = '\0';
+        return text_.data();
+    }
+
+  private:
+    std::array<char, kLineSize> text_{};
+    size_t length_ = 0;
+};
+
+std::span<const char> octetsOf(const RadPair &pair) {
+    return std::span(pair.strValue).first(std::min<size_t>(pair.numValue, RAD_VALUE_MAX));
+}
+
+void addText(Line &line, std::span<const char> octets) {
+    for (const char &octet : octets) {
+        // A NUL adds nothing to a line that is printed as text.
+        if (octet != '\0') {
+            line.add({&octet, 1});
+        }
+    }
+}
+
+// Octets are signed here: from 0x80 on they show eight digits. Readers of this display expect it.
+void addHex(Line &line, std::span<const char> octets) {
+    line.add("0x");
+    for (const char octet : octets) {
+        std::array<char, 9> digits{};
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse, cert-str34-c): the sign is what is shown.
+        const int value = static_cast<signed char>(octet);
+        const int length =
+            std::snprintf(digits.data(), digits.size(), "%02x", static_cast<unsigned>(value));
+        line.add({digits.data(), static_cast<size_t>(length)});
+    }
+}
+
+void showNumber(const RadPair &pair) {
+    const auto number = static_cast<int32_t>(pair.numValue);
+    const RadDictValue *value = radDictGetVal(number, pair.name);
+    if (value) {
+        radLogAs("radPairShow", kLogDump, "%s: %s\n", pair.name, value->valueName);
+    } else {
+        radLogAs("radPairShow", kLogDump, "%s: %ld\n", pair.name, static_cast<long>(pair.numValue));
+    }
+}
+
+}  // namespace
+
+int radPairShow(const RadPair *pair) {
+    if (!pair) {
+        return -1;
+    }
+    if (!radDictGetAttr(pair->attrNum)) {
+        radLog(kLogError, "Unknown-Attribute[%d]:\n", pair->attrNum);
+        return 0;
+    }
+    if (pair->type >= RAD_TYPE_INTEGER && pair->type <= RAD_TYPE_DATE) {
+        showNumber(*pair);
+        return 0;
+    }
+    Line line(pair->name);
+    if (pair->attrNum == RAD_ATTR_REPLY_MESSAGE) {
+        addText(line, octetsOf(*pair));
+    } else {
+        addHex(line, octetsOf(*pair));
+    }
+    std::printf("%s", line.finish());
+    return 0;
+}

@@ -1,0 +1,192 @@
+// From a pair list to the attributes of a request (RFC 2865 section 5).
+#include <array>
+#include <cstdarg>
+#include <cstring>
+#include <span>
+
+#include <lanyard/radius/dict.h>
+#include <lanyard/radius/engine.h>
+
+#include "base/log.h"
+#include "base/partition.h"
+#include "base/wire.h"
+#include "client/authenticator.h"
+
+namespace {
+
+using lanyard::allocateSecret;
+using lanyard::ByteWriter;
+using lanyard::kLogTrace;
+using lanyard::packetOctets;
+using lanyard::signMessage;
+
+constexpr size_t kAttributeHeaderSize = 2;
+constexpr size_t kNumberSize = 4;
+constexpr size_t kLengthMax = 255;
+constexpr size_t kPasswordBlockSize = 16;
+
+// Octets of the value on the wire.
+uint64_t encodedSize(const RadPair &pair) {
+    const uint64_t length = pair.numValue;
+    if (pair.attrNum == RAD_ATTR_USER_PASSWORD) {
+        return (length + kPasswordBlockSize - 1) / kPasswordBlockSize * kPasswordBlockSize;
+    }
+    if (pair.attrNum == RAD_ATTR_MESSAGE_AUTHENTICATOR) {
+        return RAD_DIGEST_SIZE;
+    }
+    return pair.type == RAD_TYPE_STRING ? length : kNumberSize;
+}
+
+// Whether the pair becomes an attribute at all; otherwise it drops out of the request without an
+// error.
+bool hasEncoding(const RadPair &pair) {
+    return pair.attrNum == RAD_ATTR_USER_PASSWORD ||
+           pair.attrNum == RAD_ATTR_MESSAGE_AUTHENTICATOR ||
+           (pair.type >= RAD_TYPE_STRING && pair.type <= RAD_TYPE_DATE);
+}
+
+// Pads and hides a password (RFC 2865 section 5.2). The empty one is a value of no blocks.
+int encodePassword(uint8_t *value, size_t paddedSize, const RadPair &pair, const char *secret,
+                   const RadPacket *request) {
+    if (!secret || !request) {
+        return -1;
+    }
+    if (paddedSize == 0) {
+        return 0;
+    }
+    const auto padded = allocateSecret(paddedSize);
+    if (!padded) {
+        return -1;
+    }
+    std::memcpy(padded.get(), pair.strValue, pair.numValue);
+    return radMd5Crypt(secret, request->authenticator, nullptr, 0, padded.get(),
+                       static_cast<int>(paddedSize), value, 0);
+}
+
+int encodeValue(uint8_t *value, size_t size, const RadPair &pair, const char *secret,
+                RadPacket *request) {
+    if (pair.attrNum == RAD_ATTR_USER_PASSWORD) {
+        return encodePassword(value, size, pair, secret, request);
+    }
+    if (pair.attrNum == RAD_ATTR_MESSAGE_AUTHENTICATOR) {
+        if (!secret || !request) {
+            return -1;
+        }
+        signMessage(request, secret, value);
+    } else if (pair.type == RAD_TYPE_STRING) {
+        std::memcpy(value, pair.strValue, size);
+    } else {
+        ByteWriter({value, kNumberSize}).u32(pair.numValue);
+    }
+    return 0;
+}
+
+RadPackHook packHook() {
+    return pRadFuncTbl ? pRadFuncTbl->radPackHook : nullptr;
+}
+
+// Measures one attribute: the pack hook's answer, or the default encoder's where the hook passes.
+// The length has its place in a header: a hook may read the type in front of it.
+int measureAttribute(const RadPair &pair, uint8_t &length) {
+    std::array<uint8_t, kAttributeHeaderSize> header{static_cast<uint8_t>(pair.attrNum), 0};
+    const RadPackHook hook = packHook();
+    int status = hook ? hook(nullptr, &header[1], &pair, nullptr, nullptr) : 1;
+    if (status == 1) {
+        status = radPairEncode(nullptr, &header[1], &pair, nullptr, nullptr);
+    }
+    length = header[1];
+    return status;
+}
+
+int measure(const RadPair *pairs, uint32_t *total) {
+    *total = 0;
+    uint32_t sum = 0;
+    for (const RadPair *pair = pairs; pair; pair = pair->next) {
+        uint8_t length = 0;
+        const int status = measureAttribute(*pair, length);
+        if (status != 0) {
+            return status;
+        }
+        sum += length;
+    }
+    *total = sum;
+    return 0;
+}
+
+// Encodes one attribute by default, if it is not longer than `room`.
+int packByDefault(uint8_t *place, size_t room, const RadPair &pair, const char *secret,
+                  RadPacket *packet) {
+    uint8_t length = 0;
+    if (radPairEncode(nullptr, &length, &pair, nullptr, nullptr) != 0 || length > room) {
+        return -1;
+    }
+    return radPairEncode(place + kAttributeHeaderSize, place + 1, &pair, secret, packet);
+}
+
+// Packs one attribute at the start of `room`, which may end right behind the last attribute, and
+// tells how much of it the attribute took. A pair that comes then may still add nothing: it is
+// encoded aside.
+int packAttribute(std::span<uint8_t> room, const RadPair &pair, const char *secret,
+                  RadPacket *packet, size_t &taken) {
+    std::array<uint8_t, kAttributeHeaderSize + kLengthMax> aside{};
+    uint8_t *place = room.size() < kAttributeHeaderSize ? aside.data() : room.data();
+    place[0] = static_cast<uint8_t>(pair.attrNum);
+    place[1] = 0;
+    const RadPackHook hook = packHook();
+    int status = hook ? hook(place + kAttributeHeaderSize, place + 1, &pair, secret, packet) : 1;
+    if (status == 1) {
+        status = packByDefault(place, room.size(), pair, secret, packet);
+    }
+    taken = place[1];
+    return status == 0 && taken > room.size() ? -1 : status;
+}
+
+int pack(const RadPair *pairs, RadPacket *packet, const char *secret) {
+    auto room = packetOctets(packet).subspan(RAD_HEADER_SIZE);
+    for (const RadPair *pair = pairs; pair; pair = pair->next) {
+        radLogAs("radPackList", kLogTrace, "Packing attribute: %s\n", pair->name);
+        size_t taken = 0;
+        const int status = packAttribute(room, *pair, secret, packet, taken);
+        if (status != 0) {
+            return status;
+        }
+        room = room.subspan(taken);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int radPairEncode(uint8_t *value, uint8_t *length, const RadPair *pair, const char *secret,
+                  RadPacket *request) {
+    if (!length || !pair) {
+        return -1;
+    }
+    if (!hasEncoding(*pair)) {
+        *length = 0;
+        return 0;
+    }
+    const uint64_t size = encodedSize(*pair);
+    if (size + kAttributeHeaderSize > kLengthMax) {
+        return -1;
+    }
+    *length = static_cast<uint8_t>(size + kAttributeHeaderSize);
+    return value ? encodeValue(value, static_cast<size_t>(size), *pair, secret, request) : 0;
+}
+
+int radPackList(const RadPair *pairs, int mode, void *out, ...) {
+    if (!pairs || !out) {
+        return -1;
+    }
+    if (mode == RAD_PACK_MEASURE) {
+        return measure(pairs, static_cast<uint32_t *>(out));
+    }
+    if (mode != RAD_PACK) {
+        return -1;
+    }
+    va_list arguments;
+    va_start(arguments, out);
+    const char *secret = va_arg(arguments, const char *);
+    va_end(arguments);
+    return secret ? pack(pairs, static_cast<RadPacket *>(out), secret) : -1;
+}

@@ -1,0 +1,112 @@
+// CHAP (RFC 1994) in RADIUS: CHAP-Password and CHAP-Challenge (RFC 2865 sections 5.3 and 5.40).
+#include <array>
+#include <cstring>
+
+#include <lanyard/radius/engine.h>
+#include <lanyard/radius/methods.h>
+#include <palcore.h>
+
+#include "base/log.h"
+#include "base/wire.h"
+#include "client/last_error.h"
+#include "login/login.h"
+
+namespace {
+
+using lanyard::ByteWriter;
+using lanyard::isWithin;
+using lanyard::kAuthenticateOnly;
+using lanyard::kLogError;
+using lanyard::kLogTrace;
+using lanyard::logIn;
+using lanyard::PairList;
+using lanyard::Reporting;
+using lanyard::SessionLimits;
+using lanyard::Sink;
+
+// What the digest of a response is taken over has less than this many octets.
+constexpr size_t kDigestedSize = 255;
+
+// The response is measured as text, for it is one of the inputs with a limit on text, but never
+// beyond its end.
+bool isShortText(const uint8_t *octets, int length) {
+    return octets && length > 0 &&
+           strnlen(reinterpret_cast<const char *>(octets), static_cast<size_t>(length)) <=
+               RAD_PASSWORD_MAX;
+}
+
+int authenticate(const Reporting &reporting, const char *userName, const uint8_t *chapPassword,
+                 int chapPasswordLen, const uint8_t *chapChallenge, int chapChallengeLen,
+                 const SessionLimits *limits) {
+    lanyard::forgetOutcomes();
+    if (!isWithin(userName, RAD_USER_NAME_MAX) || !isShortText(chapPassword, chapPasswordLen) ||
+        !chapChallenge || chapChallengeLen < 1) {
+        radLogAs(reporting.function, reporting.refusalLevel,
+                 "Invalid username, challenge or response\n");
+        return -1;
+    }
+    PairList request;
+    if (!request.addText(RAD_ATTR_USER_NAME, userName) ||
+        !request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly) ||
+        !request.addOctets(RAD_ATTR_CHAP_PASSWORD, chapPassword, chapPasswordLen) ||
+        !request.addOctets(RAD_ATTR_CHAP_CHALLENGE, chapChallenge, chapChallengeLen)) {
+        return -1;
+    }
+    PairList reply;
+    const bool accepted = logIn(reporting, userName, request, reply);
+    showReply(reporting, reply.head(), limits);
+    return accepted ? 0 : -1;
+}
+
+// The limits of a CHAP login are int, those of the other methods unsigned; both are 32 bits.
+uint32_t *asUnsigned(int *minutes) {
+    return reinterpret_cast<uint32_t *>(minutes);
+}
+
+}  // namespace
+
+int radChapRespMake(uint8_t *response, const uint8_t *password, int passwordLen,
+                    const uint8_t *challenge) {
+    if (!response || !password || !challenge || passwordLen < 0) {
+        return 0;
+    }
+    const size_t digested = static_cast<size_t>(passwordLen) + 1 + RAD_CHAP_CHALLENGE_SIZE;
+    uint8_t identifier = 0;
+    if (digested >= kDigestedSize || palRandGen(&identifier, sizeof(identifier)) != 0) {
+        return 0;
+    }
+    std::array<uint8_t, kDigestedSize> octets{};
+    ByteWriter writer(octets);
+    writer.u8(identifier);
+    writer.bytes({password, static_cast<size_t>(passwordLen)});
+    writer.bytes({challenge, RAD_CHAP_CHALLENGE_SIZE});
+    response[0] = identifier;
+    rc_md5_calc(response + 1, octets.data(), static_cast<uint32_t>(digested));
+    explicit_bzero(octets.data(), octets.size());
+    return RAD_CHAP_RESPONSE_SIZE;
+}
+
+int radChapAuth(const char *userName, const uint8_t *chapPassword, int chapPasswordLen,
+                const uint8_t *chapChallenge, int chapChallengeLen) {
+    const Reporting reporting{.function = __func__,
+                              .refusalLevel = kLogError,
+                              .success = Sink::kOutput,
+                              .failureLevel = kLogError,
+                              .heading = Sink::kOutput};
+    return authenticate(reporting, userName, chapPassword, chapPasswordLen, chapChallenge,
+                        chapChallengeLen, nullptr);
+}
+
+int radChapAuthAndGetAttributes(const char *userName, const uint8_t *chapPassword,
+                                int chapPasswordLen, const uint8_t *chapChallenge,
+                                int chapChallengeLen, int *idleTimeout, int *sessionTimeout) {
+    const Reporting reporting{.function = __func__,
+                              .refusalLevel = kLogTrace,
+                              .success = Sink::kTrace,
+                              .failureLevel = kLogTrace,
+                              .heading = Sink::kTrace};
+    const SessionLimits limits{.idleMinutes = asUnsigned(idleTimeout),
+                               .sessionMinutes = asUnsigned(sessionTimeout)};
+    return authenticate(reporting, userName, chapPassword, chapPasswordLen, chapChallenge,
+                        chapChallengeLen, &limits);
+}

@@ -1,0 +1,148 @@
+// The relay on the management bus: registration, the handler of what comes in, and what goes to
+// Pnac.
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <span>
+
+#include <lanyard/radius/eap.h>
+#include <lanyard/radius/mgmt.h>
+#include <xbus.h>
+
+#include "base/log.h"
+#include "base/partition.h"
+#include "relay/queue.h"
+
+XbusCtx *pRadEapXbusCtx = nullptr;
+
+namespace {
+
+using lanyard::allocateSecret;
+using lanyard::findEntry;
+using lanyard::firstEntry;
+using lanyard::kLogError;
+using lanyard::nextEntry;
+
+constexpr uint32_t kRegisterMode = 2;
+constexpr uint32_t kSendWithoutWaiting = 2;
+
+// RFC 3748 section 4.
+constexpr uint8_t kEapResponse = 2;
+constexpr uint8_t kEapFailure = 4;
+constexpr uint8_t kEapHeaderSize = 4;
+
+int sendToPnac(uint32_t module, uint32_t command, std::span<const uint8_t> record) {
+    uint32_t outLen = 0;
+    if (xbusIoctl(pRadEapXbusCtx, module, command, record.data(),
+                  static_cast<uint32_t>(record.size()), nullptr, &outLen, kSendWithoutWaiting, 0,
+                  0) == -1) {
+        radDeviceLogAs("radEapSendRtn", kLogError, "xbusIoctl failed\n");
+        return -1;
+    }
+    return 0;
+}
+
+// Tells Pnac that a response has found no room. There is none for the record either, and no
+// conversation that the usual way of an answer could look up.
+void refuse(uint32_t cookie, uint32_t command, uint8_t identifier) {
+    const RadEapXbusMsg head{.cookie = cookie, .command = RAD_EAP_NO_CMD, .length = kEapHeaderSize};
+    const std::array<uint8_t, kEapHeaderSize> failure = {kEapFailure, identifier, 0,
+                                                         kEapHeaderSize};
+    std::array<uint8_t, sizeof(head) + kEapHeaderSize> record = {};
+    std::memcpy(record.data(), &head, sizeof(head));
+    std::memcpy(record.data() + sizeof(head), failure.data(), failure.size());
+    sendToPnac(RAD_EAP_PNAC_MODULE, command, record);
+}
+
+// Queues the EAP packet of a record. A record that is shorter than it says is dropped; a response that
+// finds no room is refused.
+void receiveRecord(std::span<const uint8_t> record) {
+    RadEapXbusMsg head{};
+    auto length = static_cast<uint32_t>(record.size());
+    bool complete = record.size() >= sizeof(head);
+    if (complete) {
+        std::memcpy(&head, record.data(), sizeof(head));
+        record = record.subspan(sizeof(head));
+        length = head.length;
+        complete = head.length <= record.size();
+    }
+    if (!complete) {
+        radDeviceLogAs("radEapMsgQueueAdd", kLogError,
+                       "radEapMsgQueueAdd: Invalid EAP packet length(%d)\n",
+                       static_cast<int>(length));
+        return;
+    }
+    // Looked up before, because a conversation without room ends.
+    const RadEapQueueEntry *known = findEntry(head.cookie);
+    const uint32_t command = known ? known->replyCmd : head.command;
+    if (radEapRecv(record.data(), static_cast<int32_t>(head.length), head.cookie,
+                   RAD_EAP_PNAC_MODULE, head.command) == -1 &&
+        head.cookie != 0 && record[0] == kEapResponse) {
+        refuse(head.cookie, command, record[1]);
+    }
+}
+
+// Where replies of a conversation go: the module of the last conversation, the command of the last
+// one with that cookie. False when there is no conversation at all.
+bool findDestination(uint32_t cookie, uint32_t &module, uint32_t &command) {
+    command = RAD_EAP_NO_CMD;
+    for (const RadEapQueueEntry *entry = firstEntry(); entry; entry = nextEntry(entry)) {
+        module = entry->destModule;
+        if (entry->cookie == cookie) {
+            command = entry->replyCmd;
+        }
+    }
+    return firstEntry() != nullptr;
+}
+
+}  // namespace
+
+int radEapXbusInit(void) {
+    if (xbusInit() != 0) {
+        radDeviceLog(kLogError, "failed to initialize XBUS \n");
+        return -1;
+    }
+    pRadEapXbusCtx = xbusRegister(RAD_EAP_MODULE, kRegisterMode, radEapIoctlHandler, nullptr);
+    if (!pRadEapXbusCtx) {
+        radDeviceLog(kLogError, "xbusRegister failed. errno=%d\n", errno);
+        xbusDeInit();
+        return -1;
+    }
+    return 0;
+}
+
+int radEapIoctlHandler(void * /*busArg1*/, void * /*busArg2*/, uint32_t cmd, void *buf,
+                       uint32_t len, void *out, uint32_t *outLen) {
+    if (!buf) {
+        radDeviceLog(kLogError, "Invalid arguments to ioctl handler \n");
+        return -1;
+    }
+    if (cmd == RAD_EAP_CMD_DB_UPDATE) {
+        return radiusMgmtDBUpdateHandler(buf, len, static_cast<char *>(out), outLen ? *outLen : 0);
+    }
+    receiveRecord({static_cast<const uint8_t *>(buf), len});
+    return 0;
+}
+
+int radEapSendRtn(const uint8_t *payload, int32_t length, uint32_t cookie) {
+    if (!payload || !cookie || length < 1) {
+        radDeviceLog(kLogError, "radEapSendRtn: Invalid Arguments\n");
+        return -1;
+    }
+    uint32_t module = 0;
+    uint32_t command = 0;
+    if (!findDestination(cookie, module, command)) {
+        return -1;
+    }
+    const auto payloadSize = static_cast<uint32_t>(length);
+    const RadEapXbusMsg head{.cookie = cookie, .command = RAD_EAP_NO_CMD, .length = payloadSize};
+    const uint32_t size = payloadSize + sizeof(head);
+    const auto record = allocateSecret(size);
+    if (!record) {
+        radDeviceLog(kLogError, "radEapSendRtn: failed to allocate buffer\n");
+        return -1;
+    }
+    std::memcpy(record.get(), &head, sizeof(head));
+    std::memcpy(record.get() + sizeof(head), payload, payloadSize);
+    return sendToPnac(module, command, {record.get(), size});
+}

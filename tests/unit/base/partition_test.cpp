@@ -1,0 +1,128 @@
+// The owners of memory from the partition.
+#include "base/partition.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <vector>
+
+#include <lanyard/radius/frame.h>
+#include <palcore.h>
+
+#include "tests/support/failing_partition.h"
+
+namespace {
+
+// The block that is looked at, its size, and what it held when it was released.
+const void *watchedBlock = nullptr;
+size_t watchedSize = 0;
+std::vector<uint8_t> releasedContent;
+
+}  // namespace
+
+// The linker puts these names in place of palMemPartFree().
+extern "C" int __real_palMemPartFree(PalMemPartId part, void *block);
+extern "C" int __wrap_palMemPartFree(PalMemPartId part, void *block);
+
+extern "C" int __wrap_palMemPartFree(PalMemPartId part, void *block) {
+    if (block && block == watchedBlock) {
+        const auto *bytes = static_cast<const uint8_t *>(block);
+        releasedContent.assign(bytes, bytes + watchedSize);
+        watchedBlock = nullptr;
+    }
+    return __real_palMemPartFree(part, block);
+}
+
+namespace lanyard::test {
+namespace {
+
+struct Record {
+    int number;
+    const char *text;
+};
+
+bool allZero(const uint8_t *bytes, size_t size) {
+    return std::all_of(bytes, bytes + size, [](uint8_t byte) { return byte == 0; });
+}
+
+class PartitionOwners : public testing::Test {
+  protected:
+    void SetUp() override { ASSERT_EQ(0, radMemInit(4096)); }
+
+    void TearDown() override {
+        stopFailing();
+        EXPECT_EQ(0U, liveBlocks(radMemPartId));
+        EXPECT_EQ(0, radMemCleanUp());
+    }
+};
+
+TEST_F(PartitionOwners, MakeZeroedRecordsAndReleaseThem) {
+    {
+        const auto record = allocateRecord<Record>();
+        ASSERT_NE(nullptr, record);
+        EXPECT_EQ(0, record->number);
+        EXPECT_EQ(nullptr, record->text);
+        EXPECT_EQ(1U, liveBlocks(radMemPartId));
+    }
+    EXPECT_EQ(0U, liveBlocks(radMemPartId));
+}
+
+TEST_F(PartitionOwners, MakeZeroedOctetsAndReleaseThem) {
+    {
+        const auto bytes = allocateBytes(100);
+        ASSERT_NE(nullptr, bytes);
+        EXPECT_TRUE(allZero(bytes.get(), 100));
+        EXPECT_EQ(1U, liveBlocks(radMemPartId));
+    }
+    EXPECT_EQ(0U, liveBlocks(radMemPartId));
+}
+
+TEST_F(PartitionOwners, CopyTextAndReleaseIt) {
+    {
+        const auto copy = copyText("nemo");
+        EXPECT_STREQ("nemo", copy.get());
+        EXPECT_EQ(1U, liveBlocks(radMemPartId));
+    }
+    EXPECT_EQ(0U, liveBlocks(radMemPartId));
+}
+
+TEST_F(PartitionOwners, AreEmptyWhenMemoryIsExhausted) {
+    failAllocationsFrom(1);
+    EXPECT_EQ(nullptr, allocateRecord<Record>());
+    EXPECT_EQ(nullptr, allocateBytes(1));
+    EXPECT_EQ(nullptr, allocateSecret(1));
+    EXPECT_EQ(nullptr, copyText("nemo"));
+}
+
+TEST_F(PartitionOwners, RefuseASizeThatThePlatformCannotExpress) {
+    const size_t before = allocationCount();
+    EXPECT_EQ(nullptr, allocateBytes(size_t{1} << 32));
+    EXPECT_EQ(nullptr, allocateBytes((size_t{1} << 32) + 16));
+    EXPECT_EQ(nullptr, allocateSecret((size_t{1} << 32) + 16));
+    EXPECT_EQ(before, allocationCount());
+}
+
+TEST_F(PartitionOwners, WipeASecretBeforeItsReleaseAndNothingElse) {
+    const std::vector<uint8_t> content(32, 0x53);
+    {
+        const auto secret = allocateSecret(content.size());
+        ASSERT_NE(nullptr, secret);
+        EXPECT_TRUE(allZero(secret.get(), content.size()));
+        std::copy(content.begin(), content.end(), secret.get());
+        watchedBlock = secret.get();
+        watchedSize = content.size();
+    }
+    ASSERT_EQ(content.size(), releasedContent.size());
+    EXPECT_TRUE(allZero(releasedContent.data(), releasedContent.size()));
+
+    // The same look at octets that are no secret: they are seen as they were.
+    {
+        const auto bytes = allocateBytes(content.size());
+        ASSERT_NE(nullptr, bytes);
+        std::copy(content.begin(), content.end(), bytes.get());
+        watchedBlock = bytes.get();
+    }
+    EXPECT_EQ(content, releasedContent);
+}
+
+}  // namespace
+}  // namespace lanyard::test

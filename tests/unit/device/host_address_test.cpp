@@ -1,0 +1,99 @@
+// The device's own address, from its database.
+#include <arpa/inet.h>
+#include <filesystem>
+
+#include "tests/unit/device/fixture.h"
+
+namespace lanyard::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char *kTag = "radGetHostIPFromDB";
+
+class DeviceAddress : public MgmtTest {
+  protected:
+    void SetUp() override {
+        MgmtTest::SetUp();
+        open();
+    }
+};
+
+TEST_F(DeviceAddress, IsThatOfTheBridge) {
+    database.run(
+        "INSERT INTO networkInterface VALUES ('eth0', '10.0.0.1'), ('bdg', '192.168.2.30'),"
+        " ('bdg', '10.0.0.2')");
+    EXPECT_EQ(htonl(0xc0a8021e), radGetHostIPFromDB());
+    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 128, kTag, "Host IP address: 192.168.2.30\n")));
+}
+
+TEST_F(DeviceAddress, IsReadAnewEachTime) {
+    database.run("INSERT INTO networkInterface VALUES ('bdg', '192.168.2.30')");
+    EXPECT_EQ(htonl(0xc0a8021e), radGetHostIPFromDB());
+    database.run("UPDATE networkInterface SET ipaddr='10.0.0.2'");
+    EXPECT_EQ(htonl(0x0a000002), radGetHostIPFromDB());
+}
+
+TEST_F(DeviceAddress, IsWhatInetAddrMakesOfTheText) {
+    database.run("INSERT INTO networkInterface VALUES ('bdg', 'nowhere')");
+    EXPECT_EQ(INADDR_NONE, radGetHostIPFromDB());
+    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 128, kTag, "Host IP address: nowhere\n")));
+}
+
+TEST_F(DeviceAddress, IsNoneWithoutABridge) {
+    database.run("INSERT INTO networkInterface VALUES ('eth0', '10.0.0.1')");
+    EXPECT_EQ(0U, radGetHostIPFromDB());
+    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, kTag, "empty result. nRows=0 nCols=0\n")));
+}
+
+TEST_F(DeviceAddress, IsNoneWhereItIsNull) {
+    database.run("INSERT INTO networkInterface VALUES ('bdg', NULL)");
+    EXPECT_EQ(0U, radGetHostIPFromDB());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+// The result has the column's name as the table was made with it.
+TEST_F(DeviceAddress, IsNoneWhereItsColumnIsMissing) {
+    database.run(
+        "DROP TABLE networkInterface; CREATE TABLE networkInterface (interfaceName TEXT, IPADDR "
+        "TEXT); INSERT INTO networkInterface VALUES ('bdg', '10.0.0.1')");
+    EXPECT_EQ(0U, radGetHostIPFromDB());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(DeviceAddress, IsNoneWhereTheQueryFails) {
+    database.run("DROP TABLE networkInterface");
+    EXPECT_EQ(0U, radGetHostIPFromDB());
+    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, kTag, "sqlite3QueryResGet failed\n")));
+}
+
+TEST_F(DeviceAddress, IsNoneWhereTheDatabaseIsGone) {
+    root.remove("/device.db");
+    EXPECT_EQ(0U, radGetHostIPFromDB());
+    EXPECT_THAT(
+        log.lines(),
+        ElementsAre(
+            Logged(8, 8, kTag, "unable to open the DB file " + std::string(database.path()) + "\n"),
+            Logged(8, 8, kTag, "sqlite3QueryResGet failed\n")));
+}
+
+// A daemon leaves the folder in which it was started.
+TEST_F(DeviceAddress, IsReadFromTheSameFileInAnotherFolder) {
+    database.run("INSERT INTO networkInterface VALUES ('bdg', '192.168.2.30')");
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(root.folder());
+    EXPECT_EQ(0, radiusMgmtInit("device.db", "test"));
+    std::filesystem::current_path(before);
+    EXPECT_EQ(htonl(0xc0a8021e), radGetHostIPFromDB());
+}
+
+TEST_F(DeviceAddress, IsNoneWithoutAConnection) {
+    database.run("INSERT INTO networkInterface VALUES ('bdg', '10.0.0.1')");
+    EXPECT_EQ(0, radiusMgmtDeInit());
+    EXPECT_EQ(0U, radGetHostIPFromDB());
+    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, kTag, "sqlite3QueryResGet failed\n")));
+}
+
+}  // namespace
+}  // namespace lanyard::test

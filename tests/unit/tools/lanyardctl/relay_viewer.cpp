@@ -1,0 +1,52 @@
+#include "tests/unit/tools/lanyardctl/relay_viewer.h"
+
+#include <array>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include <lanyard/radius/eap.h>
+
+#include "tests/unit/tools/lanyardctl/relay_process.h"
+#include "tools/lanyardctl/delivery.h"
+
+namespace lanyard::test {
+
+RelayViewer::RelayViewer() {
+    constexpr uint32_t kModule = 30;
+    constexpr uint32_t kRegisterMode = 2;
+    const XbusHandler refuse = [](void *, void *, uint32_t, void *, uint32_t, void *, uint32_t *) {
+        return -1;
+    };
+    if (xbusInit() != 0 || !(context_ = xbusRegister(kModule, kRegisterMode, refuse, nullptr))) {
+        throw std::runtime_error("no bus");
+    }
+}
+
+RelayViewer::~RelayViewer() {
+    xbusUnRegister(context_);
+}
+
+std::optional<RelayServers> RelayViewer::look() {
+    std::array<char, 8192> answer{};
+    auto length = static_cast<uint32_t>(answer.size());
+    if (xbusIoctl(context_, RAD_EAP_MODULE, kTellServers, nullptr, 0, answer.data(), &length, 0, 0,
+                  0) != 0) {
+        return std::nullopt;
+    }
+    std::istringstream lines(std::string(answer.data(), length));
+    RelayServers held;
+    lines >> held.count;
+    int rowKey = 0;
+    lanyardctl::Server server{.host = "", .port = "", .secret = "", .timeout = "", .retries = ""};
+    while (lines >> rowKey >> server.id >> *server.host >> *server.port >> *server.timeout >>
+           *server.retries >> *server.secret) {
+        held.servers.push_back(server);
+        if (rowKey != lanyardctl::kRowKey) {
+            held.servers.back().id = -1;
+        }
+    }
+    return held;
+}
+
+}  // namespace lanyard::test
