@@ -9,12 +9,8 @@
 #include "base/log.h"
 #include "base/wire.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::ByteReader;
-using lanyard::kLogError;
-using lanyard::kLogTrace;
-using lanyard::kLogWarning;
 
 constexpr uint8_t kAttributeHeaderSize = 2;
 constexpr int kHeaderSize = sizeof(RadPacket);
@@ -120,6 +116,9 @@ bool isPlausible(uint8_t type, uint8_t length) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radPairGen(const RadPacket *packet, RadPair **list) {
     if (!packet || !list) {

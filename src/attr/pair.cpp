@@ -9,12 +9,8 @@
 #include "base/log.h"
 #include "base/partition.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::allocateRecord;
-using lanyard::kLogError;
-using lanyard::kLogMemory;
-using lanyard::PartitionPtr;
 
 bool isNumber(int32_t type) {
     return type == RAD_TYPE_INTEGER || type == RAD_TYPE_IPADDR || type == RAD_TYPE_DATE;
@@ -57,6 +53,9 @@ RadPair **linkTo(RadPair **list, const RadPair *pair) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 RadPair *radPairNew(int attrNum, const void *value, int len) {
     if (!value) {

@@ -11,10 +11,8 @@
 
 #include "base/log.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::kLogDump;
-using lanyard::kLogError;
 
 // The longest line: name and ": ", "0x", a full value at eight digits an octet, newline, NUL.
 constexpr size_t kNameBound = RAD_NAME_MAX + 2;
@@ -82,6 +80,9 @@ void showNumber(const RadPair &pair) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radPairShow(const RadPair *pair) {
     if (!pair) {

@@ -11,12 +11,8 @@
 #include "client/last_error.h"
 #include "client/transport.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::failAt;
-using lanyard::kLogError;
-using lanyard::noteOutcome;
-using lanyard::outcomeAt;
 
 // Identifier of the next try, whichever thread makes it.
 std::atomic<uint8_t> radReqIdCounter{0};
@@ -133,7 +129,7 @@ bool tryServer(const char *function, int code, const RadServer &server, const Se
     }
     const bool completed = completeRequest(pairs, server, desc, outcome);
     if (completed) {
-        result = lanyard::sendToServer(desc, pairs, replyOut, outcome);
+        result = sendToServer(desc, pairs, replyOut, outcome);
     }
     noteOutcome(outcome);
     return completed;
@@ -165,7 +161,7 @@ bool findServers(const char *function, int code, Servers &servers) {
 // `results` null: until one gives a reply or an error other than -1. Otherwise all of them.
 int askServers(const char *function, int code, RadPair *pairs, RadPair **replyOut,
                int32_t *results) {
-    lanyard::forgetOutcomes();
+    forgetOutcomes();
     Servers servers;
     servers.timeout = static_cast<const int32_t *>(radConfGet(RAD_CONF_TIMEOUT));
     servers.retries = static_cast<const int32_t *>(radConfGet(RAD_CONF_RETRIES));
@@ -200,6 +196,9 @@ int askServers(const char *function, int code, RadPair *pairs, RadPair **replyOu
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radBuildAndSendReq(int code, RadPair *pairs, RadPair **replyOut) {
     return askServers(__func__, code, pairs, replyOut, nullptr);

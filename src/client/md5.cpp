@@ -8,9 +8,8 @@
 
 #include "base/partition.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::allocateSecret;
 
 constexpr size_t kHmacBlockSize = 64;
 constexpr size_t kCipherBlockSize = RAD_DIGEST_SIZE;
@@ -34,6 +33,9 @@ void keyedDigest(Digest &out, const HmacPad &key, uint8_t padding, const uint8_t
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int rc_md5_calc(uint8_t *out, const uint8_t *data, uint32_t length) {
     if (!out || (!data && length > 0)) {

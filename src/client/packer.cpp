@@ -12,13 +12,8 @@
 #include "base/wire.h"
 #include "client/authenticator.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::allocateSecret;
-using lanyard::ByteWriter;
-using lanyard::kLogTrace;
-using lanyard::packetOctets;
-using lanyard::signMessage;
 
 constexpr size_t kAttributeHeaderSize = 2;
 constexpr size_t kNumberSize = 4;
@@ -156,6 +151,9 @@ int pack(const RadPair *pairs, RadPacket *packet, const char *secret) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radPairEncode(uint8_t *value, uint8_t *length, const RadPair *pair, const char *secret,
                   RadPacket *request) {

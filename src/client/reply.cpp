@@ -6,10 +6,8 @@
 
 #include "base/log.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::kLogError;
-using lanyard::kLogTrace;
 
 void logProcessing(const RadPair &pair) {
     radLogAs("radPairUnpackDefault", kLogTrace, "Processing attribute: %s\n", pair.name);
@@ -29,6 +27,9 @@ int checkEapMessage(const RadPair &pair, RadPair *list) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radPairUnpackDefault(RadPair *pair, RadPair *list, RadPacket *reply, RadPacket *request,
                          const char *secret) {

@@ -13,9 +13,8 @@
 
 #include "base/log.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::kLogError;
 
 constexpr const char *kHostsFile = "/var/hosts";
 constexpr uint32_t kNotFound = 0;
@@ -66,6 +65,9 @@ uint32_t addressFromHostsFile(FILE *file, const char *name) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 uint32_t radGetIPByName(const char *name) {
     if (!name) {

@@ -11,9 +11,8 @@
 
 #include "base/wire.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::ByteWriter;
 
 constexpr size_t kBlockSize = 64;
 constexpr size_t kCountSize = 8;
@@ -59,6 +58,9 @@ void addToCount(SHA1_CTX &context, uint32_t octets) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 void SHA1Transform(uint32_t state[5], const uint8_t block[64]) {
     constexpr std::array<uint32_t, 4> kConstants = {0x5A827999, 0x6ED9EBA1, 0x8F1BBCDC, 0xCA62C1D6};

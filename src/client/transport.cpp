@@ -18,20 +18,8 @@
 #include "client/authenticator.h"
 #include "client/last_error.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::allocateBytes;
-using lanyard::ErrorText;
-using lanyard::failAt;
-using lanyard::kLogDump;
-using lanyard::kLogError;
-using lanyard::kLogTrace;
-using lanyard::packetLength;
-using lanyard::PartitionPtr;
-using lanyard::replyIsAuthentic;
-using lanyard::setPacketLength;
-using lanyard::shownText;
-using lanyard::signAccountingRequest;
 
 class Socket {
   public:
@@ -129,7 +117,7 @@ int exchange(const RadRequestDesc &desc, int socket, sockaddr_in &local, sockadd
     for (int32_t attempt = 0;;) {
         radLogAs("radSendtoServer", kLogTrace, "Sending Packet to %x:%d ....\n",
                  ntohl(server.sin_addr.s_addr), ntohs(server.sin_port));
-        palModuleDebugHex(lanyard::kModuleLibrary, kLogDump, "RADIUS Tx Buffer", request,
+        palModuleDebugHex(kModuleLibrary, kLogDump, "RADIUS Tx Buffer", request,
                           static_cast<int>(length));
         outcome.tries = attempt + 1;
         if (sendto(socket, request, length, 0, asAddress(&server), sizeof(server)) < 0) {
@@ -192,7 +180,7 @@ PartitionPtr<uint8_t[]> readReply(const RadRecvCtx &ctx, size_t length, size_t &
         return nullptr;
     }
     received = static_cast<size_t>(count);
-    palModuleDebugHex(lanyard::kModuleLibrary, kLogDump, "RADIUS Rx Buffer", octets.get(),
+    palModuleDebugHex(kModuleLibrary, kLogDump, "RADIUS Rx Buffer", octets.get(),
                       static_cast<int>(received));
     return octets;
 }
@@ -300,8 +288,6 @@ int receiveReply(const RadRecvCtx &ctx, RadPacket *request, RadPair **replyOut,
 
 }  // namespace
 
-namespace lanyard {
-
 int sendToServer(const RadRequestDesc &desc, const RadPair *pairs, RadPair **replyOut,
                  RadLastError &outcome) {
     *replyOut = nullptr;
@@ -352,14 +338,16 @@ int sendToServer(const RadRequestDesc &desc, const RadPair *pairs, RadPair **rep
 
 }  // namespace lanyard
 
+using namespace lanyard;
+
 int radSendtoServer(const RadRequestDesc *desc, const RadPair *pairs, RadPair **replyOut) {
-    lanyard::forgetOutcomes();
+    forgetOutcomes();
     if (!desc || !pairs || !replyOut) {
         return -1;
     }
-    RadLastError outcome = lanyard::outcomeAt(desc->host ? desc->host : "", desc->port);
-    const int result = lanyard::sendToServer(*desc, pairs, replyOut, outcome);
-    lanyard::noteOutcome(outcome);
+    RadLastError outcome = outcomeAt(desc->host ? desc->host : "", desc->port);
+    const int result = sendToServer(*desc, pairs, replyOut, outcome);
+    noteOutcome(outcome);
     return result;
 }
 

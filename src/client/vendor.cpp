@@ -10,14 +10,8 @@
 #include "base/partition.h"
 #include "base/wire.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::allocateBytes;
-using lanyard::allocateSecret;
-using lanyard::ByteReader;
-using lanyard::ByteWriter;
-using lanyard::kLogDump;
-using lanyard::kLogError;
 
 constexpr size_t kVendorIdSize = 4;
 constexpr size_t kVendorHeaderSize = 6;  // vendor id, vendor type, vendor length
@@ -56,12 +50,15 @@ int radExtractMppeKey(std::span<const uint8_t> data, const char *secret, const u
     const int status =
         radMd5Crypt(secret, requestAuth, salt.data(), kSaltSize, encrypted.data(), length, work, 1);
     if (status == 0) {
-        palModuleDebugHex(lanyard::kModuleLibrary, kLogDump, "MS-MPPE-Key", work, length);
+        palModuleDebugHex(kModuleLibrary, kLogDump, "MS-MPPE-Key", work, length);
     }
     return status;
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 uint32_t venID(uint8_t *buf, uint32_t id) {
     if (!buf) {

@@ -54,12 +54,7 @@ int32_t numberOf(unsigned index) {
 }  // namespace
 }  // namespace lanyard
 
-using lanyard::clearOption;
-using lanyard::copyText;
-using lanyard::kLogTrace;
-using lanyard::numberOf;
-using lanyard::radConf;
-using lanyard::setNumber;
+using namespace lanyard;
 
 void *radConfGet(uint32_t index) {
     if (index >= radConf.options.size()) {

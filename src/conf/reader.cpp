@@ -12,14 +12,8 @@
 #include "base/text.h"
 #include "conf/store.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::ConfOption;
-using lanyard::ErrorText;
-using lanyard::kLogError;
-using lanyard::kLogTrace;
-using lanyard::radConf;
-using lanyard::ServerSlots;
 
 constexpr const char *kTag = "radConfigure";
 
@@ -119,6 +113,9 @@ bool allHaveSecrets(const ServerSlots &servers, uint32_t count) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radConfigure(const char *path) {
     if (!path) {

@@ -8,13 +8,8 @@
 #include "base/text.h"
 #include "conf/store.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::allocateSecret;
-using lanyard::decimalValue;
-using lanyard::kLogError;
-using lanyard::radConf;
-using lanyard::startsWithDigit;
 
 // The fields of one entry. -1 is both "not given" and what a field may say, so a time-out or retry
 // count of -1 leaves its place open for the next field, on purpose.
@@ -89,6 +84,9 @@ int addServer(const Entry &entry, uint32_t type) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radConfSetServers(const char *text, uint32_t type) {
     if (!text || type > RAD_SERVER_ACCT) {

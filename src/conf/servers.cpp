@@ -14,16 +14,8 @@
 #include "base/text.h"
 #include "conf/store.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::copyText;
-using lanyard::kFreeSlot;
-using lanyard::kLogError;
-using lanyard::kLogTrace;
-using lanyard::radConf;
-using lanyard::ServerSlots;
-using lanyard::shownSecret;
-using lanyard::shownText;
 
 // The UDP port of a service in the services database, or the default where it is not listed.
 uint16_t servicePort(const char *service, uint16_t defaultPort) {
@@ -112,6 +104,9 @@ bool authServersConfigured() {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radConfGetNumServers(int type) {
     switch (type) {

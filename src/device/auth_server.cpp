@@ -10,12 +10,8 @@
 #include "base/log.h"
 #include "device/database.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::columnValue;
-using lanyard::kLogError;
-using lanyard::readServerRow;
-using lanyard::ServerRow;
 
 constexpr const char *kTag = "radiusAuthServerHandler";
 
@@ -63,6 +59,9 @@ int applyEntry(int opCode, const char *entry, const char *host, const char *oldH
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 const RadDbTable handlers[] = {{"radiusClient", radiusAuthServerHandler}, {nullptr, nullptr}};
 

@@ -9,14 +9,8 @@
 #include "base/text.h"
 #include "device/database.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::decimalValue;
-using lanyard::kLogTrace;
-using lanyard::QueryResult;
-using lanyard::readServerRow;
-using lanyard::runQuery;
-using lanyard::ServerRow;
 
 constexpr const char *kTag = "radiusClientTblHandler";
 constexpr const char *kConfFile = "/var/radius.conf";
@@ -84,6 +78,9 @@ int generate(const char *dbFile, int opCode) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radiusClientTblHandler(const char *dbFile, int opCode) {
     const int status = generate(dbFile, opCode);

@@ -10,13 +10,8 @@
 #include "base/log.h"
 #include "device/database.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::Connection;
-using lanyard::kLogError;
-using lanyard::kLogTrace;
-using lanyard::QueryResult;
-using lanyard::runQuery;
 
 constexpr const char *kTag = "radiusMgmtDBUpdateHandler";
 
@@ -92,6 +87,9 @@ int dispatch(sqlite3 *db, const RadDbUpdateInfo &info, const QueryResult &result
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radiusMgmtDBUpdateHandler(const void *info, uint32_t infoSize, char *oldValues,
                               uint32_t oldValuesLen) {

@@ -14,19 +14,8 @@
 #include "base/text.h"
 #include "dict/builtin.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::allocateRecord;
-using lanyard::copyText;
-using lanyard::decimalValue;
-using lanyard::ErrorText;
-using lanyard::kBuiltinAttributes;
-using lanyard::kBuiltinValues;
-using lanyard::kLogError;
-using lanyard::kLogMemory;
-using lanyard::kLogTrace;
-using lanyard::PartitionPtr;
-using lanyard::startsWithDigit;
 
 RadDictAttr *attributes = nullptr;
 RadDictValue *values = nullptr;
@@ -148,6 +137,9 @@ int loadFile(const char *path) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radDictAddAttr(const char *line) {
     if (!line) {

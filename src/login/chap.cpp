@@ -11,18 +11,8 @@
 #include "client/last_error.h"
 #include "login/login.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::ByteWriter;
-using lanyard::isWithin;
-using lanyard::kAuthenticateOnly;
-using lanyard::kLogError;
-using lanyard::kLogTrace;
-using lanyard::logIn;
-using lanyard::PairList;
-using lanyard::Reporting;
-using lanyard::SessionLimits;
-using lanyard::Sink;
 
 // What the digest of a response is taken over has less than this many octets.
 constexpr size_t kDigestedSize = 255;
@@ -38,7 +28,7 @@ bool isShortText(const uint8_t *octets, int length) {
 int authenticate(const Reporting &reporting, const char *userName, const uint8_t *chapPassword,
                  int chapPasswordLen, const uint8_t *chapChallenge, int chapChallengeLen,
                  const SessionLimits *limits) {
-    lanyard::forgetOutcomes();
+    forgetOutcomes();
     if (!isWithin(userName, RAD_USER_NAME_MAX) || !isShortText(chapPassword, chapPasswordLen) ||
         !chapChallenge || chapChallengeLen < 1) {
         radLogAs(reporting.function, reporting.refusalLevel,
@@ -64,6 +54,9 @@ uint32_t *asUnsigned(int *minutes) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radChapRespMake(uint8_t *response, const uint8_t *password, int passwordLen,
                     const uint8_t *challenge) {

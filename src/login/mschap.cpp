@@ -5,20 +5,8 @@
 #include "base/wire.h"
 #include "login/mschap_request.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::ByteWriter;
-using lanyard::finishMschapRequest;
-using lanyard::kMschapIdent;
-using lanyard::kNtResponseSize;
-using lanyard::logIn;
-using lanyard::MschapResponse;
-using lanyard::PairList;
-using lanyard::printingReport;
-using lanyard::quietReport;
-using lanyard::SessionLimits;
-using lanyard::showPairs;
-using lanyard::startMschapRequest;
 
 // Every request has this challenge: the device's NT-Response program was made for a fixed one.
 constexpr std::array<uint8_t, 8> kChallenge = {1, 1, 1, 1, 1, 1, 1, 1};
@@ -41,6 +29,9 @@ bool buildRequest(PairList &request, const char *userName, const char *password)
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radMschap(const char *userName, const char *password) {
     PairList request;

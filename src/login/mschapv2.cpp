@@ -14,23 +14,8 @@
 #include "base/wire.h"
 #include "login/mschap_request.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::allocateSecret;
-using lanyard::ByteWriter;
-using lanyard::finishMschapRequest;
-using lanyard::kMschapIdent;
-using lanyard::kNtResponseSize;
-using lanyard::logIn;
-using lanyard::MschapResponse;
-using lanyard::PairList;
-using lanyard::PartitionPtr;
-using lanyard::printingReport;
-using lanyard::quietReport;
-using lanyard::Reporting;
-using lanyard::SessionLimits;
-using lanyard::showPairs;
-using lanyard::startMschapRequest;
 
 constexpr size_t kChallengeSize = 16;
 constexpr size_t kChallengeHashSize = 8;
@@ -126,8 +111,7 @@ int showRecvKey(const RadPair &pair) {
     if (status != 0) {
         return status;
     }
-    const lanyard::SecretBytes owner(data,
-                                     lanyard::WipingDeleter{pair.numValue - kVendorHeaderSize});
+    const SecretBytes owner(data, WipingDeleter{pair.numValue - kVendorHeaderSize});
     const std::span octets(data, pair.numValue - kVendorHeaderSize);
     std::puts("MS-MPPE-Recv-Key is:");
     if (octets.empty()) {
@@ -166,6 +150,9 @@ int authenticate(const Reporting &reporting, const char *userName, const char *p
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int generateMschapv2Response(uint8_t *ntResponse, uint8_t *peerChallenge, const char *userName,
                              const char *password, const uint8_t *authChallenge) {

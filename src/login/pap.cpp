@@ -6,22 +6,13 @@
 #include "client/last_error.h"
 #include "login/login.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::isWithin;
-using lanyard::kAuthenticateOnly;
-using lanyard::kLogError;
-using lanyard::kLogTrace;
-using lanyard::logIn;
-using lanyard::PairList;
-using lanyard::Reporting;
-using lanyard::SessionLimits;
-using lanyard::Sink;
 
 // Checks the inputs and builds the request.
 bool buildRequest(const Reporting &reporting, const char *userName, const char *password,
                   PairList &request) {
-    lanyard::forgetOutcomes();
+    forgetOutcomes();
     if (!isWithin(userName, RAD_USER_NAME_MAX) || !isWithin(password, RAD_PASSWORD_MAX)) {
         radLogAs(reporting.function, reporting.refusalLevel, "Invalid username or password\n");
         return false;
@@ -44,6 +35,9 @@ int authenticate(const Reporting &reporting, const char *userName, const char *p
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radAuth(const char *userName, const char *password) {
     const Reporting reporting{.function = __func__,

@@ -8,14 +8,8 @@
 #include "login/login.h"
 #include "login/sample_arguments.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::isWithin;
-using lanyard::kLogError;
-using lanyard::kLogTrace;
-using lanyard::loginStyle;
-using lanyard::SampleArguments;
-using lanyard::SampleStyle;
 
 // Makes a challenge and the response to it, and runs one CHAP method on them.
 template <typename Method>
@@ -47,6 +41,9 @@ int runChapLogin(const SampleStyle &style, int refusalLevel, int argc, char *arg
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radChapSampleInit(void) {
     return 0;

@@ -4,14 +4,15 @@
 
 #include "login/sample_arguments.h"
 
-using lanyard::loginStyle;
-using lanyard::runLogin;
-
+namespace lanyard {
 namespace {
 
 constexpr const char *kOptions = "vf:u:p:";
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radMschapSampleInit(void) {
     return 0;

@@ -4,10 +4,7 @@
 #include "base/log.h"
 #include "login/sample_arguments.h"
 
-using lanyard::kLogTrace;
-using lanyard::loginStyle;
-using lanyard::runLogin;
-using lanyard::SampleStyle;
+using namespace lanyard;
 
 int radAuthSampleInit(void) {
     return 0;

@@ -15,13 +15,8 @@
 
 XbusCtx *pRadEapXbusCtx = nullptr;
 
+namespace lanyard {
 namespace {
-
-using lanyard::allocateSecret;
-using lanyard::findEntry;
-using lanyard::firstEntry;
-using lanyard::kLogError;
-using lanyard::nextEntry;
 
 constexpr uint32_t kRegisterMode = 2;
 constexpr uint32_t kSendWithoutWaiting = 2;
@@ -96,6 +91,9 @@ bool findDestination(uint32_t cookie, uint32_t &module, uint32_t &command) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radEapXbusInit(void) {
     if (xbusInit() != 0) {

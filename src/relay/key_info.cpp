@@ -10,12 +10,8 @@
 #include "base/partition.h"
 #include "base/wire.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::allocateSecret;
-using lanyard::ByteWriter;
-using lanyard::SecretBytes;
-using lanyard::WipingDeleter;
 
 constexpr size_t kVendorHeaderSize = 6;
 constexpr uint16_t kBlockHeaderSize = 2;
@@ -67,6 +63,9 @@ uint8_t sessionElementType(RadPair *reply, int radiusCode) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radEapKeyInfoBuild(RadPair *reply, uint8_t **outBlock, uint32_t *outLen, int radiusCode) {
     if (!outBlock || !outLen) {

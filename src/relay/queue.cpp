@@ -12,16 +12,8 @@
 
 PalList radEapMsgQueue = {nullptr, nullptr};
 
+namespace lanyard {
 namespace {
-
-using lanyard::allocateRecord;
-using lanyard::asPointer;
-using lanyard::findEntry;
-using lanyard::firstEntry;
-using lanyard::kLogError;
-using lanyard::kLogTrace;
-using lanyard::nextEntry;
-using lanyard::PartitionPtr;
 
 constexpr const char *kAddTag = "radEapMsgQueueAdd";
 constexpr int32_t kLengthMin = 4;
@@ -89,6 +81,9 @@ int addEntry(const uint8_t *packet, uint32_t length, uint32_t cookie, uint32_t d
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radEapRecv(const uint8_t *packet, int32_t length, uint32_t cookie, uint32_t destModule,
                uint32_t replyCmd) {

@@ -14,20 +14,8 @@
 #include "base/wire.h"
 #include "relay/queue.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::allocateBytes;
-using lanyard::allocateSecret;
-using lanyard::asPointer;
-using lanyard::ByteReader;
-using lanyard::ByteWriter;
-using lanyard::firstEntry;
-using lanyard::kLogError;
-using lanyard::kLogTrace;
-using lanyard::nextEntry;
-using lanyard::PairList;
-using lanyard::SecretBytes;
-using lanyard::WipingDeleter;
 
 constexpr const char *kTag = "radEapRecvTask";
 
@@ -279,6 +267,9 @@ void expire(RadEapQueueEntry &entry) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radEapRecvTask(void) {
     RadEapQueueEntry *entry = radEapMsgQueueGet();

@@ -15,10 +15,8 @@
 #include "base/log.h"
 #include "base/text.h"
 
+namespace lanyard {
 namespace {
-
-using lanyard::kLogError;
-using lanyard::shownText;
 
 constexpr const char *kTaskName = "tRadEap";
 constexpr uint32_t kListenMicroseconds = 100000;
@@ -81,6 +79,9 @@ bool parseOptions(int argc, char *argv[]) {
 }
 
 }  // namespace
+}  // namespace lanyard
+
+using namespace lanyard;
 
 int radEapMain(int argc, char *argv[]) {
     if (!parseOptions(argc, argv)) {
