@@ -1,4 +1,6 @@
 // Attribute-value pairs and lists of them.
+#include "attr/pair.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -7,7 +9,6 @@
 #include <palcore.h>
 
 #include "base/log.h"
-#include "base/partition.h"
 
 namespace lanyard {
 namespace {
@@ -53,6 +54,20 @@ RadPair **linkTo(RadPair **list, const RadPair *pair) {
 }
 
 }  // namespace
+
+PartitionPtr<RadPair> newPair(const RadDictAttr &attribute, const void *value, int length) {
+    auto pair = allocateRecord<RadPair>();
+    if (!pair) {
+        radLogAs("radPairNew", kLogMemory, "radPairNew: out of memory\n");
+        return nullptr;
+    }
+    static_assert(sizeof(pair->name) == sizeof(attribute.name));
+    std::memcpy(pair->name, attribute.name, sizeof(pair->name));
+    pair->attrNum = attribute.attrNum;
+    pair->type = attribute.type;
+    return radPairAssign(pair.get(), value, length) == 0 ? std::move(pair) : nullptr;
+}
+
 }  // namespace lanyard
 
 using namespace lanyard;
@@ -66,16 +81,7 @@ RadPair *radPairNew(int attrNum, const void *value, int len) {
         radLog(kLogError, "radPairNew: unknown attribute %d\n", attrNum);
         return nullptr;
     }
-    auto pair = allocateRecord<RadPair>();
-    if (!pair) {
-        radLog(kLogMemory, "radPairNew: out of memory\n");
-        return nullptr;
-    }
-    static_assert(sizeof(pair->name) == sizeof(attribute->name));
-    std::memcpy(pair->name, attribute->name, sizeof(pair->name));
-    pair->attrNum = attrNum;
-    pair->type = attribute->type;
-    return radPairAssign(pair.get(), value, len) == 0 ? pair.release() : nullptr;
+    return newPair(*attribute, value, len).release();
 }
 
 int radPairAssign(RadPair *pair, const void *value, int len) {

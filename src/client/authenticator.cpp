@@ -9,6 +9,7 @@
 
 #include <lanyard/radius/attr.h>
 
+#include "attr/attribute.h"
 #include "base/log.h"
 
 namespace lanyard {
@@ -18,10 +19,9 @@ using Authenticator = std::array<uint8_t, RAD_DIGEST_SIZE>;
 
 // MD5 over a packet that has `authenticator` in its header, and the secret. The secret is digested
 // from where it is: behind the packet, decoding could reach it.
-Authenticator packetDigest(RadPacket *packet, const uint8_t *authenticator, const char *secret) {
-    const auto octets = packetOctets(packet);
-    const auto head = octets.first(offsetof(RadPacket, authenticator));
-    const auto attributes = octets.subspan(RAD_HEADER_SIZE);
+Authenticator packetDigest(Packet packet, const uint8_t *authenticator, const char *secret) {
+    const auto head = packet.bytes().first(offsetof(RadPacket, authenticator));
+    const auto attributes = packet.attributes();
     Authenticator digest{};
     MD5_CTX context;
     MD5_Init(&context);
@@ -35,36 +35,22 @@ Authenticator packetDigest(RadPacket *packet, const uint8_t *authenticator, cons
 
 }  // namespace
 
-size_t packetLength(const RadPacket &packet) {
-    return static_cast<size_t>(packet.length[0] << 8 | packet.length[1]);
-}
-
-void setPacketLength(RadPacket &packet, size_t length) {
-    packet.length[0] = static_cast<uint8_t>(length >> 8);
-    packet.length[1] = static_cast<uint8_t>(length);
-}
-
-std::span<uint8_t> packetOctets(RadPacket *packet) {
-    return {reinterpret_cast<uint8_t *>(packet),
-            std::max<size_t>(packetLength(*packet), RAD_HEADER_SIZE)};
-}
-
-void signAccountingRequest(RadPacket *request, const char *secret) {
+void signAccountingRequest(Packet request, const char *secret) {
     constexpr Authenticator kZeros{};
     const Authenticator digest = packetDigest(request, kZeros.data(), secret);
-    std::copy(digest.begin(), digest.end(), request->authenticator);
+    std::copy(digest.begin(), digest.end(), request.record().authenticator);
 }
 
-bool replyIsAuthentic(RadPacket *reply, const RadPacket &request, const char *secret) {
-    const Authenticator digest = packetDigest(reply, request.authenticator, secret);
-    return CRYPTO_memcmp(digest.data(), reply->authenticator, digest.size()) == 0;
+bool replyIsAuthentic(Packet reply, const uint8_t *requestAuthenticator, const char *secret) {
+    const Authenticator digest = packetDigest(reply, requestAuthenticator, secret);
+    return CRYPTO_memcmp(digest.data(), reply.record().authenticator, digest.size()) == 0;
 }
 
-void signMessage(RadPacket *request, const char *secret, uint8_t *place) {
-    const auto octets = packetOctets(request);
+void signMessage(Packet packet, const char *secret, uint8_t *place) {
+    const auto bytes = packet.bytes();
     std::fill_n(place, RAD_DIGEST_SIZE, uint8_t{0});
     Authenticator digest{};
-    radHmacMd5Calc(digest.data(), octets.data(), static_cast<uint32_t>(octets.size()),
+    radHmacMd5Calc(digest.data(), bytes.data(), static_cast<uint32_t>(bytes.size()),
                    reinterpret_cast<const uint8_t *>(secret),
                    static_cast<uint32_t>(std::strlen(secret)));
     std::copy(digest.begin(), digest.end(), place);
@@ -72,8 +58,9 @@ void signMessage(RadPacket *request, const char *secret, uint8_t *place) {
 
 }  // namespace lanyard
 
+using namespace lanyard;
+
 int radCheckMsgAuth(RadPacket *reply, const char *secret, const uint8_t *requestAuthenticator) {
-    using namespace lanyard;
     if (!reply || !secret || !requestAuthenticator) {
         return -1;
     }
@@ -81,19 +68,18 @@ int radCheckMsgAuth(RadPacket *reply, const char *secret, const uint8_t *request
     std::copy_n(reply->authenticator, RAD_DIGEST_SIZE, replyAuthenticator.begin());
     std::copy_n(requestAuthenticator, RAD_DIGEST_SIZE, reply->authenticator);
 
-    // On the two early returns the reply keeps the request's authenticator, on purpose.
-    constexpr uint8_t kAttributeHeaderSize = 2;
-    const auto octets = packetOctets(reply);
-    const auto attributes = octets.subspan(RAD_HEADER_SIZE);
+    // On the two early returns the reply keeps the request's authenticator, as given.
+    const auto packet = Packet::ofCaller(reply);
+    const auto attributes = packet ? packet->attributes() : std::span<uint8_t>();
     const uint8_t *located = radPairLocate(attributes.data(), static_cast<int>(attributes.size()),
                                            RAD_ATTR_MESSAGE_AUTHENTICATOR);
     if (!located) {
         radLog(kLogError, "radCheckMsgAuth: NO Message-Authenticator in RADIUS server reply\n");
         return -1;
     }
-    const auto offset = static_cast<size_t>(located - attributes.data());
-    const auto attribute = attributes.subspan(offset);
-    if (attribute[1] != kAttributeHeaderSize + RAD_DIGEST_SIZE || attribute.size() < attribute[1]) {
+    const auto attribute = attributes.subspan(static_cast<size_t>(located - attributes.data()));
+    constexpr size_t kSize = kAttributeHeaderSize + RAD_DIGEST_SIZE;
+    if (attribute[1] != kSize || attribute.size() < kSize) {
         radLog(kLogError,
                "radCheckMsgAuth: Invalid Message-Authenticator length inRADIUS server reply\n");
         return -1;
@@ -101,7 +87,7 @@ int radCheckMsgAuth(RadPacket *reply, const char *secret, const uint8_t *request
     uint8_t *value = attribute.subspan(kAttributeHeaderSize).data();
     Authenticator received{};
     std::copy_n(value, RAD_DIGEST_SIZE, received.begin());
-    signMessage(reply, secret, value);
+    signMessage(*packet, secret, value);
     const bool valid = CRYPTO_memcmp(value, received.data(), received.size()) == 0;
     std::copy(received.begin(), received.end(), value);
     std::copy(replyAuthenticator.begin(), replyAuthenticator.end(), reply->authenticator);

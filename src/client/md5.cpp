@@ -1,4 +1,6 @@
 // MD5, HMAC-MD5 and the MD5 stream cipher of RADIUS.
+#include "client/md5.h"
+
 #include <array>
 #include <cstring>
 #include <openssl/crypto.h>
@@ -12,7 +14,6 @@ namespace lanyard {
 namespace {
 
 constexpr size_t kHmacBlockSize = 64;
-constexpr size_t kCipherBlockSize = RAD_DIGEST_SIZE;
 
 using Digest = std::array<uint8_t, RAD_DIGEST_SIZE>;
 using HmacPad = std::array<uint8_t, kHmacBlockSize>;
@@ -73,7 +74,7 @@ int radMd5Crypt(const char *secret, const uint8_t *authenticator, const uint8_t 
         return -1;
     }
     const size_t secretSize = std::strlen(secret);
-    const size_t chainedSize = secretSize + kCipherBlockSize;
+    const size_t chainedSize = secretSize + kHidingBlockSize;
     const size_t saltSize = salt ? static_cast<size_t>(saltLength) : 0;
     // Secret, chaining block and, for the first block alone, the salt: what each digest is taken
     // over.
@@ -82,24 +83,24 @@ int radMd5Crypt(const char *secret, const uint8_t *authenticator, const uint8_t 
         return -1;
     }
     std::memcpy(scratch.get(), secret, secretSize);
-    std::memcpy(scratch.get() + secretSize, authenticator, kCipherBlockSize);
+    std::memcpy(scratch.get() + secretSize, authenticator, kHidingBlockSize);
     if (saltSize > 0) {
         std::memcpy(scratch.get() + chainedSize, salt, saltSize);
     }
     size_t digestedSize = chainedSize + saltSize;
     Digest digest{};
     // Octets behind the last whole block are left alone: callers pad.
-    for (int done = 0; length - done >= static_cast<int>(kCipherBlockSize);
-         done += static_cast<int>(kCipherBlockSize)) {
+    for (int done = 0; length - done >= static_cast<int>(kHidingBlockSize);
+         done += static_cast<int>(kHidingBlockSize)) {
         rc_md5_calc(digest.data(), scratch.get(), static_cast<uint32_t>(digestedSize));
-        for (size_t i = 0; i < kCipherBlockSize; ++i) {
+        for (size_t i = 0; i < kHidingBlockSize; ++i) {
             output[i] = input[i] ^ digest[i];
         }
         const uint8_t *ciphertext = decrypt ? input : output;
-        std::memcpy(scratch.get() + secretSize, ciphertext, kCipherBlockSize);
+        std::memcpy(scratch.get() + secretSize, ciphertext, kHidingBlockSize);
         digestedSize = chainedSize;
-        input += kCipherBlockSize;
-        output += kCipherBlockSize;
+        input += kHidingBlockSize;
+        output += kHidingBlockSize;
     }
     OPENSSL_cleanse(digest.data(), digest.size());
     return 0;

@@ -7,24 +7,21 @@
 #include <lanyard/radius/dict.h>
 #include <lanyard/radius/engine.h>
 
+#include "attr/attribute.h"
 #include "base/log.h"
 #include "base/partition.h"
 #include "base/wire.h"
 #include "client/authenticator.h"
+#include "client/md5.h"
 
 namespace lanyard {
 namespace {
-
-constexpr size_t kAttributeHeaderSize = 2;
-constexpr size_t kNumberSize = 4;
-constexpr size_t kLengthMax = 255;
-constexpr size_t kPasswordBlockSize = 16;
 
 // Octets of the value on the wire.
 uint64_t encodedSize(const RadPair &pair) {
     const uint64_t length = pair.numValue;
     if (pair.attrNum == RAD_ATTR_USER_PASSWORD) {
-        return (length + kPasswordBlockSize - 1) / kPasswordBlockSize * kPasswordBlockSize;
+        return (length + kHidingBlockSize - 1) / kHidingBlockSize * kHidingBlockSize;
     }
     if (pair.attrNum == RAD_ATTR_MESSAGE_AUTHENTICATOR) {
         return RAD_DIGEST_SIZE;
@@ -64,10 +61,11 @@ int encodeValue(uint8_t *value, size_t size, const RadPair &pair, const char *se
         return encodePassword(value, size, pair, secret, request);
     }
     if (pair.attrNum == RAD_ATTR_MESSAGE_AUTHENTICATOR) {
-        if (!secret || !request) {
+        const auto packet = request ? Packet::ofCaller(request) : std::nullopt;
+        if (!secret || !packet) {
             return -1;
         }
-        signMessage(request, secret, value);
+        signMessage(*packet, secret, value);
     } else if (pair.type == RAD_TYPE_STRING) {
         std::memcpy(value, pair.strValue, size);
     } else {
@@ -123,7 +121,7 @@ int packByDefault(uint8_t *place, size_t room, const RadPair &pair, const char *
 // encoded aside.
 int packAttribute(std::span<uint8_t> room, const RadPair &pair, const char *secret,
                   RadPacket *packet, size_t &taken) {
-    std::array<uint8_t, kAttributeHeaderSize + kLengthMax> aside{};
+    std::array<uint8_t, kAttributeHeaderSize + kAttributeMax> aside{};
     uint8_t *place = room.size() < kAttributeHeaderSize ? aside.data() : room.data();
     place[0] = static_cast<uint8_t>(pair.attrNum);
     place[1] = 0;
@@ -136,12 +134,12 @@ int packAttribute(std::span<uint8_t> room, const RadPair &pair, const char *secr
     return status == 0 && taken > room.size() ? -1 : status;
 }
 
-int pack(const RadPair *pairs, RadPacket *packet, const char *secret) {
-    auto room = packetOctets(packet).subspan(RAD_HEADER_SIZE);
+int pack(const RadPair *pairs, Packet packet, const char *secret) {
+    auto room = packet.attributes();
     for (const RadPair *pair = pairs; pair; pair = pair->next) {
         radLogAs("radPackList", kLogTrace, "Packing attribute: %s\n", pair->name);
         size_t taken = 0;
-        const int status = packAttribute(room, *pair, secret, packet, taken);
+        const int status = packAttribute(room, *pair, secret, &packet.record(), taken);
         if (status != 0) {
             return status;
         }
@@ -165,7 +163,7 @@ int radPairEncode(uint8_t *value, uint8_t *length, const RadPair *pair, const ch
         return 0;
     }
     const uint64_t size = encodedSize(*pair);
-    if (size + kAttributeHeaderSize > kLengthMax) {
+    if (size + kAttributeHeaderSize > kAttributeMax) {
         return -1;
     }
     *length = static_cast<uint8_t>(size + kAttributeHeaderSize);
@@ -186,5 +184,6 @@ int radPackList(const RadPair *pairs, int mode, void *out, ...) {
     va_start(arguments, out);
     const char *secret = va_arg(arguments, const char *);
     va_end(arguments);
-    return secret ? pack(pairs, static_cast<RadPacket *>(out), secret) : -1;
+    const auto packet = Packet::ofCaller(static_cast<RadPacket *>(out));
+    return secret && packet ? pack(pairs, *packet, secret) : -1;
 }

@@ -4,7 +4,9 @@
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/engine.h>
 
+#include "attr/attribute.h"
 #include "base/log.h"
+#include "client/packet.h"
 
 namespace lanyard {
 namespace {
@@ -30,6 +32,19 @@ int checkEapMessage(const RadPair &pair, RadPair *list) {
 }  // namespace lanyard
 
 using namespace lanyard;
+
+int radPairGen(const RadPacket *packet, RadPair **list) {
+    if (!packet || !list) {
+        return -1;
+    }
+    *list = nullptr;
+    const auto whole = Packet::ofCaller(const_cast<RadPacket *>(packet));
+    if (!whole) {
+        logLengthMismatch();
+        return -1;
+    }
+    return decodeAttributes(whole->attributes(), list) ? 0 : -1;
+}
 
 int radPairUnpackDefault(RadPair *pair, RadPair *list, RadPacket *reply, RadPacket *request,
                          const char *secret) {

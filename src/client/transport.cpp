@@ -1,10 +1,9 @@
-// One request to one server over UDP, and its reply (RFC 2865 section 3).
+// One request to one server over UDP: packing it, sending it, waiting (RFC 2865 section 3).
 #include "client/transport.h"
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -17,6 +16,7 @@
 #include "base/text.h"
 #include "client/authenticator.h"
 #include "client/last_error.h"
+#include "client/receive.h"
 
 namespace lanyard {
 namespace {
@@ -37,11 +37,6 @@ class Socket {
   private:
     int descriptor_;
 };
-
-// Packets live in plain octets of the partition.
-RadPacket *asPacket(const PartitionPtr<uint8_t[]> &octets) {
-    return reinterpret_cast<RadPacket *>(octets.get());
-}
 
 sockaddr *asAddress(sockaddr_in *address) {
     return reinterpret_cast<sockaddr *>(address);
@@ -64,14 +59,20 @@ int waitForReply(int socket, int32_t seconds) {
     return ppoll(&waited, 1, &timeout, nullptr);
 }
 
-// Builds the request. On failure `status` says what the exchange yields.
-PartitionPtr<uint8_t[]> packRequest(const RadRequestDesc &desc, const RadPair *pairs, int &status,
-                                    RadLastError &outcome) {
+// A packet and the bytes that it lies in.
+struct OwnedPacket {
+    PartitionPtr<uint8_t[]> bytes;
+    std::optional<Packet> packet;
+};
+
+// Builds the request. Without one `status` says what the exchange returns.
+OwnedPacket packRequest(const RadRequestDesc &desc, const RadPair *pairs, int &status,
+                        RadLastError &outcome) {
     failAt(outcome, RAD_STEP_PREPARE, RAD_REASON_PACK);
     uint32_t attributesLength = 0;
     status = radPackList(pairs, RAD_PACK_MEASURE, &attributesLength);
     if (status != 0) {
-        return nullptr;
+        return {};
     }
     status = -1;
     const uint32_t length = attributesLength + RAD_HEADER_SIZE;
@@ -80,54 +81,52 @@ PartitionPtr<uint8_t[]> packRequest(const RadRequestDesc &desc, const RadPair *p
                  "radSendtoServer: Send Packet too Large: %d, limit: %d\n",
                  static_cast<int>(length), RAD_PACKET_MAX);
         outcome.reason = RAD_REASON_TOO_LARGE;
-        return nullptr;
+        return {};
     }
-    auto octets = allocateBytes(length);
-    if (!octets) {
+    auto bytes = allocateBytes(length);
+    if (!bytes) {
         outcome.reason = RAD_REASON_NO_MEMORY;
-        return nullptr;
+        return {};
     }
-    RadPacket *packet = asPacket(octets);
-    packet->code = desc.code;
-    packet->identifier = desc.identifier;
-    setPacketLength(*packet, length);
-    if (palRandGen(packet->authenticator, RAD_DIGEST_SIZE) != 0) {
+    auto *record = reinterpret_cast<RadPacket *>(bytes.get());
+    record->code = desc.code;
+    record->identifier = desc.identifier;
+    setLengthField(*record, length);
+    if (palRandGen(record->authenticator, RAD_DIGEST_SIZE) != 0) {
         outcome.reason = RAD_REASON_NO_RANDOM;
-        return nullptr;
+        return {};
     }
-    status = radPackList(pairs, RAD_PACK, packet, desc.secret);
+    status = radPackList(pairs, RAD_PACK, record, desc.secret);
     if (status != 0) {
-        return nullptr;
+        return {};
     }
+    const auto packet = Packet::ofCaller(record);
     if (desc.code == RAD_CODE_ACCOUNTING_REQUEST) {
-        signAccountingRequest(packet, desc.secret);
+        signAccountingRequest(*packet, desc.secret);
     }
     radLogAs("radSendtoServer", kLogTrace, "Packed Auth. Reqest: code:%d, id:%d, len:%d\n",
              desc.code, desc.identifier, static_cast<int>(length));
-    return octets;
+    return {.bytes = std::move(bytes), .packet = packet};
 }
-
-int receiveReply(const RadRecvCtx &ctx, RadPacket *request, RadPair **replyOut,
-                 RadLastError &outcome);
 
 // Sends the request until something comes back or the retries are used up.
 int exchange(const RadRequestDesc &desc, int socket, sockaddr_in &local, sockaddr_in &server,
-             RadPacket *request, RadPair **replyOut, RadLastError &outcome) {
-    const size_t length = packetLength(*request);
+             Packet request, RadPair **replyOut, RadLastError &outcome) {
+    const auto bytes = request.bytes();
     for (int32_t attempt = 0;;) {
         radLogAs("radSendtoServer", kLogTrace, "Sending Packet to %x:%d ....\n",
                  ntohl(server.sin_addr.s_addr), ntohs(server.sin_port));
-        palModuleDebugHex(kModuleLibrary, kLogDump, "RADIUS Tx Buffer", request,
-                          static_cast<int>(length));
+        palModuleDebugHex(kModuleLibrary, kLogDump, "RADIUS Tx Buffer", bytes.data(),
+                          static_cast<int>(bytes.size()));
         outcome.tries = attempt + 1;
-        if (sendto(socket, request, length, 0, asAddress(&server), sizeof(server)) < 0) {
+        if (sendto(socket, bytes.data(), bytes.size(), 0, asAddress(&server), sizeof(server)) < 0) {
             return failAt(outcome, RAD_STEP_SEND, errno);
         }
         const int ready = waitForReply(socket, desc.timeout);
         if (ready > 0) {
             const RadRecvCtx context{
                 .socket = socket, .host = desc.host, .source = &local, .secret = desc.secret};
-            return receiveReply(context, request, replyOut, outcome);
+            return receiveReply(context, request.record(), replyOut, outcome);
         }
         if (ready < 0 && errno == EINTR) {
             continue;  // sent again without counting as a retry, on purpose
@@ -145,145 +144,6 @@ int exchange(const RadRequestDesc &desc, int socket, sockaddr_in &local, sockadd
         }
         ++attempt;
     }
-}
-
-ssize_t receive(const RadRecvCtx &ctx, void *buffer, size_t size, int flags) {
-    socklen_t addressSize = sizeof(*ctx.source);
-    return recvfrom(ctx.socket, buffer, size, flags, asAddress(ctx.source), &addressSize);
-}
-
-// A datagram that is too short for a header is taken from the socket all the same.
-void discardShort(const RadRecvCtx &ctx, size_t size) {
-    radLogAs("radRecvfromServer", kLogError, "radRecvfromServer: Packet too small from %s:%d: %s\n",
-             shownText(ctx.host), ctx.source->sin_family, ErrorText(errno).text());
-    std::array<uint8_t, RAD_HEADER_SIZE> octets{};
-    receive(ctx, octets.data(), size, 0);
-}
-
-// Reads the waiting datagram, whose header says that it has `length` octets, and tells how many
-// came. There is room for at least one octet more than that, so that a longer datagram shows.
-PartitionPtr<uint8_t[]> readReply(const RadRecvCtx &ctx, size_t length, size_t &received,
-                                  RadLastError &outcome) {
-    const size_t size =
-        std::min<size_t>(length, RAD_PACKET_MAX) + std::max<size_t>(std::strlen(ctx.secret), 1);
-    auto octets = allocateBytes(std::max<size_t>(size, RAD_HEADER_SIZE));
-    if (!octets) {
-        failAt(outcome, RAD_STEP_RECEIVE, RAD_REASON_NO_MEMORY);
-        return nullptr;
-    }
-    radLogAs("radRecvfromServer", kLogTrace, "Receiving Reply Packet....\n");
-    const ssize_t count = receive(ctx, octets.get(), size, 0);
-    if (count < 0) {
-        failAt(outcome, RAD_STEP_RECEIVE, errno);
-        radLogAs("radRecvfromServer", kLogError, "radRecvfromServer: recvfrom() Failed: %s\n",
-                 ErrorText(outcome.reason).text());
-        return nullptr;
-    }
-    received = static_cast<size_t>(count);
-    palModuleDebugHex(kModuleLibrary, kLogDump, "RADIUS Rx Buffer", octets.get(),
-                      static_cast<int>(received));
-    return octets;
-}
-
-// Checks a reply as a whole: 0, or the reason to refuse it.
-int32_t radCheckReply(RadPacket *reply, size_t received, const RadPacket &request,
-                      const char *secret) {
-    const size_t length = packetLength(*reply);
-    if (received != length || length > RAD_PACKET_MAX) {
-        radLog(kLogError,
-               "radCheckReply: Received (%d) octets doesn't match length in packet: %d\n",
-               static_cast<int>(received), static_cast<int>(length));
-        return RAD_REASON_REPLY_LENGTH;
-    }
-    if (reply->identifier != request.identifier) {
-        radLog(kLogError, "radCheckReply: Expected id: %d, received id: %d\n", request.identifier,
-               reply->identifier);
-        return RAD_REASON_REPLY_IDENTIFIER;
-    }
-    if (!replyIsAuthentic(reply, request, secret)) {
-        radLog(kLogError, "radCheckReply: received invalid reply digest from RADIUS server\n");
-        return RAD_REASON_REPLY_AUTHENTICATOR;
-    }
-    radLog(kLogTrace, "Verified Reply Packet Integrity\n");
-    return 0;
-}
-
-// Why the default processing refuses an attribute.
-int32_t refusalOf(int32_t attrNum) {
-    switch (attrNum) {
-        case RAD_ATTR_EAP_MESSAGE:
-            return RAD_REASON_REPLY_UNSIGNED;
-        case RAD_ATTR_MESSAGE_AUTHENTICATOR:
-            return RAD_REASON_REPLY_SIGNATURE;
-        default:
-            return RAD_REASON_REPLY_ATTRIBUTE;
-    }
-}
-
-int processPair(RadPair *pair, RadPair *list, RadPacket *reply, RadPacket *request,
-                const char *secret, RadLastError &outcome) {
-    const RadUnpackHook hook = pRadFuncTbl ? pRadFuncTbl->radUnpackHook : nullptr;
-    const int32_t attrNum = pair->attrNum;
-    int32_t refusal = RAD_REASON_REPLY_HOOK;
-    int status = hook ? hook(pair, list, reply, request, secret) : 1;
-    if (status == 1) {
-        refusal = refusalOf(attrNum);
-        status = radPairUnpackDefault(pair, list, reply, request, secret);
-    }
-    if (status != 0) {
-        outcome.attribute = attrNum;
-        outcome.reason = refusal;
-    }
-    return status;
-}
-
-// Decodes a checked reply. On failure no list is left.
-int decodeReply(RadPacket *reply, RadPacket *request, const char *secret, RadPair **replyOut,
-                RadLastError &outcome) {
-    const int status = radPairGen(reply, replyOut);
-    if (status != 0) {
-        outcome.reason = RAD_REASON_REPLY_ATTRIBUTES;
-        return status;
-    }
-    radLogAs("radCheckReply", kLogTrace, "Generated Reply Attribute-Value pairs\n");
-    for (RadPair *pair = *replyOut; pair; pair = pair->next) {
-        const int verdict = processPair(pair, *replyOut, reply, request, secret, outcome);
-        if (verdict != 0) {
-            radPairListFree(*replyOut);
-            *replyOut = nullptr;
-            return verdict;
-        }
-    }
-    outcome.code = reply->code;
-    return reply->code;
-}
-
-// radRecvfromServer() with its arguments there.
-int receiveReply(const RadRecvCtx &ctx, RadPacket *request, RadPair **replyOut,
-                 RadLastError &outcome) {
-    *replyOut = nullptr;
-    RadPacket header{};
-    const ssize_t peeked = receive(ctx, &header, sizeof(header), MSG_PEEK);
-    if (peeked < 0) {
-        failAt(outcome, RAD_STEP_RECEIVE, errno);
-        radLogAs("radRecvfromServer", kLogError, "radRecvfromServer: recvfrom() Failed: %s\n",
-                 ErrorText(outcome.reason).text());
-        return -1;
-    }
-    if (static_cast<size_t>(peeked) < sizeof(header)) {
-        discardShort(ctx, static_cast<size_t>(peeked));
-        return failAt(outcome, RAD_STEP_REPLY, RAD_REASON_REPLY_SHORT);
-    }
-    size_t received = 0;
-    const auto octets = readReply(ctx, packetLength(header), received, outcome);
-    if (!octets) {
-        return -1;
-    }
-    failAt(outcome, RAD_STEP_REPLY,
-           radCheckReply(asPacket(octets), received, *request, ctx.secret));
-    return outcome.reason == 0
-               ? decodeReply(asPacket(octets), request, ctx.secret, replyOut, outcome)
-               : -1;
 }
 
 }  // namespace
@@ -322,11 +182,11 @@ int sendToServer(const RadRequestDesc &desc, const RadPair *pairs, RadPair **rep
     }
     int status = 0;
     const auto request = packRequest(desc, pairs, status, outcome);
-    if (!request) {
+    if (!request.packet) {
         return status;
     }
     const int result =
-        exchange(desc, socket.descriptor(), local, server, asPacket(request), replyOut, outcome);
+        exchange(desc, socket.descriptor(), local, server, *request.packet, replyOut, outcome);
     // Given: a name that is in neither the resolver nor a readable hosts file is sent to as
     // 255.255.255.255. The reason is the name, not what the system says of that address.
     if (server.sin_addr.s_addr == INADDR_NONE && outcome.step == RAD_STEP_SEND &&
@@ -349,12 +209,4 @@ int radSendtoServer(const RadRequestDesc *desc, const RadPair *pairs, RadPair **
     const int result = sendToServer(*desc, pairs, replyOut, outcome);
     noteOutcome(outcome);
     return result;
-}
-
-int radRecvfromServer(const RadRecvCtx *ctx, RadPacket *request, RadPair **replyOut) {
-    if (!ctx || !request || !replyOut || ctx->socket < 0 || !ctx->source || !ctx->secret) {
-        return -1;
-    }
-    RadLastError unrecorded{};
-    return receiveReply(*ctx, request, replyOut, unrecorded);
 }

@@ -1,4 +1,6 @@
 // Vendor-Specific attributes of Microsoft (RFC 2548): one sub-attribute in each.
+#include "client/vendor.h"
+
 #include <cstring>
 #include <span>
 
@@ -9,14 +11,12 @@
 #include "base/log.h"
 #include "base/partition.h"
 #include "base/wire.h"
+#include "client/md5.h"
 
 namespace lanyard {
 namespace {
 
-constexpr size_t kVendorIdSize = 4;
-constexpr size_t kVendorHeaderSize = 6;  // vendor id, vendor type, vendor length
 constexpr size_t kSaltSize = 2;
-constexpr size_t kCipherBlockSize = 16;
 
 // A Vendor-Specific value whose vendor length agrees with its size.
 struct VendorValue {
@@ -35,15 +35,15 @@ bool parseVendorValue(std::span<const uint8_t> value, VendorValue &parsed) {
 }
 
 // Decrypts an MS-MPPE key (RFC 2548 section 2.4.2) into `work`, which has the size of `data`.
-int radExtractMppeKey(std::span<const uint8_t> data, const char *secret, const uint8_t *requestAuth,
-                      uint8_t *work) {
+int decryptKey(std::span<const uint8_t> data, const char *secret, const uint8_t *requestAuth,
+               uint8_t *work) {
     if (!requestAuth || data.size() < kSaltSize || (data[0] & 0x80) == 0) {
         return -1;
     }
     const auto salt = data.first(kSaltSize);
     const auto encrypted = data.subspan(kSaltSize);
-    if (encrypted.empty() || encrypted.size() % kCipherBlockSize != 0) {
-        radLog(kLogError, "radExtractMppeKey: Invalid MS-MPPE-Key Length\n");
+    if (encrypted.empty() || encrypted.size() % kHidingBlockSize != 0) {
+        radLogAs("radExtractMppeKey", kLogError, "radExtractMppeKey: Invalid MS-MPPE-Key Length\n");
         return -1;
     }
     const auto length = static_cast<int>(encrypted.size());
@@ -56,6 +56,17 @@ int radExtractMppeKey(std::span<const uint8_t> data, const char *secret, const u
 }
 
 }  // namespace
+
+int copySubAttribute(const RadPair &pair, int type, SubAttribute &copy) {
+    uint8_t *data = nullptr;
+    const int status = radVendorAttrGet(&pair, RAD_VENDOR_MICROSOFT, type, &data);
+    if (status == 0) {
+        const size_t size = pair.numValue - kVendorHeaderSize;
+        copy = {.data = SecretBytes(data, WipingDeleter{size}), .size = size};
+    }
+    return status;
+}
+
 }  // namespace lanyard
 
 using namespace lanyard;
@@ -92,7 +103,7 @@ int radVendorMessage(uint8_t *value, int len, const char *secret, const uint8_t 
     if (!work) {
         return -1;
     }
-    const int status = radExtractMppeKey(vendorValue.data, secret, requestAuth, work.get());
+    const int status = decryptKey(vendorValue.data, secret, requestAuth, work.get());
     if (status == 0) {
         // The key moves to where the salt was; the last two octets are what the work buffer held
         // there.

@@ -1,0 +1,37 @@
+// Making pairs, inside of the library.
+#ifndef LANYARD_ATTR_PAIR_H
+#define LANYARD_ATTR_PAIR_H
+
+#include <lanyard/radius/attr.h>
+#include <lanyard/radius/dict.h>
+
+#include "base/partition.h"
+
+namespace lanyard {
+
+// radPairNew() for an attribute that has been looked up already.
+PartitionPtr<RadPair> newPair(const RadDictAttr &attribute, const void *value, int length);
+
+// Appends pairs to a list without walking it. Nobody else changes the list meanwhile.
+class PairAppender {
+  public:
+    // `list` names an empty list.
+    explicit PairAppender(RadPair **list) : end_(list) {}
+
+    // False for a null pair.
+    bool append(PartitionPtr<RadPair> pair) {
+        if (!pair) {
+            return false;
+        }
+        *end_ = pair.release();
+        end_ = &(*end_)->next;
+        return true;
+    }
+
+  private:
+    RadPair **end_;
+};
+
+}  // namespace lanyard
+
+#endif
