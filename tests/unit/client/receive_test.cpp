@@ -256,6 +256,18 @@ TEST_F(ReceiveTest, RefusesAnotherAuthenticator) {
     expectRefused(changed, "radCheckReply", text);
 }
 
+TEST_F(ReceiveTest, AuthenticatorWrongInOneByte_IsRefused) {
+    constexpr size_t kStart = 4;
+    const Bytes right = reply(2, Attributes().addText(18, "Hello"));
+    for (size_t index = kStart; index < kStart + RAD_DIGEST_SIZE; ++index) {
+        SCOPED_TRACE(index);
+        Bytes changed = right;
+        changed[index] ^= 1U;
+        expectRefused(changed, "radCheckReply",
+                      "radCheckReply: received invalid reply digest from RADIUS server\n");
+    }
+}
+
 TEST_F(ReceiveTest, ChecksLengthThenIdentifierThenAuthenticator) {
     Bytes datagram = reply(2, Attributes(), {.wrongIdentifier = true, .wrongAuthenticator = true});
     expectRefused(datagram, "radCheckReply", "radCheckReply: Expected id: 7, received id: 8\n");
