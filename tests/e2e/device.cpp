@@ -127,15 +127,31 @@ std::chrono::milliseconds Device::endRelay(int signal) {
                                                                  asked);
 }
 
-void Device::startAuthenticator(std::vector<std::string> options) {
-    std::vector<std::string> command = {LANYARD_PNAC_WIRED, "--json", "--show-keys"};
+void Device::runAuthenticator(std::vector<std::string> command,
+                              const std::vector<std::string> &options) {
+    command.insert(command.end(), {LANYARD_PNAC_WIRED, "--json", "--show-keys"});
     command.insert(command.end(), options.begin(), options.end());
     command.emplace_back(VirtualWire::kPort);
     authenticator_.reset();
     authenticator_.emplace(command, settings("authenticator"), root_.path() / "log/events");
+}
+
+void Device::startAuthenticator(const std::vector<std::string> &options) {
+    runAuthenticator({}, options);
     if (!authenticator_->waitForOutput("\"ready\"")) {
         throw std::runtime_error("pnac-wired: " + authenticator_->output());
     }
+}
+
+void Device::startAuthenticatorAt(const std::string &output,
+                                  const std::vector<std::string> &options) {
+    runAuthenticator({"/bin/sh", "-c", "exec \"$@\" > '" + output + "'", "sh"}, options);
+}
+
+std::optional<int> Device::awaitAuthenticatorsEnd() {
+    const std::optional<int> status = authenticator_->wait();
+    authenticator_.reset();
+    return status;
 }
 
 std::vector<Event> Device::events() const {

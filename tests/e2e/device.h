@@ -53,7 +53,14 @@ class Device {
     std::chrono::milliseconds endRelay(int signal);
 
     /** Starts pnac-wired on the wire, which asks for identities at once. */
-    void startAuthenticator(std::vector<std::string> options = {});
+    void startAuthenticator(const std::vector<std::string> &options = {});
+    /** The same, with a file for its standard output, such as a terminal: its events are nowhere
+     * else. Returns when it runs, not when it is ready. */
+    void startAuthenticatorAt(const std::string &output, const std::vector<std::string> &options);
+    /** Sends it a signal. */
+    void signalAuthenticator(int signal) const { authenticator_->signal(signal); }
+    /** Waits for its end. @return its exit status; nothing when it runs on. */
+    std::optional<int> awaitAuthenticatorsEnd();
     /** Its events so far. */
     [[nodiscard]] std::vector<Event> events() const;
     /** Waits for an event. @return the first one that fits; none after 20 seconds. */
@@ -72,6 +79,8 @@ class Device {
     static const char *const kRelay;
 
     [[nodiscard]] std::vector<std::string> settings(const std::string &log) const;
+    void runAuthenticator(std::vector<std::string> command,
+                          const std::vector<std::string> &options);
 
     ScratchFolder root_;
     std::string database_;

@@ -47,7 +47,11 @@ bool Bus::send(ByteView record) {
 }
 
 bool Bus::listen(std::chrono::microseconds wait) {
-    return xbusListen(context_, static_cast<uint32_t>(wait.count())) == 1;
+    const bool came = xbusListen(context_, static_cast<uint32_t>(wait.count())) == 1;
+    if (failure_) {
+        std::rethrow_exception(std::exchange(failure_, nullptr));
+    }
+    return came;
 }
 
 int Bus::handle(void * /*busArg1*/, void *busArg2, uint32_t cmd, void *buf, uint32_t len,
@@ -58,7 +62,12 @@ int Bus::handle(void * /*busArg1*/, void *busArg2, uint32_t cmd, void *buf, uint
     if (cmd != kRecordCommand || !buf) {
         return -1;
     }
-    static_cast<Bus *>(busArg2)->receiver_({static_cast<const uint8_t *>(buf), len});
+    auto *self = static_cast<Bus *>(busArg2);
+    try {
+        self->receiver_({static_cast<const uint8_t *>(buf), len});
+    } catch (...) {
+        self->failure_ = std::current_exception();  // the bus lets none through
+    }
     return 0;
 }
 

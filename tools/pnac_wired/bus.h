@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <functional>
 
 #include <xbus.h>
@@ -23,7 +24,8 @@ class Bus {
     // Hands a record to the relay without waiting; false when it does not take it.
     bool send(ByteView record);
 
-    // Waits at most that long for one record and hands it to the receiver. True when one came.
+    // Waits at most that long for one record and hands it to the receiver, whose exceptions come
+    // out of here. True when one came.
     bool listen(std::chrono::microseconds wait);
 
   private:
@@ -31,6 +33,7 @@ class Bus {
                       void *out, uint32_t *outLen);
 
     std::function<void(ByteView)> receiver_;
+    std::exception_ptr failure_ = {};  // of the receiver
     XbusCtx *context_ = nullptr;
 };
 

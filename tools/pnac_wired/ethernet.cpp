@@ -83,7 +83,6 @@ Ethernet::Ethernet(const std::string &interface)
     requestLink();
 }
 
-// Asks for the present state, which comes like the news of later changes.
 void Ethernet::requestLink() const {
     struct {
         nlmsghdr header;

@@ -33,10 +33,10 @@ class Ethernet {
     // Hands on all that the kernel says of the link, in its order: a link that was down for a
     // moment was down.
     void receiveLink(const std::function<void(Link)> &receiver);
-
-  private:
+    // Asks for the present state, which comes like the news of later changes.
     void requestLink() const;
 
+  private:
     FileDescriptor frames_;
     FileDescriptor link_;
     int index_ = 0;

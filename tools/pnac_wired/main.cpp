@@ -52,16 +52,24 @@ Duration toDuration(double seconds) {
     return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds));
 }
 
-// The signals that the program waits for, blocked from here on.
+// All signals that would end the program come in here, blocked from now on, so that it ends the
+// sessions before it goes. Left out are those of faults, after which nothing can be relied upon, and
+// those that stop it or mean nothing to it. A write that fails has its error for a signal.
 FileDescriptor catchSignals() {
     sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : {SIGTERM, SIGINT, SIGUSR1, SIGCHLD}) {
-        sigaddset(&signals, signal);
+    sigfillset(&signals);
+    for (const int signal : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP, SIGCONT,
+                             SIGTSTP, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH, SIGPIPE, SIGXFSZ}) {
+        sigdelset(&signals, signal);
     }
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     (void)std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGXFSZ, SIG_IGN);
     return {signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC), "signalfd"};
+}
+
+void complain(const std::exception &error) {
+    (void)std::fprintf(stderr, "pnac-wired: %s\n", error.what());
 }
 
 class Program final : private Outlet {
@@ -85,21 +93,16 @@ class Program final : private Outlet {
                          *this, [this] { return random_(); }) {}
 
     int run() {
-        output_.say(reporter_.ready(ethernet_.address()));
-        while (!stopped_) {
-            if (authenticator_.awaitsRelay()) {
-                listenToRelay();
-            } else {
-                sleep();
+        try {
+            output_.say(reporter_.ready(ethernet_.address()));
+            while (!stopped_) {
+                serve();
             }
-            readSignals();
-            readLink();
-            readFrames();
-            const Time now = Clock::now();
-            authenticator_.tick(now);
-            programs_.tick(now);
-            output_.flush();
+        } catch (const std::exception &error) {
+            complain(error);
+            failed_ = true;
         }
+        // Whatever has ended it: no session is left open.
         authenticator_.shutDown(Clock::now());
         finishPrograms();
         sayCounters();
@@ -121,11 +124,36 @@ class Program final : private Outlet {
     static constexpr milliseconds kFinish{700};
     static constexpr milliseconds kFinishOutput{100};
 
+    void serve() {
+        if (authenticator_.awaitsRelay()) {
+            listenToRelay();
+        } else {
+            sleep();
+        }
+        readSignals();
+        readLink();
+        readFrames();
+        const Time now = Clock::now();
+        authenticator_.tick(now);
+        programs_.tick(now);
+        output_.flush();
+    }
+
     void sendFrame(ByteView frame) override { ethernet_.send(frame); }
     bool sendRecord(ByteView record) override { return bus_.send(record); }
+    // Where a step fails, the others that are to come are taken all the same.
+    template <typename Step>
+    static void attempt(Step step) {
+        try {
+            step();
+        } catch (const std::exception &error) {
+            complain(error);
+        }
+    }
+
     void report(const Event &event) override {
-        output_.say(reporter_.event(event));
-        programs_.run(event, Clock::now());
+        attempt([&] { programs_.run(event, Clock::now()); });
+        attempt([&] { output_.say(reporter_.event(event)); });
     }
 
     void sayCounters() {
@@ -217,6 +245,10 @@ class Program final : private Outlet {
                 case SIGUSR1:
                     sayCounters();
                     break;
+                case SIGHUP:
+                    // All that it reads is on the command line, but for the state of the link.
+                    attempt([this] { ethernet_.requestLink(); });
+                    break;
                 default:
                     stopped_ = true;
                     break;
@@ -233,6 +265,7 @@ class Program final : private Outlet {
             readSignals();
             output_.flush();
         }
+        programs_.overtake(Clock::now());
     }
 
     // Gives a slow reader a moment for the last lines.
@@ -299,7 +332,7 @@ int main(int argc, char **argv) {
     try {
         return lanyard::pnac::runWith(argc, argv);
     } catch (const std::exception &error) {
-        (void)std::fprintf(stderr, "pnac-wired: %s\n", error.what());
+        lanyard::pnac::complain(error);
         return EXIT_FAILURE;
     }
 }

@@ -177,6 +177,16 @@ void Programs::tick(Time now) {
     }
 }
 
+void Programs::overtake(Time now) {
+    for (auto &[address, slot] : slots_) {
+        if (slot.pid != 0 && slot.next) {
+            kill(-slot.pid, SIGKILL);
+            --running_;
+            start(slot, now);
+        }
+    }
+}
+
 void Programs::startAll(Time now) {
     settings_.limits.runningMax = SIZE_MAX;
     startWaiting(now);

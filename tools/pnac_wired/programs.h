@@ -47,6 +47,9 @@ class Programs {
     // From now on starts programs however many run: this one ends.
     void startAll(Time now);
 
+    // Starts what waits behind programs that still run, which are killed: there is no time left.
+    void overtake(Time now);
+
     bool idle() const { return slots_.empty(); }
     size_t running() const { return running_; }
 

@@ -164,6 +164,23 @@ TEST_F(ProgramsTest, RunABoundedNumberAtATime) {
     EXPECT_EQ(std::string(10, '\n'), root_.read("/order"));
 }
 
+TEST_F(ProgramsTest, ThatHangAreOvertakenAtTheEnd) {
+    Programs running = programs(script("/on", "sleep 1000\ntouch survived\n"),
+                                script("/off", "echo $PNAC_ADDRESS >> order\n"));
+    running.run(eventOf(EventKind::kAuthorized, 1, {}), now_);
+    running.run(eventOf(EventKind::kUnauthorized, 1, {}), now_);
+    running.startAll(now_);
+    EXPECT_EQ(1U, running.running()) << "its time has not come";
+    running.overtake(now_);
+    EXPECT_EQ(1U, running.running());
+    finish(running);
+    EXPECT_EQ("02:10:00:00:00:01\n", root_.read("/order"));
+    int status = 0;
+    EXPECT_LT(0, waitpid(-1, &status, 0)) << "the one that hung";
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_FALSE(root_.exists("/survived"));
+}
+
 TEST_F(ProgramsTest, ThatCannotBeRunAreForgotten) {
     root_.write("/notes", "no program", 0644);
     Programs running = programs(root_.path("/notes").string());
