@@ -57,9 +57,9 @@ XbusCtx *registerModule(uint32_t module, const Inbox::Receiver &receiver) {
     if (!listener.isOpen()) {
         return nullptr;
     }
-    return std::make_unique<XbusCtx>(module, std::move(folder), std::move(lock),
-                                     std::move(listener), receiver)
-        .release();
+    auto context = std::make_unique<XbusCtx>(module, std::move(folder), std::move(lock),
+                                             std::move(listener), receiver);
+    return context->inbox.isOpen() ? context.release() : nullptr;
 }
 
 bool isSound(const Request &request) noexcept {
@@ -121,6 +121,14 @@ PAL_EXPORT int xbusListen(XbusCtx *ctx, uint32_t timeoutMicroseconds) {
         default:
             return -1;
     }
+}
+
+PAL_EXPORT int xbusDescriptor(XbusCtx *ctx) {
+    if (ctx == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    return ctx->inbox.descriptor();
 }
 
 PAL_EXPORT int xbusIoctl(XbusCtx *ctx, uint32_t destModule, uint32_t cmd, const void *buf,

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <sys/epoll.h>
 #include <utility>
 
 #include <palcore.h>
@@ -34,8 +35,21 @@ void answer(int socket, const Head &call, int result, const void *out,
 }  // namespace
 
 Inbox::Inbox(const Folder &folder, Descriptor listener, const Receiver &receiver)
-    : folder_(folder), listener_(std::move(listener)), receiver_(receiver) {
+    : folder_(folder),
+      listener_(std::move(listener)),
+      events_(epoll_create1(EPOLL_CLOEXEC)),
+      receiver_(receiver) {
     watched_.reserve(1);
+    if (events_.isOpen() && !addToEvents(listener_)) {
+        events_.reset();
+    }
+}
+
+bool Inbox::addToEvents(const Descriptor &socket) const noexcept {
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.fd = socket.get();
+    return epoll_ctl(events_.get(), EPOLL_CTL_ADD, socket.get(), &event) == 0;
 }
 
 Inbox::Outcome Inbox::handleOne(Clock::time_point deadline) noexcept {
@@ -79,7 +93,7 @@ bool Inbox::acceptSenders() noexcept {
             return false;
         }
         Descriptor sender = folder_.accept(listener_);
-        if (sender.isOpen()) {
+        if (sender.isOpen() && addToEvents(sender)) {
             senders_.push_back(std::move(sender));
         } else if (errno == EAGAIN) {
             return true;

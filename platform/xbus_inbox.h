@@ -37,11 +37,18 @@ class Inbox {
     /** @param folder  outlives the inbox. Throws std::bad_alloc. */
     Inbox(const Folder &folder, Descriptor listener, const Receiver &receiver);
 
+    /** False when it could not be made; `errno` is set. */
+    [[nodiscard]] bool isOpen() const noexcept { return events_.isOpen(); }
+
+    /** Readable when there is something to handle. */
+    [[nodiscard]] int descriptor() const noexcept { return events_.get(); }
+
     /** Handles one message, if one comes by the deadline. */
     Outcome handleOne(Clock::time_point deadline) noexcept;
 
   private:
     /** All that is waited for: the listening socket, then a place for each connection. */
+    [[nodiscard]] bool addToEvents(const Descriptor &socket) const noexcept;
     void watch(bool withListener) noexcept;
     bool acceptSenders() noexcept;
     void dropClosed() noexcept;
@@ -52,6 +59,7 @@ class Inbox {
 
     const Folder &folder_;
     Descriptor listener_;
+    Descriptor events_; /**< An epoll set of the listening socket and the connections. */
     Receiver receiver_;
     std::vector<Descriptor> senders_;
     std::vector<pollfd> watched_;

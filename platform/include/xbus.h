@@ -77,6 +77,22 @@ XbusCtx *xbusRegister(uint32_t module, uint32_t mode, XbusHandler handler, void 
 int xbusListen(XbusCtx *ctx, uint32_t timeoutMicroseconds);
 
 /**
+ * Returns a descriptor to wait for messages with, so that one poll() can wait for the bus, sockets
+ * and timers. This project's port has it and a vendor's bus may not: a program that has to run with
+ * both refers to it weakly (`#pragma weak xbusDescriptor`) and without it calls xbusListen() with a
+ * time-out.
+ *
+ * It is readable (POLLIN) when xbusListen() with time-out 0 has something to do: handle a message,
+ * which it returns 1 for, or see to senders that come and go, which it returns 0 for. That call
+ * handles one message; the descriptor stays readable while more wait, so a caller may return to
+ * poll() after each. Nothing else is to be done with the descriptor.
+ *
+ * @return the descriptor. It belongs to the context and is the same until xbusUnRegister(), also
+ *         after daemon(). -1 with `errno` set to EINVAL for null.
+ */
+int xbusDescriptor(XbusCtx *ctx);
+
+/**
  * Sends a command to a module.
  *
  * Both buffers travel, and messages from one sender to one receiver arrive in order, whatever their

@@ -1,0 +1,158 @@
+/**
+ * @file
+ * One descriptor to wait for the bus with.
+ */
+#include <cerrno>
+#include <chrono>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <poll.h>
+#include <unistd.h>
+
+#include <xbus.h>
+
+#include "tests/unit/platform/xbus_fixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using test::Bytes;
+using test::Child;
+using test::Gate;
+using test::Module;
+using test::noticeHead;
+using test::packetOf;
+using test::RawPeer;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr uint32_t pnac = 6;
+constexpr uint32_t relay = 8;
+constexpr int patienceMilliseconds = 20000;
+
+using XbusDescriptor = test::XbusTest;
+
+bool isReadable(const Module &module, int milliseconds = 0) {
+    pollfd entry{xbusDescriptor(module.context()), POLLIN, 0};
+    return poll(&entry, 1, milliseconds) == 1 && entry.revents == POLLIN;
+}
+
+/** Handles messages as a loop over poll() does. @return how often it listened. */
+int serve(Module &module) {
+    constexpr int endless = 1000;
+    int rounds = 0;
+    while (rounds < endless && isReadable(module)) {
+        EXPECT_NE(module.listen(0us), -1);
+        ++rounds;
+    }
+    return rounds;
+}
+
+TEST_F(XbusDescriptor, NoContext_Refused) {
+    errno = 0;
+    EXPECT_EQ(-1, xbusDescriptor(nullptr));
+    EXPECT_EQ(EINVAL, errno);
+}
+
+TEST_F(XbusDescriptor, NothingSent_NotReadable) {
+    const Module receiver(relay);
+    EXPECT_GT(xbusDescriptor(receiver.context()), STDERR_FILENO);
+    EXPECT_FALSE(isReadable(receiver));
+}
+
+TEST_F(XbusDescriptor, MessagesSent_ReadableUntilTheLastIsHandled) {
+    Module receiver(relay);
+    const Module sender(pnac);
+    const Module other(pnac + 1);
+    const int descriptor = xbusDescriptor(receiver.context());
+    for (const uint32_t command : {1U, 2U}) {
+        ASSERT_EQ(0, sender.notify(relay, command));
+        ASSERT_EQ(0, other.notify(relay, command + 10));
+    }
+    for (std::size_t handled = 1; handled <= 4; ++handled) {
+        EXPECT_TRUE(isReadable(receiver)) << handled;
+        EXPECT_EQ(1, receiver.listen(0us)) << handled;
+        EXPECT_EQ(handled, receiver.received.size());
+    }
+    serve(receiver);
+    EXPECT_FALSE(isReadable(receiver));
+    ASSERT_EQ(0, sender.notify(relay, 3));
+    EXPECT_TRUE(isReadable(receiver)) << "also from who is connected already";
+    EXPECT_EQ(1, receiver.listen(0us));
+    EXPECT_FALSE(isReadable(receiver));
+    EXPECT_EQ(descriptor, xbusDescriptor(receiver.context()));
+}
+
+TEST_F(XbusDescriptor, ACallFromElsewhere_EndsTheWait) {
+    Module receiver(relay);
+    receiver.handler = [](const test::Invocation &call) { return static_cast<int>(call.command); };
+    Child child([] {
+        const Module sender(pnac);
+        return sender.call(relay, 7) == 7 ? 0 : 1;
+    });
+    while (receiver.listen(0us) != 1) {
+        ASSERT_TRUE(isReadable(receiver, patienceMilliseconds));
+    }
+    EXPECT_EQ(0, child.wait());
+}
+
+TEST_F(XbusDescriptor, SendersComeAndGo_ListeningSeesToThem) {
+    Module receiver(relay);
+    RawPeer silent(socketPath(relay));
+    EXPECT_EQ(1, serve(receiver)) << "who only connects";
+    {
+        const RawPeer shortLived(socketPath(relay));
+        serve(receiver);
+    }
+    EXPECT_TRUE(isReadable(receiver));
+    serve(receiver);
+    EXPECT_FALSE(isReadable(receiver)) << "who leaves";
+    {
+        const Module sender(pnac);
+        ASSERT_EQ(0, sender.notify(relay, 1));
+    }
+    serve(receiver);
+    EXPECT_FALSE(isReadable(receiver)) << "who leaves after sending";
+    EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1));
+    ASSERT_TRUE(silent.send(packetOf(noticeHead(2))));
+    EXPECT_TRUE(isReadable(receiver));
+    EXPECT_EQ(1, receiver.listen(0us));
+}
+
+TEST_F(XbusDescriptor, AMalformedMessage_IsNotLeftReadable) {
+    Module receiver(relay);
+    RawPeer peer(socketPath(relay));
+    ASSERT_TRUE(peer.send(Bytes(7)));
+    EXPECT_TRUE(isReadable(receiver));
+    serve(receiver);
+    EXPECT_FALSE(isReadable(receiver));
+    EXPECT_THAT(errors(), ElementsAre(HasSubstr("malformed")));
+}
+
+TEST_F(XbusDescriptor, ADaemon_WaitsWithTheDescriptorOfItsRegistration) {
+    const Gate ready;
+    const Gate over;
+    Child child([&] {
+        Module module(relay);
+        if (daemon(0, 0) != 0) {
+            return 2;
+        }
+        ready.open();
+        while (module.received.size() < 2) {
+            if (!isReadable(module, patienceMilliseconds) || module.listen(0us) == -1) {
+                _exit(1);
+            }
+        }
+        over.open();
+        _exit(0);
+    });
+    EXPECT_EQ(0, child.wait()) << "the parent has left";
+    ASSERT_TRUE(ready.pass());
+    const Module sender(pnac);
+    ASSERT_EQ(0, sender.notify(relay, 1));
+    ASSERT_EQ(0, sender.notify(relay, 2));
+    EXPECT_TRUE(over.pass());
+}
+
+}  // namespace
