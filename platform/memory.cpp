@@ -24,15 +24,8 @@
 #include <palcore.h>
 
 #include "export.h"
+#include "poison.h"
 #include "pool.h"
-
-// The compiler's header knows whether the sanitizer is on; a compiler without one has no header.
-#if __has_include(<sanitizer/asan_interface.h>)
-#include <sanitizer/asan_interface.h>
-#else
-#define ASAN_POISON_MEMORY_REGION(address, size) ((void)(address), (void)(size))
-#define ASAN_UNPOISON_MEMORY_REGION(address, size) ((void)(address), (void)(size))
-#endif
 
 namespace port {
 namespace {

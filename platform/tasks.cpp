@@ -28,6 +28,7 @@
 
 #include <palcore.h>
 
+#include "descriptor.h"
 #include "export.h"
 
 PAL_EXPORT PalDaemonOpt palDaemonOpt = {};
@@ -50,32 +51,13 @@ class ErrnoKeeper {
     int saved_;
 };
 
-class Descriptor {
-  public:
-    Descriptor(int folder, const char *path, int flags) noexcept
-        : fd_(openat(folder, path, flags | O_CLOEXEC)) {}
-    ~Descriptor() {
-        if (fd_ != -1) {
-            close(fd_);
-        }
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    Descriptor(Descriptor &&) = delete;
-    Descriptor &operator=(Descriptor &&) = delete;
-    [[nodiscard]] int get() const noexcept { return fd_; }
-
-  private:
-    int fd_;
-};
-
 /** Names the process, whichever of its threads calls. */
 void bindTaskName() noexcept {
     const std::size_t length = strnlen(palDaemonOpt.taskName, nameMax);
     if (length == 0) {
         return;
     }
-    const Descriptor name(AT_FDCWD, "/proc/self/comm", O_WRONLY);
+    const Descriptor name(open("/proc/self/comm", O_WRONLY | O_CLOEXEC));
     if (name.get() == -1 || write(name.get(), palDaemonOpt.taskName, length) == -1) {
         // Without /proc no task can be found either; the name still shows in a core file.
         (void)prctl(PR_SET_NAME, palDaemonOpt.taskName);
@@ -103,13 +85,13 @@ bool statSaysAliveAs(std::string_view stat, std::string_view name) noexcept {
 
 /** Anyone may give a process any name; only the own user's and root's are tasks to wait for. */
 bool isTask(int procFolder, const char *pid, std::string_view name) noexcept {
-    const Descriptor process(procFolder, pid, O_PATH | O_DIRECTORY);
+    const Descriptor process(openat(procFolder, pid, O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat owner {};
     if (process.get() == -1 || fstat(process.get(), &owner) != 0 ||
         (owner.st_uid != 0 && owner.st_uid != geteuid())) {
         return false;
     }
-    const Descriptor stat(process.get(), "stat", O_RDONLY);
+    const Descriptor stat(openat(process.get(), "stat", O_RDONLY | O_CLOEXEC));
     char text[512];
     const ssize_t length = stat.get() == -1 ? -1 : read(stat.get(), text, sizeof text);
     return length > 0 && statSaysAliveAs({text, static_cast<std::size_t>(length)}, name);
@@ -117,7 +99,7 @@ bool isTask(int procFolder, const char *pid, std::string_view name) noexcept {
 
 int findTask(std::string_view name) noexcept {
     const pid_t self = getpid();
-    const Descriptor proc(AT_FDCWD, "/proc", O_RDONLY | O_DIRECTORY);
+    const Descriptor proc(open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (proc.get() == -1) {
         return -1;
     }

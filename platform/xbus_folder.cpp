@@ -1,8 +1,6 @@
 #include "xbus_folder.h"
 
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/socket.h>
@@ -17,53 +15,37 @@
 namespace port::bus {
 namespace {
 
-constexpr const char *parentPath = "/run";
-constexpr const char *folderPath = "/run/xbus";
-constexpr mode_t parentMode = S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH;
-constexpr mode_t folderMode = S_IRWXU;
-constexpr mode_t fileMode = S_IRUSR | S_IWUSR;
-constexpr int socketType = SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK;
+constexpr const char *kFolder = "/run/xbus";
+constexpr mode_t kFolderMode = 0700;
+constexpr mode_t kFileMode = 0600;
 
-bool makeFolder(const char *devicePath, mode_t mode) noexcept {
+bool makeFolder(const char *devicePath, mode_t mode) {
     const RootedPath path(devicePath);
     return path.get() != nullptr && (mkdir(path.get(), mode) == 0 || errno == EEXIST);
 }
 
-Descriptor openFolder(const RootedPath &path) noexcept {
-    return Descriptor(path.get() == nullptr
-                          ? -1
-                          : open(path.get(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+Descriptor makeSocket() {
+    return Descriptor(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
-using FileName = std::array<char, 24>;
-
-FileName fileName(uint32_t module, const char *suffix) noexcept {
-    FileName name{};
-    (void)std::snprintf(name.data(), name.size(), "%u%s", module, suffix);
-    return name;
-}
-
-FileName socketName(uint32_t module) noexcept {
-    return fileName(module, "");
+const sockaddr *generic(const sockaddr_un &address) {
+    return reinterpret_cast<const sockaddr *>(&address);
 }
 
 }  // namespace
 
-bool Folder::prepare() noexcept {
-    if (!makeFolder(parentPath, parentMode) || !makeFolder(folderPath, folderMode)) {
+bool Folder::prepare() {
+    if (!makeFolder("/run", 0755) || !makeFolder(kFolder, kFolderMode)) {
         return false;
     }
-    const Descriptor folder = openFolder(RootedPath(folderPath));
-    struct stat status {};
-    if (!folder.isOpen() || fstat(folder.get(), &status) != 0) {
-        return false;
-    }
-    return (status.st_mode & (S_IRWXG | S_IRWXO)) == 0 || fchmod(folder.get(), folderMode) == 0;
+    const Folder folder;
+    return folder.isOpen() && fchmod(folder.folder_.get(), kFolderMode) == 0;
 }
 
 Folder::Folder() {
-    const RootedPath path(folderPath);
-    Descriptor folder = openFolder(path);
+    const RootedPath path(kFolder);
+    constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    Descriptor folder(path.get() == nullptr ? -1 : open(path.get(), kFlags));
     struct stat status {};
     if (folder.isOpen() && fstat(folder.get(), &status) == 0) {
         path_ = path.get();
@@ -72,94 +54,81 @@ Folder::Folder() {
     }
 }
 
-Descriptor Folder::lock(uint32_t module) const noexcept {
-    Descriptor file(openat(folder_.get(), fileName(module, ".lock").data(),
-                           O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, fileMode));
+Descriptor Folder::lock(uint32_t module) const {
+    const std::string name = std::to_string(module) + ".lock";
+    Descriptor file(
+        openat(folder_.get(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kFileMode));
     if (file.isOpen() && flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno == EWOULDBLOCK) {
-            errno = EADDRINUSE;
-        }
+        errno = errno == EWOULDBLOCK ? EADDRINUSE : errno;
         file.reset();
     }
     return file;
 }
 
-Descriptor Folder::listen(uint32_t module) const noexcept {
-    constexpr int mostAboutToConnect = 4096;
-    Descriptor socket(::socket(AF_UNIX, socketType, 0));
-    sockaddr_un address{};
-    if (!socket.isOpen() || !makeAddress(address, module)) {
-        return {};
-    }
+Descriptor Folder::listen(uint32_t module) const {
+    constexpr int kMostAboutToConnect = 4096;
+    const sockaddr_un address = addressOf(module);
+    Descriptor socket = makeSocket();
     remove(module);
     // The socket's file gets the mode that the socket has.
-    if (fchmod(socket.get(), fileMode) != 0 ||
-        bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-        ::listen(socket.get(), mostAboutToConnect) != 0) {
+    if (socket.isOpen() && (fchmod(socket.get(), kFileMode) != 0 ||
+                            bind(socket.get(), generic(address), sizeof address) != 0 ||
+                            ::listen(socket.get(), kMostAboutToConnect) != 0)) {
         socket.reset();
     }
     return socket;
 }
 
-void Folder::remove(uint32_t module) const noexcept {
-    (void)unlinkat(folder_.get(), socketName(module).data(), 0);
+void Folder::remove(uint32_t module) const {
+    (void)unlinkat(folder_.get(), std::to_string(module).c_str(), 0);
 }
 
-Descriptor Folder::connect(uint32_t module) const noexcept {
-    Descriptor socket(::socket(AF_UNIX, socketType, 0));
-    sockaddr_un address{};
-    if (!socket.isOpen() || !makeAddress(address, module)) {
-        return {};
-    }
+Descriptor Folder::connect(uint32_t module) const {
+    const sockaddr_un address = addressOf(module);
+    Descriptor socket = makeSocket();
     // Room for the largest message, whatever the machine's default; it is a queue's size as well.
-    constexpr int queueSize = 2 * static_cast<int>(partMax + partMax);
-    (void)setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &queueSize, sizeof queueSize);
-    if (::connect(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) !=
-            0 ||
-        !isTrusted("xbusIoctl", socket)) {
+    constexpr int kQueueSize = 2 * static_cast<int>(kPartsMax);
+    (void)setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &kQueueSize, sizeof kQueueSize);
+    if (socket.isOpen() && (::connect(socket.get(), generic(address), sizeof address) != 0 ||
+                            !isTrusted(socket, "xbusIoctl"))) {
         socket.reset();
     }
     return socket;
 }
 
-Descriptor Folder::accept(const Descriptor &listener) const noexcept {
+Descriptor Folder::accept(const Descriptor &listener) const {
     Descriptor peer(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (peer.isOpen() && !isTrusted("xbusListen", peer)) {
+    if (peer.isOpen() && !isTrusted(peer, "xbusListen")) {
         peer.reset();
     }
     return peer;
 }
 
-bool Folder::isTrusted(const char *function, const Descriptor &peer) const noexcept {
-    ucred credentials{};
-    socklen_t size = sizeof credentials;
-    if (getsockopt(peer.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
+bool Folder::isTrusted(const Descriptor &peer, const char *function) const {
+    ucred process{};
+    socklen_t size = sizeof process;
+    if (getsockopt(peer.get(), SOL_SOCKET, SO_PEERCRED, &process, &size) != 0) {
         return false;
     }
-    if (credentials.uid == owner_ || credentials.uid == 0) {
+    if (process.uid == owner_ || process.uid == 0) {
         return true;
     }
-    palModuleDebug(logModule, logError, function, __LINE__, "process %d of user %u is refused\n",
-                   credentials.pid, credentials.uid);
+    palModuleDebug(kLogModule, kLogError, function, __LINE__, "process %d of user %u is refused\n",
+                   process.pid, process.uid);
     errno = EPERM;
     return false;
 }
 
-bool Folder::makeAddress(sockaddr_un &address, uint32_t module) const noexcept {
+sockaddr_un Folder::addressOf(uint32_t module) const {
+    sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    const auto fits = [](int length) {
-        return length > 0 && static_cast<std::size_t>(length) < sizeof address.sun_path;
-    };
-    const FileName name = socketName(module);
-    if (fits(std::snprintf(address.sun_path, sizeof address.sun_path, "%s/%s", path_.c_str(),
-                           name.data())) ||
-        // Below a long root folder.
-        fits(std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s",
-                           folder_.get(), name.data()))) {
-        return true;
+    const std::string name = "/" + std::to_string(module);
+    std::string path = path_ + name;
+    if (path.size() >= sizeof address.sun_path) {
+        path = "/proc/self/fd/" + std::to_string(folder_.get()) + name;  // below a long root folder
     }
-    errno = ENAMETOOLONG;
-    return false;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
 }
 
 }  // namespace port::bus

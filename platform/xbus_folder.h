@@ -1,7 +1,4 @@
-/**
- * @file
- * The folder of the bus: where modules are found, and who may talk to them.
- */
+// The folder of the bus: where modules are found, and who may talk to them.
 #ifndef LANYARD_PLATFORM_XBUS_FOLDER_H
 #define LANYARD_PLATFORM_XBUS_FOLDER_H
 
@@ -10,51 +7,45 @@
 #include <sys/types.h>
 #include <sys/un.h>
 
-#include "xbus_descriptor.h"
+#include "descriptor.h"
 
 namespace port::bus {
 
-/**
- * The folder as it was when it was opened, wherever the root folder is moved afterwards.
- *
- * A module has two files in it: its socket, "8", and "8.lock", which its process keeps locked. The
- * lock, not the socket, tells whether the module is there: it survives daemon() and ends with the
- * process, however that ends. Lock files are never removed, so that two processes cannot lock two
- * different files of one name.
- *
- * Functions that yield a descriptor yield none on failure, with `errno` set.
- */
+// The folder as it was when it was opened, wherever the root folder is moved afterwards.
+//
+// A module has two files in it: its socket, "8", and "8.lock", which its process keeps locked. The
+// lock, not the socket, tells whether the module is there: it survives daemon() and ends with the
+// process, however that ends. Lock files are never removed, so that two processes cannot lock two
+// different files of one name.
+//
+// What returns a descriptor returns none on failure, with `errno` set. Sockets never block.
 class Folder {
   public:
-    /** Makes the folder where it is missing, and its owner's alone where it is not. */
-    static bool prepare() noexcept;
+    // Makes the folder where it is missing, and its owner's alone in any case.
+    static bool prepare();
 
-    /** Opens the folder; see isOpen(). Throws std::bad_alloc. */
+    // Opens the folder; see isOpen().
     Folder();
+    [[nodiscard]] bool isOpen() const { return folder_.isOpen(); }
 
-    [[nodiscard]] bool isOpen() const noexcept { return folder_.isOpen(); }
+    // Takes a module's number; EADDRINUSE while another process or context has it.
+    [[nodiscard]] Descriptor lock(uint32_t module) const;
 
-    /** Takes a module's number; EADDRINUSE while another process or context has it. */
-    [[nodiscard]] Descriptor lock(uint32_t module) const noexcept;
+    // A module's listening socket, in the place of one that a dead process left.
+    [[nodiscard]] Descriptor listen(uint32_t module) const;
 
-    /** A module's listening socket, in the place of one that a dead process left. */
-    [[nodiscard]] Descriptor listen(uint32_t module) const noexcept;
+    // Removes a module's socket.
+    void remove(uint32_t module) const;
 
-    /** Removes a module's socket. */
-    void remove(uint32_t module) const noexcept;
+    // Connects to a module; EAGAIN when too many are about to.
+    [[nodiscard]] Descriptor connect(uint32_t module) const;
 
-    /** Connects to a module, without waiting: EAGAIN when too many are about to. */
-    [[nodiscard]] Descriptor connect(uint32_t module) const noexcept;
-
-    /**
-     * The next peer that has connected. A peer that is not trusted is refused with an error in the
-     * log and EPERM.
-     */
-    [[nodiscard]] Descriptor accept(const Descriptor &listener) const noexcept;
+    // The next who has connected. Who is not trusted is refused with an error in the log and EPERM.
+    [[nodiscard]] Descriptor accept(const Descriptor &listener) const;
 
   private:
-    [[nodiscard]] bool isTrusted(const char *function, const Descriptor &peer) const noexcept;
-    bool makeAddress(sockaddr_un &address, uint32_t module) const noexcept;
+    [[nodiscard]] bool isTrusted(const Descriptor &peer, const char *function) const;
+    [[nodiscard]] sockaddr_un addressOf(uint32_t module) const;
 
     std::string path_;
     Descriptor folder_;

@@ -1,7 +1,9 @@
 #include "xbus_message.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -11,87 +13,79 @@
 namespace port::bus {
 namespace {
 
-/** Head, buf and out, in this order. */
-std::array<iovec, 3> makeVector(const Head &head, const void *buf, const void *out) noexcept {
-    // The system's vectors are the same for both directions; sending leaves the bytes alone.
-    return {{{const_cast<Head *>(&head), sizeof head},
-             {const_cast<void *>(buf), head.bufLength},
-             {const_cast<void *>(out), head.outLength}}};
+bool isPartSound(const Head &head, uint32_t length, uint32_t given) {
+    return length <= kPartMax && (length == 0 || (head.given & given) != 0);
 }
 
-bool isPartSane(uint32_t length, bool given) noexcept {
-    return length <= partMax && (given || length == 0);
+bool isExpected(const Head &head, Side side) {
+    return side == Side::kModule ? head.kind == Kind::kCall || head.kind == Kind::kNotice
+                                 : head.kind == Kind::kAnswer && head.bufLength == 0;
 }
 
-bool isWellFormed(const Head &head, std::size_t packetLength) noexcept {
-    return packetLength >= sizeof head && head.magic == Head::magicNumber &&
-           (head.given & ~(Head::bufGiven | Head::outGiven)) == 0 &&
-           isPartSane(head.bufLength, (head.given & Head::bufGiven) != 0) &&
-           isPartSane(head.outLength, (head.given & Head::outGiven) != 0) &&
+bool isSound(const Head &head, Side side, size_t packetLength) {
+    return packetLength >= sizeof head && head.magic == Head::kMagic && isExpected(head, side) &&
+           (head.given & ~(Head::kBufGiven | Head::kOutGiven)) == 0 &&
+           isPartSound(head, head.bufLength, Head::kBufGiven) &&
+           isPartSound(head, head.outLength, Head::kOutGiven) &&
            packetLength == sizeof head + head.bufLength + head.outLength;
 }
 
-/** Receiving yields 0 at the end, and for a packet without any byte as well. */
-bool hasEnded(int socket) noexcept {
-    pollfd entry{socket, POLLRDHUP, 0};
+// Receiving returns 0 at the end, and for a packet without any byte as well.
+bool hasEnded(int socket) {
+    pollfd entry{.fd = socket, .events = POLLRDHUP, .revents = 0};
     return poll(&entry, 1, 0) != 0;
 }
 
 }  // namespace
 
-bool sendMessage(int socket, const Head &head, const Parts &parts) noexcept {
-    auto vector = makeVector(head, parts.buf, parts.out);
-    msghdr message{};
-    message.msg_iov = vector.data();
-    message.msg_iovlen = vector.size();
-    return sendmsg(socket, &message, MSG_DONTWAIT | MSG_NOSIGNAL) != -1;
+bool sendMessage(int socket, const Message &message) {
+    // The system's vectors serve both directions; sending leaves the bytes alone.
+    std::array<iovec, 3> vector{{{const_cast<Head *>(&message.head), sizeof message.head},
+                                 {const_cast<void *>(message.buf), message.head.bufLength},
+                                 {const_cast<void *>(message.out), message.head.outLength}}};
+    msghdr packet{};
+    packet.msg_iov = vector.data();
+    packet.msg_iovlen = vector.size();
+    return sendmsg(socket, &packet, MSG_DONTWAIT | MSG_NOSIGNAL) != -1;
 }
 
-bool isPeerGone(int error) noexcept {
-    return error == EPIPE || error == ECONNRESET || error == ECONNREFUSED || error == ENOTCONN;
-}
-
-Arrival peekMessage(const char *function, int socket, Head &head) noexcept {
-    for (;;) {
-        const ssize_t length =
-            recv(socket, &head, sizeof head, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
-        if (length > 0 && isWellFormed(head, static_cast<std::size_t>(length))) {
-            return Arrival::message;
-        }
-        if (length == 0 && hasEnded(socket)) {
-            return Arrival::end;
-        }
-        if (length >= 0) {
-            logMalformed(function, socket);
-            return Arrival::malformed;
-        }
-        if (errno == EAGAIN || errno == EINTR) {
-            return Arrival::nothing;
-        }
-        // Said once, when the other end closes and leaves something unread. What it sent before
-        // that is still to be received.
-        if (errno != ECONNRESET) {
-            return Arrival::end;
-        }
+bool receiveMessage(int socket, Side side, Head &head, std::span<uint8_t> parts) {
+    std::array<iovec, 2> vector{{{&head, sizeof head}, {parts.data(), parts.size()}}};
+    msghdr packet{};
+    packet.msg_iov = vector.data();
+    packet.msg_iovlen = vector.size();
+    ssize_t length = -1;
+    do {
+        // The length is the packet's, also where it is more than there is room for.
+        length = recvmsg(socket, &packet, MSG_DONTWAIT | MSG_TRUNC);
+        // ECONNRESET is said once, when the other end closes and leaves something unread. What it
+        // sent before that is still to be received.
+    } while (length == -1 && (errno == ECONNRESET || errno == EINTR));
+    if (length == -1) {
+        errno = errno == EAGAIN ? EAGAIN : ECONNRESET;
+        return false;
     }
+    if (length == 0 && hasEnded(socket)) {
+        errno = ECONNRESET;
+        return false;
+    }
+    const auto packetLength = static_cast<size_t>(length);
+    if (!isSound(head, side, packetLength)) {
+        explicit_bzero(parts.data(), std::min(packetLength, parts.size()));
+        logMalformed(socket, side);
+        errno = EBADMSG;
+        return false;
+    }
+    return true;
 }
 
-void logMalformed(const char *function, int socket) noexcept {
+void logMalformed(int socket, Side side) {
     ucred sender{};
     socklen_t size = sizeof sender;
     (void)getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &sender, &size);
-    palModuleDebug(logModule, logError, function, __LINE__,
-                   "a malformed or oversized message of process %d is dropped\n", sender.pid);
-}
-
-bool takeMessage(int socket, const Head &head, void *buf, void *out) noexcept {
-    Head taken;
-    auto vector = makeVector(head, buf, out);
-    vector[0].iov_base = &taken;
-    msghdr message{};
-    message.msg_iov = vector.data();
-    message.msg_iovlen = buf == nullptr && out == nullptr ? 1 : vector.size();
-    return recvmsg(socket, &message, MSG_DONTWAIT) > 0;
+    palModuleDebug(kLogModule, kLogError, side == Side::kModule ? "xbusListen" : "xbusIoctl",
+                   __LINE__, "a malformed or oversized message of process %d is dropped\n",
+                   sender.pid);
 }
 
 }  // namespace port::bus

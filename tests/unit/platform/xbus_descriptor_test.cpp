@@ -4,10 +4,11 @@
  */
 #include <cerrno>
 #include <chrono>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <memory>
 #include <poll.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <xbus.h>
@@ -37,6 +38,27 @@ bool isReadable(const Module &module, int milliseconds = 0) {
     pollfd entry{xbusDescriptor(module.context()), POLLIN, 0};
     return poll(&entry, 1, milliseconds) == 1 && entry.revents == POLLIN;
 }
+
+/** While it lives, no descriptor is left for the process. */
+class NoDescriptors {
+  public:
+    NoDescriptors() {
+        const int firstFree = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+        EXPECT_NE(-1, firstFree);
+        close(firstFree);
+        EXPECT_EQ(0, getrlimit(RLIMIT_NOFILE, &before_));
+        const rlimit none{static_cast<rlim_t>(firstFree), before_.rlim_max};
+        EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    }
+    ~NoDescriptors() { EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &before_)); }
+    NoDescriptors(const NoDescriptors &) = delete;
+    NoDescriptors &operator=(const NoDescriptors &) = delete;
+    NoDescriptors(NoDescriptors &&) = delete;
+    NoDescriptors &operator=(NoDescriptors &&) = delete;
+
+  private:
+    rlimit before_{};
+};
 
 /** Handles messages as a loop over poll() does. @return how often it listened. */
 int serve(Module &module) {
@@ -153,6 +175,46 @@ TEST_F(XbusDescriptor, ADaemon_WaitsWithTheDescriptorOfItsRegistration) {
     ASSERT_EQ(0, sender.notify(relay, 1));
     ASSERT_EQ(0, sender.notify(relay, 2));
     EXPECT_TRUE(over.pass());
+}
+
+TEST_F(XbusDescriptor, ASenderLeavesWhileAChildHoldsItsConnection_NotLeftReadable) {
+    Module receiver(relay);
+    const Gate leave;
+    Child sender([&leave] {
+        const Module module(pnac);
+        return module.notify(relay, 1) == 0 && leave.pass() ? 0 : 1;
+    });
+    EXPECT_EQ(1, receiver.listen());
+    const Gate over;
+    const Child holder([&over] { return over.pass() ? 0 : 1; });
+    leave.open();
+    EXPECT_EQ(0, sender.wait());
+    EXPECT_EQ(1, serve(receiver));
+    EXPECT_FALSE(isReadable(receiver));
+}
+
+TEST_F(XbusDescriptor, NoDescriptorLeftForASender_LooksAgainLater) {
+    Module receiver(relay);
+    const Module connected(pnac);
+    ASSERT_EQ(0, connected.notify(relay, 1));
+    ASSERT_EQ(1, receiver.listen(0us));
+    const Module stranger(pnac + 1);
+    ASSERT_EQ(0, stranger.notify(relay, 2));
+    {
+        const NoDescriptors none;
+        EXPECT_TRUE(isReadable(receiver));
+        EXPECT_EQ(-1, receiver.listen(0us));
+        EXPECT_FALSE(isReadable(receiver)) << "a loop over poll() would spin";
+        ASSERT_EQ(0, connected.notify(relay, 3));
+        EXPECT_TRUE(isReadable(receiver)) << "who is connected is served";
+        EXPECT_EQ(1, receiver.listen(0us));
+        EXPECT_FALSE(isReadable(receiver));
+    }
+    EXPECT_TRUE(isReadable(receiver, patienceMilliseconds)) << "without anybody else's help";
+    EXPECT_EQ(1, receiver.listen(0us));
+    serve(receiver);
+    EXPECT_FALSE(isReadable(receiver));
+    EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 3, 2));
 }
 
 }  // namespace

@@ -197,7 +197,7 @@ Bytes packetOf(const port::bus::Head &head, const Bytes &buf, const Bytes &out) 
 port::bus::Head noticeHead(uint32_t command, uint32_t bufLength, uint32_t outLength) {
     port::bus::Head head;
     head.code = command;
-    head.given = port::bus::Head::bufGiven | port::bus::Head::outGiven;
+    head.given = port::bus::Head::kBufGiven | port::bus::Head::kOutGiven;
     head.bufLength = bufLength;
     head.outLength = outLength;
     return head;

@@ -8,6 +8,7 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -225,12 +226,13 @@ const Nonsense nonsenses[] = {
     {"another protocol", [] { return withHead([](Head &head) { head.magic ^= 1; }); }},
     {"no kind", [] { return withHead([](Head &head) { head.kind = Kind{}; }); }},
     {"an unknown kind", [] { return withHead([](Head &head) { head.kind = Kind{4}; }); }},
-    {"an answer to nothing", [] { return withHead([](Head &head) { head.kind = Kind::answer; }); }},
+    {"an answer to nothing",
+     [] { return withHead([](Head &head) { head.kind = Kind::kAnswer; }); }},
     {"an unknown flag", [] { return withHead([](Head &head) { head.given = 7; }); }},
     {"buf that is not given",
-     [] { return withHead([](Head &head) { head.given = Head::outGiven; }); }},
+     [] { return withHead([](Head &head) { head.given = Head::kOutGiven; }); }},
     {"out that is not given",
-     [] { return withHead([](Head &head) { head.given = Head::bufGiven; }); }},
+     [] { return withHead([](Head &head) { head.given = Head::kBufGiven; }); }},
     {"buf longer than the packet", [] { return withHead([](Head &head) { head.bufLength = 4; }); }},
     {"out longer than the packet", [] { return withHead([](Head &head) { head.outLength = 3; }); }},
     {"out shorter than the packet",
@@ -302,17 +304,29 @@ class FalseModule {
 
     [[nodiscard]] bool isThere() const { return isThere_; }
 
-    void answerOnce(const std::function<Bytes(Head)> &answer) const {
+    void answerOnce(const std::function<Bytes(Head)> &answer) const { close(answerFirst(answer)); }
+
+    /** @return whether the sender closes its connection after an answer. */
+    [[nodiscard]] bool answersInVain(const std::function<Bytes(Head)> &answer) const {
+        constexpr int patienceMilliseconds = 20000;
+        pollfd entry{answerFirst(answer), POLLRDHUP, 0};
+        const bool isClosed = poll(&entry, 1, patienceMilliseconds) == 1;
+        close(entry.fd);
+        return isClosed;
+    }
+
+  private:
+    /** @return the connection. */
+    [[nodiscard]] int answerFirst(const std::function<Bytes(Head)> &answer) const {
         const int sender = accept(listener_, nullptr, nullptr);
         Head head;
         EXPECT_GE(recv(sender, &head, sizeof head, 0), static_cast<ssize_t>(sizeof head));
         const Bytes packet = answer(head);
         EXPECT_EQ(send(sender, packet.data(), packet.size(), 0),
                   static_cast<ssize_t>(packet.size()));
-        close(sender);
+        return sender;
     }
 
-  private:
     int listener_ = -1;
     bool isThere_ = false;
 };
@@ -323,14 +337,14 @@ TEST_F(XbusPeers, AFalseAnswerIsDropped) {
     ASSERT_TRUE(module.isThere());
     const std::vector<std::function<Bytes(Head)>> answers{
         [](Head call) {
-            call.kind = Kind::answer;
-            call.given = Head::outGiven;
+            call.kind = Kind::kAnswer;
+            call.given = Head::kOutGiven;
             call.bufLength = 0;
             call.outLength = 4;
             return packetOf(call, {}, Bytes(4));  // One more than there is room for.
         },
         [](Head call) {
-            call.kind = Kind::answer;
+            call.kind = Kind::kAnswer;
             return packetOf(call, Bytes(call.bufLength), Bytes(call.outLength));
         },
         [](const Head &call) { return packetOf(call, Bytes(1), Bytes(3)); },
@@ -347,13 +361,24 @@ TEST_F(XbusPeers, AFalseAnswerIsDropped) {
     EXPECT_THAT(errors(), testing::Each(HasSubstr("malformed")));
 }
 
+TEST_F(XbusPeers, AFalseAnswerClosesItsConnection) {
+    const Module sender(pnac);
+    const FalseModule module(socketPath(relay));
+    ASSERT_TRUE(module.isThere());
+    std::thread other(
+        [&] { EXPECT_TRUE(module.answersInVain([](const Head & /*call*/) { return Bytes(7); })); });
+    EXPECT_EQ(sender.call(relay, 1), -1);
+    EXPECT_EQ(errno, EBADMSG);
+    other.join();
+}
+
 TEST_F(XbusPeers, AnAnswerToSomebodyElseIsNotTaken) {
     const Module sender(pnac);
     const FalseModule module(socketPath(relay));
     ASSERT_TRUE(module.isThere());
     std::thread other([&] {
         module.answerOnce([](Head call) {
-            call.kind = Kind::answer;
+            call.kind = Kind::kAnswer;
             call.id += 1;
             call.given = 0;
             return packetOf(call);
@@ -438,7 +463,7 @@ TEST_F(XbusPeers, ACallerThatDoesNotReadItsAnswersHoldsUpNobody) {
     Module receiver(relay);
     RawPeer peer(socketPath(relay));
     Head call = noticeHead(1, 0, 65536);
-    call.kind = Kind::call;
+    call.kind = Kind::kCall;
     for (int i = 0; i < 20; ++i) {
         ASSERT_TRUE(peer.send(packetOf(call, {}, Bytes(65536))));
         ASSERT_EQ(receiver.listen(0us), 1);

@@ -551,6 +551,101 @@ TEST_F(Xbus, AHandlerMaySend) {
     EXPECT_THAT(sender.receivedCommands(), ElementsAre(2));
 }
 
+TEST_F(Xbus, AHandlerMayCall) {
+    const Gate ready;
+    Child child([&ready] {
+        Module module(pnac + 1);
+        module.handler = [](const Invocation &call) {
+            std::fill(call.out.begin(), call.out.end(), uint8_t{9});
+            return 7;
+        };
+        ready.open();
+        return module.listen() == 1 ? 0 : 1;
+    });
+    ASSERT_TRUE(ready.pass());
+    Module receiver(relay);
+    const Module sender(pnac);
+    receiver.handler = [&receiver](const Invocation &call) {
+        Bytes out(most);
+        EXPECT_EQ(receiver.call(pnac + 1, 1, Bytes(most, 8), out), 7);
+        EXPECT_EQ(out, Bytes(most, 9));
+        EXPECT_EQ(Bytes(call.buf.begin(), call.buf.end()), pattern(most, 1));
+        EXPECT_EQ(Bytes(call.out.begin(), call.out.end()), pattern(most, 2));
+        return 0;
+    };
+    const Bytes buf = pattern(most, 1);
+    Bytes out = pattern(most, 2);
+    uint32_t outLength = most;
+    EXPECT_EQ(
+        xbusIoctl(sender.context(), relay, 1, buf.data(), most, out.data(), &outLength, 2, 0, 0),
+        0);
+    EXPECT_EQ(receiver.listen(), 1);
+    EXPECT_EQ(child.wait(), 0);
+}
+
+TEST_F(Xbus, LateAnswersLeaveRoomForTheNext) {
+    constexpr int lateCalls = 3;  // as many as fill both queues with the largest messages
+    const Gate start;
+    const Gate over;
+    Child child([&] {
+        Module module(relay);
+        module.handler = [](const Invocation &call) { return static_cast<int>(call.command); };
+        over.open();
+        bool isSound = start.pass();
+        for (int i = 0; i < lateCalls; ++i) {
+            isSound = isSound && module.listen() == 1;
+        }
+        over.open();
+        return isSound && module.listen() == 1 ? 0 : 1;
+    });
+    ASSERT_TRUE(over.pass());
+    const Module sender(pnac);
+    Bytes out(most);
+    for (int i = 0; i < lateCalls; ++i) {
+        const ShortWaits waits;
+        EXPECT_EQ(sender.call(relay, 1, {}, out), -1);
+    }
+    start.open();
+    ASSERT_TRUE(over.pass());
+    EXPECT_EQ(sender.call(relay, 2, {}, out), 2);
+    EXPECT_EQ(child.wait(), 0);
+}
+
+#ifdef __SANITIZE_ADDRESS__
+using XbusDeathTest = Xbus;
+
+TEST_F(XbusDeathTest, AddressSanitizerSeesWhereBuffersEnd) {
+    Module receiver(relay);
+    const Module sender(pnac);
+    for (const bool isOut : {false, true}) {
+        receiver.handler = [isOut](const Invocation &call) {
+            const std::span<uint8_t> part = isOut ? call.out : call.buf;
+            return static_cast<const volatile uint8_t *>(part.data())[part.size()];
+        };
+        Bytes out(5);
+        uint32_t outLength = 5;
+        const Bytes buf(3);
+        ASSERT_EQ(
+            xbusIoctl(sender.context(), relay, 1, buf.data(), 3, out.data(), &outLength, 2, 0, 0),
+            0);
+        EXPECT_DEATH(receiver.listen(), "use-after-poison");
+    }
+}
+
+TEST_F(XbusDeathTest, AddressSanitizerSeesUseAfterTheHandler) {
+    Module receiver(relay);
+    const Module sender(pnac);
+    const volatile uint8_t *kept = nullptr;
+    receiver.handler = [&kept](const Invocation &call) {
+        kept = call.buf.data();
+        return 0;
+    };
+    ASSERT_EQ(sender.notify(relay, 1, Bytes(3)), 0);
+    ASSERT_EQ(receiver.listen(), 1);
+    EXPECT_DEATH((void)kept[0], "use-after-poison");
+}
+#endif
+
 TEST_F(Xbus, AHandlerCannotSendBackMoreThanItGot) {
     const Gate ready;
     Child child([&ready] {
