@@ -59,8 +59,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr uint32_t kWait = 0;
-constexpr uint32_t kNoWait = 2;
 constexpr std::chrono::seconds kAnswerTime{5};
 constexpr std::chrono::milliseconds kConnectPause{2};
 constexpr time_t kRetrySeconds = 1;
@@ -352,7 +350,7 @@ PAL_EXPORT int xbusIoctl(XbusCtx *ctx, uint32_t destModule, uint32_t cmd, const 
                          uint32_t len, void *out, uint32_t *outLen, uint32_t flags,
                          uint32_t /*reserved1*/, uint32_t /*reserved2*/) try {
     const uint32_t outLength = outLen == nullptr ? 0 : *outLen;
-    if (ctx == nullptr || (flags != kWait && flags != kNoWait)) {
+    if (ctx == nullptr || (flags != XBUS_WAIT && flags != XBUS_NO_WAIT)) {
         return fail(EINVAL);
     }
     if (len > kPartMax || outLength > kPartMax) {
@@ -363,7 +361,7 @@ PAL_EXPORT int xbusIoctl(XbusCtx *ctx, uint32_t destModule, uint32_t cmd, const 
     if ((buf == nullptr && len != 0) || (out == nullptr && outLength != 0)) {
         return fail(EINVAL);
     }
-    const bool waits = flags == kWait;
+    const bool waits = flags == XBUS_WAIT;
     const uint32_t given =
         (buf == nullptr ? 0 : Head::kBufGiven) | (out == nullptr ? 0 : Head::kOutGiven);
     const Message message{.head = {.kind = waits ? Kind::kCall : Kind::kNotice,

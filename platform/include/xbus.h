@@ -21,6 +21,12 @@
 extern "C" {
 #endif
 
+/** How a module is registered: with a handler for its messages. */
+enum { XBUS_MODE_HANDLER = 2 };
+
+/** Flags of xbusIoctl(): whether it waits for the handler's result. */
+enum { XBUS_WAIT = 0, XBUS_NO_WAIT = 2 };
+
 /** A module's place on the bus. */
 typedef struct XbusCtx XbusCtx;
 
@@ -56,7 +62,7 @@ int xbusInit(void);
  *
  * @param module   the module's number. One context of one process at a time has it; a process that
  *                 ended without releasing it has it no more.
- * @param mode     2.
+ * @param mode     XBUS_MODE_HANDLER.
  * @param handler  called for each message.
  * @param arg      handed to each call of the handler and left to it.
  * @return the module's context, which xbusUnRegister() releases; null with `errno` set, EADDRINUSE
@@ -106,11 +112,11 @@ int xbusDescriptor(XbusCtx *ctx);
  * @param len         bytes in `buf`.
  * @param out         bytes for the receiver that it may change; may be null when `*outLen` is 0.
  * @param outLen      bytes in `out`; when the call waits, what came back in `out` afterwards.
- * @param flags       0: waits for the handler's result. 2: does not wait.
+ * @param flags       XBUS_WAIT or XBUS_NO_WAIT.
  * @param reserved1   0.
  * @param reserved2   0.
- * @return flags 0: the handler's result, or -1 when there is no such module or it has not answered
- *         within 5 seconds; signals do not end the wait. Flags 2: 0 once the message is handed over,
+ * @return XBUS_WAIT: the handler's result, or -1 when there is no such module or it has not answered
+ *         within 5 seconds; signals do not end the wait. XBUS_NO_WAIT: 0 once the message is handed over,
  *         -1 when there is no such module or its queue is full (EAGAIN). A sender never blocks for
  *         ever. Where the call itself fails `errno` is set and `out` and `*outLen` are as before.
  *         What was handed over is not lost while the receiver lives.

@@ -18,9 +18,6 @@ XbusCtx *pRadEapXbusCtx = nullptr;
 namespace lanyard {
 namespace {
 
-constexpr uint32_t kRegisterMode = 2;
-constexpr uint32_t kSendWithoutWaiting = 2;
-
 // RFC 3748 section 4.
 constexpr uint8_t kEapResponse = 2;
 constexpr uint8_t kEapFailure = 4;
@@ -29,7 +26,7 @@ constexpr uint8_t kEapHeaderSize = 4;
 int sendToPnac(uint32_t module, uint32_t command, std::span<const uint8_t> record) {
     uint32_t outLen = 0;
     if (xbusIoctl(pRadEapXbusCtx, module, command, record.data(),
-                  static_cast<uint32_t>(record.size()), nullptr, &outLen, kSendWithoutWaiting, 0,
+                  static_cast<uint32_t>(record.size()), nullptr, &outLen, XBUS_NO_WAIT, 0,
                   0) == -1) {
         radDeviceLogAs("radEapSendRtn", kLogError, "xbusIoctl failed\n");
         return -1;
@@ -100,7 +97,7 @@ int radEapXbusInit(void) {
         radDeviceLog(kLogError, "failed to initialize XBUS \n");
         return -1;
     }
-    pRadEapXbusCtx = xbusRegister(RAD_EAP_MODULE, kRegisterMode, radEapIoctlHandler, nullptr);
+    pRadEapXbusCtx = xbusRegister(RAD_EAP_MODULE, XBUS_MODE_HANDLER, radEapIoctlHandler, nullptr);
     if (!pRadEapXbusCtx) {
         radDeviceLog(kLogError, "xbusRegister failed. errno=%d\n", errno);
         xbusDeInit();

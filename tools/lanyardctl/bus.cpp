@@ -13,9 +13,6 @@ namespace lanyardctl {
 
 namespace {
 
-constexpr uint32_t kRegisterMode = 2;
-constexpr uint32_t kWaitForResult = 0;
-
 int refuse(void * /*busArg1*/, void * /*busArg2*/, uint32_t /*cmd*/, void * /*buf*/,
            uint32_t /*len*/, void * /*out*/, uint32_t * /*outLen*/) {
     return -1;
@@ -57,7 +54,7 @@ Bus::~Bus() {
 }
 
 bool Bus::join() {
-    context_.reset(xbusRegister(kServiceModule, kRegisterMode, refuse, nullptr));
+    context_.reset(xbusRegister(kServiceModule, XBUS_MODE_HANDLER, refuse, nullptr));
     return context_ != nullptr;
 }
 
@@ -68,7 +65,7 @@ void Bus::wait(std::chrono::microseconds time) {
 int BusRelay::send(const RadDbUpdateInfo &notice, std::string oldValues) {
     auto length = static_cast<uint32_t>(oldValues.size());
     return xbusIoctl(bus_.context(), RAD_EAP_MODULE, RAD_EAP_CMD_DB_UPDATE, &notice, sizeof(notice),
-                     length != 0 ? oldValues.data() : nullptr, &length, kWaitForResult, 0, 0);
+                     length != 0 ? oldValues.data() : nullptr, &length, XBUS_WAIT, 0, 0);
 }
 
 BusRelay::BusRelay(const Bus &bus) : bus_(bus), boot_(bootId()) {}

@@ -12,9 +12,6 @@
 namespace lanyard::pnac {
 namespace {
 
-constexpr uint32_t kRegisterMode = 2;
-constexpr uint32_t kSendWithoutWaiting = 2;
-
 [[noreturn]] void refuse(const char *what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
@@ -25,7 +22,7 @@ Bus::Bus(std::function<void(ByteView)> receiver) : receiver_(std::move(receiver)
     if (xbusInit() != 0) {
         refuse("management bus");
     }
-    context_ = xbusRegister(RAD_EAP_PNAC_MODULE, kRegisterMode, handle, this);
+    context_ = xbusRegister(RAD_EAP_PNAC_MODULE, XBUS_MODE_HANDLER, handle, this);
     if (!context_) {
         const int error = errno;
         xbusDeInit();
@@ -42,7 +39,7 @@ Bus::~Bus() {
 bool Bus::send(ByteView record) {
     uint32_t outLen = 0;
     return xbusIoctl(context_, RAD_EAP_MODULE, kRecordCommand, record.data(),
-                     static_cast<uint32_t>(record.size()), nullptr, &outLen, kSendWithoutWaiting, 0,
+                     static_cast<uint32_t>(record.size()), nullptr, &outLen, XBUS_NO_WAIT, 0,
                      0) == 0;
 }
 

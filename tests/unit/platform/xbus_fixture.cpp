@@ -40,7 +40,7 @@ extern "C" int ppoll(pollfd *fds, nfds_t count, const timespec *timeout, const s
 
 namespace test {
 
-Module::Module(uint32_t number) : context_(xbusRegister(number, 2, handle, this)) {
+Module::Module(uint32_t number) : context_(xbusRegister(number, XBUS_MODE_HANDLER, handle, this)) {
     EXPECT_NE(context_, nullptr) << "module " << number << ": " << std::strerror(errno);
 }
 
@@ -56,20 +56,20 @@ int Module::listen(std::chrono::microseconds timeout) {
 
 int Module::notify(uint32_t module, uint32_t command, const Bytes &buf) const {
     return xbusIoctl(context_, module, command, buf.data(), static_cast<uint32_t>(buf.size()),
-                     nullptr, nullptr, notWaiting, 0, 0);
+                     nullptr, nullptr, XBUS_NO_WAIT, 0, 0);
 }
 
 int Module::call(uint32_t module, uint32_t command, const Bytes &buf, Bytes &out) const {
     auto outLength = static_cast<uint32_t>(out.size());
     const int result =
         xbusIoctl(context_, module, command, buf.data(), static_cast<uint32_t>(buf.size()),
-                  out.data(), &outLength, waiting, 0, 0);
+                  out.data(), &outLength, XBUS_WAIT, 0, 0);
     out.resize(outLength);
     return result;
 }
 
 int Module::call(uint32_t module, uint32_t command) const {
-    return xbusIoctl(context_, module, command, nullptr, 0, nullptr, nullptr, waiting, 0, 0);
+    return xbusIoctl(context_, module, command, nullptr, 0, nullptr, nullptr, XBUS_WAIT, 0, 0);
 }
 
 std::vector<uint32_t> Module::receivedCommands() const {

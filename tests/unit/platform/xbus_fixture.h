@@ -27,8 +27,6 @@ namespace test {
 
 using lanyard::test::Bytes;
 
-constexpr uint32_t waiting = 0;
-constexpr uint32_t notWaiting = 2;
 constexpr std::chrono::microseconds patience = std::chrono::seconds(20);
 
 /** One message as a handler got it; a null pointer has no bytes. */

@@ -175,7 +175,7 @@ TEST_P(XbusDaemon, KeepsItsRegistration) {
     EXPECT_EQ(child.wait(), 0) << "the parent has left";
     ASSERT_TRUE(ready.pass());
     errno = 0;
-    EXPECT_EQ(xbusRegister(relay, 2, ignore, nullptr), nullptr);
+    EXPECT_EQ(xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr), nullptr);
     EXPECT_EQ(errno, EADDRINUSE);
     const Module sender(pnac);
     EXPECT_EQ(sender.call(relay, 42), 42);
@@ -183,7 +183,8 @@ TEST_P(XbusDaemon, KeepsItsRegistration) {
 
     XbusCtx *next = nullptr;
     const auto deadline = Clock::now() + 20s;
-    while ((next = xbusRegister(relay, 2, ignore, nullptr)) == nullptr && Clock::now() < deadline) {
+    while ((next = xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr)) == nullptr &&
+           Clock::now() < deadline) {
         std::this_thread::yield();
     }
     EXPECT_NE(next, nullptr) << "the number is free when the daemon has ended";
@@ -505,8 +506,10 @@ TEST_F(XbusUsers, TheFolderKeepsOthersOut) {
                   if (xbusInit() == 0) {
                       return 2;
                   }
-                  return xbusRegister(pnac, 2, ignore, nullptr) == nullptr && errno == EACCES ? 0
-                                                                                              : 3;
+                  return xbusRegister(pnac, XBUS_MODE_HANDLER, ignore, nullptr) == nullptr &&
+                                 errno == EACCES
+                             ? 0
+                             : 3;
               }),
               0);
     EXPECT_EQ(receiver.listen(0us), 0);

@@ -90,11 +90,11 @@ TEST_F(Xbus, InitFailsWithoutAPlaceForTheFolder) {
 
 TEST_F(Xbus, RegisteringNeedsTheFolderAndAHandler) {
     errno = 0;
-    EXPECT_EQ(xbusRegister(relay, 2, nullptr, nullptr), nullptr);
+    EXPECT_EQ(xbusRegister(relay, XBUS_MODE_HANDLER, nullptr, nullptr), nullptr);
     EXPECT_EQ(errno, EINVAL);
     root_.remove("/run/xbus");
     errno = 0;
-    EXPECT_EQ(xbusRegister(relay, 2, ignore, nullptr), nullptr);
+    EXPECT_EQ(xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr), nullptr);
     EXPECT_EQ(errno, ENOENT);
 }
 
@@ -102,11 +102,13 @@ TEST_F(Xbus, AModuleIsThereOnce) {
     {
         Module first(relay);
         errno = 0;
-        EXPECT_EQ(xbusRegister(relay, 2, ignore, nullptr), nullptr);
+        EXPECT_EQ(xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr), nullptr);
         EXPECT_EQ(errno, EADDRINUSE);
         Child other([] {
-            return xbusRegister(relay, 2, ignore, nullptr) == nullptr && errno == EADDRINUSE ? 0
-                                                                                             : 1;
+            return xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr) == nullptr &&
+                           errno == EADDRINUSE
+                       ? 0
+                       : 1;
         });
         EXPECT_EQ(other.wait(), 0);
 
@@ -170,9 +172,12 @@ TEST_F(Xbus, NullStaysNullAndEmptyStaysEmpty) {
     const char byte = 0;
     char outByte = 0;
     uint32_t none = 0;
-    EXPECT_EQ(xbusIoctl(sender.context(), relay, 1, nullptr, 0, nullptr, nullptr, 2, 0, 0), 0);
-    EXPECT_EQ(xbusIoctl(sender.context(), relay, 2, &byte, 0, &outByte, &none, 2, 0, 0), 0);
-    EXPECT_EQ(xbusIoctl(sender.context(), relay, 3, nullptr, 0, &outByte, &none, 2, 0, 0), 0);
+    EXPECT_EQ(
+        xbusIoctl(sender.context(), relay, 1, nullptr, 0, nullptr, nullptr, XBUS_NO_WAIT, 0, 0), 0);
+    EXPECT_EQ(xbusIoctl(sender.context(), relay, 2, &byte, 0, &outByte, &none, XBUS_NO_WAIT, 0, 0),
+              0);
+    EXPECT_EQ(
+        xbusIoctl(sender.context(), relay, 3, nullptr, 0, &outByte, &none, XBUS_NO_WAIT, 0, 0), 0);
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(receiver.listen(), 1);
     }
@@ -195,8 +200,8 @@ TEST_F(Xbus, BuffersAreAlignedForAnyType) {
         Bytes out(size + 1);
         auto outLength = static_cast<uint32_t>(out.size());
         const Bytes buf(size);
-        ASSERT_EQ(xbusIoctl(sender.context(), relay, 1, buf.data(), size, out.data(), &outLength, 2,
-                            0, 0),
+        ASSERT_EQ(xbusIoctl(sender.context(), relay, 1, buf.data(), size, out.data(), &outLength,
+                            XBUS_NO_WAIT, 0, 0),
                   0);
         EXPECT_EQ(receiver.listen(), 1);
     }
@@ -208,7 +213,8 @@ TEST_F(Xbus, ANoticeIsHandedOverToAModuleThatDoesNotListenYet) {
     Bytes out{1, 2, 3};
     uint32_t outLength = 3;
     const Bytes buf{7};
-    EXPECT_EQ(xbusIoctl(sender.context(), relay, 4, buf.data(), 1, out.data(), &outLength, 2, 0, 0),
+    EXPECT_EQ(xbusIoctl(sender.context(), relay, 4, buf.data(), 1, out.data(), &outLength,
+                        XBUS_NO_WAIT, 0, 0),
               0);
     receiver.handler = [](const Invocation &call) {
         EXPECT_EQ(Bytes(call.out.begin(), call.out.end()), (Bytes{1, 2, 3}));
@@ -240,9 +246,12 @@ TEST_F(Xbus, ImpossibleArgumentsAreRefused) {
     const Module sender(pnac);
     const char byte = 0;
     uint32_t one = 1;
-    EXPECT_EQ(xbusIoctl(nullptr, relay, 1, nullptr, 0, nullptr, nullptr, 2, 0, 0), -1);
-    EXPECT_EQ(xbusIoctl(sender.context(), relay, 1, nullptr, 1, nullptr, nullptr, 2, 0, 0), -1);
-    EXPECT_EQ(xbusIoctl(sender.context(), relay, 1, &byte, 1, nullptr, &one, 2, 0, 0), -1);
+    EXPECT_EQ(xbusIoctl(nullptr, relay, 1, nullptr, 0, nullptr, nullptr, XBUS_NO_WAIT, 0, 0), -1);
+    EXPECT_EQ(
+        xbusIoctl(sender.context(), relay, 1, nullptr, 1, nullptr, nullptr, XBUS_NO_WAIT, 0, 0),
+        -1);
+    EXPECT_EQ(xbusIoctl(sender.context(), relay, 1, &byte, 1, nullptr, &one, XBUS_NO_WAIT, 0, 0),
+              -1);
     for (const uint32_t flags : {1U, 3U, 4U, 0x80000002U}) {
         EXPECT_EQ(xbusIoctl(sender.context(), relay, 1, &byte, 1, nullptr, nullptr, flags, 0, 0),
                   -1);
@@ -519,9 +528,9 @@ TEST_F(Xbus, CarriesMessagesOf64KiBInEachBuffer) {
     const Bytes buf = pattern(most, 1);
     Bytes out = pattern(most, 2);
     uint32_t outLength = most;
-    EXPECT_EQ(
-        xbusIoctl(sender.context(), relay, 1, buf.data(), most, out.data(), &outLength, 2, 0, 0),
-        0);
+    EXPECT_EQ(xbusIoctl(sender.context(), relay, 1, buf.data(), most, out.data(), &outLength,
+                        XBUS_NO_WAIT, 0, 0),
+              0);
     EXPECT_EQ(sender.call(relay, 1, buf, out), 1);
     EXPECT_EQ(out, Bytes(buf.rbegin(), buf.rend()));
     EXPECT_EQ(child.wait(), 0);
@@ -576,9 +585,9 @@ TEST_F(Xbus, AHandlerMayCall) {
     const Bytes buf = pattern(most, 1);
     Bytes out = pattern(most, 2);
     uint32_t outLength = most;
-    EXPECT_EQ(
-        xbusIoctl(sender.context(), relay, 1, buf.data(), most, out.data(), &outLength, 2, 0, 0),
-        0);
+    EXPECT_EQ(xbusIoctl(sender.context(), relay, 1, buf.data(), most, out.data(), &outLength,
+                        XBUS_NO_WAIT, 0, 0),
+              0);
     EXPECT_EQ(receiver.listen(), 1);
     EXPECT_EQ(child.wait(), 0);
 }
@@ -625,9 +634,9 @@ TEST_F(XbusDeathTest, AddressSanitizerSeesWhereBuffersEnd) {
         Bytes out(5);
         uint32_t outLength = 5;
         const Bytes buf(3);
-        ASSERT_EQ(
-            xbusIoctl(sender.context(), relay, 1, buf.data(), 3, out.data(), &outLength, 2, 0, 0),
-            0);
+        ASSERT_EQ(xbusIoctl(sender.context(), relay, 1, buf.data(), 3, out.data(), &outLength,
+                            XBUS_NO_WAIT, 0, 0),
+                  0);
         EXPECT_DEATH(receiver.listen(), "use-after-poison");
     }
 }

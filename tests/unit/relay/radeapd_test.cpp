@@ -41,7 +41,6 @@ using testing::Not;
 using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t kPnac = 6;
-constexpr uint32_t kDontWait = 2;
 constexpr const char *kDictionary = "/nexa2.0/etc/radius.dict";
 constexpr seconds kPatience{20};
 // What it promises, and what a busy machine may add to that.
@@ -72,7 +71,7 @@ class Radeapd : public testing::Test {
         root.write("/var/hosts", "127.0.0.1 " + hostName() + "\n");
         prepareDatabase();
         ASSERT_EQ(0, xbusInit());
-        bus = xbusRegister(kPnac, 2, keep, this);
+        bus = xbusRegister(kPnac, XBUS_MODE_HANDLER, keep, this);
         ASSERT_NE(nullptr, bus);
         const ProgramResult started = runProgram(command, {"PAL_ROOT=" + root.folder().string()});
         ASSERT_EQ(0, started.status) << started.err;
@@ -128,7 +127,7 @@ class Radeapd : public testing::Test {
     }
     [[nodiscard]] bool isAlive() const { return !endsWithin(milliseconds(0)); }
 
-    int send(uint32_t busCommand, ByteView message, uint32_t flags = kDontWait) const {
+    int send(uint32_t busCommand, ByteView message, uint32_t flags = XBUS_NO_WAIT) const {
         uint32_t outLen = 0;
         return xbusIoctl(bus, RAD_EAP_MODULE, busCommand, message.data(),
                          static_cast<uint32_t>(message.size()), nullptr, &outLen, flags, 0, 0);

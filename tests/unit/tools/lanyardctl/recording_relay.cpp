@@ -15,7 +15,6 @@ namespace lanyard::test {
 
 namespace {
 
-constexpr uint32_t kRegisterMode = 2;
 constexpr uint32_t kListenMicroseconds = 10000;
 
 bool isAboutServers(const RecordingRelay::Message &message) {
@@ -26,7 +25,8 @@ bool isAboutServers(const RecordingRelay::Message &message) {
 
 RecordingRelay::RecordingRelay(const std::string &file) {
     if (radiusMgmtInit(file.c_str(), "radEap") != 0 || radLibInit(nullptr) != 0 ||
-        xbusInit() != 0 || !(context_ = xbusRegister(RAD_EAP_MODULE, kRegisterMode, take, this))) {
+        xbusInit() != 0 ||
+        !(context_ = xbusRegister(RAD_EAP_MODULE, XBUS_MODE_HANDLER, take, this))) {
         throw std::runtime_error("the relay does not start");
     }
     thread_ = std::thread([this] {

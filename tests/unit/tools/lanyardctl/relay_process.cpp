@@ -55,7 +55,6 @@ void end(int /*signal*/) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    constexpr uint32_t kRegisterMode = 2;
     constexpr uint32_t kListenMicroseconds = 20000;
 
     if (argc != 2 || radiusMgmtInit(argv[1], "radEap") != 0 || radLibInit(nullptr) != 0) {
@@ -64,7 +63,7 @@ int main(int argc, char **argv) {
     (void)std::signal(SIGTERM, end);
     XbusCtx *context = nullptr;
     if (xbusInit() != 0 ||
-        !(context = xbusRegister(RAD_EAP_MODULE, kRegisterMode, handle, nullptr))) {
+        !(context = xbusRegister(RAD_EAP_MODULE, XBUS_MODE_HANDLER, handle, nullptr))) {
         return 1;
     }
     if (std::puts("ready") < 0 || std::fflush(stdout) != 0) {

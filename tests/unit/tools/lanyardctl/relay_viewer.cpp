@@ -14,11 +14,11 @@ namespace lanyard::test {
 
 RelayViewer::RelayViewer() {
     constexpr uint32_t kModule = 30;
-    constexpr uint32_t kRegisterMode = 2;
     const XbusHandler refuse = [](void *, void *, uint32_t, void *, uint32_t, void *, uint32_t *) {
         return -1;
     };
-    if (xbusInit() != 0 || !(context_ = xbusRegister(kModule, kRegisterMode, refuse, nullptr))) {
+    if (xbusInit() != 0 ||
+        !(context_ = xbusRegister(kModule, XBUS_MODE_HANDLER, refuse, nullptr))) {
         throw std::runtime_error("no bus");
     }
 }
@@ -30,8 +30,8 @@ RelayViewer::~RelayViewer() {
 std::optional<RelayServers> RelayViewer::look() {
     std::array<char, 8192> answer{};
     auto length = static_cast<uint32_t>(answer.size());
-    if (xbusIoctl(context_, RAD_EAP_MODULE, kTellServers, nullptr, 0, answer.data(), &length, 0, 0,
-                  0) != 0) {
+    if (xbusIoctl(context_, RAD_EAP_MODULE, kTellServers, nullptr, 0, answer.data(), &length,
+                  XBUS_WAIT, 0, 0) != 0) {
         return std::nullopt;
     }
     std::istringstream lines(std::string(answer.data(), length));
