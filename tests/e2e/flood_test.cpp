@@ -135,7 +135,7 @@ class Flood : public EndToEnd {
     }
 
   private:
-    void expectLogin(const Account &account) {
+    static void expectLogin(const Account &account) {
         Supplicant supplicant(wire(), account, wire().stations(1).front().interface);
         supplicant.awaitReady();
         supplicant.start();
