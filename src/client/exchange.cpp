@@ -10,6 +10,7 @@
 #include "base/log.h"
 #include "client/last_error.h"
 #include "client/transport.h"
+#include "conf/store.h"
 
 namespace lanyard {
 namespace {
@@ -22,12 +23,11 @@ constexpr std::array<uint8_t, RAD_DIGEST_SIZE> radMsgAuthPlaceholder{};
 
 // What a request needs of the configuration.
 struct Servers {
-    const RadServer *slots = nullptr;
-    int count = 0;
     const int32_t *timeout = nullptr;
     const int32_t *retries = nullptr;
+    ServerList list = {};
 
-    bool usable() const { return slots && count >= 1 && timeout && retries; }
+    bool usable() const { return list.slots && list.count >= 1 && timeout && retries; }
 };
 
 // The caller's list while it is completed. The caller holds it by its first pair, so that record
@@ -144,10 +144,7 @@ bool findServers(const char *function, int code, Servers &servers) {
         noteOutcome(outcome);
         return false;
     }
-    const bool accounting = code == RAD_CODE_ACCOUNTING_REQUEST;
-    servers.slots = static_cast<const RadServer *>(
-        radConfGet(accounting ? RAD_CONF_ACCT_SERVERS : RAD_CONF_AUTH_SERVERS));
-    servers.count = radConfGetNumServers(accounting ? RAD_SERVER_ACCT : RAD_SERVER_AUTH);
+    servers.list = code == RAD_CODE_ACCOUNTING_REQUEST ? acctServers() : authServers();
     if (!servers.usable()) {
         radLogAs(function, kLogError, "radBuildAndSendReq: RADIUS is not configured properly\n");
         failAt(outcome, RAD_STEP_PREPARE, RAD_REASON_NOT_CONFIGURED);
@@ -162,9 +159,7 @@ bool findServers(const char *function, int code, Servers &servers) {
 int askServers(const char *function, int code, RadPair *pairs, RadPair **replyOut,
                int32_t *results) {
     forgetOutcomes();
-    Servers servers;
-    servers.timeout = static_cast<const int32_t *>(radConfGet(RAD_CONF_TIMEOUT));
-    servers.retries = static_cast<const int32_t *>(radConfGet(RAD_CONF_RETRIES));
+    Servers servers{.timeout = defaultTimeout(), .retries = defaultRetries()};
     if (!pairs || !replyOut) {
         return -1;
     }
@@ -173,9 +168,11 @@ int askServers(const char *function, int code, RadPair *pairs, RadPair **replyOu
         return -1;
     }
     int result = -1;
-    int asked = 0;
-    for (int slot = 0; slot < RAD_SERVERS_MAX && asked < servers.count; ++slot) {
-        const RadServer &server = servers.slots[slot];
+    uint32_t asked = 0;
+    for (const RadServer &server : *servers.list.slots) {
+        if (asked == servers.list.count) {
+            break;
+        }
         if (!server.host) {
             continue;
         }

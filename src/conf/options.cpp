@@ -51,21 +51,42 @@ int32_t numberOf(unsigned index) {
     return *static_cast<const int32_t *>(radConf.options[index].value);
 }
 
+// The value of an option, whatever it points to; null, which is logged, while it is unset.
+void *valueOf(unsigned index) {
+    const ConfOption &option = radConf.options[index];
+    if (!option.value) {
+        radLogAs("radConfGet", kLogTrace, "radConfGet: failed to get value of config option : %s\n",
+                 option.keyword);
+    }
+    return option.value;
+}
+
 }  // namespace
+
+const int32_t *defaultTimeout() {
+    return static_cast<const int32_t *>(valueOf(RAD_CONF_TIMEOUT));
+}
+
+const int32_t *defaultRetries() {
+    return static_cast<const int32_t *>(valueOf(RAD_CONF_RETRIES));
+}
+
+ServerList authServers() {
+    return {.slots = valueOf(RAD_CONF_AUTH_SERVERS) ? &radConf.authServers : nullptr,
+            .count = radConf.authCount};
+}
+
+ServerList acctServers() {
+    return {.slots = valueOf(RAD_CONF_ACCT_SERVERS) ? &radConf.acctServers : nullptr,
+            .count = radConf.acctCount};
+}
+
 }  // namespace lanyard
 
 using namespace lanyard;
 
 void *radConfGet(uint32_t index) {
-    if (index >= radConf.options.size()) {
-        return nullptr;
-    }
-    const auto &option = radConf.options[index];
-    if (!option.value) {
-        radLog(kLogTrace, "radConfGet: failed to get value of config option : %s\n",
-               option.keyword);
-    }
-    return option.value;
+    return index < radConf.options.size() ? valueOf(index) : nullptr;
 }
 
 int radConfSetTimeout(const char *text) {

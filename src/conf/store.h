@@ -45,6 +45,20 @@ struct RadConf {
 
 extern RadConf radConf;
 
+// What the rest of the library asks, typed: null while unset, which is logged as radConfGet() logs
+// it.
+const int32_t *defaultTimeout();
+const int32_t *defaultRetries();
+
+// One kind of servers: the slots, null while there is none, and how many of them hold a server.
+struct ServerList {
+    const ServerSlots *slots;
+    uint32_t count;
+};
+
+ServerList authServers();
+ServerList acctServers();
+
 }  // namespace lanyard
 
 #endif
