@@ -6,6 +6,8 @@
 
 #include <lanyard/radius/attr.h>
 
+#include "attr/pair.h"
+
 namespace lanyard {
 
 // A pair list that is freed at the end.
@@ -17,20 +19,24 @@ class PairList {
     ~PairList() { radPairListFree(head_); }
 
     RadPair *head() const { return head_; }
+
+    // For a function that fills an empty list; nothing is added here after that.
     RadPair **address() { return &head_; }
 
-    bool addText(int attrNum, const char *text) {
-        return radPairAdd(&head_, attrNum, text, 0) != nullptr;
-    }
-    bool addOctets(int attrNum, const uint8_t *octets, int length) {
-        return radPairAdd(&head_, attrNum, octets, length) != nullptr;
+    // Takes over a pair that is in no list. False for null.
+    bool append(RadPair *pair) { return appender_.append(PartitionPtr<RadPair>(pair)); }
+
+    bool addText(int attrNum, const char *text) { return append(radPairNew(attrNum, text, 0)); }
+    bool addBytes(int attrNum, const uint8_t *bytes, int length) {
+        return append(radPairNew(attrNum, bytes, length));
     }
     bool addNumber(int attrNum, uint32_t number) {
-        return radPairAdd(&head_, attrNum, &number, sizeof(number)) != nullptr;
+        return append(radPairNew(attrNum, &number, sizeof(number)));
     }
 
   private:
     RadPair *head_ = nullptr;
+    PairAppender appender_{&head_};
 };
 
 }  // namespace lanyard

@@ -38,8 +38,8 @@ int authenticate(const Reporting &reporting, const char *userName, const uint8_t
     PairList request;
     if (!request.addText(RAD_ATTR_USER_NAME, userName) ||
         !request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly) ||
-        !request.addOctets(RAD_ATTR_CHAP_PASSWORD, chapPassword, chapPasswordLen) ||
-        !request.addOctets(RAD_ATTR_CHAP_CHALLENGE, chapChallenge, chapChallengeLen)) {
+        !request.addBytes(RAD_ATTR_CHAP_PASSWORD, chapPassword, chapPasswordLen) ||
+        !request.addBytes(RAD_ATTR_CHAP_CHALLENGE, chapChallenge, chapChallengeLen)) {
         return -1;
     }
     PairList reply;

@@ -14,7 +14,7 @@ bool addMicrosoft(PairList &request, int vendorType, std::span<const uint8_t> da
     std::array<uint8_t, RAD_VALUE_MAX> value{};
     const int length = radVendorMessagePack(value.data(), RAD_VENDOR_MICROSOFT, vendorType,
                                             data.data(), static_cast<int>(data.size()));
-    return length > 0 && request.addOctets(RAD_ATTR_VENDOR_SPECIFIC, value.data(), length);
+    return length > 0 && request.addBytes(RAD_ATTR_VENDOR_SPECIFIC, value.data(), length);
 }
 
 }  // namespace

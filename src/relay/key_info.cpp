@@ -9,11 +9,11 @@
 
 #include "base/partition.h"
 #include "base/wire.h"
+#include "client/vendor.h"
 
 namespace lanyard {
 namespace {
 
-constexpr size_t kVendorHeaderSize = 6;
 constexpr uint16_t kBlockHeaderSize = 2;
 constexpr uint16_t kElementHeaderSize = 2;
 constexpr uint16_t kSessionElementSize = 6;
@@ -25,32 +25,31 @@ class Key {
     // Takes the key of a Vendor-Specific pair if it holds one of that type. One whose length octet
     // claims more than there is counts as none.
     void look(const RadPair &pair, int vendorType) {
-        uint8_t *data = nullptr;
-        if (radVendorAttrGet(&pair, RAD_VENDOR_MICROSOFT, vendorType, &data) != 0) {
+        SubAttribute found;
+        if (copySubAttribute(pair, vendorType, found) != 0) {
             return;
         }
-        const size_t size = pair.numValue - kVendorHeaderSize;
-        SecretBytes found(data, WipingDeleter{size});
-        if (size > 0 && size_t{data[0]} + 1 <= size) {
-            octets_ = std::move(found);
+        const auto bytes = found.bytes();
+        if (!bytes.empty() && size_t{bytes[0]} + 1 <= bytes.size()) {
+            bytes_ = std::move(found.data);
         }
     }
 
-    // Octets of the element; 0 for no key.
+    // Bytes of the element; 0 for no key.
     uint16_t elementSize() const {
-        return octets_ ? static_cast<uint16_t>(octets_[0] + 1 + kElementHeaderSize) : uint16_t{0};
+        return bytes_ ? static_cast<uint16_t>(bytes_[0] + 1 + kElementHeaderSize) : uint16_t{0};
     }
 
     void write(ByteWriter &writer, uint8_t elementType) const {
-        if (octets_) {
+        if (bytes_) {
             writer.u8(elementType);
             writer.u8(static_cast<uint8_t>(elementSize()));
-            writer.bytes({octets_.get(), size_t{octets_[0]} + 1});
+            writer.bytes({bytes_.get(), size_t{bytes_[0]} + 1});
         }
     }
 
   private:
-    SecretBytes octets_;
+    SecretBytes bytes_;
 };
 
 uint8_t sessionElementType(RadPair *reply, int radiusCode) {

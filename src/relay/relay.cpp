@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <span>
+#include <utility>
 
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/eap.h>
@@ -38,13 +39,14 @@ uint16_t eapLength(std::span<const uint8_t> packet) {
 }
 
 // The first conversation with a packet that waits; null when none waits.
-RadEapQueueEntry *radEapMsgQueueGet() {
+RadEapQueueEntry *firstPending() {
     RadEapQueueEntry *entry = firstEntry();
     while (entry && !entry->packet) {
         entry = nextEntry(entry);
     }
     if (entry) {
-        radDeviceLog(kLogTrace, "Got Packet with cookie:%p\n", asPointer(entry->cookie));
+        radDeviceLogAs("radEapMsgQueueGet", kLogTrace, "Got Packet with cookie:%p\n",
+                       asPointer(entry->cookie));
     }
     return entry;
 }
@@ -94,19 +96,14 @@ bool moveState(RadEapQueueEntry &entry, PairList &request) {
         return true;
     }
     radDeviceLogAs(kTag, kLogTrace, "Filling State:\n");
-    if (radPairInsert(request.address(), nullptr, entry.state) != 0) {
-        return false;
-    }
-    entry.state = nullptr;
-    return true;
+    return request.append(std::exchange(entry.state, nullptr));
 }
 
 bool addEapMessage(std::span<const uint8_t> packet, PairList &request) {
     radDeviceLogAs(kTag, kLogTrace, "Filling EAP-Message:\n");
     while (!packet.empty()) {
         const auto chunk = packet.first(std::min<size_t>(packet.size(), RAD_VALUE_MAX));
-        if (!request.addOctets(RAD_ATTR_EAP_MESSAGE, chunk.data(),
-                               static_cast<int>(chunk.size()))) {
+        if (!request.addBytes(RAD_ATTR_EAP_MESSAGE, chunk.data(), static_cast<int>(chunk.size()))) {
             return false;
         }
         packet = packet.subspan(chunk.size());
@@ -272,7 +269,7 @@ void expire(RadEapQueueEntry &entry) {
 using namespace lanyard;
 
 int radEapRecvTask(void) {
-    RadEapQueueEntry *entry = radEapMsgQueueGet();
+    RadEapQueueEntry *entry = firstPending();
     if (entry) {
         relay(*entry);
         radEapMsgQueueRelease(entry);
