@@ -30,15 +30,17 @@ const char *wholeName(sqlite3 *db, const char *file) {
 }
 
 // Loads the dictionary that the database names.
-int radiusDictionaryLoad(sqlite3 *db) {
+int loadDictionary(sqlite3 *db) {
+    constexpr const char *kTag = "radiusDictionaryLoad";
     const auto result =
         runQuery(db, nullptr, "SELECT value from environment WHERE name='RADIUS_DICTIONARY'");
     if (!result) {
-        radDeviceLog(kLogError, "sqlite3QueryResGet failed\n");
+        radDeviceLogAs(kTag, kLogError, "sqlite3QueryResGet failed\n");
         return -1;
     }
     if (result.empty()) {
-        radDeviceLog(kLogError, "empty result. nRows=%d nCols=%d\n", result.rows, result.columns);
+        radDeviceLogAs(kTag, kLogError, "empty result. nRows=%d nCols=%d\n", result.rows,
+                       result.columns);
         return -1;
     }
     const char *path = columnValue(result.table.get(), result.columns, 0, "value");
@@ -110,7 +112,7 @@ int radiusMgmtInit(const char *dbFile, const char *callerName) {
     }
     radDeconfigure();
     radDictLoad(nullptr);
-    if (radiusDictionaryLoad(connection.get()) != 0) {
+    if (loadDictionary(connection.get()) != 0) {
         radDeviceLogAs("radiusDictionaryLoad", kLogError, "radius dictionary loading failed\n");
         return -1;
     }
