@@ -64,7 +64,7 @@ if [[ $platform_library != none ]]; then
         "$compiler" -std=c11 -E "$header"
     done | awk -v folder="\"$platform/" '/^#/ { own = index($3, folder) == 1; next } own' |
         tr '\n' ' ' | sed -e ':again; s/{[^{}]*}//g; t again' | tr ';' '\n' |
-        sed -e '/^[[:space:]]*typedef/d' -e 's/(.*//' -e 's/[[:space:]]*$//' -e 's/.*[^A-Za-z0-9_]//' |
+        sed -e '/^[[:space:]]*\(typedef\|enum\)/d' -e 's/(.*//' -e 's/[[:space:]]*$//' -e 's/.*[^A-Za-z0-9_]//' |
         sed '/^$/d' | sort -u)
     compare liblanyard-platform "$declared" "$(exported_by "$platform_library")" 30
 fi
