@@ -66,6 +66,14 @@ PAL_EXPORT int palUnlink(const char *path) {
     return rooted.get() == nullptr ? -1 : unlink(rooted.get());
 }
 
+PAL_EXPORT int palFileRename(const char *from, const char *to) {
+    const port::RootedPath rootedFrom(from);
+    const port::RootedPath rootedTo(to);
+    return rootedFrom.get() == nullptr || rootedTo.get() == nullptr
+               ? -1
+               : std::rename(rootedFrom.get(), rootedTo.get());
+}
+
 PAL_EXPORT int palOpen(const char *path, int flags, int mode) {
     const port::RootedPath rooted(path);
     if (rooted.get() == nullptr) {

@@ -193,6 +193,15 @@ int palFileClose(FILE *file);
 int palUnlink(const char *path);
 
 /**
+ * Puts a file in the place of another, as rename(): whoever opens `to` gets the whole old file or
+ * the whole new one. This project's port has it and a vendor's OS layer may not: a program that has
+ * to run with both refers to it weakly (`#pragma weak palFileRename`), as the library does, and
+ * without it writes the file in its place.
+ * @return 0; -1 with `errno` set, and both files are as they were.
+ */
+int palFileRename(const char *from, const char *to);
+
+/**
  * Opens a file, as open(). Interruptions by signals are not seen.
  *
  * @param flags  those of <fcntl.h>.

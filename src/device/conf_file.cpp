@@ -1,4 +1,5 @@
 // The configuration file, written from the table "radiusClient".
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -9,24 +10,42 @@
 #include "base/text.h"
 #include "device/database.h"
 
+// A vendor's OS layer may lack it.
+#pragma weak palFileRename
+
 namespace lanyard {
 namespace {
 
 constexpr const char *kTag = "radiusClientTblHandler";
 constexpr const char *kConfFile = "/var/radius.conf";
+constexpr const char *kNewFile = "/var/radius.conf.new";
 constexpr const char *kDictionary = "/nexa2.0/etc/radius.dict";
 
-// Opens the file for writing. It carries shared secrets and is its owner's alone, also where it was
+// Opens a file for writing. It carries shared secrets and is its owner's alone, also where it was
 // there before with another mode.
-FILE *openConfFile() {
+FILE *openConfFile(const char *path) {
     constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
-    const int created = palOpen(kConfFile, O_WRONLY | O_CREAT, kOwnerOnly);
+    const int created = palOpen(path, O_WRONLY | O_CREAT, kOwnerOnly);
     if (created < 0) {
         return nullptr;
     }
     const bool restricted = fchmod(created, kOwnerOnly) == 0;
     palClose(created);
-    return restricted ? palFileOpen(kConfFile, "w") : nullptr;
+    return restricted ? palFileOpen(path, "w") : nullptr;
+}
+
+// Opens the file that is to take the place of the configuration file. Where that could not be
+// written itself it is not replaced either.
+FILE *openNewFile() {
+    const int there = palOpen(kConfFile, O_WRONLY, 0);
+    if (there < 0 && errno != ENOENT) {
+        return nullptr;
+    }
+    if (there >= 0) {
+        palClose(there);
+    }
+    palUnlink(kNewFile);
+    return openConfFile(kNewFile);
 }
 
 // Writes every server, up to the first row that is none.
@@ -48,19 +67,26 @@ int writeServers(FILE *file, const QueryResult &result) {
     return 0;
 }
 
-// A failure in the middle of the table leaves behind what was written before it.
+// A failure in the middle of the table leaves behind what was written before it. Where the OS layer
+// can replace a file, a reader sees the file before or the file afterwards and nothing between.
 int writeConfFile(const QueryResult &result) {
     if (result.rows == 0) {
         palUnlink(kConfFile);
         return 0;
     }
-    FILE *file = openConfFile();
+    const bool replaces = &palFileRename != nullptr;
+    FILE *file = replaces ? openNewFile() : openConfFile(kConfFile);
     if (!file) {
         radDeviceLogAs(kTag, kLogTrace, "Couldn't open file for writing: %s \n", kConfFile);
         return -1;
     }
     const int status = writeServers(file, result);
-    return palFileClose(file) == 0 ? status : -1;
+    const bool written = palFileClose(file) == 0;
+    if (replaces && !(written && palFileRename(kNewFile, kConfFile) == 0)) {
+        palUnlink(kNewFile);
+        return -1;
+    }
+    return written ? status : -1;
 }
 
 int generate(const char *dbFile, int opCode) {

@@ -69,6 +69,11 @@ if [[ $platform_library != none ]]; then
     compare liblanyard-platform "$declared" "$(exported_by "$platform_library")" 30
 fi
 
+# What a vendor's OS layer may lack.
+for name in palFileRename xbusDescriptor; do
+    ! nm -D --undefined-only "$library" | grep -q " U $name\$" || fail "needs $name, which has to be weak"
+done
+
 if [[ $check_needed == few-libraries ]]; then
     for file in "$library" "$@"; do
         needed=$(readelf -d "$file" | sed -n 's/.*(NEEDED).*\[\(.*\)\].*/\1/p')

@@ -1,4 +1,7 @@
 // The configuration file, written from the table "radiusClient".
+#include <fstream>
+#include <iterator>
+
 #include "tests/unit/device/fixture.h"
 #include "tests/unit/device/system_calls.h"
 
@@ -141,6 +144,27 @@ TEST_F(ConfFile, HasNothingOfALongerOneBefore) {
               root.read(kConfFile));
 }
 
+TEST_F(ConfFile, IsReplacedWhole) {
+    (void)database.addServer("'a', '1812', 's1', '5', '3'");
+    root.write(kConfFile, "as it was");
+    std::ifstream reader(root.path(kConfFile));
+    EXPECT_EQ(0, generate());
+    EXPECT_EQ("as it was", std::string(std::istreambuf_iterator<char>(reader), {}));
+    EXPECT_EQ(std::string("authserver        a:1812:5:3:s1") + kDictionaryLine,
+              root.read(kConfFile));
+    EXPECT_THAT(root.list("/var"), ElementsAre("radius.conf"));
+}
+
+TEST_F(ConfFile, TakesNothingFromOneThatWasLeftHalfWritten) {
+    (void)database.addServer("'a', '1812', 's1', '5', '3'");
+    root.write("/var/radius.conf.new", std::string(4096, 'x'), 0644);
+    EXPECT_EQ(0, generate());
+    EXPECT_EQ(std::string("authserver        a:1812:5:3:s1") + kDictionaryLine,
+              root.read(kConfFile));
+    EXPECT_EQ(0600U, root.mode(kConfFile));
+    EXPECT_THAT(root.list("/var"), ElementsAre("radius.conf"));
+}
+
 TEST_F(ConfFile, HasTheRowsInTheirOrder) {
     for (const char *host : {"'c'", "'a'", "'b'"}) {
         (void)database.addServer(std::string(host) + ", '1', 's', '2', '3'");
@@ -215,9 +239,12 @@ TEST_F(ConfFile, EndsWhereAColumnIsMissing) {
 
 TEST_F(ConfFile, ThatDoesNotGetToTheDiskIsAFailure) {
     (void)database.addServer("'a', '1812', 's1', '5', '3'");
+    root.write(kConfFile, "as it was");
     failNext(Call::palFileClose);
     EXPECT_EQ(-1, generate());
     EXPECT_TRUE(hasFailed(Call::palFileClose));
+    EXPECT_EQ("as it was", root.read(kConfFile));
+    EXPECT_THAT(root.list("/var"), ElementsAre("radius.conf"));
     EXPECT_THAT(log.lines(), ElementsAre(line("Making radius.conf ... \n"), status(-1)));
 }
 

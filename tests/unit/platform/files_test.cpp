@@ -152,6 +152,34 @@ TEST_F(Files, OpensCreatesReadsAndRemoves) {
     EXPECT_FALSE(fs::exists(at("raw")));
 }
 
+TEST_F(Files, ReplacesAFileWhole) {
+    put("old", "old\n");
+    put("new", "new\n");
+    FILE *reader = palFileOpen(at("old").c_str(), "r");
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(palFileRename(at("new").c_str(), at("old").c_str()), 0);
+    EXPECT_EQ(firstLine(at("old")), "new\n");
+    EXPECT_FALSE(fs::exists(at("new")));
+    char line[8] = "";
+    EXPECT_STREQ(palFileGets(line, sizeof line, reader), "old\n");
+    EXPECT_EQ(palFileClose(reader), 0);
+
+    errno = 0;
+    EXPECT_EQ(palFileRename(at("new").c_str(), at("old").c_str()), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(firstLine(at("old")), "new\n");
+    EXPECT_EQ(palFileRename(nullptr, at("old").c_str()), -1);
+    EXPECT_EQ(palFileRename(at("old").c_str(), nullptr), -1);
+}
+
+TEST_F(Files, ARootTakesBothPathsOfAReplacement) {
+    put("var/new", "new\n");
+    palRootSet(at("").c_str());
+    EXPECT_EQ(palFileRename("/var/new", "/var/../var/old"), 0);
+    palRootSet(nullptr);
+    EXPECT_EQ(firstLine(at("var/old")), "new\n");
+}
+
 TEST_F(Files, DescriptorsCloseOnExec) {
     put("text", "a\n");
     const int fd = palOpen(at("text").c_str(), O_RDONLY, 0);
