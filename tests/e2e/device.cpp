@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <future>
 #include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -68,17 +69,21 @@ std::vector<std::string> Device::settings(const std::string &log) const {
                 ":log_path=" + folder + "/sanitizer"};
 }
 
-void Device::db(const std::vector<std::string> &arguments) const {
+void Device::db(const std::vector<std::string> &arguments) {
     std::vector<std::string> command = {LANYARD_LANYARDCTL, "db"};
     command.insert(command.end(), arguments.begin(), arguments.end());
-    const ProgramResult result = runProgram(command, settings("programs"));
+    auto run = std::async(std::launch::async, runProgram, command, settings("programs"));
+    while (run.wait_for(std::chrono::milliseconds(2)) != std::future_status::ready) {
+        superviseRelay();
+    }
+    const ProgramResult result = run.get();
     if (result.status != 0) {
         throw std::runtime_error("lanyardctl db " + arguments.at(0) + ": " + result.out +
                                  result.err);
     }
 }
 
-void Device::addServer(const std::string &host, uint16_t port, const std::string &secret) const {
+void Device::addServer(const std::string &host, uint16_t port, const std::string &secret) {
     db({"add", host, "--port", std::to_string(port), "--secret", secret, "--timeout", "1",
         "--retries", "0"});
 }
@@ -91,7 +96,7 @@ void Device::startService() {
     }
 }
 
-void Device::change(const std::vector<std::string> &arguments) const {
+void Device::change(const std::vector<std::string> &arguments) {
     const size_t before = service_->output().size();
     db(arguments);
     if (!waitUntil(
@@ -100,7 +105,22 @@ void Device::change(const std::vector<std::string> &arguments) const {
     }
 }
 
+void Device::awaitRelay() {
+    if (!service_->waitForOutput("relay: has ")) {
+        throw std::runtime_error("the relay does not get the servers: " + service_->output());
+    }
+}
+
+// The service and `db replay` tell a relay to end when they do not know what it holds.
+void Device::superviseRelay() {
+    if (relay_ > 0 && waitpid(relay_, nullptr, WNOHANG) == relay_) {
+        relay_ = -1;
+        startRelay(relayProgram_);
+    }
+}
+
 void Device::startRelay(const std::string &program) {
+    relayProgram_ = program;
     const ProgramResult result = runProgram({program, "-d", database_}, settings("relay"));
     std::optional<pid_t> task;
     if (result.status != 0 || !waitUntil([&] {

@@ -35,16 +35,20 @@ class Device {
     /** The folder that stands in for the device's files: PAL_ROOT of its programs. */
     [[nodiscard]] const std::filesystem::path &root() const { return root_.path(); }
 
-    /** Runs `lanyardctl db`. Throws std::runtime_error when it fails. */
-    void db(const std::vector<std::string> &arguments) const;
+    /** Runs `lanyardctl db`, and starts a relay again that it ends. Throws std::runtime_error when it
+     * fails. */
+    void db(const std::vector<std::string> &arguments);
     /** Adds a server with a time-out of a second and no retries. */
-    void addServer(const std::string &host, uint16_t port, const std::string &secret) const;
+    void addServer(const std::string &host, uint16_t port, const std::string &secret);
 
     /** Starts `lanyardctl db serve`. */
     void startService();
     void endService() { service_.reset(); }
     /** Runs `lanyardctl db` and waits until the service has taken what it changed to the relay. */
-    void change(const std::vector<std::string> &arguments) const;
+    void change(const std::vector<std::string> &arguments);
+
+    /** Waits until the service has given a relay servers. Throws std::runtime_error. */
+    void awaitRelay();
 
     /** Starts radeapd, or another relay, and returns when it runs as a daemon. */
     void startRelay(const std::string &program = kRelay);
@@ -82,11 +86,14 @@ class Device {
     void runAuthenticator(std::vector<std::string> command,
                           const std::vector<std::string> &options);
 
+    void superviseRelay();
+
     ScratchFolder root_;
     std::string database_;
     std::optional<RunningProgram> service_;
     std::optional<RunningProgram> authenticator_;
     pid_t relay_ = -1;
+    std::string relayProgram_;
     std::string wrong_;  // what stop() has to tell
 };
 

@@ -27,9 +27,9 @@ void EndToEnd::SetUp() {
     }
     device_ = std::make_unique<Device>();
     addServer();
-    device_->startRelay();
     device_->startService();
-    device_->db({"replay"});
+    device_->startRelay();
+    device_->awaitRelay();
 }
 
 void EndToEnd::TearDown() {

@@ -80,6 +80,20 @@ TEST_F(Outage, OfTheRelayIsToldToTheSupplicant) {
     expectLogin();
 }
 
+// For longer than a call on the bus waits.
+TEST_F(Outage, OfTheFirstServerIsOverWithAChangeThatIsMadeMeanwhile) {
+    const SilentServer silent;
+    device().change(
+        {"set", "127.0.0.1", "--port", std::to_string(silent.port()), "--timeout", "7"});
+    {
+        const auto supplicant = connect(md5Account("alice", "wonderland"));
+        ASSERT_TRUE(waitUntil([&] { return silent.packets() > 0; }));
+        device().change({"set", "127.0.0.1", "--port", std::to_string(server().eapPort())});
+    }
+    EXPECT_THAT(device().logs(), testing::Not(testing::HasSubstr("told to end")));
+    expectLogin();
+}
+
 TEST_F(Outage, OfTheRelayTakesLessThanASecondWhenItIsAskedTo) {
     device().startAuthenticator();
     expectLogin();

@@ -3,24 +3,30 @@
 #define LANYARDCTL_BUS_H
 
 #include <chrono>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include <xbus.h>
 
 #include "relay.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyardctl {
 
-// The change service's module on the bus. One process at a time has it, so there is never more than
-// one that sends change notices.
+// Modules of the bus. One process at a time is the service, so there is never more than one that
+// sends change notices; whoever asks it for something takes the first free number from kFirstClient.
 inline constexpr uint32_t kServiceModule = 20;
-
-// The name under which the relay runs as a task.
-inline constexpr const char *kRelayTask = "tRadEap";
+inline constexpr uint32_t kFirstClient = 21;
+inline constexpr uint32_t kLastClient = 28;
 
 class Bus {
   public:
+    // Handles a message and returns the result for its sender. Throws nothing.
+    using Handler = std::function<int(uint32_t command, std::string_view data)>;
+
     // Throws a Failure when the bus cannot be reached.
     Bus();
     Bus(const Bus &) = delete;
@@ -28,31 +34,59 @@ class Bus {
     ~Bus();
 
     // False when another process has the module.
-    bool join();
+    bool join(uint32_t module, Handler handler);
 
-    // Waits that long at most, or until a signal comes. Messages are refused.
-    void wait(std::chrono::microseconds time);
+    // Readable while there is a message to handle; -1 where the platform's bus has no such thing.
+    [[nodiscard]] int descriptor() const;
+    // Waits for one message and handles it. False when none came.
+    bool listen(std::chrono::milliseconds time);
 
-    [[nodiscard]] XbusCtx *context() const { return context_.get(); }
+    // Sends and waits for the result, 5 seconds at most: -1 without one.
+    int call(uint32_t module, uint32_t command, std::string_view data, std::string out = "");
+    // Sends without waiting. False when the module is not there.
+    bool notify(uint32_t module, uint32_t command, std::string_view data);
 
   private:
     struct Leaver {
         void operator()(XbusCtx *context) const { xbusUnRegister(context); }
     };
 
+    Handler handler_;
     std::unique_ptr<XbusCtx, Leaver> context_;
 };
 
 class BusRelay : public Relay {
   public:
-    explicit BusRelay(const Bus &bus);
+    explicit BusRelay(Bus &bus) : bus_(bus) {}
 
-    int send(const RadDbUpdateInfo &notice, std::string oldValues) override;
-    std::string instance() override;
+    std::string run() override;
+    bool listens() override;
+    Answer send(const RadDbUpdateInfo &notice, std::string oldValues) override;
+    bool end() override;
+
+    // Readable as soon as a relay that did not listen does, or has ended; -1 while nobody has asked.
+    [[nodiscard]] int descriptor() const { return knock_ ? knock_->get() : -1; }
+    // Takes note of it, after that many milliseconds at most; it is not readable any more then.
+    void hear(int patience);
 
   private:
-    const Bus &bus_;
-    std::string boot_;
+    Bus &bus_;
+    bool heard_ = false;
+    std::optional<lanyard::FileDescriptor> knock_;
+};
+
+// A descriptor that is readable once something was made, written or removed in one of these folders:
+// the bus's, where a relay that starts makes its socket, and that of a file. It is read with drain().
+class FolderWatch {
+  public:
+    explicit FolderWatch(const std::string &file);
+
+    [[nodiscard]] int descriptor() const { return inotify_.get(); }
+    // False when nothing was.
+    [[nodiscard]] bool drain() const;
+
+  private:
+    lanyard::FileDescriptor inotify_;
 };
 
 }  // namespace lanyardctl

@@ -2,27 +2,21 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <string_view>
-#include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include <lanyard/radius/dict.h>
 
-#include "bus.h"
 #include "database.h"
 #include "edit.h"
-#include "journal.h"
 #include "report.h"
-#include "service.h"
+#include "serve.h"
+#include "servers.h"
 
 namespace lanyardctl {
 
@@ -50,7 +44,7 @@ struct Options {
     std::optional<std::string> database = {};
     std::optional<std::string> dictionary = {};
     std::string name = {};
-    Fields fields = {};
+    Server fields = {};
     std::optional<std::string> secretFile = {};
     bool withSecrets = false;
 };
@@ -78,9 +72,7 @@ std::optional<std::string> dictionaryProblem(const Database &db) {
 }
 
 Database openDatabase(const Options &options) {
-    Database db = Database::open(databaseFile(options));
-    checkJournal(db);
-    return db;
+    return Database::open(databaseFile(options));
 }
 
 void initDatabase(const Options &options, const Report &report) {
@@ -103,39 +95,7 @@ void readSecretFile(Options &options) {
     }
 }
 
-volatile std::sig_atomic_t stopRequested = 0;
-
-// A relay that does not answer holds the service up for as long as the bus waits. Whenever the
-// service ends, nothing is lost: after a second it just does.
-void requestStop(int /*signal*/) {
-    stopRequested = 1;
-    alarm(1);
-}
-
-volatile std::sig_atomic_t readingRequested = 0;
-
-void requestReading(int /*signal*/) {
-    readingRequested = 1;
-}
-
-void stopNow(int /*signal*/) {
-    _exit(kDone);
-}
-
-void handle(int signal, void (*handler)(int)) {
-    struct sigaction action {};
-    action.sa_handler = handler;
-    sigaction(signal, &action, nullptr);
-}
-
-void serve(const Options &options, Report &report) {
-    // The bus carries our own message where it wakes up for nothing else ten times a second.
-    constexpr std::chrono::milliseconds kLookEvery{100};
-
-    handle(SIGALRM, stopNow);
-    handle(SIGHUP, requestReading);
-    handle(SIGTERM, requestStop);
-    handle(SIGINT, requestStop);
+void serveDatabase(const Options &options, Report &report) {
     const std::string file = databaseFile(options);
     if (options.dictionary) {
         const Database db = Database::open(file);
@@ -144,69 +104,7 @@ void serve(const Options &options, Report &report) {
             report.problem("dictionary", *problem);
         }
     }
-    Bus bus;
-    if (!bus.join()) {
-        throw Failure("cannot register as module " + std::to_string(kServiceModule) +
-                      " of the bus; another service runs already?");
-    }
-    BusRelay relay(bus);
-    Service service(file, relay, report);
-    report.event("service", "serves " + file);
-    while (stopRequested == 0) {
-        if (readingRequested != 0) {
-            readingRequested = 0;
-            report.event("service", "reads the table again");
-            service.readAgain();
-        }
-        service.look(Service::Clock::now());
-        bus.wait(kLookEvery);
-    }
-    report.event("service", "ends");
-}
-
-Service::RelayState askService(const Database &db) {
-    constexpr std::chrono::seconds kPatience{15};
-    constexpr std::chrono::milliseconds kLookEvery{50};
-
-    const int64_t number = askForReplay(db);
-    const auto end = std::chrono::steady_clock::now() + kPatience;
-    auto state = replayState(db, number);
-    while (state == kReplayAsked && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(kLookEvery);
-        state = replayState(db, number);
-    }
-    if (!state) {
-        return Service::RelayState::upToDate;
-    }
-    forgetReplay(db, number);
-    if (state == kReplayAsked) {
-        throw Failure("the service that runs does not serve " + db.file() + ", or is held up");
-    }
-    return state == kReplayNoRelay ? Service::RelayState::none : Service::RelayState::failed;
-}
-
-void replay(const Options &options, Report &report) {
-    const Database db = openDatabase(options);
-    Bus bus;
-    auto state = Service::RelayState::failed;
-    if (bus.join()) {
-        BusRelay relay(bus);
-        std::ostringstream nowhere;
-        Report quiet(options.json, nowhere, nowhere);
-        state = Service(db.file(), relay, quiet).replay();
-    } else {
-        state = askService(db);
-    }
-    switch (state) {
-        case Service::RelayState::upToDate:
-            report.done("the relay has all servers");
-            break;
-        case Service::RelayState::none:
-            throw Failure("no relay answers on the bus");
-        case Service::RelayState::failed:
-            throw Failure("the relay refuses change notices or stopped answering; does it read " +
-                          db.file() + "?");
-    }
+    serve(file, report);
 }
 
 void addFieldOptions(CLI::App &command, Options &options) {
@@ -289,20 +187,20 @@ class CommandLine {
 
         auto *serve =
             this->add("serve", "Takes changes of the servers to the relay and to /var/radius.conf",
-                      [this](Report &report) { lanyardctl::serve(options_, report); });
+                      [this](Report &report) { serveDatabase(options_, report); });
         addDictionaryOption(*serve, options_);
         serve->footer(
-            "It runs in the foreground until SIGTERM or SIGINT. Changes that were made while it "
-            "did\n"
-            "not run are taken care of when it starts; it may be killed at any time. On SIGHUP it\n"
-            "reads the table and writes the file again. One service runs at a time, as module 20\n"
-            "of the bus.");
+            "It runs in the foreground until SIGTERM or SIGINT. SIGHUP makes it read and write "
+            "again.\n"
+            "It may be killed at any time. One service runs at a time, as module 20 of the bus. A\n"
+            "relay that it does not know it tells to end: whoever starts the relay starts it "
+            "again.");
 
         this->add("replay", "Gives all servers to a relay, whatever it has",
-                  [this](Report &report) { lanyardctl::replay(options_, report); })
+                  [this](Report &report) { lanyardctl::replay(databaseFile(options_), report); })
             ->footer(
-                "For a relay that was started while no service ran. A service that runs does it "
-                "itself.");
+                "The relay is told to end unless it is new, and gets them when it is started "
+                "again.");
     }
 
     int run(int argc, char **argv) {

@@ -60,15 +60,6 @@ std::optional<std::string> Statement::text(int column) const {
     return text ? std::optional<std::string>(reinterpret_cast<const char *>(text)) : std::nullopt;
 }
 
-int Statement::columns() const {
-    return sqlite3_column_count(statement_.get());
-}
-
-std::string Statement::name(int column) const {
-    const char *name = sqlite3_column_name(statement_.get(), column);
-    return name ? name : "";
-}
-
 void Statement::check(int status) const {
     if (status != SQLITE_OK) {
         throw Failure(std::string("database: ") + sqlite3_errmsg(db_));
@@ -101,7 +92,7 @@ Database::Database(std::string file) : file_(std::move(file)) {
                       (reason != 0 ? std::strerror(reason) : sqlite3_errstr(status)));
     }
     sqlite3_busy_handler(db, sqliteBusyHandler, nullptr);
-    // Changes that were delivered carried secrets.
+    // What is deleted may be a secret.
     run("PRAGMA secure_delete=ON");
     closeToOthers();
 }
@@ -190,14 +181,6 @@ WriteTransaction::~WriteTransaction() {
 void WriteTransaction::commit() {
     db_.run("COMMIT");
     open_ = false;
-}
-
-std::string quoted(std::string_view name) {
-    std::string text = "\"";
-    for (const char c : name) {
-        text.append(c == '"' ? 2 : 1, c);
-    }
-    return text + '"';
 }
 
 }  // namespace lanyardctl

@@ -38,8 +38,6 @@ class Statement {
     // gets to see more of it.
     [[nodiscard]] int64_t number(int column) const;
     [[nodiscard]] std::optional<std::string> text(int column) const;
-    [[nodiscard]] int columns() const;
-    [[nodiscard]] std::string name(int column) const;
 
   private:
     struct Finalizer {
@@ -100,9 +98,6 @@ class WriteTransaction {
     const Database &db_;
     bool open_ = true;
 };
-
-// A name as SQL text: "name".
-std::string quoted(std::string_view name);
 
 }  // namespace lanyardctl
 

@@ -11,42 +11,16 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "journal.h"
-#include "servers.h"
-
 namespace lanyardctl {
 
 namespace {
 
-bool isNumber(const std::string &text) {
-    return !text.empty() && std::all_of(text.begin(), text.end(),
-                                        [](unsigned char c) { return std::isdigit(c) != 0; });
-}
-
-// A number as the library prints it, without leading zeros; any other text as it is.
-std::string canonical(const std::string &text) {
-    if (!isNumber(text)) {
-        return text;
-    }
-    const size_t first = std::min(text.find_first_not_of('0'), text.size() - 1);
-    return text.substr(first);
-}
-
-void apply(const Fields &fields, Server &server) {
-    if (fields.host) {
-        server.host = fields.host;
-    }
-    if (fields.port) {
-        server.port = canonical(*fields.port);
-    }
-    if (fields.secret) {
-        server.secret = fields.secret;
-    }
-    if (fields.timeout) {
-        server.timeout = canonical(*fields.timeout);
-    }
-    if (fields.retries) {
-        server.retries = canonical(*fields.retries);
+void apply(const Server &fields, Server &server) {
+    for (const auto &[name, field] : kServerColumns) {
+        if (fields.*field) {
+            const bool isText = field == &Server::host || field == &Server::secret;
+            server.*field = isText ? fields.*field : canonical(*(fields.*field));
+        }
     }
 }
 
@@ -134,7 +108,7 @@ std::string asTable(const std::vector<Line> &lines) {
 
 }  // namespace
 
-void addServer(const Database &db, const Fields &fields, const Report &report) {
+void addServer(const Database &db, const Server &fields, const Report &report) {
     Server server{.port = kDefaultPort, .timeout = kDefaultTimeout, .retries = kDefaultRetries};
     apply(fields, server);
     WriteTransaction transaction(db);
@@ -144,9 +118,9 @@ void addServer(const Database &db, const Fields &fields, const Report &report) {
     answerEdit(report, server, "added");
 }
 
-void changeServer(const Database &db, const std::string &name, const Fields &fields,
+void changeServer(const Database &db, const std::string &name, const Server &fields,
                   const Report &report) {
-    if (fields == Fields{}) {
+    if (fields == Server{}) {
         throw Refusal("name what is to be changed: --host, --port, --timeout, --retries, --secret");
     }
     WriteTransaction transaction(db);
@@ -168,8 +142,7 @@ void removeServer(const Database &db, const std::string &name, const Report &rep
 }
 
 void listServers(const Database &db, bool withSecrets, const Report &report) {
-    std::vector<Server> servers = readServers(db);
-    std::erase_if(servers, [](const Server &server) { return server.id == kStandInRow; });
+    const std::vector<Server> servers = readServers(db);
     const auto problems = problemsOf(servers);
     Json list = Json::array();
     std::vector<Line> lines = {{"ID", "HOST", "PORT", "TIMEOUT", "RETRIES"}};

@@ -7,6 +7,7 @@
 
 #include "database.h"
 #include "report.h"
+#include "servers.h"
 
 namespace lanyardctl {
 
@@ -22,25 +23,15 @@ class NotFound : public Failure {
     using Failure::Failure;
 };
 
-// Fields as given on the command line; none for one that is left as it is, or the default.
-struct Fields {
-    std::optional<std::string> host = {};
-    std::optional<std::string> port = {};
-    std::optional<std::string> secret = {};
-    std::optional<std::string> timeout = {};
-    std::optional<std::string> retries = {};
-
-    bool operator==(const Fields &) const = default;
-};
-
 inline constexpr const char *kDefaultPort = "1812";
 inline constexpr const char *kDefaultTimeout = "10";
 inline constexpr const char *kDefaultRetries = "3";
 
-void addServer(const Database &db, const Fields &fields, const Report &report);
+// Of the fields those that are given count: the others are left as they are, or get their defaults.
+void addServer(const Database &db, const Server &fields, const Report &report);
 
 // `name` is a host, or a row id.
-void changeServer(const Database &db, const std::string &name, const Fields &fields,
+void changeServer(const Database &db, const std::string &name, const Server &fields,
                   const Report &report);
 void removeServer(const Database &db, const std::string &name, const Report &report);
 

@@ -25,8 +25,6 @@ constexpr size_t kLabelMax = 63;
 
 // What the reader of the configuration file takes in one piece, without the newline.
 constexpr size_t kLineMax = 510;
-constexpr std::string_view kKeyword = "authserver        ";
-constexpr std::string_view kBetweenEntries = ", ";
 
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
@@ -38,33 +36,28 @@ bool isLetter(char c) {
 
 // A character as a person reads it in a message.
 std::string shown(char c) {
-    switch (c) {
-        case ':':
-            return "a colon";
-        case ',':
-            return "a comma";
-        case ' ':
-            return "a blank";
-        case '\t':
-            return "a tab";
-        case '\n':
-            return "a newline";
-        case '\r':
-            return "a carriage return";
-        default:
-            break;
+    constexpr std::array<std::pair<char, const char *>, 6> kNames = {{{':', "a colon"},
+                                                                      {',', "a comma"},
+                                                                      {' ', "a blank"},
+                                                                      {'\t', "a tab"},
+                                                                      {'\n', "a newline"},
+                                                                      {'\r', "a carriage return"}}};
+    for (const auto &[named, name] : kNames) {
+        if (c == named) {
+            return name;
+        }
     }
-    const auto octet = static_cast<unsigned char>(c);
-    if (octet < 0x20 || octet >= 0x7f) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte >= 0x7f) {
         constexpr std::string_view kDigits = "0123456789abcdef";
-        return std::string("the octet 0x") + kDigits[octet / 16U] + kDigits[octet % 16U];
+        return std::string("the octet 0x") + kDigits[byte / 16U] + kDigits[byte % 16U];
     }
     return std::string("the character '") + c + "'";
 }
 
 bool isControl(char c) {
-    const auto octet = static_cast<unsigned char>(c);
-    return octet < 0x20 || octet == 0x7f;
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < 0x20 || byte == 0x7f;
 }
 
 // Whether octets are UTF-8, which is what text in the database is.
@@ -165,22 +158,34 @@ Problem problemOfNumber(const char *what, const std::optional<std::string> &text
     return std::nullopt;
 }
 
-// An upper bound of what the file has for a row: it has numbers without leading zeros.
-size_t entryLength(const Server &server) {
-    size_t length = 4;
-    for (const auto *field :
-         {&server.host, &server.port, &server.timeout, &server.retries, &server.secret}) {
-        length += field->value_or("").size();
+std::string lineOf(const std::vector<Server> &servers) {
+    std::string line = "authserver        ";
+    for (const Server &server : servers) {
+        line += &server == &servers.front() ? "" : ", ";
+        line += server.host.value_or("");
+        for (const auto &number : {server.port, server.timeout, server.retries}) {
+            line += ":" + canonical(number.value_or(""));
+        }
+        line += ":" + server.secret.value_or("");
     }
-    return length;
+    return line;
 }
 
-size_t lineLength(const std::vector<Server> &servers) {
-    size_t length = kKeyword.size();
-    for (const Server &server : servers) {
-        length += entryLength(server);
+std::string columnList() {
+    std::string list;
+    for (const auto &[name, field] : kServerColumns) {
+        list += (list.empty() ? "" : ", ") + std::string(name);
     }
-    return servers.empty() ? length : length + (servers.size() - 1) * kBetweenEntries.size();
+    return list;
+}
+
+// Runs a statement whose parameters are the values of these columns.
+void runWith(Statement statement, const Server &server) {
+    int parameter = 0;
+    for (const auto &[name, field] : kServerColumns) {
+        statement.bind(++parameter, server.*field);
+    }
+    statement.run();
 }
 
 std::string tooMany() {
@@ -195,20 +200,73 @@ std::string tooLong(size_t length) {
 
 }  // namespace
 
+void prepareDatabase(const Database &db, const std::optional<std::string> &dictionary) {
+    WriteTransaction transaction(db);
+    for (const char *kept : {"TRIGGER IF EXISTS lanyardInserted",
+                             "TRIGGER IF EXISTS lanyardUpdated", "TRIGGER IF EXISTS lanyardDeleted",
+                             "TABLE IF EXISTS lanyardChange", "TABLE IF EXISTS lanyardHost",
+                             "TABLE IF EXISTS lanyardRelay", "TABLE IF EXISTS lanyardSlot"}) {
+        db.run(std::string("DROP ") + kept);
+    }
+    db.run("CREATE TABLE IF NOT EXISTS environment(name TEXT, value TEXT)");
+    db.run("CREATE TABLE IF NOT EXISTS networkInterface(interfaceName TEXT, ipaddr TEXT)");
+    db.run(
+        "CREATE TABLE IF NOT EXISTS radiusClient(authserver TEXT, authport TEXT, "
+        "authsecret TEXT, authtimeout TEXT, authretries TEXT)");
+    const std::vector<std::string> columns = readColumns(db);
+    for (const auto &[needed, field] : kServerColumns) {
+        if (std::find(columns.begin(), columns.end(), needed) == columns.end()) {
+            throw Failure(std::string("the table radiusClient has no column ") + needed);
+        }
+    }
+    if (dictionary) {
+        db.run("DELETE FROM environment WHERE name='RADIUS_DICTIONARY'");
+    }
+    db.prepare(
+          "INSERT INTO environment(name, value) SELECT 'RADIUS_DICTIONARY', ?1 WHERE NOT EXISTS"
+          "(SELECT 1 FROM environment WHERE name='RADIUS_DICTIONARY')")
+        .bind(1, dictionary.value_or(kDefaultDictionary))
+        .run();
+    transaction.commit();
+}
+
+bool isNumber(const std::string &text) {
+    return !text.empty() && std::all_of(text.begin(), text.end(), isDigit);
+}
+
+std::string canonical(const std::string &text) {
+    return isNumber(text) ? text.substr(std::min(text.find_first_not_of('0'), text.size() - 1))
+                          : text;
+}
+
+std::string readDictionary(const Database &db) {
+    Statement statement =
+        db.prepare("SELECT value FROM environment WHERE name='RADIUS_DICTIONARY'");
+    return statement.step() ? statement.text(0).value_or("") : "";
+}
+
 std::vector<Server> readServers(const Database &db) {
-    Statement statement = db.prepare(
-        "SELECT rowid, authserver, authport, authsecret, authtimeout, authretries "
-        "FROM radiusClient ORDER BY rowid");
+    Statement statement =
+        db.prepare("SELECT rowid, " + columnList() + " FROM radiusClient ORDER BY rowid");
     std::vector<Server> servers;
     while (statement.step()) {
-        servers.push_back({.id = statement.number(0),
-                           .host = statement.text(1),
-                           .port = statement.text(2),
-                           .secret = statement.text(3),
-                           .timeout = statement.text(4),
-                           .retries = statement.text(5)});
+        Server &server = servers.emplace_back(Server{.id = statement.number(0)});
+        int column = 0;
+        for (const auto &[name, field] : kServerColumns) {
+            server.*field = statement.text(++column);
+        }
     }
     return servers;
+}
+
+std::vector<std::string> readColumns(const Database &db) {
+    Statement statement =
+        db.prepare("SELECT name FROM pragma_table_info('radiusClient') ORDER BY cid");
+    std::vector<std::string> names;
+    while (statement.step()) {
+        names.push_back(statement.text(0).value_or(""));
+    }
+    return names;
 }
 
 Problem problemOf(const Server &server) {
@@ -268,7 +326,7 @@ Problem fileProblemOf(const std::vector<Server> &servers) {
         return "there are " + std::to_string(servers.size()) +
                " servers, and the library has place for eight";
     }
-    const size_t length = lineLength(servers);
+    const size_t length = lineOf(servers).size();
     return length > kLineMax ? Problem(tooLong(length)) : std::nullopt;
 }
 
@@ -294,34 +352,24 @@ Problem editProblemOf(const std::vector<Server> &servers, const Server &edited) 
     if (table.size() > RAD_SERVERS_MAX && table.size() > servers.size()) {
         return tooMany();
     }
-    const size_t length = lineLength(table);
+    const size_t length = lineOf(table).size();
     return length > kLineMax ? Problem(tooLong(length)) : std::nullopt;
 }
 
+std::string confFileOf(const std::vector<Server> &servers) {
+    return lineOf(servers) + "\ndictionary        " + kDefaultDictionary + "\n";
+}
+
 void insertServer(const Database &db, Server &server) {
-    db.prepare(
-          "INSERT INTO radiusClient(authserver, authport, authsecret, authtimeout, authretries) "
-          "VALUES(?1, ?2, ?3, ?4, ?5)")
-        .bind(1, server.host)
-        .bind(2, server.port)
-        .bind(3, server.secret)
-        .bind(4, server.timeout)
-        .bind(5, server.retries)
-        .run();
+    runWith(db.prepare("INSERT INTO radiusClient(" + columnList() + ") VALUES(?1, ?2, ?3, ?4, ?5)"),
+            server);
     server.id = db.lastRow();
 }
 
 void updateServer(const Database &db, const Server &server) {
-    db.prepare(
-          "UPDATE radiusClient SET authserver=?1, authport=?2, authsecret=?3, authtimeout=?4, "
-          "authretries=?5 WHERE rowid=?6")
-        .bind(1, server.host)
-        .bind(2, server.port)
-        .bind(3, server.secret)
-        .bind(4, server.timeout)
-        .bind(5, server.retries)
-        .bind(6, server.id)
-        .run();
+    runWith(db.prepare("UPDATE radiusClient SET (" + columnList() +
+                       ")=(?1, ?2, ?3, ?4, ?5) WHERE rowid=" + std::to_string(server.id)),
+            server);
 }
 
 void deleteServer(const Database &db, int64_t id) {

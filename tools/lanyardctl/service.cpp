@@ -1,263 +1,263 @@
 #include "service.h"
 
 #include <algorithm>
-#include <set>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <utility>
 
-#include <lanyard/radius/mgmt.h>
+#include <palcore.h>
 
-#include "journal.h"
-#include "servers.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyardctl {
 
 namespace {
 
-constexpr std::chrono::seconds kTryAgain{1};
-
+constexpr const char *kTable = "radiusClient";
 constexpr const char *kConfFile = "/var/radius.conf";
+constexpr std::chrono::milliseconds kLookEvery{1000};
+constexpr std::chrono::milliseconds kLookSoon{10};
 
 std::string counted(size_t count, const std::string &what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
-// As readHosts() yields them.
-std::vector<std::string> hostsOf(const std::vector<Server> &servers) {
-    std::set<std::string> hosts;
-    for (const Server &server : servers) {
-        if (server.host) {
-            hosts.insert(*server.host);
-        }
+// The configuration file; none when there is none. One that others may read reads as "".
+std::optional<std::string> readConfFile() {
+    const int opened = palOpen(kConfFile, O_RDONLY, 0);
+    if (opened < 0) {
+        return errno == ENOENT ? std::nullopt : std::optional<std::string>("");
     }
-    return {hosts.begin(), hosts.end()};
+    const lanyard::FileDescriptor file(opened, kConfFile);
+    struct stat status {};
+    std::string text;
+    std::array<char, 4096> buffer{};
+    for (int got = 0; (got = palRead(file.get(), buffer.data(), buffer.size())) > 0;) {
+        text.append(buffer.data(), static_cast<size_t>(got));
+    }
+    const bool isPrivate = fstat(file.get(), &status) == 0 && (status.st_mode & 077U) == 0;
+    return isPrivate ? text : "";
 }
 
-// Without the row that the service itself has put there.
-std::vector<Server> readTable(const Database &db) {
-    std::vector<Server> servers = readServers(db);
-    std::erase_if(servers, [](const Server &server) { return server.id == kStandInRow; });
-    return servers;
+// Whether the file is as the table has it. A table without servers has none, but then it may be one
+// that somebody else has written: it stays, unless it is of the library's form.
+bool isAsWanted(const std::optional<std::string> &file, const std::vector<Server> &servers) {
+    if (!servers.empty()) {
+        return file == confFileOf(servers);
+    }
+    const std::string nothing = confFileOf({});
+    const std::string keyword = nothing.substr(0, nothing.find('\n'));
+    const std::string rest = nothing.substr(keyword.size());
+    return !file || !file->starts_with(keyword) || !file->ends_with(rest);
 }
 
-// What this run of the relay holds; none when that is not known, or is not to be relied on.
-std::optional<Slots> heldBy(const std::string &instance, const RelayRecord &record, bool replay) {
-    if (record.instance != instance) {
-        return Slots{};  // It has just started, and nobody but the service sends it servers.
+// A row as a notice carries it: texts with their NULs laid end to end, names, then values.
+std::string oldValuesOf(const Server &row, const std::vector<std::string> &columns) {
+    std::string names;
+    std::string values;
+    for (const std::string &column : columns) {
+        const auto *const known =
+            std::find_if(kServerColumns.begin(), kServerColumns.end(),
+                         [&](const auto &entry) { return column == entry.first; });
+        names += column + '\0';
+        values += (known != kServerColumns.end() ? (row.*known->second).value_or("") : "") + '\0';
     }
-    return record.known && !replay ? std::optional<Slots>(record.slots) : std::nullopt;
+    return names + values;
 }
 
 }  // namespace
 
 Service::Service(const std::string &file, Relay &relay, Report &report)
-    : db_(Database::open(file)), relay_(relay), report_(report) {
-    checkJournal(db_);
-    makeRelayRecord(db_);
-    forgetAnswers(db_);
-    dropStandIn();
+    : db_(Database::open(file)), relay_(relay), report_(report), run_(relay.run()) {
+    readServers(db_);
 }
 
-void Service::look(Clock::time_point now) {
+void Service::lookAgain() {
+    fileDone_ = false;
+    relayDone_ = false;
+}
+
+void Service::replay() {
+    relayDone_ = false;
+    patience_ = kLookSoon;
+    if (notices_ != 0) {
+        held_.reset();
+    }
+}
+
+void Service::look() {
     try {
         const int64_t version = db_.dataVersion();
-        const std::string instance = relay_.instance();
-        const bool news = version != seenVersion_ || instance != seenInstance_;
-        const bool again = now >= nextTry_;
-        if (!news && !again) {
-            return;
+        if (std::string run = relay_.run(); run != run_) {
+            run_ = std::move(run);
+            held_.emplace();
+            notices_ = 0;
+            patience_ = kLookSoon;
+            lookAgain();
         }
-        nextTry_ = now + kTryAgain;
-        if (news || relayState_ != RelayState::upToDate || writeAgain_ ||
-            lastChange(db_) > fileHas_) {
-            work();
+        if (version != version_) {
+            version_ = version;
+            lookAgain();
         }
-        seenVersion_ = version;
-        seenInstance_ = instance;
+        fileDone_ = fileDone_ || bringFile();
+        if (!relayDone_) {
+            setState(bringRelay());
+        }
         report_.putRight("database");
-    } catch (const Failure &failure) {
+    } catch (const std::exception &failure) {
+        lookAgain();
+        state_ = State::failed;
         report_.problem("database", failure.what());
     }
+    patience_ = fileDone_ && relayDone_ ? kLookEvery : std::min(2 * patience_, kLookEvery);
 }
 
-void Service::readAgain() {
-    seenVersion_ = -1;
-    writeAgain_ = true;
-}
-
-Service::RelayState Service::replay() {
-    askForReplay(db_);
-    const RelayState state = serveRelay();
-    forgetAnswers(db_);
-    return state;
-}
-
-void Service::work() {
-    checkJournal(db_);
-    dropStandIn();
-    writeFile();
-    serveRelay();
-}
-
-// A service that was killed may have left its row in the table.
-void Service::dropStandIn() {
-    if (standInRow(db_)) {
-        removeStandInRow(db_);
-    }
-}
-
-void Service::writeFile() {
-    if (!writeAgain_ && lastChange(db_) <= fileHas_) {
-        return;
-    }
+// True when there is nothing more to do until the table changes.
+bool Service::bringFile() {
+    const std::string name = kConfFile;
     const WriteTransaction transaction(db_);
-    const std::vector<Change> changes = readChanges(db_, fileHas_);
     const std::vector<Server> servers = readServers(db_);
-    // Without a change, an empty table is no reason to remove a file that somebody else wrote. Nor
-    // is there one when somebody has emptied the table of changes since.
-    if (changes.empty() && (!writeAgain_ || servers.empty())) {
-        writeAgain_ = false;
-        return;
-    }
     if (const auto problem = fileProblemOf(servers)) {
-        report_.problem("file", std::string(kConfFile) + " stays as it was: " + *problem);
-        return;
+        report_.problem("file", name + " stays as it was: " + *problem);
+        return true;
     }
-    const int operation = changes.empty() ? RAD_DB_UPDATE : changes.back().operation;
-    if (radiusClientTblHandler(db_.file().c_str(), operation) != 0) {
-        report_.problem("file", std::string(kConfFile) +
-                                    " could not be written and may be incomplete; "
-                                    "PAL_DEBUG_LEVELS=156 shows why");
-        return;
+    if (!isAsWanted(readConfFile(), servers)) {
+        if (radiusClientTblHandler(db_.file().c_str(), RAD_DB_UPDATE) != 0) {
+            report_.problem("file", name + " could not be written; PAL_DEBUG_LEVELS=156 shows why");
+            return false;
+        }
+        report_.event("file",
+                      name + (servers.empty() ? " removed: no servers"
+                                              : " written: " + counted(servers.size(), "server")));
     }
-    fileHas_ = changes.empty() ? fileHas_ : changes.back().number;
-    writeAgain_ = false;
     report_.putRight("file");
-    report_.event("file", servers.empty() ? std::string(kConfFile) + " removed: no servers"
-                                          : std::string(kConfFile) +
-                                                " written: " + counted(servers.size(), "server"));
-}
-
-Service::RelayState Service::serveRelay() {
-    const RelayState state = bringRelayUpToDate();
-    const bool news = std::exchange(relayState_, state) != state;
-    if (state == RelayState::failed) {
-        report_.problem("relay",
-                        "it refuses change notices or stopped answering; does it read the "
-                        "database " +
-                            db_.file() + "?");
-        return state;
-    }
-    report_.putRight("relay");
-    if (state == RelayState::none && news) {
-        report_.event("relay", "none answers on the bus; it gets what it lacks once one does");
-    }
-    return state;
-}
-
-Service::RelayState Service::bringRelayUpToDate() {
-    const std::string instance = relay_.instance();
-    const RelayRecord before = readRelayRecord(db_);
-    if (nothingToSend(before, instance)) {
-        return RelayState::upToDate;
-    }
-    // Asked before the database is locked: a relay that waits for a RADIUS server answers late.
-    if (!answers(relay_)) {
-        if (replayAsked(db_)) {
-            answerReplays(db_, kReplayNoRelay);
-        }
-        // A relay that is only late has to be told what has changed; any other gets everything.
-        if (!before.known || instance != before.instance) {
-            forget(lastChange(db_));
-        }
-        return RelayState::none;
-    }
-    markRelayUnknown(db_, instance);
-    Outcome::Kind kind = deliver(before, instance);
-    if (kind == Outcome::needsStandIn) {
-        kind = deliver(before, instance);
-    }
-    return kind == Outcome::upToDate ? RelayState::upToDate : RelayState::failed;
-}
-
-Service::View Service::read(const RelayRecord &before, const std::string &instance) const {
-    View view{.last = std::max(lastChange(db_), before.change),
-              .table = readTable(db_),
-              .target = {.instance = instance,
-                         .columns = readColumns(db_),
-                         .changes = readChanges(db_, before.change),
-                         .hosts = readHosts(db_),
-                         .standIn = standInRow(db_)},
-              .replayAsked = replayAsked(db_)};
-    view.target.servers = usableServers(view.table);
-    return view;
-}
-
-bool Service::nothingToSend(const RelayRecord &before, const std::string &instance) {
-    if (!before.known || before.instance != instance) {
-        return false;
-    }
-    WriteTransaction transaction(db_);
-    const View view = read(before, instance);
-    const auto plan = makePlan(before.slots, view.target);
-    if (view.replayAsked || !plan || !plan->steps.empty()) {
-        return false;
-    }
-    reportRows(view.table);
-    if (view.last != before.change) {
-        record(view, before.slots);
-    } else {
-        forget(view.last);
-    }
-    transaction.commit();
     return true;
 }
 
-// One writer from reading the table to the last notice: the relay reads the rows that are read here.
-Outcome::Kind Service::deliver(const RelayRecord &before, const std::string &instance) {
-    WriteTransaction transaction(db_);
-    const View view = read(before, instance);
-    reportRows(view.table);
-    const Outcome outcome =
-        Delivery(relay_, view.target).run(heldBy(instance, before, view.replayAsked));
-    if (outcome.kind == Outcome::needsStandIn) {
-        addStandInRow(db_);
-    } else {
-        if (view.target.standIn) {
-            removeStandInRow(db_);
-        }
-        if (view.replayAsked) {
-            answerReplays(db_, outcome.kind == Outcome::upToDate
-                                   ? std::nullopt
-                                   : std::optional<int>(kReplayFailed));
-        }
+Service::State Service::bringRelay() {
+    const std::vector<Server> servers = readServers(db_);
+    reportRows(servers);
+    if (run_.empty()) {
+        return ended_.empty() ? State::none : State::restarting;
     }
-    if (outcome.kind == Outcome::upToDate) {
-        record(view, outcome.slots);
+    if (run_ == ended_) {
+        return State::restarting;
     }
-    transaction.commit();
-    if (outcome.kind == Outcome::upToDate && outcome.notices != 0) {
-        report_.event("relay", "has " + counted(view.target.servers.size(), "server") +
-                                   (outcome.afresh ? ", all of them afresh: " : ": ") +
-                                   counted(static_cast<size_t>(outcome.notices), "notice"));
+    ended_.clear();
+    if (!held_) {
+        return restartRelay();
     }
-    return outcome.kind;
+    if (*held_ == usableServers(servers)) {
+        return State::upToDate;
+    }
+    // Asked before the database is locked.
+    return relay_.listens() ? deliver() : unheard();
 }
 
-// The relay has the table.
-void Service::record(const View &view, const Slots &slots) {
-    writeRelayRecord(
-        db_,
-        {.instance = view.target.instance, .known = true, .change = view.last, .slots = slots});
-    if (view.target.hosts != hostsOf(view.table)) {
-        setHosts(db_, view.table);
-    }
-    forget(view.last);
+// Who has just made its socket may not listen to it yet.
+Service::State Service::unheard() const {
+    return patience_ < kLookEvery ? State::busy : State::none;
 }
 
-// Changes that the relay needs no more are dropped once they are in the file as well.
-void Service::forget(int64_t upTo) {
-    if (const int64_t done = std::min(upTo, fileHas_); done > 0) {
-        forgetChanges(db_, done);
+Service::State Service::restartRelay() {
+    // To look for its process in all there are is not for every second.
+    if (patience_ < kLookEvery && relay_.end()) {
+        ended_ = run_;
+        report_.event("relay",
+                      "told to end, for it is not known what it holds; it gets all servers once it "
+                      "is started again");
+        return State::restarting;
+    }
+    if (!relay_.listens()) {
+        return unheard();
+    }
+    report_.problem("relay",
+                    "it is not known what it holds, and its process is not found; start it again");
+    return State::failed;
+}
+
+// Every step is remembered at once: whatever stops it, held_ is what the relay holds.
+Service::State Service::deliver() {
+    const WriteTransaction transaction(db_);
+    const std::vector<Server> target = usableServers(readServers(db_));
+    const std::vector<std::string> columns = readColumns(db_);
+    const auto tell = [&](int operation, const Server &row) {
+        return send(operation, row.id, operation == RAD_DB_INSERT ? "" : oldValuesOf(row, columns));
+    };
+    const size_t before = notices_;
+    size_t same = 0;
+    for (; same < std::min(held_->size(), target.size()); ++same) {
+        Server &held = held_->at(same);
+        if (held.id != target[same].id || held.host != target[same].host) {
+            break;
+        }
+        if (held != target[same]) {
+            if (!tell(RAD_DB_UPDATE, held)) {
+                return undelivered();
+            }
+            held = target[same];
+        }
+    }
+    for (; held_->size() > same; held_->pop_back()) {
+        if (!tell(RAD_DB_DELETE, held_->back())) {
+            return undelivered();
+        }
+    }
+    for (; same < target.size(); ++same) {
+        if (!tell(RAD_DB_INSERT, target[same])) {
+            return undelivered();
+        }
+        held_->push_back(target[same]);
+    }
+    report_.event("relay", "has " + counted(target.size(), "server") + ": " +
+                               counted(notices_ - before, "notice"));
+    return State::upToDate;
+}
+
+bool Service::send(int operation, int64_t row, const std::string &oldValues) {
+    if (relay_.run() != run_) {
+        return false;
+    }
+    RadDbUpdateInfo notice{};
+    notice.rowKey = kRowKey;
+    notice.rowId = static_cast<int32_t>(row);
+    notice.opCode = operation;
+    std::strncpy(notice.tableName, kTable, sizeof(notice.tableName) - 1);
+    ++notices_;
+    const Relay::Answer answer = relay_.send(notice, oldValues);
+    if (std::string run = relay_.run(); run != run_) {
+        // What was meant for the one before may have come to this one.
+        run_ = std::move(run);
+        held_.reset();
+    } else if (answer == Relay::Answer::unknown ||
+               (answer == Relay::Answer::refused && operation != RAD_DB_INSERT)) {
+        held_.reset();  // An update that fails may have freed the slot.
+    }
+    return held_ && answer == Relay::Answer::done;
+}
+
+Service::State Service::undelivered() {
+    if (!held_ || relay_.run() != run_) {
+        patience_ = kLookSoon;
+        return State::busy;
+    }
+    report_.problem("relay",
+                    "it refuses change notices or stopped answering; does it read the database " +
+                        db_.file() + "?");
+    return State::failed;
+}
+
+void Service::setState(State state) {
+    relayDone_ = state == State::upToDate || state == State::restarting;
+    if (state != State::failed && state != State::busy) {
+        report_.putRight("relay");
+    }
+    if (std::exchange(state_, state) != state && state == State::none) {
+        report_.event("relay", "none answers on the bus; it gets what it lacks once one does");
     }
 }
 

@@ -1,78 +1,90 @@
-// The change service: takes what was changed in "radiusClient" to the relay and to the configuration
-// file.
+// The change service: brings the configuration file and the relay to what the table "radiusClient" has.
 //
-// A change stays in lanyardChange until the relay has it, or is not there to take it, and the file was
-// written. All that the service knows of the relay stands in the database (see record.h), so a service
-// that is killed and started again goes on where it was.
+// It remembers in memory what it has given the relay, as a list in the order of the relay's slots:
+// the first n of eight are in use. An update of a row whose id and host are the same takes the slot
+// that it frees; a delete of the last frees the last, and an insert takes the one after it. So rows in
+// front that differ in other fields are updated, and from the first that is another row the rest is
+// deleted from the end and inserted again.
+//
+// While it sends it is the only writer of the database: the relay reads the row when it handles the
+// notice, and must see what is remembered here.
+//
+// When it is not known what a relay holds, it is told to end, and whoever has started it starts it
+// again: a new run holds nothing.
 #ifndef LANYARDCTL_SERVICE_H
 #define LANYARDCTL_SERVICE_H
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "database.h"
-#include "delivery.h"
-#include "record.h"
 #include "relay.h"
 #include "report.h"
 #include "servers.h"
 
 namespace lanyardctl {
 
+// First half of the row identity, for every row.
+inline constexpr int32_t kRowKey = 1;
+
 class Service {
   public:
-    using Clock = std::chrono::steady_clock;
-
-    // Throws a Failure when the database cannot be opened or does not record changes.
-    Service(const std::string &file, Relay &relay, Report &report);
-
-    // Looks for changes and for a relay that is not up to date, and sees to them. Cheap when there
-    // are none, so that it may be called ten times a second. Never throws: what fails is reported and
-    // tried again a second later.
-    void look(Clock::time_point now);
-
-    // Has the next look() read the table, write the file and bring the relay up to date, also where
-    // nothing seems to have changed.
-    void readAgain();
-
-    enum class RelayState { upToDate, none, failed };
-
-    // Brings the relay to hold the table, whatever it holds.
-    RelayState replay();
-
-  private:
-    // What the database says at one moment.
-    struct View {
-        int64_t last = 0;           // number of the last change
-        std::vector<Server> table;  // all rows but the stand-in
-        Target target;
-        bool replayAsked = false;
+    enum class State {
+        upToDate,
+        none,        // no relay answers
+        failed,      // it refuses notices
+        restarting,  // it was told to end
+        busy,        // not asked yet
     };
 
-    void work();
-    void dropStandIn();
-    void writeFile();
-    RelayState serveRelay();
-    RelayState bringRelayUpToDate();
-    [[nodiscard]] View read(const RelayRecord &before, const std::string &instance) const;
-    bool nothingToSend(const RelayRecord &before, const std::string &instance);
-    Outcome::Kind deliver(const RelayRecord &before, const std::string &instance);
-    void record(const View &view, const Slots &slots);
-    void forget(int64_t upTo);
+    // Whether it stays so until something happens.
+    static bool isFinal(State state) { return state != State::busy && state != State::restarting; }
+
+    // Throws a Failure when the database cannot be opened.
+    Service(const std::string &file, Relay &relay, Report &report);
+
+    // Looks for what has changed and sees to it. Cheap when nothing has. Never throws: what fails is
+    // reported and tried again with the next call.
+    void look();
+    // How long it may take until the next look when nothing happens.
+    [[nodiscard]] std::chrono::milliseconds patience() const { return patience_; }
+
+    // From the next look on everything is looked at again.
+    void lookAgain();
+    // From the next look on the relay gets everything, whatever it holds.
+    void replay();
+
+    // How it stands with the relay.
+    [[nodiscard]] State state() const { return state_; }
+
+  private:
+    bool bringFile();
+    State bringRelay();
+    [[nodiscard]] State unheard() const;
+    State restartRelay();
+    State deliver();
+    bool send(int operation, int64_t row, const std::string &oldValues);
+    State undelivered();
+    void setState(State state);
     void reportRows(const std::vector<Server> &servers);
 
     Database db_;
     Relay &relay_;
     Report &report_;
-    int64_t seenVersion_ = -1;
-    std::string seenInstance_;
-    Clock::time_point nextTry_;
-    int64_t fileHas_ = 0;  // number of the last change that is in the file
-    bool writeAgain_ = false;
-    std::optional<RelayState> relayState_;
+    std::chrono::milliseconds patience_{1};
+    int64_t version_ = -1;  // of the database, at the last look
+    bool fileDone_ = false;
+    bool relayDone_ = false;
+    State state_ = State::busy;
+
+    std::string run_;                               // the relay that is meant
+    std::optional<std::vector<Server>> held_ = {};  // what it holds; none where that is not known
+    size_t notices_ = 1;                            // that it got; it may have got one before this
+    std::string ended_ = {};  // that was told to end, until another one starts
 };
 
 }  // namespace lanyardctl

@@ -5,7 +5,7 @@
 
 #include "tests/support/temporary_root.h"
 #include "tests/unit/tools/lanyardctl/device.h"
-#include "tools/lanyardctl/journal.h"
+#include "tools/lanyardctl/servers.h"
 
 namespace lanyard::test {
 namespace {

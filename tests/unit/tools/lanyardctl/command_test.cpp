@@ -47,6 +47,12 @@ class Commands : public testing::Test {
         EXPECT_EQ(before, lanyardctl::readServers(device_.db()));
     }
 
+    void expectFails(const std::vector<std::string> &arguments, const std::string &text) {
+        const ProgramResult result = run(arguments);
+        EXPECT_EQ(kFailed, result.status);
+        EXPECT_EQ("lanyardctl: " + text + "\n", result.err);
+    }
+
     Device device_;
 };
 
@@ -309,12 +315,28 @@ TEST_F(Commands, InitRefusesAFileThatIsNoDatabase) {
     EXPECT_EQ(std::string(4096, 'x'), device_.root().read("/garbage"));
 }
 
-TEST_F(Commands, EditsNeedTheTriggers) {
-    device_.change("DROP TRIGGER lanyardDeleted");
-    expectRefused({"db", "list"},
-                  "the database " + device_.file() +
-                      " does not record changes of radiusClient; run 'lanyardctl db init' on it",
-                  kFailed);
+TEST_F(Commands, InitDropsWhatEarlierVersionsKept) {
+    for (const char *table : {"lanyardChange", "lanyardHost", "lanyardRelay", "lanyardSlot"}) {
+        device_.change(std::string("CREATE TABLE ") + table + "(secret TEXT)");
+    }
+    for (const char *event : {"Inserted", "Updated", "Deleted"}) {
+        device_.change(std::string("CREATE TRIGGER lanyard") + event +
+                       " AFTER UPDATE ON radiusClient BEGIN "
+                       "INSERT INTO lanyardChange VALUES(OLD.authsecret); END");
+    }
+    device_.change(insertion("a"));
+    EXPECT_EQ(kDone, run({"db", "init"}).status);
+    EXPECT_EQ(0, device_.db().number("SELECT count(*) FROM sqlite_master WHERE name LIKE 'lan%'"));
+    EXPECT_EQ(1U, lanyardctl::readServers(device_.db()).size());
+}
+
+TEST_F(Commands, ATableWithoutItsColumnsIsNamed) {
+    device_.change("ALTER TABLE radiusClient RENAME COLUMN authport TO port");
+    EXPECT_EQ("lanyardctl: the table radiusClient has no column authport\n",
+              run({"db", "init"}).err);
+    expectFails({"db", "list"}, "database: no such column: authport");
+    device_.change("DROP TABLE radiusClient");
+    expectFails({"db", "list"}, "database: no such table: radiusClient");
     EXPECT_EQ(kDone, run({"db", "init"}).status);
     EXPECT_EQ(kDone, run({"db", "list"}).status);
 }

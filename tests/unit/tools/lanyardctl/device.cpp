@@ -3,8 +3,6 @@
 #include <fstream>
 #include <iterator>
 
-#include "tools/lanyardctl/journal.h"
-
 namespace lanyard::test {
 
 namespace {

@@ -10,23 +10,20 @@
 #include <lanyard/radius/frame.h>
 #include <lanyard/radius/mgmt.h>
 
-#include "tools/lanyardctl/delivery.h"
 #include "tools/lanyardctl/relay.h"
+#include "tools/lanyardctl/service.h"
 
 namespace lanyard::test {
-
-// Thrown in place of kill -9: nothing of the program catches it.
-struct Killed {};
 
 class LibraryRelay : public lanyardctl::Relay {
   public:
     enum class Fault {
         none,
-        killBefore,  // the service is killed before the notice reaches the relay
-        killAfter,   // the service is killed when the relay has handled it
-        lost,        // the notice is lost
-        unanswered,  // the relay handles it, and the answer is lost
-        restarted    // the relay handles it and starts again before the next one
+        lost,             // the notice is lost
+        unanswered,       // the relay handles it, and the answer is lost
+        refused,          // the relay cannot read its database
+        restarted,        // the relay handles it and starts again before the next one
+        restartedBefore,  // it starts again, and the new one handles what was meant for it
     };
 
     struct Notice {
@@ -67,29 +64,47 @@ class LibraryRelay : public lanyardctl::Relay {
     // Whether it is too busy to answer.
     void setBusy(bool busy) { busy_ = busy; }
 
-    int send(const RadDbUpdateInfo &notice, std::string oldValues) override {
-        if (!running_ || busy_) {
-            return -1;
+    // Whether somebody starts it again when it was told to end.
+    void setSupervised(bool supervised) { supervised_ = supervised; }
+
+    std::string run() override { return running_ ? "run " + std::to_string(run_) : ""; }
+
+    bool listens() override { return running_ && !busy_; }
+
+    bool end() override {
+        const bool told = running_;
+        if (told) {
+            ++ends_;
+            stop();
         }
-        if (notice.tableName[0] == '\0') {
-            return handle(notice, oldValues);
+        if (told && supervised_) {
+            start();
+        }
+        return told;
+    }
+    [[nodiscard]] int ends() const { return ends_; }
+
+    Answer send(const RadDbUpdateInfo &notice, std::string oldValues) override {
+        if (!running_) {
+            return Answer::refused;
+        }
+        const Fault fault = faultAt_-- == 0 ? fault_ : Fault::none;
+        if (fault == Fault::restartedBefore) {
+            restart();
         }
         notices_.push_back({notice.opCode, notice.rowId, oldValues});
-        const Fault fault = faultAt_-- == 0 ? fault_ : Fault::none;
-        if (fault == Fault::killBefore) {
-            throw Killed();
+        if (fault == Fault::lost || fault == Fault::refused) {
+            return fault == Fault::lost ? Answer::unknown : Answer::refused;
         }
-        const int status = fault == Fault::lost ? -1 : handle(notice, oldValues);
-        if (fault == Fault::killAfter) {
-            throw Killed();
-        }
+        const int status = handle(notice, oldValues);
         if (fault == Fault::restarted) {
             restart();
         }
-        return fault == Fault::unanswered ? -1 : status;
+        if (fault == Fault::unanswered) {
+            return Answer::unknown;
+        }
+        return status == 0 ? Answer::done : Answer::refused;
     }
-
-    std::string instance() override { return running_ ? "run " + std::to_string(run_) : ""; }
 
     std::vector<Notice> takeNotices() { return std::exchange(notices_, {}); }
 
@@ -121,6 +136,8 @@ class LibraryRelay : public lanyardctl::Relay {
     std::string file_;
     bool running_ = false;
     bool busy_ = false;
+    bool supervised_ = true;
+    int ends_ = 0;
     int run_ = 0;
     Fault fault_ = Fault::none;
     int faultAt_ = -1;

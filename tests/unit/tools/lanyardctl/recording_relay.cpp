@@ -44,12 +44,6 @@ RecordingRelay::~RecordingRelay() {
     radLibExit();
 }
 
-void RecordingRelay::afterNotice(int n, std::function<void()> action) {
-    const std::lock_guard lock(mutex_);
-    actionAt_ = n;
-    action_ = std::move(action);
-}
-
 std::vector<RecordingRelay::Message> RecordingRelay::notices() {
     const std::lock_guard lock(mutex_);
     std::vector<Message> found;
@@ -85,13 +79,9 @@ int RecordingRelay::handle(const Message &message) {
     const std::lock_guard lock(mutex_);
     messages_.push_back(message);
     std::string old = message.oldValues;
-    const int status = radiusMgmtDBUpdateHandler(
+    return radiusMgmtDBUpdateHandler(
         message.record.data(), static_cast<uint32_t>(message.record.size()),
         old.empty() ? nullptr : old.data(), static_cast<uint32_t>(old.size()));
-    if (isAboutServers(message) && actionAt_ > 0 && --actionAt_ == 0) {
-        action_();
-    }
-    return status;
 }
 
 }  // namespace lanyard::test

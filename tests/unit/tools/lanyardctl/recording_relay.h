@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -33,10 +32,6 @@ class RecordingRelay {
     RecordingRelay &operator=(const RecordingRelay &) = delete;
     ~RecordingRelay();
 
-    // Called in the relay's thread when the n-th notice of the table has been handled, 1 the next, and
-    // before it is answered.
-    void afterNotice(int n, std::function<void()> action);
-
     // The messages about the table "radiusClient" so far.
     std::vector<Message> notices();
     // All messages so far.
@@ -52,8 +47,6 @@ class RecordingRelay {
 
     std::mutex mutex_;  // guards the library as well
     std::vector<Message> messages_;
-    std::function<void()> action_;
-    int actionAt_ = 0;
     XbusCtx *context_ = nullptr;
     std::atomic<bool> ends_{false};
     std::thread thread_;

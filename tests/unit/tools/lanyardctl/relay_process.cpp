@@ -1,12 +1,18 @@
-// A relay for the tests: lanyardctl-test-relay DATABASE
+// A relay for the tests: lanyardctl-test-relay [--once] DATABASE
 //
-// It says "ready" once it is on the bus and runs until SIGTERM.
+// It says "ready" once it is on the bus. As an init program would, it starts the relay again whenever
+// that has ended, until SIGTERM; with --once it is the relay alone.
 #include "tests/unit/tools/lanyardctl/relay_process.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <string>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/eap.h>
@@ -16,8 +22,11 @@
 
 namespace {
 
+int messages = 0;
+
 std::string servers() {
-    std::string text = std::to_string(radConfGetNumServers(RAD_SERVER_AUTH)) + "\n";
+    std::string text = std::to_string(getpid()) + " " + std::to_string(messages) + " " +
+                       std::to_string(radConfGetNumServers(RAD_SERVER_AUTH)) + "\n";
     const auto *slots = static_cast<const RadServer *>(radConfGet(RAD_CONF_AUTH_SERVERS));
     for (int i = 0; slots && i < RAD_SERVERS_MAX; ++i) {
         if (slots[i].host) {
@@ -41,26 +50,28 @@ int handle(void * /*busArg1*/, void * /*busArg2*/, uint32_t cmd, void *buf, uint
         *outLen = static_cast<uint32_t>(text.size());
         return 0;
     }
+    ++messages;
     return cmd == RAD_EAP_CMD_DB_UPDATE
                ? radiusMgmtDBUpdateHandler(buf, len, static_cast<char *>(out), outLen ? *outLen : 0)
                : -1;
 }
 
 volatile std::sig_atomic_t ended = 0;
+volatile pid_t relay = 0;
 
 void end(int /*signal*/) {
     ended = 1;
+    if (relay > 0) {
+        kill(relay, SIGTERM);
+    }
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int run(const char *database) {
     constexpr uint32_t kListenMicroseconds = 20000;
 
-    if (argc != 2 || radiusMgmtInit(argv[1], "radEap") != 0 || radLibInit(nullptr) != 0) {
+    if (radiusMgmtInit(database, "radEap") != 0 || radLibInit(nullptr) != 0) {
         return 1;
     }
-    (void)std::signal(SIGTERM, end);
     XbusCtx *context = nullptr;
     if (xbusInit() != 0 ||
         !(context = xbusRegister(RAD_EAP_MODULE, XBUS_MODE_HANDLER, handle, nullptr))) {
@@ -76,4 +87,35 @@ int main(int argc, char **argv) {
     radiusMgmtDeInit();
     radLibExit();
     return 0;
+}
+
+int supervise(const char *database) {
+    while (!ended) {
+        const pid_t parent = getpid();
+        const pid_t child = fork();
+        if (child == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            return getppid() == parent ? run(database) : 1;
+        }
+        relay = child;
+        if (ended) {
+            kill(child, SIGTERM);
+        }
+        while (waitpid(child, nullptr, 0) == -1 && errno == EINTR) {
+        }
+        relay = 0;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    struct sigaction action {};
+    action.sa_handler = end;
+    sigaction(SIGTERM, &action, nullptr);
+    if (argc == 3 && std::strcmp(argv[1], "--once") == 0) {
+        return run(argv[2]);
+    }
+    return argc == 2 ? supervise(argv[1]) : 1;
 }

@@ -6,7 +6,7 @@
 
 namespace lanyard::test {
 
-// Answers in `out`, as text: the number of servers, then one line for each slot in use: row key, row
+// Answers in `out`, as text: the process, how many messages it had and the number of servers, then one line for each slot in use: row key, row
 // id, host, port, time-out, retries, secret.
 inline constexpr uint32_t kTellServers = 1000;
 

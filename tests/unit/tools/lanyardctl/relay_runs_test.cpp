@@ -1,4 +1,5 @@
-// Runs of the relay and of the service begin and end: which run of the relay gets which notices.
+// Runs of the relay and of the service begin and end: which run of the relay gets which notices, and
+// which is told to end.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -14,20 +15,22 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
+using Fault = LibraryRelay::Fault;
 
 class RelayRuns : public ServedDevice {
   protected:
-    // From here on the relay holds a table of three, and the service knows.
+    // From here on a relay holds a table of three, and the service knows. It has met no other.
     RelayRuns() {
+        relay_.stop();
+        startService();
         for (const char *host : {"a", "b", "c"}) {
             device_.change(insertion(host));
         }
-        EXPECT_TRUE(look());
+        look();
+        relay_.start();
+        look();
         firstNotices_ = relay_.takeNotices();
     }
-
-    // Which is more than any number of changes here takes.
-    void expectAfresh() { EXPECT_THAT(relay_.takeNotices(), SizeIs(testing::Ge(20U))); }
 
     void expectUpdateAlone() {
         EXPECT_THAT(relay_.takeNotices(),
@@ -46,8 +49,16 @@ TEST_F(RelayRuns, NewRelayGetsAnInsertForEachRow) {
     expectAllDone();
     relay_.restart();
     EXPECT_THAT(LibraryRelay::held(), IsEmpty());
-    EXPECT_THAT(saidByLook(), HasSubstr("relay: has 3 servers: 3 notices\n"));
+    EXPECT_EQ("relay: has 3 servers: 3 notices\n", saidByLook());
     EXPECT_EQ(inserts_, relay_.takeNotices());
+    expectAllDone();
+    EXPECT_EQ(0, relay_.ends());
+}
+
+TEST_F(RelayRuns, NewRelayGetsTheFileToo) {
+    device_.root().remove("/var/radius.conf");
+    relay_.restart();
+    look();
     expectAllDone();
 }
 
@@ -61,18 +72,10 @@ TEST_F(RelayRuns, NewRelayAfterAChangeGetsTheTableAndNoUpdate) {
     expectAllDone();
 }
 
-TEST_F(RelayRuns, NewRelayIsServedAtOnce) {
-    relay_.restart();
-    service_->look(now_);
-    EXPECT_EQ(inserts_, relay_.takeNotices());
-    expectAllDone();
-}
-
-TEST_F(RelayRuns, RelayThatWentAwayIsNoReasonToKeepAChange) {
+TEST_F(RelayRuns, ChangeWithoutARelayGoesToTheFileAndToTheNextOne) {
     relay_.stop();
     device_.change("DELETE FROM radiusClient WHERE authserver='b'");
     EXPECT_THAT(saidByLook(), HasSubstr("relay: none answers on the bus"));
-    EXPECT_EQ(0, device_.db().number("SELECT count(*) FROM lanyardChange"));
     EXPECT_EQ(device_.expectedFile(), device_.confFile());
     relay_.start();
     look();
@@ -81,144 +84,136 @@ TEST_F(RelayRuns, RelayThatWentAwayIsNoReasonToKeepAChange) {
     expectAllDone();
 }
 
-TEST_F(RelayRuns, BusyRelayGetsWhatChangedOnceItAnswers) {
+TEST_F(RelayRuns, BusyRelayGetsWhatChangedOnceItListens) {
     relay_.setBusy(true);
     device_.change(update_);
-    look();
-    startService();
-    look();
+    settle();
+    EXPECT_EQ(device_.expectedFile(), device_.confFile());
+    EXPECT_THAT(relay_.takeNotices(), IsEmpty());
     relay_.setBusy(false);
     look();
     expectUpdateAlone();
+    EXPECT_EQ(0, relay_.ends());
 }
 
-TEST_F(RelayRuns, NewServiceGoesOnWhereTheOneBeforeWas) {
+TEST_F(RelayRuns, NewServiceHasARelayThatRunsRestarted) {
     startService();
-    look();
+    EXPECT_EQ(
+        "relay: told to end, for it is not known what it holds; it gets all servers once it is "
+        "started again\n",
+        saidByLook());
+    EXPECT_EQ(Service::State::restarting, service_->state());
     EXPECT_THAT(relay_.takeNotices(), IsEmpty());
-    device_.change(update_);
-    look();
-    expectUpdateAlone();
-}
-
-TEST_F(RelayRuns, NewServiceDeliversWhatChangedMeanwhile) {
-    device_.change(update_);
-    startService();
-    look();
-    expectUpdateAlone();
-}
-
-TEST_F(RelayRuns, NewServiceAndNewRelayStartWithInserts) {
-    relay_.restart();
-    startService();
     look();
     EXPECT_EQ(inserts_, relay_.takeNotices());
+    EXPECT_EQ(1, relay_.ends());
     expectAllDone();
 }
 
-// Nothing but the service writes it, but then anybody can.
-TEST_F(RelayRuns, RecordThatCannotBeIsNotReliedOn) {
-    for (const char *slot : {"8", "-1"}) {
-        device_.change(std::string("INSERT INTO lanyardSlot(slot, row, host) VALUES(") + slot +
-                       ", 1, 'a')");
-        startService();
-        look();
-        expectAfresh();
-        expectAllDone();
-    }
-}
-
-// Killed while the n-th of three notices is on its way.
-class KilledRuns : public RelayRuns,
-                   public testing::WithParamInterface<std::tuple<LibraryRelay::Fault, int>> {
-  protected:
-    KilledRuns() { relay_.failAt(std::get<0>(GetParam()), std::get<1>(GetParam())); }
-};
-
-TEST_P(KilledRuns, NewServiceGoesAfresh) {
-    device_.change("UPDATE radiusClient SET authport='7'");
-    EXPECT_FALSE(look());
-    relay_.takeNotices();
+TEST_F(RelayRuns, RelayThatNobodyStartsAgainIsWaitedFor) {
+    relay_.setSupervised(false);
     startService();
-    EXPECT_THAT(saidByLook(), HasSubstr("relay: has 3 servers, all of them afresh: "));
-    expectAfresh();
-    expectAllDone();
-}
-
-TEST_P(KilledRuns, NewServiceEmptiesTheRelay) {
-    device_.change("UPDATE radiusClient SET authport='7'");
-    EXPECT_FALSE(look());
-    device_.change("DELETE FROM radiusClient");
-    startService();
-    look();
-    expectAllDone();
-    EXPECT_FALSE(device_.root().exists("/var/radius.conf"));
-}
-
-TEST_P(KilledRuns, NewRelayIsSparedThat) {
-    device_.change("UPDATE radiusClient SET authport='7'");
-    EXPECT_FALSE(look());
-    relay_.takeNotices();
-    relay_.restart();
-    startService();
+    settle();
+    EXPECT_EQ(Service::State::restarting, service_->state());
+    relay_.start();
     look();
     EXPECT_EQ(inserts_, relay_.takeNotices());
+    EXPECT_EQ(1, relay_.ends());
     expectAllDone();
 }
 
-TEST_P(KilledRuns, NewServiceGoesAfreshForARelayThatWasNew) {
-    relay_.restart();
-    EXPECT_FALSE(look());
-    relay_.takeNotices();
+TEST_F(RelayRuns, NewServiceLeavesANewRelayAlone) {
+    relay_.stop();
     startService();
     look();
-    expectAfresh();
+    relay_.start();
+    device_.change(update_);
+    look();
+    EXPECT_EQ(inserts_, relay_.takeNotices());
+    EXPECT_EQ(0, relay_.ends());
     expectAllDone();
 }
 
-INSTANTIATE_TEST_SUITE_P(Moments, KilledRuns,
-                         testing::Combine(testing::Values(LibraryRelay::Fault::killBefore,
-                                                          LibraryRelay::Fault::killAfter),
-                                          testing::Range(0, 3)));
-
-TEST_F(RelayRuns, UnansweredNoticeMakesItGoAfresh) {
-    for (const auto fault : {LibraryRelay::Fault::lost, LibraryRelay::Fault::unanswered}) {
+TEST_F(RelayRuns, UnansweredNoticeHasTheRelayRestarted) {
+    int ends = 0;
+    for (const Fault fault : {Fault::lost, Fault::unanswered}) {
         relay_.failAt(fault, 0);
-        device_.change(update_);
-        EXPECT_THAT(saidByLook(), HasSubstr("relay: PROBLEM: "));
-        relay_.takeNotices();
+        device_.change("UPDATE radiusClient SET authsecret=authsecret || 'x'");
         look();
-        expectAfresh();
+        EXPECT_THAT(relay_.takeNotices(), SizeIs(1)) << "and no other one";
+        settle();
+        EXPECT_EQ(inserts_, relay_.takeNotices());
+        EXPECT_EQ(++ends, relay_.ends());
         expectAllDone();
     }
+}
+
+TEST_F(RelayRuns, RefusedInsertIsTriedAgain) {
+    device_.change(insertion("d"));
+    relay_.failAt(Fault::refused, 0);
+    EXPECT_THAT(saidByLook(), HasSubstr("relay: PROBLEM: it refuses change notices"));
+    EXPECT_THAT(saidByLook(), HasSubstr("relay: in order again"));
+    EXPECT_THAT(relay_.takeNotices(),
+                ElementsAre(notice(RAD_DB_INSERT, 4), notice(RAD_DB_INSERT, 4)));
+    EXPECT_EQ(0, relay_.ends());
+    expectAllDone();
+}
+
+TEST_F(RelayRuns, RefusedUpdateHasTheRelayRestarted) {
+    device_.change(update_);
+    relay_.failAt(Fault::refused, 0);
+    settle();
+    EXPECT_EQ(1, relay_.ends());
+    expectAllDone();
 }
 
 TEST_F(RelayRuns, NewRelayGetsNothingThatWasMeantForTheOneBefore) {
     device_.change("UPDATE radiusClient SET authport='7'");
-    relay_.takeNotices();
-    relay_.failAt(LibraryRelay::Fault::restarted, 0);
+    relay_.failAt(Fault::restarted, 0);
     look();
     EXPECT_THAT(relay_.takeNotices(), SizeIs(1));
     EXPECT_THAT(LibraryRelay::held(), IsEmpty());
-    look();
-    EXPECT_EQ(inserts_, relay_.takeNotices());
+    settle();
     expectAllDone();
 }
 
-TEST_F(RelayRuns, ReplayGivesANewRelayInsertsAndAnyOtherEverythingAfresh) {
-    relay_.restart();
-    EXPECT_EQ(Service::RelayState::upToDate, service_->replay());
-    EXPECT_EQ(inserts_, relay_.takeNotices());
-    expectAllDone();
-    EXPECT_EQ(Service::RelayState::upToDate, service_->replay());
-    expectAfresh();
-    expectAllDone();
+// It starts between the question which run it is and the notice.
+TEST_F(RelayRuns, NewRelayThatGotWhatWasMeantForTheOneBeforeIsRestarted) {
+    device_.change(insertion("d"));
+    relay_.failAt(Fault::restartedBefore, 0);
     look();
-    EXPECT_THAT(relay_.takeNotices(), IsEmpty()) << "what the replay did is known";
+    EXPECT_THAT(LibraryRelay::held(), SizeIs(1)) << "a row of four";
+    settle();
+    EXPECT_EQ(1, relay_.ends());
+    EXPECT_THAT(LibraryRelay::held(), SizeIs(4));
+    expectAllDone();
+}
+
+TEST_F(RelayRuns, ReplayHasTheRelayRestartedUnlessItIsNew) {
+    service_->replay();
+    look();
+    EXPECT_EQ(Service::State::restarting, service_->state());
+    look();
+    EXPECT_EQ(Service::State::upToDate, service_->state());
+    EXPECT_EQ(inserts_, relay_.takeNotices());
+    EXPECT_EQ(1, relay_.ends());
+    expectAllDone();
+
+    relay_.restart();
+    relay_.setBusy(true);
+    look();
+    relay_.setBusy(false);
+    service_->replay();
+    look();
+    EXPECT_EQ(Service::State::upToDate, service_->state());
+    EXPECT_EQ(1, relay_.ends());
+    expectAllDone();
+
     relay_.stop();
-    EXPECT_EQ(Service::RelayState::none, service_->replay());
+    service_->replay();
+    look();
+    EXPECT_EQ(Service::State::none, service_->state());
     relay_.start();
-    EXPECT_EQ(0, device_.db().number("SELECT count(*) FROM lanyardChange"));
 }
 
 TEST_F(RelayRuns, ReplayPutsRightWhatTheServiceDoesNotKnowOf) {
@@ -226,32 +221,9 @@ TEST_F(RelayRuns, ReplayPutsRightWhatTheServiceDoesNotKnowOf) {
     radConfDelAuthServer("b");
     look();
     EXPECT_THAT(LibraryRelay::held(), SizeIs(2));
-    EXPECT_EQ(Service::RelayState::upToDate, service_->replay());
+    service_->replay();
+    settle();
     expectAllDone();
-}
-
-TEST_F(RelayRuns, AnswersRequestsForAReplay) {
-    const int64_t done = lanyardctl::askForReplay(device_.db());
-    look();
-    EXPECT_EQ(std::nullopt, lanyardctl::replayState(device_.db(), done));
-    expectAfresh();
-    relay_.restart();
-    const int64_t doneToo = lanyardctl::askForReplay(device_.db());
-    look();
-    EXPECT_EQ(std::nullopt, lanyardctl::replayState(device_.db(), doneToo));
-    EXPECT_EQ(inserts_, relay_.takeNotices());
-    relay_.stop();
-    const int64_t nobody = lanyardctl::askForReplay(device_.db());
-    look();
-    EXPECT_EQ(lanyardctl::kReplayNoRelay, lanyardctl::replayState(device_.db(), nobody));
-    relay_.start();
-    relay_.failAt(LibraryRelay::Fault::lost, 1);
-    const int64_t refused = lanyardctl::askForReplay(device_.db());
-    look();
-    EXPECT_EQ(lanyardctl::kReplayFailed, lanyardctl::replayState(device_.db(), refused));
-    startService();
-    EXPECT_EQ(std::nullopt, lanyardctl::replayState(device_.db(), refused))
-        << "an answer that nobody took";
 }
 
 }  // namespace

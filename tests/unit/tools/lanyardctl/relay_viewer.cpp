@@ -8,7 +8,7 @@
 #include <lanyard/radius/eap.h>
 
 #include "tests/unit/tools/lanyardctl/relay_process.h"
-#include "tools/lanyardctl/delivery.h"
+#include "tools/lanyardctl/service.h"
 
 namespace lanyard::test {
 
@@ -30,13 +30,13 @@ RelayViewer::~RelayViewer() {
 std::optional<RelayServers> RelayViewer::look() {
     std::array<char, 8192> answer{};
     auto length = static_cast<uint32_t>(answer.size());
-    if (xbusIoctl(context_, RAD_EAP_MODULE, kTellServers, nullptr, 0, answer.data(), &length,
-                  XBUS_WAIT, 0, 0) != 0) {
+    if (xbusIoctl(context_, RAD_EAP_MODULE, kTellServers, nullptr, 0, answer.data(), &length, 0, 0,
+                  0) != 0) {
         return std::nullopt;
     }
     std::istringstream lines(std::string(answer.data(), length));
     RelayServers held;
-    lines >> held.count;
+    lines >> held.process >> held.messages >> held.count;
     int rowKey = 0;
     lanyardctl::Server server{.host = "", .port = "", .secret = "", .timeout = "", .retries = ""};
     while (lines >> rowKey >> server.id >> *server.host >> *server.port >> *server.timeout >>

@@ -3,6 +3,7 @@
 #define LANYARD_TESTS_LANYARDCTL_RELAY_VIEWER_H
 
 #include <optional>
+#include <sys/types.h>
 #include <vector>
 
 #include <xbus.h>
@@ -11,8 +12,11 @@
 
 namespace lanyard::test {
 
-// The servers in the relay's order, and its own count of them.
+// The servers in the relay's order, and its own count of them; its process, and how many messages
+// that has handled beside this question.
 struct RelayServers {
+    pid_t process = -1;
+    int messages = 0;
     int count = 0;
     std::vector<lanyardctl::Server> servers;
 };

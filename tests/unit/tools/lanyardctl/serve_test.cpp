@@ -1,21 +1,11 @@
 // The service as a process, between programs that change the database and a relay on a real bus.
-#include <csignal>
-#include <gmock/gmock.h>
-#include <memory>
+#include <chrono>
 #include <nlohmann/json.hpp>
-#include <random>
+#include <sstream>
 #include <thread>
 
-#include <lanyard/radius/conf.h>
-#include <lanyard/radius/frame.h>
-
-#include "tests/interop/child_process.h"
-#include "tests/interop/wait_until.h"
-#include "tests/unit/tools/lanyardctl/device.h"
-#include "tests/unit/tools/lanyardctl/library_relay.h"
-#include "tests/unit/tools/lanyardctl/relay_viewer.h"
+#include "tests/unit/tools/lanyardctl/serve_fixture.h"
 #include "tools/lanyardctl/cli.h"
-#include "tools/lanyardctl/journal.h"
 
 namespace lanyard::test {
 namespace {
@@ -26,84 +16,11 @@ using lanyardctl::kFailed;
 using testing::HasSubstr;
 using testing::Not;
 
-// A second, and one more for a machine that is busy. The bus alone would wait for five.
-constexpr auto kEndsWithin = 2s;
+// A second, and three more for a machine that is busy. The bus and the database alone would wait for
+// five.
+constexpr auto kEndsWithin = 4s;
 
-class Serve : public testing::Test {
-  protected:
-    ~Serve() override {
-        for (const auto *process : {&service_, &relay_}) {
-            if (*process) {
-                EXPECT_THAT((*process)->output(), Not(HasSubstr("Sanitizer")));
-            }
-        }
-    }
-
-    std::vector<std::string> settings() const {
-        return {"PAL_ROOT=" + device_.root().folder().string(), "PAL_DEBUG_LEVELS=0"};
-    }
-
-    void startRelay() {
-        relay_.emplace(std::vector<std::string>{LANYARDCTL_TEST_RELAY, device_.file()}, settings(),
-                       device_.root().path("/relay-output"));
-        ASSERT_TRUE(relay_->waitForOutput("ready\n")) << relay_->output();
-    }
-    void stopRelay() {
-        relay_->signal(SIGTERM);
-        EXPECT_EQ(0, relay_->wait()) << relay_->output();
-        relay_.reset();
-    }
-    void startService() {
-        service_.emplace(std::vector<std::string>{LANYARDCTL, "db", "serve", "-d", device_.file()},
-                         settings(), device_.root().path("/service-output"));
-        ASSERT_TRUE(service_->waitForOutput("service: serves " + device_.file() + "\n"))
-            << service_->output();
-    }
-    void killService() {
-        service_->signal(SIGKILL);
-        EXPECT_EQ(-1, service_->wait());
-    }
-    ProgramResult command(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {LANYARDCTL, "db", "-d", device_.file()});
-        return runProgram(arguments, settings());
-    }
-
-    bool relayHasTable() {
-        const auto held = viewer_.look();
-        return held && held->servers == device_.usable() &&
-               held->count == static_cast<int>(held->servers.size());
-    }
-    bool fileHasTable() const { return device_.confFile() == device_.expectedFile(); }
-    bool nothingPending() const {
-        return device_.db().number("SELECT count(*) FROM lanyardChange") == 0;
-    }
-    void expectAllDone() {
-        EXPECT_TRUE(waitUntil([this] { return nothingPending(); }));
-        EXPECT_TRUE(waitUntil([this] { return relayHasTable(); }))
-            << testing::PrintToString(viewer_.look()->servers.size());
-        EXPECT_TRUE(fileHasTable()) << device_.confFile();
-    }
-
-    // The relay has these servers, and so has a program that reads the file now.
-    void expectServers(std::vector<lanyardctl::Server> servers) {
-        expectAllDone();
-        const auto held = viewer_.look();
-        ASSERT_TRUE(held);
-        EXPECT_EQ(servers, held->servers);
-        EXPECT_EQ(static_cast<int>(servers.size()), held->count);
-        EXPECT_EQ(servers.empty() ? -1 : 0, radConfigure("/var/radius.conf"));
-        for (auto &server : servers) {
-            server.id = -1;  // the file does not know of rows
-        }
-        EXPECT_EQ(servers, LibraryRelay::held());
-        radDeconfigure();
-    }
-
-    Device device_;
-    RelayViewer viewer_;
-    std::optional<RunningProgram> relay_;
-    std::optional<RunningProgram> service_;
-};
+using Serve = ServedProcesses;
 
 TEST_F(Serve, TakesEditsToTheRelayAndToTheFile) {
     startRelay();
@@ -158,10 +75,10 @@ TEST_F(Serve, GivesARelayThatStartsLaterEverything) {
     startService();
     device_.change(insertion("a"));
     device_.change(insertion("b"));
-    EXPECT_TRUE(waitUntil([this] { return nothingPending(); }));
-    EXPECT_TRUE(fileHasTable());
+    EXPECT_TRUE(waitUntil([this] { return fileHasTable(); }));
     startRelay();
     expectAllDone();
+    EXPECT_THAT(service_->output(), Not(HasSubstr("told to end")));
     stopRelay();
     startRelay();
     expectAllDone();
@@ -182,12 +99,76 @@ TEST_F(Serve, ReplayWorksWithAndWithoutTheService) {
     }
     startService();
     expectAllDone();
-    EXPECT_EQ(kDone, command({"replay"}).status);
-    expectAllDone();
+    const pid_t before = viewer_.look()->process;
+    result = command({"replay"});
+    EXPECT_EQ(kDone, result.status) << result.err;
+    EXPECT_TRUE(relayHasTable());
+    EXPECT_NE(before, viewer_.look()->process);
     stopRelay();
     result = command({"replay"});
     EXPECT_EQ(kFailed, result.status);
     EXPECT_EQ("lanyardctl: no relay answers on the bus\n", result.err);
+}
+
+TEST_F(Serve, ReplayIsRefusedForAnotherDatabase) {
+    startService();
+    const std::string other = device_.root().path("/other.db").string();
+    EXPECT_EQ(kDone, runProgram({LANYARDCTL, "db", "-d", other, "init"}, settings()).status);
+    const ProgramResult result = runProgram({LANYARDCTL, "db", "-d", other, "replay"}, settings());
+    EXPECT_EQ(kFailed, result.status);
+    EXPECT_EQ("lanyardctl: the service that runs does not serve " + other + "\n", result.err);
+}
+
+TEST_F(Serve, HasARelayThatRunsRestarted) {
+    device_.change(insertion("a"));
+    startRelay();
+    const pid_t before = viewer_.look()->process;
+    startService();
+    expectAllDone();
+    EXPECT_NE(before, viewer_.look()->process);
+    EXPECT_THAT(service_->output(), HasSubstr("relay: told to end"));
+}
+
+TEST_F(Serve, TellsARelayToEndThatNobodyStartsAgain) {
+    startRelay({"--once"});
+    startService();
+    EXPECT_EQ(0, relay_->wait());
+    device_.change(insertion("a"));
+    startRelay({"--once"});
+    expectAllDone();
+}
+
+TEST_F(Serve, GivesARelayThatDidNotListenWhatHasChanged) {
+    startService();
+    startRelay();
+    device_.change(insertion("a"));
+    expectAllDone();
+    const auto before = *viewer_.look();
+    kill(before.process, SIGSTOP);
+    for (const char *port : {"1", "2", "3"}) {
+        device_.change(std::string("UPDATE radiusClient SET authport='") + port + "'");
+        EXPECT_TRUE(waitUntil([this] { return fileHasTable(); })) << device_.confFile();
+    }
+    kill(before.process, SIGCONT);
+    expectAllDone();
+    const auto after = *viewer_.look();
+    EXPECT_EQ(before.process, after.process) << service_->output();
+    EXPECT_EQ(before.messages + 2, after.messages) << "one question and one notice";
+}
+
+TEST_F(Serve, ReadsAgainWhenItIsHungUp) {
+    device_.change(insertion("a"));
+    startService();
+    ASSERT_TRUE(waitUntil([this] { return fileHasTable(); }));
+    for (int i = 0; i < 3; ++i) {
+        device_.root().remove("/var/radius.conf");
+        service_->signal(SIGHUP);
+        EXPECT_TRUE(waitUntil([this] { return fileHasTable(); })) << service_->output();
+        EXPECT_THAT(service_->output(), HasSubstr("service: reads the table again\n"));
+    }
+    service_->signal(SIGTERM);
+    EXPECT_EQ(0, service_->wait());
+    EXPECT_THAT(service_->output(), HasSubstr("service: ends\n"));
 }
 
 TEST_F(Serve, RunsOnce) {
@@ -209,47 +190,31 @@ TEST_F(Serve, EndsWithinASecondOfASignal) {
         EXPECT_LT(std::chrono::steady_clock::now() - start, kEndsWithin);
         EXPECT_THAT(service_->output(), HasSubstr("service: ends\n"));
     }
-    // Also while it waits for a relay that does not answer. It asks one that it knows nothing of at
-    // once, and the next change waits until it has given up; so it gets to know this one first.
+    // Also while a relay does not answer.
     startService();
     device_.change(insertion("a"));
     expectAllDone();
-    relay_->signal(SIGSTOP);
+    const pid_t process = viewer_.look()->process;
+    kill(process, SIGSTOP);
     device_.change(insertion("b"));
     EXPECT_TRUE(waitUntil([this] { return fileHasTable(); }));
-    std::this_thread::sleep_for(50ms);
     const auto start = std::chrono::steady_clock::now();
     service_->signal(SIGTERM);
     EXPECT_EQ(0, service_->wait());
     EXPECT_LT(std::chrono::steady_clock::now() - start, kEndsWithin);
-    relay_->signal(SIGCONT);
+    kill(process, SIGCONT);
     startService();
     expectAllDone();
-}
 
-TEST_F(Serve, HangupHasItReadAndWriteAgain) {
-    startRelay();
-    startService();
-    device_.change(insertion("a"));
-    expectAllDone();
-    device_.root().write("/var/radius.conf", "spoilt\n");
+    // And while somebody else has the database.
+    device_.change("BEGIN EXCLUSIVE");
     service_->signal(SIGHUP);
-    EXPECT_TRUE(waitUntil([this] { return fileHasTable(); })) << device_.confFile();
-    EXPECT_EQ(0600U, device_.root().mode("/var/radius.conf"));
-    EXPECT_THAT(service_->output(), HasSubstr("service: reads the table again\n"));
-    device_.change(insertion("b"));
-    expectAllDone();
-}
-
-// With the first change it is the service's.
-TEST_F(Serve, HangupLeavesAFileOfSomebodyElse) {
-    device_.root().write("/var/radius.conf", "authserver 192.0.2.1:secret\n");
-    startService();
-    service_->signal(SIGHUP);
-    EXPECT_TRUE(service_->waitForOutput("service: reads the table again\n"));
+    ASSERT_TRUE(service_->waitForOutput("reads the table again"));
+    const auto locked = std::chrono::steady_clock::now();
     service_->signal(SIGTERM);
     EXPECT_EQ(0, service_->wait());
-    EXPECT_EQ("authserver 192.0.2.1:secret\n", device_.confFile());
+    EXPECT_LT(std::chrono::steady_clock::now() - locked, kEndsWithin);
+    device_.change("COMMIT");
 }
 
 TEST_F(Serve, WaitsForALockedDatabase) {
@@ -287,46 +252,6 @@ TEST_F(Serve, SpeaksJson) {
         problems += document.contains("problem") ? 1 : 0;
     }
     EXPECT_GE(problems, 1);
-}
-
-// A change of the server with this host, or a new one where there is none.
-std::string anyChange(const std::string &host, int kind) {
-    const std::string where = " WHERE authserver='" + host + "'";
-    switch (kind) {
-        case 0:
-        case 1:
-            return "INSERT INTO radiusClient SELECT '" + host +
-                   "','1812','s','5','3' WHERE NOT EXISTS(SELECT 1 FROM radiusClient" + where + ")";
-        case 2:
-            return "UPDATE radiusClient SET authsecret=authsecret || 'x'" + where;
-        default:
-            return "DELETE FROM radiusClient" + where;
-    }
-}
-
-TEST_F(Serve, LosesNothingWhenItIsKilledAtAnyMoment) {
-    device_.db().run("PRAGMA synchronous=OFF");
-    startRelay();
-    startService();
-    // The same changes each time, at other moments.
-    std::mt19937 random(7);  // NOLINT(cert-msc32-c,cert-msc51-cpp): that is what it is for
-    const auto pick = [&random](int count) {
-        return std::uniform_int_distribution<int>(0, count - 1)(random);
-    };
-    for (int kills = 0; kills < 12; ++kills) {
-        for (int i = 0; i < 8; ++i) {
-            device_.change(anyChange("h" + std::to_string(pick(7)), pick(4)));
-            std::this_thread::sleep_for(std::chrono::microseconds(pick(20000)));
-        }
-        killService();
-        if (pick(4) == 0) {
-            stopRelay();
-            startRelay();
-        }
-        startService();
-        std::this_thread::sleep_for(std::chrono::microseconds(pick(30000)));
-    }
-    expectAllDone();
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include "tests/support/temporary_root.h"
+
 namespace lanyardctl {
 namespace {
 
@@ -168,6 +170,53 @@ TEST(Edit, IsCheckedAgainstTheOtherRows) {
     Server longer = server("h8", 8);
     longer.secret = std::string(400, 's');
     EXPECT_THAT(editProblemOf(table, longer), Optional(HasSubstr("has place for 510")));
+}
+
+class Prepare : public testing::Test {
+  protected:
+    const lanyard::test::TemporaryRoot root_;
+    const Database db_ = Database::create(root_.path("/d.db").string());
+};
+
+TEST_F(Prepare, TablesOfADevice_KeepsRowsColumnsAndDictionary) {
+    db_.run(
+        "CREATE TABLE radiusClient(name TEXT, authretries TEXT, authserver TEXT, authport TEXT, "
+        "authsecret TEXT, authtimeout TEXT)");
+    db_.run("INSERT INTO radiusClient VALUES('n', '3', 'a', '1812', 's', '5')");
+    db_.run("CREATE TABLE environment(name TEXT, value TEXT)");
+    db_.run("INSERT INTO environment VALUES('RADIUS_DICTIONARY', '/other.dict')");
+    prepareDatabase(db_, std::nullopt);
+    EXPECT_EQ((std::vector<Server>{{1, "a", "1812", "s", "5", "3"}}), readServers(db_));
+    EXPECT_THAT(readColumns(db_), ElementsAre("name", "authretries", "authserver", "authport",
+                                              "authsecret", "authtimeout"));
+    EXPECT_EQ("/other.dict", readDictionary(db_));
+}
+
+TEST_F(Prepare, TableWithoutAColumn_FailsWithNothingHalfDone) {
+    db_.run("CREATE TABLE radiusClient(authserver TEXT, authport TEXT, authsecret TEXT)");
+    EXPECT_THAT(
+        [this] { prepareDatabase(db_, std::nullopt); },
+        testing::ThrowsMessage<Failure>("the table radiusClient has no column authtimeout"));
+    EXPECT_EQ(1, db_.number("SELECT count(*) FROM sqlite_master"));
+}
+
+TEST_F(Prepare, PreparedDatabase_ChangesNothingButANamedDictionary) {
+    prepareDatabase(db_, std::nullopt);
+    EXPECT_EQ(kDefaultDictionary, readDictionary(db_));
+    Server added = server();
+    insertServer(db_, added);
+    const auto before = db_.number("SELECT sum(length(sql)) FROM sqlite_master");
+    prepareDatabase(db_, "/mine.dict");
+    EXPECT_EQ(before, db_.number("SELECT sum(length(sql)) FROM sqlite_master"));
+    EXPECT_EQ(1, db_.number("SELECT count(*) FROM environment"));
+    EXPECT_EQ("/mine.dict", readDictionary(db_));
+    EXPECT_EQ((std::vector<Server>{added}), readServers(db_));
+}
+
+TEST_F(Prepare, TextWithANul_EndsThere) {
+    prepareDatabase(db_, std::nullopt);
+    db_.run("INSERT INTO radiusClient(authserver) VALUES(CAST(X'610062' AS TEXT))");
+    EXPECT_EQ("a", readServers(db_).at(0).host);
 }
 
 }  // namespace

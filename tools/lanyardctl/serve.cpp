@@ -1,0 +1,280 @@
+#include "serve.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstring>
+#include <initializer_list>
+#include <optional>
+#include <poll.h>
+#include <sstream>
+#include <sys/signalfd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include "bus.h"
+#include "service.h"
+
+namespace lanyardctl {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kReplayTime{15};
+
+// What is asked of the service, with an Order, and what it tells when that is done, with a State.
+constexpr uint32_t kReplay = 1;
+constexpr uint32_t kReplayDone = 2;
+
+struct Order {
+    uint64_t client = 0;  // the module that is told
+    uint64_t device = 0;  // the database that is meant
+    uint64_t file = 0;
+};
+
+constexpr int kAccepted = 0;
+constexpr int kOtherDatabase = 1;
+
+template <typename Value>
+std::string_view asData(const Value &value) {
+    return {reinterpret_cast<const char *>(&value), sizeof(value)};
+}
+
+template <typename Value>
+std::optional<Value> fromData(std::string_view data) {
+    Value value{};
+    if (data.size() != sizeof(value)) {
+        return std::nullopt;
+    }
+    std::memcpy(&value, data.data(), sizeof(value));
+    return value;
+}
+
+Order orderFor(const std::string &file) {
+    struct stat status {};
+    stat(file.c_str(), &status);
+    return {.device = status.st_dev, .file = status.st_ino};
+}
+
+volatile std::sig_atomic_t stopRequested = 0;
+
+sigset_t setOf(std::initializer_list<int> numbers) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : numbers) {
+        sigaddset(&signals, number);
+    }
+    return signals;
+}
+
+void handle(int number, void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    sigaction(number, &action, nullptr);
+}
+
+// SIGTERM and SIGINT end the service, SIGHUP makes it look at everything again. They come in at its
+// one wait; the first two also while it looks, which may wait for a relay or for the database. Then it
+// ends a second later at the latest: nothing is lost whenever it ends.
+class Signals {
+  public:
+    Signals() : descriptor_(open(), "signalfd") {}
+
+    [[nodiscard]] int descriptor() const { return descriptor_.get(); }
+    // 0 when there is none.
+    [[nodiscard]] int next() const {
+        signalfd_siginfo signal{};
+        return read(descriptor_.get(), &signal, sizeof(signal)) == sizeof(signal)
+                   ? static_cast<int>(signal.ssi_signo)
+                   : 0;
+    }
+
+    template <typename Action>
+    static void during(Action action) {
+        const sigset_t stops = setOf({SIGTERM, SIGINT});
+        pthread_sigmask(SIG_UNBLOCK, &stops, nullptr);
+        action();
+        pthread_sigmask(SIG_BLOCK, &stops, nullptr);
+    }
+
+  private:
+    static int open() {
+        const sigset_t signals = setOf({SIGTERM, SIGINT, SIGHUP});
+        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+        const auto stop = [](int) {
+            stopRequested = 1;
+            alarm(1);
+        };
+        handle(SIGTERM, stop);
+        handle(SIGINT, stop);
+        handle(SIGALRM, [](int) { _exit(0); });
+        return signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC);
+    }
+
+    lanyard::FileDescriptor descriptor_;
+};
+
+// The service, what asks for it and all that it waits for.
+class Desk {
+  public:
+    Desk(const std::string &file, Bus &bus, Report &report)
+        : bus_(bus), relay_(bus), service_(file, relay_, report), folders_(file), file_(file) {}
+
+    int handle(uint32_t command, std::string_view data) {
+        const auto order = fromData<Order>(data);
+        if (command != kReplay || !order) {
+            return -1;
+        }
+        const Order own = orderFor(file_);
+        if (order->device != own.device || order->file != own.file) {
+            return kOtherDatabase;
+        }
+        clients_.push_back(static_cast<uint32_t>(order->client));
+        service_.replay();
+        return kAccepted;
+    }
+
+    Service::State look() {
+        service_.look();
+        const Service::State state = service_.state();
+        if (Service::isFinal(state)) {
+            for (const uint32_t client : std::exchange(clients_, {})) {
+                bus_.notify(client, kReplayDone, asData(state));
+            }
+        }
+        return state;
+    }
+
+    void lookAgain() { service_.lookAgain(); }
+
+    // Waits until there is something to look at, and handles a message if that is it.
+    void wait(int signals) {
+        constexpr std::chrono::milliseconds kListenEvery{100};
+        constexpr std::chrono::milliseconds kSoon{10};
+        std::array<pollfd, 4> watched = {{{signals, POLLIN, 0},
+                                          {folders_.descriptor(), POLLIN, 0},
+                                          {relay_.descriptor(), POLLIN, 0},
+                                          {bus_.descriptor(), POLLIN, 0}}};
+        pollfd &messages = watched.back();
+        auto patience = messages.fd == -1 ? kListenEvery : service_.patience();
+        if (std::exchange(moves_, false)) {
+            patience = kSoon;
+        }
+        poll(watched.data(), watched.size(),
+             static_cast<int>(std::min(patience, service_.patience()).count()));
+        moves_ = folders_.drain();
+        relay_.hear(0);
+        if (messages.fd == -1 || messages.revents != 0) {
+            bus_.listen(std::chrono::milliseconds(0));
+        }
+    }
+
+  private:
+    Bus &bus_;
+    BusRelay relay_;
+    Service service_;
+    FolderWatch folders_;
+    std::string file_;
+    bool moves_ = false;  // a folder: a commit is visible only a moment after its last write
+    std::vector<uint32_t> clients_ = {};  // who waits for a replay
+};
+
+bool joinAsService(Bus &bus, std::optional<Desk> &desk) {
+    return bus.join(kServiceModule, [&desk](uint32_t command, std::string_view data) {
+        return desk ? desk->handle(command, data) : -1;
+    });
+}
+
+Service::State replayHere(const std::string &file, Bus &bus, std::optional<Desk> &desk) {
+    const auto end = Clock::now() + kReplayTime;
+    std::ostringstream nowhere;
+    Report quiet(false, nowhere, nowhere);
+    desk.emplace(file, bus, quiet);
+    Service::State state = desk->look();
+    while (!Service::isFinal(state) && Clock::now() < end) {
+        desk->wait(-1);
+        state = desk->look();
+    }
+    return state;
+}
+
+Service::State askService(const std::string &file, Bus &bus) {
+    auto state = Service::State::busy;
+    const auto listen = [&state](uint32_t command, std::string_view data) {
+        const auto told = fromData<Service::State>(data);
+        state = command == kReplayDone && told ? *told : state;
+        return 0;
+    };
+    uint32_t client = kFirstClient;
+    while (!bus.join(client, listen)) {
+        if (++client > kLastClient) {
+            throw Failure("cannot register on the bus");
+        }
+    }
+    Order order = orderFor(file);
+    order.client = client;
+    switch (bus.call(kServiceModule, kReplay, asData(order))) {
+        case kAccepted:
+            break;
+        case kOtherDatabase:
+            throw Failure("the service that runs does not serve " + file);
+        default:
+            throw Failure("the service that runs does not answer");
+    }
+    const auto end = Clock::now() + kReplayTime;
+    for (auto now = Clock::now(); !Service::isFinal(state) && now < end; now = Clock::now()) {
+        bus.listen(std::chrono::ceil<std::chrono::milliseconds>(end - now));
+    }
+    return state;
+}
+
+}  // namespace
+
+void serve(const std::string &file, Report &report) {
+    const Signals signals;
+    Bus bus;
+    std::optional<Desk> desk;
+    if (!joinAsService(bus, desk)) {
+        throw Failure("cannot register as module " + std::to_string(kServiceModule) +
+                      " of the bus; another service runs already?");
+    }
+    desk.emplace(file, bus, report);
+    report.event("service", "serves " + file);
+    for (int signal = 0; signal != SIGTERM && signal != SIGINT; signal = signals.next()) {
+        if (signal == SIGHUP) {
+            report.event("service", "reads the table again");
+            desk->lookAgain();
+        }
+        Signals::during([&desk] { desk->look(); });
+        if (stopRequested != 0) {
+            break;
+        }
+        desk->wait(signals.descriptor());
+    }
+    report.event("service", "ends");
+}
+
+void replay(const std::string &file, const Report &report) {
+    Database::open(file);
+    Bus bus;
+    std::optional<Desk> desk;
+    switch (joinAsService(bus, desk) ? replayHere(file, bus, desk) : askService(file, bus)) {
+        case Service::State::upToDate:
+            report.done("the relay has all servers");
+            break;
+        case Service::State::none:
+            throw Failure("no relay answers on the bus");
+        case Service::State::failed:
+            throw Failure("the relay refuses change notices or stopped answering; does it read " +
+                          file + "?");
+        default:
+            throw Failure(
+                "the relay was told to end and is not there again; it gets all servers "
+                "once it is started");
+    }
+}
+
+}  // namespace lanyardctl
