@@ -9,13 +9,9 @@
 #include "client/last_error.h"
 #include "login/login.h"
 
+using namespace lanyard;
+
 int radAcct(uint32_t status) {
-    using namespace lanyard;
-    const Reporting reporting{.function = __func__,
-                              .refusalLevel = kLogError,
-                              .success = Sink::kOutput,
-                              .failureLevel = kLogError,
-                              .heading = Sink::kOutput};
     forgetOutcomes();
     PairList request;
     if (!request.addNumber(RAD_ATTR_ACCT_STATUS_TYPE, status)) {
@@ -30,6 +26,6 @@ int radAcct(uint32_t status) {
     } else {
         radLog(kLogError, "RADIUS Accounting Exchange Failed\n");
     }
-    showReply(reporting, reply.head(), nullptr);
+    showReply(__func__, Sink::kOutput, reply.head(), {});
     return answered ? 0 : -1;
 }

@@ -6,9 +6,7 @@
 #include <lanyard/radius/methods.h>
 #include <palcore.h>
 
-#include "base/log.h"
 #include "base/wire.h"
-#include "client/last_error.h"
 #include "login/login.h"
 
 namespace lanyard {
@@ -25,27 +23,15 @@ bool isShortText(const uint8_t *octets, int length) {
                RAD_PASSWORD_MAX;
 }
 
-int authenticate(const Reporting &reporting, const char *userName, const uint8_t *chapPassword,
-                 int chapPasswordLen, const uint8_t *chapChallenge, int chapChallengeLen,
-                 const SessionLimits *limits) {
-    forgetOutcomes();
-    if (!isWithin(userName, RAD_USER_NAME_MAX) || !isShortText(chapPassword, chapPasswordLen) ||
-        !chapChallenge || chapChallengeLen < 1) {
-        radLogAs(reporting.function, reporting.refusalLevel,
-                 "Invalid username, challenge or response\n");
-        return -1;
-    }
-    PairList request;
-    if (!request.addText(RAD_ATTR_USER_NAME, userName) ||
-        !request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly) ||
-        !request.addBytes(RAD_ATTR_CHAP_PASSWORD, chapPassword, chapPasswordLen) ||
-        !request.addBytes(RAD_ATTR_CHAP_CHALLENGE, chapChallenge, chapChallengeLen)) {
-        return -1;
-    }
-    PairList reply;
-    const bool accepted = logIn(reporting, userName, request, reply);
-    showReply(reporting, reply.head(), limits);
-    return accepted ? 0 : -1;
+int logInWith(const uint8_t *response, int responseLength, const uint8_t *challenge,
+              int challengeLength, const Login &login) {
+    const bool inputsAreGood =
+        isShortText(response, responseLength) && challenge && challengeLength > 0;
+    return logIn(login, inputsAreGood, [=](PairList &request) {
+        return request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly) &&
+               request.addBytes(RAD_ATTR_CHAP_PASSWORD, response, responseLength) &&
+               request.addBytes(RAD_ATTR_CHAP_CHALLENGE, challenge, challengeLength);
+    });
 }
 
 // The limits of a CHAP login are int, those of the other methods unsigned; both are 32 bits.
@@ -81,25 +67,15 @@ int radChapRespMake(uint8_t *response, const uint8_t *password, int passwordLen,
 
 int radChapAuth(const char *userName, const uint8_t *chapPassword, int chapPasswordLen,
                 const uint8_t *chapChallenge, int chapChallengeLen) {
-    const Reporting reporting{.function = __func__,
-                              .refusalLevel = kLogError,
-                              .success = Sink::kOutput,
-                              .failureLevel = kLogError,
-                              .heading = Sink::kOutput};
-    return authenticate(reporting, userName, chapPassword, chapPasswordLen, chapChallenge,
-                        chapChallengeLen, nullptr);
+    return logInWith(chapPassword, chapPasswordLen, chapChallenge, chapChallengeLen,
+                     {.contract = rowOf(kLogins, __func__), .userName = userName});
 }
 
 int radChapAuthAndGetAttributes(const char *userName, const uint8_t *chapPassword,
                                 int chapPasswordLen, const uint8_t *chapChallenge,
                                 int chapChallengeLen, int *idleTimeout, int *sessionTimeout) {
-    const Reporting reporting{.function = __func__,
-                              .refusalLevel = kLogTrace,
-                              .success = Sink::kTrace,
-                              .failureLevel = kLogTrace,
-                              .heading = Sink::kTrace};
-    const SessionLimits limits{.idleMinutes = asUnsigned(idleTimeout),
-                               .sessionMinutes = asUnsigned(sessionTimeout)};
-    return authenticate(reporting, userName, chapPassword, chapPasswordLen, chapChallenge,
-                        chapChallengeLen, &limits);
+    const SessionLimits limits{asUnsigned(idleTimeout), asUnsigned(sessionTimeout)};
+    return logInWith(
+        chapPassword, chapPasswordLen, chapChallenge, chapChallengeLen,
+        {.contract = rowOf(kLogins, __func__), .userName = userName, .limits = limits});
 }

@@ -1,5 +1,5 @@
-// What all authentication methods share: input limits, the request list, reporting of the outcome,
-// display of the reply's attributes, and the limits that a reply grants.
+// The frame in which every login runs: inputs are checked, the request is built, sent and answered,
+// and the outcome is told, as the function's row of the contract has it.
 #ifndef LANYARD_LOGIN_LOGIN_H
 #define LANYARD_LOGIN_LOGIN_H
 
@@ -9,47 +9,49 @@
 #include <lanyard/radius/attr.h>
 
 #include "attr/pair_list.h"
+#include "login/contract.h"
 
 namespace lanyard {
 
 // Service-Type of a request that asks for nothing but a verdict (RFC 2865 section 5.6).
 constexpr uint32_t kAuthenticateOnly = 8;
 
-// Where a line goes that tells of success.
-enum class Sink { kOutput, kTrace };
-
-// How one public function tells of its outcome.
-struct Reporting {
-    const char *function;  // the public function, the tag of every message
-    int refusalLevel;      // log level of refused inputs
-    Sink success;
-    int failureLevel;  // log level of a failed login
-    Sink heading;      // the line above the attributes
-};
-
 // Where the limits of a reply go. A limit that the reply does not carry leaves its place alone.
 struct SessionLimits {
-    uint32_t *idleMinutes;
-    uint32_t *sessionMinutes;
+    uint32_t *idleMinutes = nullptr;
+    uint32_t *sessionMinutes = nullptr;
+};
+
+// One call of a login function.
+struct Login {
+    const LoginContract &contract;
+    const char *userName;
+    SessionLimits limits = {};
+    int32_t *results = nullptr;  // one for each server, where every one is asked
+    // What a login that was not accepted returns, by its reply; -1 without it.
+    int (*resultOfRefusal)(RadPair *reply) = nullptr;
 };
 
 // Whether a text is there and has at most `limit` characters.
 bool isWithin(const char *text, size_t limit);
 
-void reportOutcome(const Reporting &reporting, const char *userName, bool accepted);
+// Starts the request with User-Name. False when an input is refused, which has been told then.
+bool startRequest(const Login &login, bool inputsAreGood, PairList &request);
 
-// Shows every attribute of a reply, and notes its limits where `limits` is given.
-void showPairs(RadPair *reply, const SessionLimits *limits);
+// Sends the request, tells of the outcome and shows the reply.
+int finishLogin(const Login &login, const PairList &request);
 
-// The same below a heading, if there is a reply.
-void showReply(const Reporting &reporting, RadPair *reply, const SessionLimits *limits);
+// Runs a login. `addAttributes` adds what the method sends behind User-Name.
+template <typename AddAttributes>
+int logIn(const Login &login, bool inputsAreGood, AddAttributes addAttributes) {
+    PairList request;
+    return startRequest(login, inputsAreGood, request) && addAttributes(request)
+               ? finishLogin(login, request)
+               : -1;
+}
 
-// Sends the request of a login and tells of the outcome. The reply may carry attributes either way.
-bool logIn(const Reporting &reporting, const char *userName, const PairList &request,
-           PairList &reply);
-
-// Whole minutes, rounded up in single precision.
-uint32_t minutesOf(uint32_t seconds);
+// Shows every attribute of a reply below a heading, if there is one, and notes its limits.
+void showReply(const char *function, Sink heading, RadPair *reply, const SessionLimits &limits);
 
 }  // namespace lanyard
 

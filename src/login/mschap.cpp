@@ -13,19 +13,22 @@ constexpr std::array<uint8_t, 8> kChallenge = {1, 1, 1, 1, 1, 1, 1, 1};
 constexpr uint8_t kUseNtResponse = 1;
 constexpr size_t kLmResponseSize = 24;
 
-bool buildRequest(PairList &request, const char *userName, const char *password) {
-    if (!startMschapRequest(request, userName, kChallenge)) {
-        return false;
-    }
-    // Without an NT-Response the request goes out with zeros, and the server refuses it.
-    MschapResponse response{};
-    ByteWriter writer(response);
-    writer.u8(kMschapIdent);
-    writer.u8(kUseNtResponse);
-    writer.claim(kLmResponseSize);
-    radMschapNtResponse(password, writer.claim(kNtResponseSize).data(), kChallenge.data(),
-                        userName);
-    return finishMschapRequest(request, RAD_MS_CHAP_RESPONSE, response);
+int logInWith(const char *password, const Login &login) {
+    return logIn(login, true, [&login, password](PairList &request) {
+        if (!addMicrosoft(request, RAD_MS_CHAP_CHALLENGE, kChallenge)) {
+            return false;
+        }
+        // Without an NT-Response the request goes out with zeros, and the server refuses it.
+        MschapResponse response{};
+        ByteWriter writer(response);
+        writer.u8(kMschapIdent);
+        writer.u8(kUseNtResponse);
+        writer.claim(kLmResponseSize);
+        radMschapNtResponse(password, writer.claim(kNtResponseSize).data(), kChallenge.data(),
+                            login.userName);
+        return addMicrosoft(request, RAD_MS_CHAP_RESPONSE, response) &&
+               request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly);
+    });
 }
 
 }  // namespace
@@ -34,23 +37,12 @@ bool buildRequest(PairList &request, const char *userName, const char *password)
 using namespace lanyard;
 
 int radMschap(const char *userName, const char *password) {
-    PairList request;
-    PairList reply;
-    return buildRequest(request, userName, password) &&
-                   logIn(printingReport(__func__), userName, request, reply)
-               ? 0
-               : -1;
+    return logInWith(password, {.contract = rowOf(kLogins, __func__), .userName = userName});
 }
 
 int radMschapAndGetAttributes(const char *userName, const char *password, uint32_t *idleMinutes,
                               uint32_t *sessionMinutes) {
-    PairList request;
-    PairList reply;
-    if (!buildRequest(request, userName, password) ||
-        !logIn(quietReport(__func__), userName, request, reply)) {
-        return -1;
-    }
-    const SessionLimits limits{.idleMinutes = idleMinutes, .sessionMinutes = sessionMinutes};
-    showPairs(reply.head(), &limits);
-    return 0;
+    return logInWith(password, {.contract = rowOf(kLogins, __func__),
+                                .userName = userName,
+                                .limits = {idleMinutes, sessionMinutes}});
 }

@@ -16,17 +16,8 @@ constexpr uint8_t kMschapIdent = 0xB9;
 
 using MschapResponse = std::array<uint8_t, kMschapResponseSize>;
 
-// How the functions of the family tell of their outcome: one that prints, one that hands back
-// limits.
-Reporting printingReport(const char *function);
-Reporting quietReport(const char *function);
-
-// Starts a request: User-Name and MS-CHAP-Challenge.
-bool startMschapRequest(PairList &request, const char *userName,
-                        std::span<const uint8_t> challenge);
-
-// Ends it: the response as sub-attribute `vendorType`, Service-Type.
-bool finishMschapRequest(PairList &request, int vendorType, const MschapResponse &response);
+// Adds a sub-attribute of Microsoft.
+bool addMicrosoft(PairList &request, int vendorType, std::span<const uint8_t> data);
 
 }  // namespace lanyard
 

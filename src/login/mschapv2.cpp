@@ -12,6 +12,7 @@
 
 #include "base/partition.h"
 #include "base/wire.h"
+#include "client/vendor.h"
 #include "login/mschap_request.h"
 
 namespace lanyard {
@@ -20,7 +21,6 @@ namespace {
 constexpr size_t kChallengeSize = 16;
 constexpr size_t kChallengeHashSize = 8;
 constexpr size_t kReservedSize = 8;
-constexpr size_t kVendorHeaderSize = 6;
 constexpr int kRedrawsMax = 16;
 
 // Every request has this Authenticator-Challenge, by design; the Peer-Challenge is what varies.
@@ -68,22 +68,6 @@ bool holdsNul(const Digest &digest) {
            digest.begin() + kChallengeHashSize;
 }
 
-bool buildRequest(PairList &request, const char *userName, const char *password) {
-    if (!startMschapRequest(request, userName, kAuthenticatorChallenge)) {
-        return false;
-    }
-    // Without an NT-Response the request goes out with zeros, and the server refuses it.
-    MschapResponse response{};
-    ByteWriter writer(response);
-    writer.u8(kMschapIdent);
-    writer.u8(0);
-    uint8_t *peerChallenge = writer.claim(kChallengeSize).data();
-    writer.claim(kReservedSize);
-    generateMschapv2Response(writer.claim(kNtResponseSize).data(), peerChallenge, userName,
-                             password, kAuthenticatorChallenge.data());
-    return finishMschapRequest(request, RAD_MS_CHAP2_RESPONSE, response);
-}
-
 // Prints a key in hexadecimal, eight octets a line.
 void printKey(std::span<const uint8_t> key) {
     const auto text = allocateSecret(3 * key.size() + key.size() / 8 + 3);
@@ -106,18 +90,14 @@ void printKey(std::span<const uint8_t> key) {
 
 // Prints the MS-MPPE-Recv-Key of a Vendor-Specific pair; -1 when it holds none.
 int showRecvKey(const RadPair &pair) {
-    uint8_t *data = nullptr;
-    const int status = radVendorAttrGet(&pair, RAD_VENDOR_MICROSOFT, RAD_MS_MPPE_RECV_KEY, &data);
-    if (status != 0) {
-        return status;
-    }
-    const SecretBytes owner(data, WipingDeleter{pair.numValue - kVendorHeaderSize});
-    const std::span octets(data, pair.numValue - kVendorHeaderSize);
-    std::puts("MS-MPPE-Recv-Key is:");
-    if (octets.empty()) {
-        printKey({});
-    } else {
-        printKey(octets.subspan(1).first(std::min<size_t>(octets[0], octets.size() - 1)));
+    SubAttribute key;
+    const int status = copySubAttribute(pair, RAD_MS_MPPE_RECV_KEY, key);
+    if (status == 0) {
+        const std::span bytes = key.bytes();
+        std::puts("MS-MPPE-Recv-Key is:");
+        printKey(bytes.empty()
+                     ? bytes
+                     : bytes.subspan(1).first(std::min<size_t>(bytes[0], bytes.size() - 1)));
     }
     return status;
 }
@@ -133,20 +113,23 @@ int showRecvKeys(RadPair *reply) {
     return status;
 }
 
-int authenticate(const Reporting &reporting, const char *userName, const char *password,
-                 const SessionLimits *limits) {
-    PairList request;
-    if (!buildRequest(request, userName, password)) {
-        return -1;
-    }
-    PairList reply;
-    if (!logIn(reporting, userName, request, reply)) {
-        return showRecvKeys(reply.head());
-    }
-    if (limits) {
-        showPairs(reply.head(), limits);
-    }
-    return 0;
+int logInWith(const char *password, const Login &login) {
+    return logIn(login, true, [&login, password](PairList &request) {
+        if (!addMicrosoft(request, RAD_MS_CHAP_CHALLENGE, kAuthenticatorChallenge)) {
+            return false;
+        }
+        // Without an NT-Response the request goes out with zeros, and the server refuses it.
+        MschapResponse response{};
+        ByteWriter writer(response);
+        writer.u8(kMschapIdent);
+        writer.u8(0);
+        uint8_t *peerChallenge = writer.claim(kChallengeSize).data();
+        writer.claim(kReservedSize);
+        generateMschapv2Response(writer.claim(kNtResponseSize).data(), peerChallenge,
+                                 login.userName, password, kAuthenticatorChallenge.data());
+        return addMicrosoft(request, RAD_MS_CHAP2_RESPONSE, response) &&
+               request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly);
+    });
 }
 
 }  // namespace
@@ -171,11 +154,15 @@ int generateMschapv2Response(uint8_t *ntResponse, uint8_t *peerChallenge, const 
 }
 
 int radMschapv2(const char *userName, const char *password) {
-    return authenticate(printingReport(__func__), userName, password, nullptr);
+    return logInWith(password, {.contract = rowOf(kLogins, __func__),
+                                .userName = userName,
+                                .resultOfRefusal = showRecvKeys});
 }
 
 int radMschapv2AndGetAttributes(const char *userName, const char *password, uint32_t *idleMinutes,
                                 uint32_t *sessionMinutes) {
-    const SessionLimits limits{.idleMinutes = idleMinutes, .sessionMinutes = sessionMinutes};
-    return authenticate(quietReport(__func__), userName, password, &limits);
+    return logInWith(password, {.contract = rowOf(kLogins, __func__),
+                                .userName = userName,
+                                .limits = {idleMinutes, sessionMinutes},
+                                .resultOfRefusal = showRecvKeys});
 }

@@ -15,19 +15,19 @@ namespace lanyard {
 namespace {
 
 // Says how the program is used, and that it was used otherwise.
-bool refuse(const SampleStyle &style, char *argv[]) {
+bool refuse(const SampleContract &contract, char *argv[]) {
     const char *program = shownText(argv ? argv[0] : nullptr);
-    if (style.usageLevel == 0) {
-        std::printf("Usage: %s [-v] [ -f confFile] %s\n", program, style.arguments);
+    if (contract.usageLevel == kPrinted) {
+        std::printf("Usage: %s [-v] [ -f confFile] %s\n", program, contract.arguments);
     } else {
-        radLogAs(style.function, style.usageLevel, "Usage: %s [-v] [ -f confFile] %s\n", program,
-                 style.arguments);
+        radLogAs(contract.function, contract.usageLevel, "Usage: %s [-v] [ -f confFile] %s\n",
+                 program, contract.arguments);
     }
     return false;
 }
 
-bool refuseMissingValue(const SampleStyle &style) {
-    radLogAs(style.function, style.missingValueLevel, "ERROR: option value not specified \n");
+bool refuseMissingValue(const SampleContract &contract) {
+    radLogAs(contract.function, contract.missingValueLevel, "ERROR: option value not specified \n");
     return false;
 }
 
@@ -39,15 +39,6 @@ void copyBounded(std::span<char> destination, const char *source) {
 
 }  // namespace
 
-SampleStyle loginStyle(const char *function, const char *options) {
-    return {.function = function,
-            .options = options,
-            .arguments = "<username> <password>",
-            .usageLevel = 0,
-            .missingValueLevel = kLogError,
-            .startLevel = kLogError};
-}
-
 SampleArguments::SampleArguments() {
     copyBounded(path_, radLibDefConf());
 }
@@ -56,23 +47,23 @@ SampleArguments::~SampleArguments() {
     explicit_bzero(password_.data(), password_.size());
 }
 
-bool SampleArguments::parseOptions(const SampleStyle &style, int argc, char *argv[]) {
+bool SampleArguments::parseOptions(const SampleContract &contract, int argc, char *argv[]) {
     optind = 0;  // from the start, whoever parsed before
-    const bool parsed = readOptions(style, argc, argv);
+    const bool parsed = readOptions(contract, argc, argv);
     firstPositional_ = optind;
     optind = 0;  // getopt() must not go on in an argument vector that may be gone
     return parsed;
 }
 
-bool SampleArguments::readOptions(const SampleStyle &style, int argc, char *argv[]) {
-    for (int option = getopt(argc, argv, style.options); option != -1;
-         option = getopt(argc, argv, style.options)) {
+bool SampleArguments::readOptions(const SampleContract &contract, int argc, char *argv[]) {
+    for (int option = getopt(argc, argv, contract.options); option != -1;
+         option = getopt(argc, argv, contract.options)) {
         switch (option) {
             case 'v':
                 break;
             case 'f':
                 if (std::strlen(optarg) >= path_.size()) {
-                    return refuse(style, argv);
+                    return refuse(contract, argv);
                 }
                 copyBounded(path_, optarg);
                 break;
@@ -83,33 +74,33 @@ bool SampleArguments::readOptions(const SampleStyle &style, int argc, char *argv
                 // -u and -p of the MS-CHAP programs are known to getopt() but lead here as well, on
                 // purpose: the user name and the password are always positional.
                 return option == '?' && (optopt == 'f' || optopt == 's') &&
-                               std::strchr(style.options, optopt)
-                           ? refuseMissingValue(style)
-                           : refuse(style, argv);
+                               std::strchr(contract.options, optopt)
+                           ? refuseMissingValue(contract)
+                           : refuse(contract, argv);
         }
     }
     return true;
 }
 
-bool SampleArguments::parseLogin(const SampleStyle &style, int argc, char *argv[]) {
+bool SampleArguments::parseLogin(const SampleContract &contract, int argc, char *argv[]) {
     constexpr int kFewestArguments = 3;
     if (argc < kFewestArguments) {
-        return refuse(style, argv);
+        return refuse(contract, argv);
     }
-    if (!parseOptions(style, argc, argv)) {
+    if (!parseOptions(contract, argc, argv)) {
         return false;
     }
     if (argc - firstPositional_ < 2) {
-        return refuse(style, argv);
+        return refuse(contract, argv);
     }
     copyBounded(userName_, argv[firstPositional_]);
     copyBounded(password_, argv[firstPositional_ + 1]);
     return true;
 }
 
-bool SampleArguments::startLibrary(const SampleStyle &style) const {
+bool SampleArguments::startLibrary(const SampleContract &contract) const {
     if (radLibInit(path_.data()) == -1) {
-        radLogAs(style.function, style.startLevel, "Unable to initialize radius \n");
+        radLogAs(contract.function, contract.startLevel, "Unable to initialize radius \n");
         return false;
     }
     return true;
