@@ -1,4 +1,5 @@
-// The programs that make requests, when one fails: exit status and the lines that say where.
+// The programs that make requests: their help, and when a request fails, the exit status and the
+// lines that say where.
 #include <algorithm>
 #include <array>
 #include <gmock/gmock.h>
@@ -21,6 +22,7 @@ namespace {
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 
 constexpr const char *kSecret = "xyzzy5461";
 constexpr uint8_t kReject = 3;
@@ -31,16 +33,21 @@ constexpr uint32_t kMicrosoft = 311;
 struct Program {
     const char *name;
     std::vector<std::string> arguments;
+    std::string help = "[-v] [ -f confFile] <username> <password>\n";
     bool isAccounting = false;
 };
+
+const std::string kHelpBuiltin = "  --builtin        computes the NT-Response itself\n";
+const std::string kHelpSha1 =
+    "  --standard-sha1  takes the published SHA-1, as standard servers do\n";
 
 std::ostream &operator<<(std::ostream &stream, const Program &program) {
     return stream << program.name;
 }
 
-class FailedRequest : public testing::TestWithParam<Program> {
+class RequestProgram : public testing::TestWithParam<Program> {
   protected:
-    FailedRequest() {
+    RequestProgram() {
         std::array<char, 256> name{};
         EXPECT_EQ(0, gethostname(name.data(), name.size() - 1));
         root_.write("/var/hosts", std::string("127.0.0.1 ") + name.data() + "\n");
@@ -78,24 +85,35 @@ class FailedRequest : public testing::TestWithParam<Program> {
 };
 
 INSTANTIATE_TEST_SUITE_P(
-    Programs, FailedRequest,
-    testing::Values(Program{"radacct", {"-s", "7"}, true},
-                    Program{"radauth", {"alice", "wonderland"}},
-                    Program{"radauth-all", {"alice", "wonderland"}},
-                    Program{"radauth-portal", {"alice", "wonderland"}},
-                    Program{"radchap", {"alice", "wonderland"}},
-                    Program{"radchap-portal", {"alice", "wonderland"}},
-                    Program{"radmschap", {"alice", "wonderland"}},
-                    Program{"radmschap-portal", {"alice", "wonderland"}},
-                    Program{"radmschapv2", {"--standard-sha1", "alice", "wonderland"}},
-                    Program{"radmschapv2-portal", {"--standard-sha1", "alice", "wonderland"}}),
+    Programs, RequestProgram,
+    testing::Values(
+        Program{"radacct", {"-s", "7"}, "[-v] [ -f confFile] [-s status]\n", true},
+        Program{"radauth", {"alice", "wonderland"}},
+        Program{"radauth-all", {"alice", "wonderland"}},
+        Program{"radauth-portal", {"alice", "wonderland"}},
+        Program{"radchap", {"alice", "wonderland"}},
+        Program{"radchap-portal", {"alice", "wonderland"}},
+        Program{"radmschap",
+                {"alice", "wonderland"},
+                "[--builtin] [-v] [ -f confFile] <username> <password>\n" + kHelpBuiltin},
+        Program{"radmschap-portal",
+                {"alice", "wonderland"},
+                "[--builtin] [-v] [ -f confFile] <username> <password>\n" + kHelpBuiltin},
+        Program{"radmschapv2",
+                {"--standard-sha1", "alice", "wonderland"},
+                "[--builtin] [--standard-sha1] [-v] [ -f confFile] <username> <password>\n" +
+                    kHelpBuiltin + kHelpSha1},
+        Program{"radmschapv2-portal",
+                {"--standard-sha1", "alice", "wonderland"},
+                "[--builtin] [--standard-sha1] [-v] [ -f confFile] <username> <password>\n" +
+                    kHelpBuiltin + kHelpSha1}),
     [](const auto &instance) {
         std::string name = instance.param.name;
         std::replace(name.begin(), name.end(), '-', '_');
         return name;
     });
 
-TEST_P(FailedRequest, SilenceThenReject_TellOfBothServers) {
+TEST_P(RequestProgram, SilenceThenReject_TellOfBothServers) {
     const SilentPort first;
     const ScriptedServer second(kSecret, {answer(kReject)});
     configure({entry(first), entry(second)});
@@ -108,7 +126,7 @@ TEST_P(FailedRequest, SilenceThenReject_TellOfBothServers) {
                  address(second) + ": rejected by the server (Access-Reject)\n"));
 }
 
-TEST_P(FailedRequest, NoRoute_SaysSo) {
+TEST_P(RequestProgram, NoRoute_SaysSo) {
     configure({"198.51.100.1:1812:1"});
     // The program inherits the namespace, which has no route at all, from its parent's thread.
     bool isolated = false;
@@ -127,7 +145,7 @@ TEST_P(FailedRequest, NoRoute_SaysSo) {
                 EndsWith("  198.51.100.1:1812: sending failed: Network is unreachable\n"));
 }
 
-TEST_P(FailedRequest, RefusalThatEndsWithAKey_IsNoSuccess) {
+TEST_P(RequestProgram, RefusalThatEndsWithAKey_IsNoSuccess) {
     for (const uint8_t code : {kReject, kChallenge}) {
         const ScriptedServer server(
             kSecret, {answer(code, [](const ReceivedRequest &request) {
@@ -147,7 +165,7 @@ TEST_P(FailedRequest, RefusalThatEndsWithAKey_IsNoSuccess) {
     }
 }
 
-TEST_P(FailedRequest, UsageError_HasNoReasonOfAServer) {
+TEST_P(RequestProgram, UsageError_HasNoReasonOfAServer) {
     const SilentPort server;
     configure({entry(server)});
     std::vector<std::string> command = {std::string(LANYARD_PROGRAMS) + "/" + GetParam().name,
@@ -157,7 +175,20 @@ TEST_P(FailedRequest, UsageError_HasNoReasonOfAServer) {
     EXPECT_THAT(result.err, Not(HasSubstr(address(server))));
 }
 
-TEST_P(FailedRequest, Success_TellsOfNoServerThatWasAskedBefore) {
+TEST_P(RequestProgram, HelpAlone_IsPrintedAndNoFailure) {
+    const std::string path = std::string(LANYARD_PROGRAMS) + "/" + GetParam().name;
+    const ProgramResult help = runProgram({path, "--help"}, {});
+    EXPECT_EQ(0, help.status);
+    EXPECT_THAT(help.out, StartsWith(std::string(GetParam().name) + ": "));
+    EXPECT_THAT(help.out,
+                EndsWith("\nUsage: " + std::string(GetParam().name) + " " + GetParam().help));
+    EXPECT_EQ("", help.err);
+
+    const ProgramResult among = runProgram({path, "--help", "alice", "wonderland"}, {});
+    EXPECT_EQ(1, among.status) << "an unknown option as before";
+}
+
+TEST_P(RequestProgram, Success_TellsOfNoServerThatWasAskedBefore) {
     const SilentPort first;
     const ScriptedServer second(kSecret, {answer(GetParam().isAccounting ? 5 : 2)});
     configure({entry(first), entry(second)});
