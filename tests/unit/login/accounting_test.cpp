@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <lanyard/radius/error.h>
 #include <lanyard/radius/methods.h>
 
 #include "tests/support/failing_partition.h"
@@ -143,6 +144,16 @@ TEST(Accounting, RecordThatCannotBeMadeFailsWithoutAMessageOfItsOwn) {
     EXPECT_THAT(run.lines,
                 ElementsAre(Logged(7, kMemory, "radPairNew", "radPairNew: out of memory\n")));
     EXPECT_EQ(0U, far.server.requestCount());
+}
+
+TEST(Accounting, RecordThatCannotBeMade_LeavesNoRecordOfAnEarlierFailure) {
+    const ConfiguredLibrary library;
+    EXPECT_EQ(-1, radAcct(1));
+    ASSERT_NE(nullptr, radLastError());
+    failAllocation(1);
+    EXPECT_EQ(-1, radAcct(1));
+    stopFailing();
+    EXPECT_EQ(nullptr, radLastError());
 }
 
 TEST(Accounting, EveryAllocationMayFail) {

@@ -1,54 +1,28 @@
-// MS-CHAPv2: what goes out, what is said of the outcome, and the keys that a refusal may carry.
+// What MS-CHAPv2 logins have alone: the Peer-Challenge, and the keys that a refusal may carry.
+#include <algorithm>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <numeric>
-#include <ostream>
 
 #include <lanyard/radius/error.h>
 #include <lanyard/radius/methods.h>
 
 #include "tests/support/failing_partition.h"
+#include "tests/unit/login/methods.h"
 #include "tests/unit/login/mschapv2_challenge.h"
-#include "tests/unit/login/nt_response_program.h"
-#include "tests/unit/login/outcome.h"
 
 namespace lanyard::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::Not;
 
-constexpr const char *kOk = "\"nemo\" RADIUS Authentication OK\n";
-constexpr const char *kFailure = "\"nemo\" RADIUS Authentication failure\n";
-constexpr const char *kPassword = "arctangent";
-constexpr uint32_t kUntouched = 4711;
-constexpr uint32_t kMicrosoft = 311;
 constexpr uint8_t kSendKey = 16;
 constexpr uint8_t kRecvKey = 17;
 
-// The request of every MS-CHAPv2 login, up to Message-Authenticator.
-Attributes request(std::string_view userName, ByteView peerChallenge, ByteView ntResponse) {
-    return Attributes()
-        .addText(1, userName)
-        .addVendor(kMicrosoft, 11, kAuthenticatorChallenge)
-        .addVendor(kMicrosoft, 25, concatenate({"b900"_hex, peerChallenge, Bytes(8), ntResponse}))
-        .addInteger(6, 8)
-        .addAddress(4, kDeviceAddress);
-}
-
-// The Peer-Challenge of a request, which is random.
 Bytes peerChallengeOf(const ReceivedRequest &request) {
-    Bytes response = vendorValue(request, kMicrosoft, 25);
-    EXPECT_EQ(50U, response.size());
-    response.resize(50);
+    const Bytes response = vendorValue(request, kMicrosoft, 25);
     return {response.begin() + 2, response.begin() + 18};
-}
-
-// One of each kind that is shown differently.
-Attributes grant() {
-    return Attributes().addText(18, "Hello").addInteger(27, 7201).addText(24, "ab");
 }
 
 // Attributes of a reply with an encrypted key among others.
@@ -70,30 +44,14 @@ Action rejectWithKeys(const Keys &keys) {
     return answerWithKeys(3, keys);
 }
 
-struct EntryPoint {
-    const char *name;
-    int (*login)(const char *userName, const char *password);
-    bool printsSuccess;  // on standard output, else logged at level 128
-};
-
-void PrintTo(const EntryPoint &entryPoint, std::ostream *stream) {
-    *stream << entryPoint.name;
-}
-
-int loginForLimits(const char *userName, const char *password) {
-    uint32_t idle = 0;
-    uint32_t session = 0;
-    return radMschapv2AndGetAttributes(userName, password, &idle, &session);
-}
-
-class Mschapv2Login : public testing::TestWithParam<EntryPoint> {
+class Mschapv2Login : public testing::TestWithParam<Method> {
   protected:
-    static Outcome login(const char *userName = "nemo", const char *password = kPassword) {
-        return runAs(GetParam().name, [=] { return GetParam().login(userName, password); });
-    }
+    static Outcome login(const char *userName = "nemo") { return logIn(GetParam(), userName); }
 
     static void expectToldFailure(const Outcome &run) {
-        EXPECT_THAT(run.told, ElementsAre(Logged(7, kError, GetParam().name, kFailure)));
+        EXPECT_EQ(std::vector{std::string("8 ") + GetParam().name +
+                              ": \"nemo\" RADIUS Authentication failure\n"},
+                  texts(run.told));
     }
 
     static void expectFailure(const Outcome &run) {
@@ -103,142 +61,46 @@ class Mschapv2Login : public testing::TestWithParam<EntryPoint> {
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(EntryPoints, Mschapv2Login,
-                         testing::Values(EntryPoint{"radMschapv2", radMschapv2, true},
-                                         EntryPoint{"radMschapv2AndGetAttributes", loginForLimits,
-                                                    false}),
-                         [](const auto &instance) { return std::string(instance.param.name); });
+INSTANTIATE_TEST_SUITE_P(Methods, Mschapv2Login,
+                         testing::Values(mschapMethods()[2], mschapMethods()[3]), nameOf<Method>);
 
-TEST_P(Mschapv2Login, RequestCarriesNameChallengeResponseAndServiceType) {
-    const OneAuthServer far({accept()});
-    const StandInProgram program(far.library.root(), answering(ntResponse()));
-    const StandInRandom random({kPeerChallenge});
-    EXPECT_EQ(0, login("User").result);
-    ASSERT_EQ(1U, far.server.requestCount());
-    EXPECT_THAT(attributeTypes(far.server.request(0)), ElementsAre(1, 26, 26, 6, 4, 80));
-    expectAccessRequest(far.server.request(0), kSecret,
-                        request("User", kPeerChallenge, ntResponse()));
-}
-
-TEST_P(Mschapv2Login, ProgramIsAskedForTheChallengeHash) {
-    const OneAuthServer far({accept(), accept()});
-    const StandInProgram program(far.library.root(), answering(ntResponse()));
+TEST_P(Mschapv2Login, ProgramIsAskedForTheHashOfTheChallengeThatIsSent) {
+    const FarEnd far({accept(), accept()});
     const StandInRandom random({kPeerChallenge, kPeerChallenge});
     EXPECT_EQ(0, login("User").result);
     const StandardSha1 option;
     EXPECT_EQ(0, login("User").result);
-    ASSERT_EQ(2U, program.callCount());
-    EXPECT_EQ(kPassword, program.call(0).password);
-    EXPECT_EQ("/tmp/mschap_User", program.call(0).file);
-    EXPECT_EQ("d771376ae7c0d8ee", toHex(program.call(0).challenge));
-    EXPECT_EQ("423ce53c39f8459e", toHex(program.call(1).challenge));
-}
-
-// Challenge hash b21356e016e0daf5, published SHA-1.
-TEST_P(Mschapv2Login, RealProgramGivesTheKnownAnswer) {
-    const OneAuthServer far({accept()});
-    const InstalledProgram program(far.library.root());
-    const Bytes peerChallenge(kChallengeSize, 2);
-    const StandInRandom random({peerChallenge});
-    const StandardSha1 option;
-    EXPECT_EQ(0, login("alice", "wonderland").result);
-    expectAccessRequest(
-        far.server.request(0), kSecret,
-        request("alice", peerChallenge, "ab1caddd5ce729b3fb361ba010a9b6c77fc82af46a40aaa9"_hex));
-    EXPECT_THAT(far.library.root().list("/tmp"), IsEmpty());
+    ASSERT_EQ(2U, far.program.callCount());
+    EXPECT_EQ(kPassword, far.program.call(0).password);
+    EXPECT_EQ("/tmp/mschap_User", far.program.call(0).file);
+    EXPECT_EQ("d771376ae7c0d8ee", toHex(far.program.call(0).challenge));
+    EXPECT_EQ("423ce53c39f8459e", toHex(far.program.call(1).challenge));
+    expectLogin(mschapv2(), far.server.request(0), "User", kPassword);
+    EXPECT_BYTES_EQ(kPeerChallenge, peerChallengeOf(far.server.request(0)));
 }
 
 TEST_P(Mschapv2Login, PeerChallengesDifferFromRequestToRequest) {
-    const OneAuthServer far({accept(), accept()});
-    const StandInProgram program(far.library.root(), answering(ntResponse()));
+    const FarEnd far({accept(), accept()});
     EXPECT_EQ(0, login().result);
     EXPECT_EQ(0, login().result);
     const Bytes first = peerChallengeOf(far.server.request(0));
     const Bytes second = peerChallengeOf(far.server.request(1));
     EXPECT_NE(first, second);
-    EXPECT_BYTES_EQ(ownHash(first, "nemo"), program.call(0).challenge);
-    EXPECT_BYTES_EQ(ownHash(second, "nemo"), program.call(1).challenge);
+    EXPECT_NE(Bytes(kChallengeSize), first);
+    EXPECT_BYTES_EQ(ownHash(first, "nemo"), far.program.call(0).challenge);
+    EXPECT_BYTES_EQ(ownHash(second, "nemo"), far.program.call(1).challenge);
 }
 
 TEST_P(Mschapv2Login, WithoutARandomSourceThePeerChallengeIsZero) {
-    const OneAuthServer far({accept()});
-    const StandInProgram program(far.library.root(), answering(ntResponse()));
+    const FarEnd far({accept()});
     const StandInRandom random({});
     EXPECT_EQ(0, login().result);
     EXPECT_GE(random.draws(), 1U);
-    expectAccessRequest(far.server.request(0), kSecret,
-                        request("nemo", Bytes(kChallengeSize), ntResponse()));
+    expectLogin(mschapv2(), far.server.request(0), "nemo", kPassword);
+    EXPECT_EQ(Bytes(kChallengeSize), peerChallengeOf(far.server.request(0)));
 }
 
-TEST_P(Mschapv2Login, NameOf64CharactersIsSentAndOf65RefusedWithoutAWord) {
-    const OneAuthServer far({accept()});
-    const StandInProgram program(far.library.root(), answering(ntResponse()));
-    const std::string name(64, 'n');
-    EXPECT_EQ(0, login(name.c_str()).result);
-    const ReceivedRequest sent = far.server.request(0);
-    expectAccessRequest(sent, kSecret, request(name, peerChallengeOf(sent), ntResponse()));
-    const std::string tooLong(65, 'n');
-    for (const char *refused : {tooLong.c_str(), static_cast<const char *>(nullptr)}) {
-        const Outcome run = login(refused);
-        EXPECT_EQ(-1, run.result);
-        EXPECT_EQ("", run.output);
-        EXPECT_THAT(run.lines, IsEmpty());
-    }
-    EXPECT_EQ(1U, far.server.requestCount());
-    EXPECT_EQ(1U, program.callCount());
-}
-
-TEST_P(Mschapv2Login, WithoutAnNtResponseZerosAreSent) {
-    OneAuthServer far({});
-    far.server.otherwise(reject());
-    {
-        const StandInProgram program(far.library.root(), endingWith(0));
-        expectFailure(login());
-    }
-    {
-        const StandInProgram program(far.library.root(), endingWith(-1));
-        expectFailure(login());
-    }
-    expectFailure(login());  // there is no program
-    ASSERT_EQ(3U, far.server.requestCount());
-    for (size_t i = 0; i < 3; ++i) {
-        const ReceivedRequest sent = far.server.request(i);
-        EXPECT_NE(Bytes(kChallengeSize), peerChallengeOf(sent));
-        expectAccessRequest(sent, kSecret, request("nemo", peerChallengeOf(sent), Bytes(24)));
-    }
-}
-
-TEST_P(Mschapv2Login, NameWithASlashIsSentWithAZeroNtResponse) {
-    const OneAuthServer far({reject()});
-    const StandInProgram program(far.library.root(), answering(ntResponse()));
-    EXPECT_EQ(-1, login("../etc/nemo").result);
-    EXPECT_EQ(0U, program.callCount());
-    const ReceivedRequest sent = far.server.request(0);
-    expectAccessRequest(sent, kSecret, request("../etc/nemo", peerChallengeOf(sent), Bytes(24)));
-}
-
-TEST_P(Mschapv2Login, WhereTheProgramsFileEndsEarlyEndOfFileIsSent) {
-    const OneAuthServer far({reject()});
-    const StandInProgram program(far.library.root(), answering("414243"_hex));
-    expectFailure(login());
-    const ReceivedRequest sent = far.server.request(0);
-    expectAccessRequest(
-        sent, kSecret,
-        request("nemo", peerChallengeOf(sent), concatenate({"414243"_hex, Bytes(21, 0xff)})));
-}
-
-TEST_P(Mschapv2Login, AcceptIsToldAndNothingElse) {
-    const OneAuthServer far({accept()});
-    const Outcome run = login();
-    EXPECT_EQ(0, run.result);
-    EXPECT_EQ(GetParam().printsSuccess ? kOk : "", run.output);
-    if (GetParam().printsSuccess) {
-        EXPECT_THAT(run.told, IsEmpty());
-    } else {
-        EXPECT_THAT(run.told, ElementsAre(Logged(7, kTrace, GetParam().name, kOk)));
-    }
-    EXPECT_THAT(run.problems, IsEmpty());
-}
+// --- Keys of a refusal ----------------------------------------------------------------------------
 
 TEST_P(Mschapv2Login, KeysOfAnAcceptAreNotPrintedAsKeys) {
     const OneAuthServer far({answerWithKeys(2, [](Attributes &attributes, const auto &request) {
@@ -248,63 +110,6 @@ TEST_P(Mschapv2Login, KeysOfAnAcceptAreNotPrintedAsKeys) {
     EXPECT_EQ(0, run.result);
     EXPECT_THAT(run.output, Not(testing::HasSubstr("MS-MPPE-Recv-Key is:")));
 }
-
-TEST_P(Mschapv2Login, NameIsToldAsItIs) {
-    const OneAuthServer far({reject()});
-    EXPECT_THAT(login("100%s \"n\"\xc3\xa9").problems,
-                ElementsAre(Logged(7, kError, GetParam().name,
-                                   "\"100%s \"n\"\xc3\xa9\" RADIUS Authentication failure\n")));
-}
-
-TEST_P(Mschapv2Login, OnlyAnAcceptIsASuccess) {
-    for (const uint8_t code : Bytes{1, 3, 4, 5, 11, 12}) {
-        SCOPED_TRACE(int{code});
-        const OneAuthServer far({answer(code)});
-        expectFailure(login());
-    }
-}
-
-TEST_P(Mschapv2Login, AttributesOfARefusalAreNotShown) {
-    OneAuthServer far({reject(grant()), challenge(grant())});
-    for (int calls = 0; calls < 2; ++calls) {
-        const Outcome run = login();
-        expectFailure(run);
-        EXPECT_EQ(1U, run.problems.size());
-    }
-    EXPECT_EQ(0U, far.server.unusedActions());
-}
-
-TEST_P(Mschapv2Login, SilentServerIsAFailure) {
-    const SilentPort silent;
-    const ConfiguredLibrary library({.authServers = {serverEntry(silent, 0)}});
-    expectFailure(login());
-    EXPECT_EQ(1U, silent.received().size());
-}
-
-TEST_P(Mschapv2Login, ForgedRejectIsAFailureAndItsKeyNotPrinted) {
-    const OneAuthServer far({rejectWithKeys([](Attributes &attributes, const auto &request) {
-                                 addKey(attributes, request, kRecvKey, Bytes(16, 0xab));
-                             }).withWrongAuthenticator()});
-    expectFailure(login());
-}
-
-TEST_P(Mschapv2Login, FailsWithoutServers) {
-    const ConfiguredLibrary library;
-    expectFailure(login());
-}
-
-TEST_P(Mschapv2Login, NeitherPasswordNorSecretGetsIntoTheLog) {
-    OneAuthServer far({accept(grant()), reject(grant()), accept().withWrongAuthenticator()});
-    const StandInProgram program(far.library.root(), answering(ntResponse()));
-    for (int calls = 0; calls < 3; ++calls) {
-        const Outcome run = login();
-        EXPECT_THAT(run.lines, Not(IsEmpty()));
-        expectSecrecy(run, kPassword);
-    }
-    EXPECT_EQ(0U, far.server.unusedActions());
-}
-
-// --- Keys of a refusal ----------------------------------------------------------------------------
 
 TEST_P(Mschapv2Login, KeyOf16OctetsIsPrintedInTwoLines) {
     const OneAuthServer far({rejectWithKeys([](Attributes &attributes, const auto &request) {
@@ -495,44 +300,11 @@ TEST_P(Mschapv2Login, ValueThatAHookHasTakenIsPrintedWithinItsBounds) {
     EXPECT_EQ(246, std::count(run.output.begin(), run.output.end(), 'd'));
 }
 
-// --- Without memory -------------------------------------------------------------------------------
-
-TEST_P(Mschapv2Login, RequestThatCannotBeMadeFailsWithoutAMessageOfItsOwn) {
-    const OneAuthServer far({});
-    const StandInProgram program(far.library.root(), answering(ntResponse()));
-    for (const unsigned pair : {1U, 2U, 3U, 4U}) {
-        failAllocation(pair);
-        const Outcome run = login();
-        stopFailing();
-        EXPECT_EQ(-1, run.result);
-        EXPECT_EQ("", run.output);
-        EXPECT_THAT(run.lines,
-                    ElementsAre(Logged(7, kMemory, "radPairNew", "radPairNew: out of memory\n")));
-    }
-    EXPECT_EQ(0U, far.server.requestCount());
-    EXPECT_EQ(2U, program.callCount()) << "it is asked once name and challenge are in the request";
-}
-
-TEST_P(Mschapv2Login, EveryAllocationMayFailOnTheWayToAnAccept) {
-    OneAuthServer far({});
-    far.server.otherwise(accept(grant().addMessageAuthenticator()));
-    const StandInProgram program(far.library.root(), answering(ntResponse()));
-    unsigned runs = 0;
-    const unsigned failed = forEachFailingAllocation([&runs] {
-        constexpr unsigned kOwnPairs = 4;
-        const Outcome run = login();
-        EXPECT_EQ(allocationFailed() ? -1 : 0, run.result);
-        if (allocationFailed()) {
-            EXPECT_EQ("", run.output);
-            if (++runs <= kOwnPairs) {
-                EXPECT_THAT(run.told, IsEmpty());
-            } else {
-                expectFailure(run);
-            }
-        }
-    });
-    // Six pairs of the request, the request, the reply and its four pairs.
-    EXPECT_GE(failed, 12U);
+TEST_P(Mschapv2Login, ForgedRejectIsAFailureAndItsKeyNotPrinted) {
+    const OneAuthServer far({rejectWithKeys([](Attributes &attributes, const auto &request) {
+                                 addKey(attributes, request, kRecvKey, Bytes(16, 0xab));
+                             }).withWrongAuthenticator()});
+    expectFailure(login());
 }
 
 TEST_P(Mschapv2Login, EveryAllocationMayFailOnTheWayToAKey) {
@@ -561,84 +333,14 @@ TEST_P(Mschapv2Login, EveryAllocationMayFailOnTheWayToAKey) {
     expectToldFailure(failures.back());
 }
 
-// --- radMschapv2 ----------------------------------------------------------------------------------
-
-TEST(RadMschapv2, AttributesOfAnAcceptAreNotShown) {
-    const OneAuthServer far({accept(grant())});
-    const Outcome run = runAs("radMschapv2", [] { return radMschapv2("nemo", kPassword); });
-    EXPECT_EQ(0, run.result);
-    EXPECT_EQ(kOk, run.output);
-    EXPECT_THAT(run.told, IsEmpty());
-    EXPECT_THAT(run.problems, IsEmpty());
-}
-
-// --- radMschapv2AndGetAttributes ------------------------------------------------------------------
-
-struct Limits {
-    uint32_t idle = kUntouched;
-    uint32_t session = kUntouched;
-};
-
-Outcome loginForLimits(Limits &limits) {
-    return runAs("radMschapv2AndGetAttributes", [&limits] {
-        return radMschapv2AndGetAttributes("nemo", kPassword, &limits.idle, &limits.session);
-    });
-}
-
-TEST(RadMschapv2AndGetAttributes, AttributesOfAnAcceptAreShownInOrder) {
-    const OneAuthServer far({accept(grant())});
-    Limits limits;
-    const Outcome run = loginForLimits(limits);
-    EXPECT_EQ(0, run.result);
-    EXPECT_EQ("Reply-Message: Hello\nState: 0x6162\n", run.output);
-    EXPECT_THAT(run.told, ElementsAre(Logged(7, kTrace, "radMschapv2AndGetAttributes", kOk),
-                                      Logged(7, kDump, "radPairShow", "Session-Timeout: 7201\n")));
-    EXPECT_THAT(run.problems, IsEmpty());
-    EXPECT_EQ(121U, limits.session);
-    EXPECT_EQ(kUntouched, limits.idle);
-}
-
-TEST(RadMschapv2AndGetAttributes, EachLimitHasItsOwnOutput) {
-    const OneAuthServer far({accept(Attributes().addInteger(28, 600)),
-                             accept(Attributes().addInteger(28, 61).addInteger(27, 3600)),
-                             accept(Attributes().addInteger(28, 0).addInteger(27, 3601))});
-    Limits limits;
-    EXPECT_EQ(0, loginForLimits(limits).result);
-    EXPECT_EQ(10U, limits.idle);
-    EXPECT_EQ(kUntouched, limits.session);
-    EXPECT_EQ(0, loginForLimits(limits).result);
-    EXPECT_EQ(2U, limits.idle);
-    EXPECT_EQ(60U, limits.session);
-    EXPECT_EQ(0, loginForLimits(limits).result);
-    EXPECT_EQ(0U, limits.idle);
-    EXPECT_EQ(61U, limits.session);
-}
-
-TEST(RadMschapv2AndGetAttributes, SinglePrecisionShowsInLongLimits) {
-    const OneAuthServer far(
-        {accept(Attributes().addInteger(28, 67109100).addInteger(27, 4294967295))});
-    Limits limits;
-    EXPECT_EQ(0, loginForLimits(limits).result);
-    EXPECT_EQ(1118486U, limits.idle);
-    EXPECT_EQ(71582792U, limits.session);
-}
-
-TEST(RadMschapv2AndGetAttributes, LaterLimitOfTheSameNameWins) {
-    const OneAuthServer far({accept(Attributes().addInteger(27, 600).addInteger(27, 60))});
-    Limits limits;
-    EXPECT_EQ(0, loginForLimits(limits).result);
-    EXPECT_EQ(1U, limits.session);
-}
-
-TEST(RadMschapv2AndGetAttributes, LimitsOfARefusalAreNotTaken) {
+TEST_P(Mschapv2Login, LimitsBesideAKeyAreNotTaken) {
     const OneAuthServer far({rejectWithKeys([](Attributes &attributes, const auto &request) {
         attributes.addInteger(28, 600).addInteger(27, 7201);
         addKey(attributes, request, kRecvKey, "aabb"_hex);
     })});
     Limits limits;
-    EXPECT_EQ(0, loginForLimits(limits).result);
-    EXPECT_EQ(kUntouched, limits.idle);
-    EXPECT_EQ(kUntouched, limits.session);
+    EXPECT_EQ(0, logIn(GetParam(), "nemo", kPassword, &limits).result);
+    EXPECT_EQ(Limits(), limits);
 }
 
 }  // namespace
