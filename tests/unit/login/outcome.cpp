@@ -94,7 +94,7 @@ Bytes padded(std::string_view password) {
     return value;
 }
 
-Arguments::Arguments(std::initializer_list<std::string> words) : words_(words) {
+Arguments::Arguments(std::vector<std::string> words) : words_(std::move(words)) {
     for (std::string &word : words_) {
         pointers_.push_back(word.data());
     }

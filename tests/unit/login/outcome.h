@@ -92,7 +92,13 @@ Bytes padded(std::string_view password);
 // The arguments of a program, as main() gets them.
 class Arguments {
   public:
-    Arguments(std::initializer_list<std::string> words);
+    Arguments(std::initializer_list<std::string> words) : Arguments(std::vector(words)) {}
+    explicit Arguments(std::vector<std::string> words);
+    Arguments(const Arguments &) = delete;
+    Arguments(Arguments &&) = default;
+    Arguments &operator=(const Arguments &) = delete;
+    Arguments &operator=(Arguments &&) = delete;
+    ~Arguments() = default;
 
     [[nodiscard]] int count() const { return static_cast<int>(words_.size()); }
     [[nodiscard]] char **vector() { return pointers_.data(); }
