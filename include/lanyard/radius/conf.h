@@ -1,10 +1,24 @@
 /**
  * @file
- * The configuration: servers, default time-out and retries, dictionary path, and the file that sets
- * them.
+ * The configuration: servers, default time-out and retries, the dictionary, and the file that sets
+ * them all.
  *
- * One process-wide configuration, without locks: change it only from the thread that configures the
- * library, and not while requests are in flight.
+ * radLibInit() reads the file. A program that configures the library itself:
+ *
+ *     radLibInit(NULL);
+ *     radDictLoad(NULL);  // the built-in dictionary
+ *     radConfSetTimeout("10");
+ *     radConfSetRetries("3");
+ *     radConfAddAuthServ("192.0.2.10", 1812, -1, -1, "secret", NULL);
+ *     radConfAddAcctServ("192.0.2.10", 1813, -1, -1, "secret");
+ *     if (radConfAssert() != 0) {
+ *         return 1;  // the log says what is missing
+ *     }
+ *     // requests: methods.h, engine.h
+ *     radLibExit();
+ *
+ * Threads: there is one configuration for the process, without locks. Change it from one thread,
+ * and not while requests are in flight.
  */
 #ifndef LANYARD_RADIUS_CONF_H
 #define LANYARD_RADIUS_CONF_H
@@ -27,12 +41,12 @@ enum { RAD_SERVER_AUTH = 0, RAD_SERVER_ACCT = 1 };
 enum {
     RAD_CONF_AUTH_SERVERS = 0, /**< RadServer[RAD_SERVERS_MAX] */
     RAD_CONF_ACCT_SERVERS = 1, /**< RadServer[RAD_SERVERS_MAX] */
-    RAD_CONF_DICTIONARY = 2,   /**< path, NUL-terminated text */
+    RAD_CONF_DICTIONARY = 2,   /**< path, char[] */
     RAD_CONF_TIMEOUT = 3,      /**< int32_t, seconds */
     RAD_CONF_RETRIES = 4       /**< int32_t, sends after the first */
 };
 
-/** One configured server. The texts belong to the configuration. */
+/** One configured server. The texts are the configuration's. */
 typedef struct RadServer {
     char *host;      /**< name or dotted address as given; NULL marks a free slot */
     uint16_t port;   /**< UDP port; 65535 in a cleared slot */
@@ -45,112 +59,133 @@ typedef struct RadServer {
 } RadServer;
 
 /**
+ * Returns the value of an option.
+ *
  * @param index  one of the RAD_CONF_ values.
- * @return pointer to the option's value in the shape that the RAD_CONF_ value names, owned by the
- *         configuration; NULL when it is unset (logged at level 128) or the index is unknown.
+ * @return the value, of the type that the RAD_CONF_ value names. It belongs to the configuration
+ *         and is valid until that changes. NULL when the option is unset (logged at level 128) or
+ *         the index unknown.
  */
 LANYARD_API void *radConfGet(uint32_t index);
 
 /**
+ * Returns the number of configured servers.
+ *
  * @param type  RAD_SERVER_AUTH or RAD_SERVER_ACCT.
- * @return number of configured servers of that kind; -1 for another type.
+ * @return the number of that kind; -1 for another type.
  */
 LANYARD_API int radConfGetNumServers(int type);
 
 /**
- * Sets the default time-out. The old value goes first: a refused text leaves the option unset.
+ * Sets the default time-out. Clears the option before parsing; on failure it stays unset. Logged at
+ * level 128.
  *
  * @param text  seconds, decimal, starting with a digit.
- * @return 0 or -1.
+ * @return 0; -1 for other text, or when memory is exhausted (logged at level 4).
  */
 LANYARD_API int radConfSetTimeout(const char *text);
 
 /**
- * Sets the default retry count. The old value goes first: a refused text leaves the option unset.
+ * Sets the default retry count. Clears the option before parsing; on failure it stays unset. Logged
+ * at level 128.
  *
  * @param text  number of sends after the first, decimal, starting with a digit.
- * @return 0 or -1.
+ * @return 0; -1 for other text, or when memory is exhausted (logged at level 4).
  */
 LANYARD_API int radConfSetRetries(const char *text);
 
 /**
- * Loads a dictionary file and remembers its path. It can be set once, until radConfDelDict().
+ * Loads a dictionary file and keeps its path. To set another one, call radConfDelDict() first.
  *
- * @param path  the file.
- * @return 0; -1 when the file does not load or a path is set already.
+ * @param path  the file (docs/configuration.md).
+ * @return 0; -1 when a path is set already or radDictLoad() refuses the file.
  */
 LANYARD_API int radConfSetDict(const char *path);
 
 /**
- * Sets the list of authentication servers, once, until radConfDelAuthServ().
+ * Sets the list of authentication servers. To set another one, call radConfDelAuthServ() first.
  *
  * @param text  entries host[:port[:timeout[:retries]]]:secret[:nas-identifier], separated by
- *              commas, blanks or tabs. The NAS-Identifier needs port, time-out and retries before
- *              it.
- * @return 0; -1 for the empty text, when a list is set already, or when an entry is refused
- *         (entries before it stay).
+ *              commas, blanks or tabs. A NAS-Identifier needs port, time-out and retries before it.
+ * @return 0; -1 for the empty text, when a list is set already, or as radConfSetServers().
  */
 LANYARD_API int radConfSetAuthServ(const char *text);
 
-/** As radConfSetAuthServ(), for accounting servers, which have no NAS-Identifier. */
+/**
+ * Sets the list of accounting servers. To set another one, call radConfDelAcctServ() first.
+ *
+ * @param text  as for radConfSetAuthServ(); a NAS-Identifier is ignored.
+ * @return as radConfSetAuthServ().
+ */
 LANYARD_API int radConfSetAcctServ(const char *text);
 
 /**
- * Adds the entries of a server list to the servers that are there.
+ * Adds the entries of a server list to the configured servers.
  *
  * @param text  as for radConfSetAuthServ().
  * @param type  RAD_SERVER_AUTH or RAD_SERVER_ACCT.
- * @return 0; -1 when an entry is refused (entries before it stay); a bad number is logged at level
- *         8.
+ * @return 0; -1 when an entry is refused or memory is exhausted, with the entries before it added.
+ *         A bad number is logged at level 8.
  */
 LANYARD_API int radConfSetServers(const char *text, uint32_t type);
 
 /**
  * Adds one authentication server in the lowest free slot.
  *
- * @param host     name or dotted address, copied.
- * @param port     UDP port; below 1 for the port of "radius" in the services database, or 1812.
+ * @param host     name or dotted IPv4 address, copied.
+ * @param port     UDP port; below 1 for the port of "radius" in the services database, else 1812.
  * @param timeout  seconds; negative for the default.
  * @param retries  sends after the first; negative for the default.
  * @param secret   shared secret, copied.
  * @param extra    NAS-Identifier, copied; NULL for none.
- * @return 0; -1 when eight servers are configured (logged at level 8) or there is no memory for the
- *         host. A secret or NAS-Identifier that there is no memory for is missing from then on. The
- *         new server is logged at level 128, its secret included.
+ * @return 0, with the server and its secret logged at level 128; -1 when eight servers are
+ *         configured (logged at level 8) or there is no memory for the host. When there is none for
+ *         secret or NAS-Identifier, the server is added without it.
  */
 LANYARD_API int radConfAddAuthServ(const char *host, int port, int timeout, int retries,
                                    const char *secret, const char *extra);
 
-/** As radConfAddAuthServ(), for an accounting server: "radacct" or port 1813. */
+/**
+ * Adds one accounting server.
+ *
+ * @param host     as for radConfAddAuthServ().
+ * @param port     UDP port; below 1 for the port of "radacct" in the services database, else 1813.
+ * @param timeout  seconds; negative for the default.
+ * @param retries  sends after the first; negative for the default.
+ * @param secret   shared secret, copied.
+ * @return as radConfAddAuthServ().
+ */
 LANYARD_API int radConfAddAcctServ(const char *host, int port, int timeout, int retries,
                                    const char *secret);
 
 /**
  * Deletes all authentication servers.
+ *
  * @return 0.
  */
 LANYARD_API int radConfDelAuthServ(void);
 
 /**
  * Deletes all accounting servers.
+ *
  * @return 0.
  */
 LANYARD_API int radConfDelAcctServ(void);
 
 /**
- * Deletes one authentication server. When none has this host, the last of the eight slots is the
- * one that is cleared.
+ * Deletes one authentication server. When none has this host, clears the last of the eight slots.
+ * Logged at level 128, with the secret.
  *
- * @param host  exact text as configured.
+ * @param host  the text as configured.
  * @return 0, also when no server is configured; -1 for NULL.
  */
 LANYARD_API int radConfDelAuthServer(const char *host);
 
 /**
  * Records the database row of an authentication server. When none has this host, the last of the
- * eight slots takes it.
+ * eight slots gets it. Logged at level 128, with the secret.
  *
- * @param host      exact text as configured.
+ * @param host      the text as configured.
  * @param reserved  ignored.
  * @param rowKey    first half of the row identity.
  * @param rowId     second half.
@@ -159,8 +194,8 @@ LANYARD_API int radConfDelAuthServer(const char *host);
 LANYARD_API int radAuthServRowIdSet(const char *host, int reserved, int32_t rowKey, int32_t rowId);
 
 /**
- * Deletes the authentication server of a database row. When none matches, the last of the eight
- * slots is the one that is cleared.
+ * Deletes the authentication server of a database row. When none matches, clears the last of the
+ * eight slots. Logged at level 128, with the secret.
  *
  * @param rowKey  first half of the row identity.
  * @param rowId   second half.
@@ -168,42 +203,55 @@ LANYARD_API int radAuthServRowIdSet(const char *host, int reserved, int32_t rowK
  */
 LANYARD_API int radConfDelAuthServByRowId(int32_t rowKey, int32_t rowId);
 
-/** Unsets the default time-out. @return 0. */
+/**
+ * Unsets the default time-out.
+ *
+ * @return 0.
+ */
 LANYARD_API int radConfDelTimeout(void);
 
-/** Unsets the default retry count. @return 0. */
+/**
+ * Unsets the default retry count.
+ *
+ * @return 0.
+ */
 LANYARD_API int radConfDelRetries(void);
 
-/** Unsets the dictionary path and unloads the dictionary. @return 0. */
+/**
+ * Unsets the dictionary path and unloads the dictionary.
+ *
+ * @return 0.
+ */
 LANYARD_API int radConfDelDict(void);
 
 /**
- * Empties the configuration and the dictionary.
- * @return 0, or -1 when an option could not be deleted.
+ * Empties the configuration and the dictionary. Logged at level 128.
+ *
+ * @return 0; -1 when an option could not be deleted.
  */
 LANYARD_API int radDeconfigure(void);
 
-/** Logs every authentication server, its secret included, at level 128. */
+/** Logs every authentication server at level 128, with its secret. */
 LANYARD_API void radConfAuthServList(void);
 
 /**
- * Replaces the whole configuration by a file's (docs/configuration.md).
+ * Replaces the configuration by that of a file (docs/configuration.md).
  *
- * Before the file is read the built-in dictionary is loaded, the time-out set to 10 seconds and the
- * retry count to 3.
+ * Before it reads the file, it loads the built-in dictionary and sets the time-out to 10 seconds
+ * and the retry count to 3.
  *
  * @param path  the file.
- * @return 0 when the file was read to its end and radConfAssert() accepts the result; else -1, with
- *         the file, the line and the line's text, secrets included, logged at level 8, or the
- *         message of radConfAssert(). What stood before a bad line stays.
+ * @return 0 when the file was read to its end and radConfAssert() accepts the result. -1 otherwise:
+ *         logged at level 8 is the file, the line and its text, which may hold secrets, or the
+ *         message of radConfAssert(). The lines before a bad one stay in force.
  */
 LANYARD_API int radConfigure(const char *path);
 
 /**
- * Checks that requests can be sent: an authentication server, default time-out and retries, and a
- * secret for every server.
+ * Checks that requests can be sent: that there is an authentication server, a default time-out and
+ * retry count, and a secret for every server.
  *
- * @return 0, or -1 with the first thing that is missing logged at level 8.
+ * @return 0; -1 with the first thing that is missing logged at level 8.
  */
 LANYARD_API int radConfAssert(void);
 

@@ -1,12 +1,12 @@
 /**
  * @file
- * What became of the last request of this thread: for whoever has to mend it.
+ * Why the last request of this thread failed.
  *
- * A login says "failure" and no more, whether the password was wrong or the cable out. Ask here, in
- * the thread that made the call and before its next one:
+ * A login returns "failure", whether the password was wrong or the cable out. Ask here, in the
+ * thread that made the call and before its next one:
  *
  *     if (radAuth("alice", "wonderland") != 0) {
- *         const RadLastError *error;
+ *         const RadLastError *error = NULL;
  *         for (int i = 0; (error = radLastErrorAt(i)) != NULL; i++) {
  *             char text[RAD_LAST_ERROR_TEXT_SIZE];
  *             radLastErrorText(error, text, sizeof(text));
@@ -14,12 +14,16 @@
  *         }
  *     }
  *
+ * It prints, for example:
+ *
  *     198.51.100.1:1812: sending failed: No route to host
  *     203.0.113.1:1812: no reply in 3 tries of 10 s: server down, wrong port, or wrong secret
  *
  * Every login and accounting call, radBuildAndSendReq(), radBuildAndSendReqCheckAllServer() and
- * radSendtoServer() begin anew. Each thread has its own records, a constant part of its
- * thread-local storage; nothing is allocated and nothing fails.
+ * radSendtoServer() forgets the earlier records first.
+ *
+ * Threads: each has its own records, in its thread-local storage. Nothing is allocated, nothing
+ * here fails for want of memory, nothing is logged.
  */
 #ifndef LANYARD_RADIUS_ERROR_H
 #define LANYARD_RADIUS_ERROR_H
@@ -33,7 +37,7 @@
 extern "C" {
 #endif
 
-/** Bytes of a host name in a record, its NUL included; a longer name is cut. */
+/** Bytes of a host name in a record, with its NUL. A longer name is cut. */
 #define RAD_LAST_ERROR_HOST_SIZE 256
 
 /** Room for every text of radLastErrorText(). */
@@ -48,10 +52,10 @@ enum {
     RAD_STEP_SEND,        /**< sending */
     RAD_STEP_WAIT,        /**< waiting for the reply */
     RAD_STEP_RECEIVE,     /**< reading it */
-    RAD_STEP_REPLY        /**< a reply came: valid when the reason is 0, else refused */
+    RAD_STEP_REPLY        /**< checking it: the reply is valid when the reason is 0 */
 };
 
-/** Why it ended there, where the system has no number for it. All of them are negative. */
+/** Why it ended there, where the system has no `errno` for it. All are negative. */
 enum {
     RAD_REASON_NOT_CONFIGURED = -1,       /**< no server of this kind, or no time-out */
     RAD_REASON_REQUEST_CODE = -2,         /**< neither Access- nor Accounting-Request */
@@ -70,45 +74,47 @@ enum {
     RAD_REASON_REPLY_ATTRIBUTES = -15,    /**< malformed, or no memory for them */
     RAD_REASON_REPLY_UNSIGNED = -16,      /**< EAP-Message without Message-Authenticator */
     RAD_REASON_REPLY_SIGNATURE = -17,     /**< Message-Authenticator (RFC 3579 section 3.2) */
-    RAD_REASON_REPLY_ATTRIBUTE = -18,     /**< `attribute` cannot be processed */
-    RAD_REASON_REPLY_HOOK = -19           /**< the host's unpack hook refused `attribute` */
+    RAD_REASON_REPLY_ATTRIBUTE = -18,     /**< `attribute` was refused */
+    RAD_REASON_REPLY_HOOK = -19           /**< the program's unpack hook refused `attribute` */
 };
 
-/** What became of a request to one server. The library's own: read it only, by these names. */
+/** What became of a request to one server. Read it only. */
 typedef struct RadLastError {
-    char host[RAD_LAST_ERROR_HOST_SIZE]; /**< the server; empty when the request got to none */
+    char host[RAD_LAST_ERROR_HOST_SIZE]; /**< the server; empty when no server was asked */
     uint32_t port;                       /**< its UDP port */
     int32_t step;                        /**< one of RAD_STEP_ */
-    int32_t reason;    /**< 0: a valid reply came; positive: an `errno`; negative: RAD_REASON_ */
-    int32_t code;      /**< code of the valid reply, RAD_CODE_ACCESS_REJECT for one; else 0 */
-    int32_t attribute; /**< number of the attribute that the reply was refused for; else 0 */
-    int32_t tries;     /**< sends so far; those that a signal made are not counted */
-    int32_t timeout;   /**< seconds of waiting for each */
+    int32_t reason;    /**< 0: the reply is valid; positive: an `errno`; negative: RAD_REASON_ */
+    int32_t code;      /**< code of the valid reply, such as RAD_CODE_ACCESS_REJECT; else 0 */
+    int32_t attribute; /**< number of the attribute that had the reply refused; else 0 */
+    int32_t tries;     /**< number of sends, without those after a signal */
+    int32_t timeout;   /**< seconds to wait after each */
 } RadLastError;
 
 /**
- * @return the record of the server that the last request of this thread asked last, whatever became
- *         of it: for a request that got an answer, the one that answered. NULL when this thread has
- *         made no request, or its last call was refused before a server was looked for. It stays as
- *         it is until this thread's next request and is gone with the thread.
+ * Returns the record of the server that the last request of this thread asked last. For a request
+ * that was answered, that is the server that answered.
+ *
+ * @return the record, which belongs to the library and is valid until the next request or the end
+ *         of this thread; NULL when this thread has made no request, or the arguments of its last
+ *         call were refused.
  */
 LANYARD_API const RadLastError *radLastError(void);
 
 /**
+ * Returns the record of one of the servers that the last request of this thread asked.
+ *
  * @param index  0 for the server that was asked first, up to 7.
- * @return the record of one server that the last request of this thread asked, as radLastError();
- *         NULL for an index behind the last.
+ * @return the record, as radLastError(); NULL when there are not so many.
  */
 LANYARD_API const RadLastError *radLastErrorAt(int index);
 
 /**
- * Writes a record as one line, without a newline: the server, and what became of the request. It
- * holds no secret.
+ * Writes a record as one line of text, without a newline and without secrets.
  *
- * @param error   a record of radLastError() or radLastErrorAt(), or a copy of it.
- * @param buffer  receives the line, cut where it does not fit, and a NUL.
- * @param size    bytes of `buffer`, 1 or more.
- * @return length of the whole line; -1 for a missing argument.
+ * @param error   a record of this thread, or a copy of one.
+ * @param buffer  receives the line, cut to fit, and a NUL.
+ * @param size    bytes of `buffer`, 1 or more; RAD_LAST_ERROR_TEXT_SIZE is always enough.
+ * @return characters of the whole line, which may be more than fit; -1 for NULL or a size of 0.
  */
 LANYARD_API int radLastErrorText(const RadLastError *error, char *buffer, size_t size);
 
