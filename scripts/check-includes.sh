@@ -27,7 +27,9 @@ attr.h:    attr
 engine.h:  client
 error.h:   client
 methods.h: login
+sample.h:  login
 mgmt.h:    device
+relay.h:   relay
 eap.h:     relay
 '
 

@@ -50,7 +50,8 @@ compare() {
 version=LANYARD_RADIUS_2
 check_soname "$library" liblanyard-radius.so.2
 # The declarations that LANYARD_API marks: the name before the first parenthesis, or else the last word.
-declared=$("$compiler" -std=c11 -E -P -I "$include" -I "$platform" "$include/lanyard/radius.h" |
+declared=$(find "$include/lanyard" -name '*.h' -printf '#include <lanyard/%P>\n' |
+    "$compiler" -std=c11 -E -P -I "$include" -I "$platform" -x c - |
     tr '\n' ' ' | tr ';' '\n' |
     sed -n 's/.*__attribute__((visibility("default")))//p' |
     sed -e 's/(.*//' -e 's/\[.*//' -e 's/[[:space:]]*$//' -e 's/.*[^A-Za-z0-9_]//' | sort -u)

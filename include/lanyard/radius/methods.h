@@ -1,17 +1,29 @@
 /**
  * @file
- * Authentication and accounting in one call, and the entry points of the command-line programs.
+ * Log a user in, or send an accounting record, in one call.
  *
- * The calls of this file work on the servers that radLibInit() or the radConf calls configured. Any
- * number of threads may authenticate and account at once; the sample entry points use getopt() and
- * belong to one thread.
+ *     if (radLibInit("/var/radius.conf") != 0) {
+ *         return 1;  // the log has the file, the line and the reason
+ *     }
+ *     uint32_t idleMinutes = 0;
+ *     uint32_t sessionMinutes = 0;
+ *     if (radAuthAndGetAttributes("alice", "wonderland", &idleMinutes, &sessionMinutes) == 0) {
+ *         printf("come in for %u minutes (0: as long as you like)\n", sessionMinutes);
+ *         radAcct(1);  // Start
+ *     }
+ *     radLibExit();
  *
- * What became of the request, and at which server, is in radLastError() of error.h afterwards.
+ * docs/methods.md says which method to take, and what MS-CHAP needs on the device. When a login
+ * fails, radLastError() of error.h says why, and at which server.
  *
- * While no answer comes, a login never ends in a thread whose waiting a signal handler interrupts
- * more often than the time-out lasts: each time the request is sent again and the wait begins anew,
- * and none of it is counted as a try. SA_RESTART changes nothing. Block such signals in the threads
- * that log in, around the call or for good:
+ * They print to standard output, attributes with radPairShow(), and log with module 7.
+ *
+ * Threads: once the library is configured, any number of threads may log in and account at once.
+ *
+ * Signals: a signal handler that runs in a thread that waits for a reply has the request sent again
+ * and the wait begun anew, without counting it as a try, with SA_RESTART too. While handlers run
+ * more often than the time-out lasts and no reply comes, the login does not end. Block such signals
+ * in the threads that log in, around the call or for good:
  *
  *     sigset_t periodic, before;
  *     sigemptyset(&periodic);
@@ -31,97 +43,110 @@
 extern "C" {
 #endif
 
-/** Longest user name and password, in characters. */
+/** Longest user name, in characters. */
 #define RAD_USER_NAME_MAX 64
+
+/** Longest password of PAP, in characters. */
 #define RAD_PASSWORD_MAX 48
 
 /**
- * Authenticates a user with PAP (RFC 2865 section 5.2) and prints the outcome.
+ * Authenticates a user with PAP (RFC 2865 section 5.2).
  *
- * On acceptance it prints one line to standard output, otherwise it logs one at level 8; the
- * attributes of the reply, also of a reject, are printed with radPairShow().
+ * Prints one line when the user is accepted, else logs one at level 8. Prints the attributes of the
+ * reply, also of a reject.
  *
  * @param userName  at most 64 characters.
  * @param password  clear text, at most 48 characters.
  * @return 0 when the server answered Access-Accept; -1 for a reject, a challenge or any error.
+ *         Refused arguments are logged at level 8.
  */
 LANYARD_API int radAuth(const char *userName, const char *password);
 
 /**
- * Authenticates a user against every configured server. All messages of its own are at level 128;
- * string attributes of the last reply are printed by radPairShow().
+ * Authenticates a user with PAP at every configured server. Logs at level 128 and prints the
+ * attributes of the last reply.
  *
  * @param userName  as for radAuth().
  * @param password  as for radAuth().
- * @param results   one slot for each configured server, as radBuildAndSendReqCheckAllServer() fills
- *                  them.
+ * @param results   receives the code of the reply, or -1, for each configured server, in their
+ *                  order; room for eight is always enough.
  * @return 0 when the last server answered Access-Accept, else -1.
  */
 LANYARD_API int radAuthCheckAllServer(const char *userName, const char *password, int32_t *results);
 
 /**
- * Authenticates a user with PAP and hands back the limits that the server grants. The outcome is
- * told at level 128; the attributes of the reply are printed below a heading.
+ * Authenticates a user with PAP and returns the limits that the server sets. Logs the outcome at
+ * level 128 and prints the attributes of the reply below a heading.
  *
  * @param userName        as for radAuth().
  * @param password        as for radAuth().
  * @param idleMinutes     receives Idle-Timeout (RFC 2865 section 5.28) in minutes, rounded up;
- *                        untouched when the reply has none.
- * @param sessionMinutes  receives Session-Timeout (section 5.27), likewise.
- * @return 0 when the server answered Access-Accept, else -1.
+ *                        unchanged when the reply has none. NULL: not wanted.
+ * @param sessionMinutes  receives Session-Timeout (RFC 2865 section 5.27), likewise.
+ * @return 0 when the server answered Access-Accept, else -1. Refused arguments are logged at level
+ *         8.
  */
 LANYARD_API int radAuthAndGetAttributes(const char *userName, const char *password,
                                         uint32_t *idleMinutes, uint32_t *sessionMinutes);
 
 /**
- * Sends one accounting record that carries Acct-Status-Type alone (RFC 2866 section 5.1) and prints
- * the outcome.
+ * Sends one accounting record, which has Acct-Status-Type and nothing else (RFC 2866 section 5.1).
+ * Prints one line when a server answered, else logs one at level 8.
  *
- * @param status  1 Start, 2 Stop, 7 Accounting-On, 8 Accounting-Off; sent as given.
+ * @param status  1 Start, 2 Stop, 7 Accounting-On, 8 Accounting-Off; sent as it is.
  * @return 0 when a server answered Accounting-Response, else -1.
  */
 LANYARD_API int radAcct(uint32_t status);
 
-/** Octets of a CHAP challenge as the CHAP functions take it, and of a CHAP response. */
+/** Bytes of a challenge for radChapRespMake(). */
 #define RAD_CHAP_CHALLENGE_SIZE 16
+
+/** Bytes of a CHAP response, its identifier included. */
 #define RAD_CHAP_RESPONSE_SIZE 17
 
 /**
  * Computes a CHAP response (RFC 1994 section 4.1) with a random identifier.
  *
- * @param response     receives 17 octets: the identifier, then MD5 over identifier, password and
+ * @param response     receives 17 bytes: the identifier, then MD5 over identifier, password and
  *                     challenge.
  * @param password     clear text.
- * @param passwordLen  its octets, at most 237.
- * @param challenge    16 octets.
- * @return 17; 0, with nothing written, for a longer password, a missing argument or when no random
- *         octet could be had.
+ * @param passwordLen  its bytes, at most 237.
+ * @param challenge    16 bytes.
+ * @return 17; 0, with nothing written or logged, for NULL, a longer password or without random
+ *         bytes.
  */
 LANYARD_API int radChapRespMake(uint8_t *response, const uint8_t *password, int passwordLen,
                                 const uint8_t *challenge);
 
 /**
- * Authenticates a user with CHAP (RFC 2865 sections 5.3 and 5.40) and prints the outcome as
- * radAuth() does.
+ * Authenticates a user with CHAP (RFC 2865 sections 5.3 and 5.40). Prints and logs as radAuth()
+ * does.
  *
  * @param userName          at most 64 characters.
- * @param chapPassword      the response, as radChapRespMake() makes it.
- * @param chapPasswordLen   its octets: 17.
+ * @param chapPassword      the response, as from radChapRespMake().
+ * @param chapPasswordLen   its bytes: 17.
  * @param chapChallenge     the challenge that it answers.
- * @param chapChallengeLen  its octets.
- * @return 0 when the server answered Access-Accept; -1 otherwise. Refused inputs are logged at
- *         level 8.
+ * @param chapChallengeLen  its bytes.
+ * @return 0 when the server answered Access-Accept, else -1. Refused arguments are logged at level
+ *         8.
  */
 LANYARD_API int radChapAuth(const char *userName, const uint8_t *chapPassword, int chapPasswordLen,
                             const uint8_t *chapChallenge, int chapChallengeLen);
 
 /**
- * As radChapAuth(), with all messages at level 128; string attributes are printed by radPairShow().
- * The limits of the reply are handed back, of a reject too.
+ * Authenticates a user with CHAP and returns the limits of the reply, also of a reject. Logs at
+ * level 128 and prints the string attributes of the reply.
  *
- * @param idleTimeout     receives Idle-Timeout in minutes, rounded up; untouched when the reply has
- *                        none.
- * @param sessionTimeout  receives Session-Timeout, likewise.
+ * @param userName          as for radChapAuth().
+ * @param chapPassword      as for radChapAuth().
+ * @param chapPasswordLen   as for radChapAuth().
+ * @param chapChallenge     as for radChapAuth().
+ * @param chapChallengeLen  as for radChapAuth().
+ * @param idleTimeout       receives Idle-Timeout in minutes, rounded up; unchanged when the reply
+ *                          has none. NULL: not wanted.
+ * @param sessionTimeout    receives Session-Timeout, likewise.
+ * @return 0 when the server answered Access-Accept, else -1. Refused arguments are logged at level
+ *         128.
  */
 LANYARD_API int radChapAuthAndGetAttributes(const char *userName, const uint8_t *chapPassword,
                                             int chapPasswordLen, const uint8_t *chapChallenge,
@@ -129,34 +154,34 @@ LANYARD_API int radChapAuthAndGetAttributes(const char *userName, const uint8_t 
                                             int *sessionTimeout);
 
 /**
- * Computes an NT-Response (RFC 2433 section A.5), with RAD_OPTION_BUILTIN_NT_RESPONSE in the
- * process: then the challenge may hold any octet and the user name is not looked at. Else with the
- * device's program "/nexa2.0/bin/orvane_getNTResponse", through the file "/tmp/mschap_" and the
- * user name.
+ * Computes an NT-Response (RFC 2433 section A.5).
  *
- * Any number of threads and processes may ask for one user name: the runs for it exclude each
- * other, and a call waits 30 seconds at most for its turn. The lock stands in the folder "lanyard-"
- * and the user's number, which nobody else can enter (docs/methods.md says where). Whatever lies at
- * the path of the file is removed before the program runs. What lies there afterwards is read only
- * from a regular file with one name that belongs to this process's user or to root. When the turn
- * does not come, the file cannot be removed, or what lies there is something else, that is logged
- * at level 8.
+ * With RAD_OPTION_BUILTIN_NT_RESPONSE it computes it in the process. Without, it runs the device's
+ * program "/nexa2.0/bin/orvane_getNTResponse", which writes the response to the file "/tmp/mschap_"
+ * plus the user name.
  *
- * @param password    clear text, UTF-8 of at most 256 characters; not NULL, and so are the others.
- * @param ntResponse  receives 24 octets; untouched when the program left no file, or one that is
- *                    not read, and in the process when the password is not of that kind.
- * @param challenge   8 octets, none of them 0: they become an argument of the program.
- * @param userName    part of the file's name: no slash.
- * @return the result of removing the file, 0 on success; -1 when the program could not be run or an
- *         argument is refused; 0, without output, when there is no memory, no turn or no file that
- *         is read. In the process 0, but -1 for NULL.
+ * Runs of the program for the same user name take turns, between threads and between processes; a
+ * call waits at most 30 seconds for its turn. The lock is a file in a folder that only this user
+ * can enter (docs/methods.md). The call removes what is at the path of the response before it runs
+ * the program. Afterwards it reads only a regular file with a single name that belongs to the user
+ * of the process or to root. No turn, a file that cannot be removed, and anything else at the path
+ * are logged at level 8.
+ *
+ * @param password    clear text, UTF-8 of at most 256 characters.
+ * @param ntResponse  receives 24 bytes. Unchanged when the program left no file that can be read;
+ *                    in the process, when the password is not as above.
+ * @param challenge   8 bytes. For the program none may be 0, since they are one of its arguments.
+ * @param userName    no slash, as it is part of a file name. Not used in the process.
+ * @return in the process 0. With the program the result of removing the file, 0 on success; 0,
+ *         without a response, when memory is exhausted, the turn does not come or there is no file
+ *         that can be read; -1 when the program could not be run or an argument is refused.
  */
 LANYARD_API int radMschapNtResponse(const char *password, uint8_t *ntResponse,
                                     const uint8_t *challenge, const char *userName);
 
 /**
- * Authenticates a user with MS-CHAP (RFC 2433, RFC 2548 section 2.1). Prints one line on
- * acceptance, logs one at level 8 otherwise.
+ * Authenticates a user with MS-CHAP (RFC 2433, RFC 2548 section 2.1). Prints one line when the user
+ * is accepted, else logs one at level 8.
  *
  * @param userName  at most 64 characters.
  * @param password  clear text.
@@ -165,26 +190,28 @@ LANYARD_API int radMschapNtResponse(const char *password, uint8_t *ntResponse,
 LANYARD_API int radMschap(const char *userName, const char *password);
 
 /**
- * As radMschap(), with the line of acceptance at level 128 and the limits of an accept handed back.
+ * Authenticates a user with MS-CHAP and returns the limits of an accept. Logs the acceptance at
+ * level 128, other outcomes as radMschap(), and prints the string attributes of an accept.
  *
- * @param idleMinutes     receives Idle-Timeout in minutes, rounded up; untouched when the reply has
- *                        none.
+ * @param userName        as for radMschap().
+ * @param password        as for radMschap().
+ * @param idleMinutes     receives Idle-Timeout in minutes, rounded up; unchanged when the reply has
+ *                        none. NULL: not wanted.
  * @param sessionMinutes  receives Session-Timeout, likewise.
+ * @return 0 when the server answered Access-Accept, else -1.
  */
 LANYARD_API int radMschapAndGetAttributes(const char *userName, const char *password,
                                           uint32_t *idleMinutes, uint32_t *sessionMinutes);
 
 /**
- * Makes a Peer-Challenge and the NT-Response to it (RFC 2759 section 8.1).
+ * Makes a Peer-Challenge and the NT-Response to it (RFC 2759 section 8.1). The challenge hash is
+ * that of SHA1Init(), or with RAD_OPTION_STANDARD_SHA1 that of the published SHA-1.
  *
- * The challenge hash is taken with SHA1Init() and its family, or with the published SHA-1 when
- * RAD_OPTION_STANDARD_SHA1 is set.
- *
- * @param ntResponse     receives 24 octets.
- * @param peerChallenge  receives 16 random octets.
+ * @param ntResponse     receives 24 bytes.
+ * @param peerChallenge  receives 16 random bytes.
  * @param userName       user name.
  * @param password       clear text, UTF-8.
- * @param authChallenge  16 octets: Authenticator-Challenge.
+ * @param authChallenge  16 bytes: Authenticator-Challenge.
  * @return as radMschapNtResponse().
  */
 LANYARD_API int generateMschapv2Response(uint8_t *ntResponse, uint8_t *peerChallenge,
@@ -192,9 +219,9 @@ LANYARD_API int generateMschapv2Response(uint8_t *ntResponse, uint8_t *peerChall
                                          const uint8_t *authChallenge);
 
 /**
- * Authenticates a user with MS-CHAPv2 (RFC 2759, RFC 2548 section 2.3). Prints one line on
- * acceptance; otherwise it logs one at level 8 and prints every MS-MPPE-Recv-Key of the reply.
- * Standard servers accept only with RAD_OPTION_STANDARD_SHA1 set.
+ * Authenticates a user with MS-CHAPv2 (RFC 2759, RFC 2548 section 2.3). Prints one line when the
+ * user is accepted, else logs one at level 8 and prints every MS-MPPE-Recv-Key of the reply.
+ * Standard servers accept nobody unless RAD_OPTION_STANDARD_SHA1 is set.
  *
  * A RESULT OF 0 IS NO ACCEPT WHEN THE REPLY IS A REFUSAL WHOSE LAST VENDOR-SPECIFIC ATTRIBUTE IS AN
  * MS-MPPE-RECV-KEY. LET A USER IN BY THE CODE OF THE REPLY, NOT BY THE 0 ALONE:
@@ -212,77 +239,25 @@ LANYARD_API int generateMschapv2Response(uint8_t *ntResponse, uint8_t *peerChall
 LANYARD_API int radMschapv2(const char *userName, const char *password);
 
 /**
- * As radMschapv2(), with the line of acceptance at level 128 and the limits of an accept handed
- * back. HERE TOO 0 IS NO ACCEPT WITHOUT THE CODE OF ONE.
+ * Authenticates a user with MS-CHAPv2 and returns the limits of an accept. Logs the acceptance at
+ * level 128, other outcomes as radMschapv2(), and prints the string attributes of an accept. HERE
+ * TOO 0 IS NO ACCEPT WITHOUT THE CODE OF ONE.
  *
- * @param idleMinutes     receives Idle-Timeout in minutes, rounded up; untouched when the reply has
- *                        none.
+ * @param userName        as for radMschapv2().
+ * @param password        as for radMschapv2().
+ * @param idleMinutes     receives Idle-Timeout in minutes, rounded up; unchanged when the reply has
+ *                        none. NULL: not wanted.
  * @param sessionMinutes  receives Session-Timeout, likewise.
+ * @return as radMschapv2().
  */
 LANYARD_API int radMschapv2AndGetAttributes(const char *userName, const char *password,
                                             uint32_t *idleMinutes, uint32_t *sessionMinutes);
 
-/**
- * Entry points of the command-line programs: they parse the arguments, start the library from the
- * file of -f or "/var/radius.conf", and run one method. The library stays started.
- *
- * @param argc  number of arguments, program name included.
- * @param argv  the arguments: [-v] [-f confFile] username password; -v is accepted and ignored.
- * @return the method's result; -1 for a usage error, a missing option value or a failed start.
- */
-LANYARD_API int radAuthSampleMain(int argc, char *argv[]);
-
-/** As radAuthSampleMain(), over radAuthCheckAllServer(): it says what went wrong at level 128 only.
- */
-LANYARD_API int radAuthSampleMainCheckAllServer(int argc, char *argv[], int32_t *results);
-
-/** As radAuthSampleMain(), over radAuthAndGetAttributes(). */
-LANYARD_API int radAuthSampleMainCaptivePortal(int argc, char *argv[], uint32_t *idleMinutes,
-                                               uint32_t *sessionMinutes);
-
-/** As radAuthSampleMain(), over radChapRespMake() and radChapAuth(). */
-LANYARD_API int radChapSampleMain(int argc, char *argv[]);
-
-/**
- * As radAuthSampleMain(), over radChapRespMake() and radChapAuthAndGetAttributes(). All but a
- * missing option value is told at level 128.
- */
-LANYARD_API int radChapSampleMainCaptivePortal(int argc, char *argv[], int *idleMinutes,
-                                               int *sessionMinutes);
-
-/** As radAuthSampleMain(), over radMschap(). */
-LANYARD_API int radMschapSampleMain(int argc, char *argv[]);
-
-/** As radAuthSampleMain(), over radMschapAndGetAttributes(). */
-LANYARD_API int radMschapSampleMainCaptivePortal(int argc, char *argv[], uint32_t *idleMinutes,
-                                                 uint32_t *sessionMinutes);
-
-/** As radAuthSampleMain(), over radMschapv2(), WHOSE 0 IS NO ACCEPT WITHOUT THE CODE OF ONE. */
-LANYARD_API int radMschapv2SampleMain(int argc, char *argv[]);
-
-/** As radAuthSampleMain(), over radMschapv2AndGetAttributes(), WHOSE 0 IS NO ACCEPT WITHOUT THE CODE
- * OF ONE. */
-LANYARD_API int radMschapv2SampleMainCaptivePortal(int argc, char *argv[], uint32_t *idleMinutes,
-                                                   uint32_t *sessionMinutes);
-
-/** As radAuthSampleMain(), over radAcct(): [-v] [-f confFile] [-s status]; the status is 0 without
- * -s. */
-LANYARD_API int radAcctSampleMain(int argc, char *argv[]);
-
-/** Does nothing. @return 0. */
-LANYARD_API int radAuthSampleInit(void);
-
-/** Does nothing. @return 0. */
-LANYARD_API int radChapSampleInit(void);
-
-/** Does nothing. @return 0. */
-LANYARD_API int radMschapSampleInit(void);
-
-/** Does nothing. @return 0. */
-LANYARD_API int radAcctSampleInit(void);
-
 #ifdef __cplusplus
 }
 #endif
+
+// Programs that include this header alone use what sample.h declares.
+#include <lanyard/radius/sample.h>
 
 #endif
