@@ -16,11 +16,11 @@ constexpr size_t kAttributeMax = 255;
 // Bytes of an integer, address or date.
 constexpr size_t kNumberSize = 4;
 
-// Decodes the attributes of a packet into a new list. On failure, which is logged as radPairGen's,
-// the list is empty.
-bool decodeAttributes(std::span<const uint8_t> attributes, RadPair **list);
+// Decodes the attributes of a packet into a new list, and logs as radPairGen(). On failure the list is
+// empty.
+[[nodiscard]] bool decodeAttributes(std::span<const uint8_t> attributes, RadPair **list);
 
-// radPairGen's message about a length field that its attributes do not add up to.
+// radPairGen()'s message for attributes that do not add up to the length field.
 void logLengthMismatch();
 
 }  // namespace lanyard

@@ -1,4 +1,4 @@
-// From the attributes of a received packet to a pair list (RFC 2865 section 5).
+// Decodes the attributes of a received packet into a pair list (RFC 2865 section 5).
 #include <algorithm>
 #include <cstring>
 
@@ -19,20 +19,20 @@ bool isKnownType(const RadDictAttr &attribute) {
     return attribute.type >= RAD_TYPE_STRING && attribute.type <= RAD_TYPE_DATE;
 }
 
-// A string attribute. An empty one is text that starts where its value would: it runs to the next
-// NUL of the packet, or to the packet's end.
+// A string attribute. Given: the value of an empty one is the text that follows it, to the next NUL
+// or the end of the packet.
 PartitionPtr<RadPair> stringPair(const RadDictAttr &attribute, std::span<const uint8_t> value,
-                                 std::span<const uint8_t> behind) {
+                                 std::span<const uint8_t> following) {
     if (value.empty()) {
-        value = behind.first(static_cast<size_t>(
-            std::distance(behind.begin(), std::find(behind.begin(), behind.end(), 0))));
+        value = following.first(static_cast<size_t>(
+            std::distance(following.begin(), std::find(following.begin(), following.end(), 0))));
     }
     return value.empty() ? newPair(attribute, "", 0)
                          : newPair(attribute, value.data(), static_cast<int>(value.size()));
 }
 
-// Decodes the next attribute. An attribute that runs past the end of the packet is announced like
-// any other, but not decoded: the caller finds the reader failed.
+// Decodes the next attribute. One that runs past the end of the packet is logged like any other, but
+// not decoded; the caller sees that the reader failed.
 bool decodeAttribute(ByteReader &reader, PairAppender &list) {
     const uint8_t type = reader.u8();
     const uint8_t length = reader.u8();
@@ -68,7 +68,7 @@ bool decodeAttribute(ByteReader &reader, PairAppender &list) {
     return !reader.ok() || list.append(newPair(*attribute, &number, kNumberSize));
 }
 
-// What radPairLocate() checks of an attribute that it passes or finds.
+// What radPairLocate() checks of each attribute.
 bool isPlausible(uint8_t type, uint8_t length) {
     constexpr const char *kLocateTag = "radPairLocate";
     if (length < kAttributeHeaderSize) {

@@ -20,8 +20,8 @@ bool isNumber(int32_t type) {
 int assignString(RadPair &pair, const void *value, int len) {
     const size_t length =
         len > 0 ? static_cast<size_t>(len) : std::strlen(static_cast<const char *>(value));
-    // Text with a negative length is cut, and its full length recorded; text with length 0 is
-    // refused when it is too long. The difference is on purpose.
+    // Given: with length 0 text that is too long is refused, with a negative one it is cut and its
+    // full length recorded.
     if (length > RAD_VALUE_MAX && len >= 0) {
         radLogAs("radPairAssign", kLogError, "radPairAssign: bad attribute value length\n");
         return -1;
@@ -42,8 +42,8 @@ void wipeAndFree(RadPair *pair) {
     palMemPartFree(radMemPartId, pair);
 }
 
-// The link that leads to a pair: the list's own pointer or the `next` of the pair before it. Null
-// when the pair is not in the list.
+// The pointer to a pair: the list itself or the `next` of the pair before. Null when the pair is not
+// in the list.
 RadPair **linkTo(RadPair **list, const RadPair *pair) {
     for (RadPair **link = list; *link; link = &(*link)->next) {
         if (*link == pair) {
@@ -117,7 +117,7 @@ int radPairInsert(RadPair **list, RadPair *after, RadPair *pair) {
     RadPair **end = list;
     for (; *end; end = &(*end)->next) {
         if (*end == pair) {
-            return -1;  // the last pair of this very list, which would become its own successor
+            return -1;  // it would become its own successor
         }
     }
     *end = pair;

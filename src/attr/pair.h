@@ -1,4 +1,4 @@
-// Making pairs, inside of the library.
+// Making pairs and lists of them inside the library.
 #ifndef LANYARD_ATTR_PAIR_H
 #define LANYARD_ATTR_PAIR_H
 
@@ -9,17 +9,18 @@
 
 namespace lanyard {
 
-// radPairNew() for an attribute that has been looked up already.
-PartitionPtr<RadPair> newPair(const RadDictAttr &attribute, const void *value, int length);
+// radPairNew() for an attribute that has been looked up.
+[[nodiscard]] PartitionPtr<RadPair> newPair(const RadDictAttr &attribute, const void *value,
+                                            int length);
 
-// Appends pairs to a list without walking it. Nobody else changes the list meanwhile.
+// Appends pairs to a list without walking it. Nothing else may change the list meanwhile.
 class PairAppender {
   public:
-    // `list` names an empty list.
+    // `list` is empty.
     explicit PairAppender(RadPair **list) : end_(list) {}
 
-    // False for a null pair.
-    bool append(PartitionPtr<RadPair> pair) {
+    // False for null.
+    [[nodiscard]] bool append(PartitionPtr<RadPair> pair) {
         if (!pair) {
             return false;
         }

@@ -1,4 +1,4 @@
-// An owner of pair lists.
+// The owner of a pair list.
 #ifndef LANYARD_ATTR_PAIR_LIST_H
 #define LANYARD_ATTR_PAIR_LIST_H
 
@@ -10,7 +10,6 @@
 
 namespace lanyard {
 
-// A pair list that is freed at the end.
 class PairList {
   public:
     PairList() = default;

@@ -14,14 +14,14 @@
 namespace lanyard {
 namespace {
 
-// The longest line: name and ": ", "0x", a full value at eight digits an octet, newline, NUL.
+// The longest line: name and ": ", "0x", a full value at eight digits a byte, newline, NUL.
 constexpr size_t kNameBound = RAD_NAME_MAX + 2;
 constexpr size_t kLineSize = kNameBound + 2 + size_t{RAD_VALUE_MAX} * 8 + 2;
 
-// A line under construction; its bounds are those of the longest line.
+// A line of output.
 class Line {
   public:
-    // The bound counts the NUL, so the blank behind a name of 32 characters is cut.
+    // Given: the bound counts the NUL, so the blank after a name of 32 characters is cut.
     explicit Line(const char *name) {
         const int length = std::snprintf(text_.data(), kNameBound, "%s: ", name);
         length_ = std::min(static_cast<size_t>(length), kNameBound - 1);
@@ -43,26 +43,26 @@ class Line {
     size_t length_ = 0;
 };
 
-std::span<const char> octetsOf(const RadPair &pair) {
+std::span<const char> bytesOf(const RadPair &pair) {
     return std::span(pair.strValue).first(std::min<size_t>(pair.numValue, RAD_VALUE_MAX));
 }
 
-void addText(Line &line, std::span<const char> octets) {
-    for (const char &octet : octets) {
+void addText(Line &line, std::span<const char> bytes) {
+    for (const char &byte : bytes) {
         // A NUL adds nothing to a line that is printed as text.
-        if (octet != '\0') {
-            line.add({&octet, 1});
+        if (byte != '\0') {
+            line.add({&byte, 1});
         }
     }
 }
 
-// Octets are signed here: from 0x80 on they show eight digits. Readers of this display expect it.
-void addHex(Line &line, std::span<const char> octets) {
+// Given: bytes are signed, so that from 0x80 on they have eight digits.
+void addHex(Line &line, std::span<const char> bytes) {
     line.add("0x");
-    for (const char octet : octets) {
+    for (const char byte : bytes) {
         std::array<char, 9> digits{};
         // NOLINTNEXTLINE(bugprone-signed-char-misuse, cert-str34-c): the sign is what is shown.
-        const int value = static_cast<signed char>(octet);
+        const int value = static_cast<signed char>(byte);
         const int length =
             std::snprintf(digits.data(), digits.size(), "%02x", static_cast<unsigned>(value));
         line.add({digits.data(), static_cast<size_t>(length)});
@@ -98,9 +98,9 @@ int radPairShow(const RadPair *pair) {
     }
     Line line(pair->name);
     if (pair->attrNum == RAD_ATTR_REPLY_MESSAGE) {
-        addText(line, octetsOf(*pair));
+        addText(line, bytesOf(*pair));
     } else {
-        addHex(line, octetsOf(*pair));
+        addHex(line, bytesOf(*pair));
     }
     std::printf("%s", line.finish());
     return 0;

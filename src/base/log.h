@@ -1,5 +1,4 @@
-// The one way in which the library leaves a message. The platform adds nothing that these macros do
-// not hand over: module, level, function and line.
+// Messages to the OS layer's log: module, level, function, line and text.
 #ifndef LANYARD_BASE_LOG_H
 #define LANYARD_BASE_LOG_H
 
@@ -9,7 +8,7 @@ namespace lanyard {
 
 enum LogModule { kModuleLibrary = 7, kModuleDevice = 8 };
 
-// Levels are single bits; the platform shows the first three unless it is told otherwise.
+// Levels are single bits. The OS layer shows the first three by default.
 enum LogLevel {
     kLogMemory = 4,    // out of memory
     kLogError = 8,     // errors and rejected input
@@ -20,14 +19,14 @@ enum LogLevel {
 
 }  // namespace lanyard
 
-// A message of the library.
+// Logs a message of the library.
 #define radLog(level, ...) radLogAs(__func__, level, __VA_ARGS__)
 
-// The same for helpers: `function` is the public function that they work for.
+// The same for a helper; `function` is the public function that it works for.
 #define radLogAs(function, level, ...) \
     palModuleDebug(lanyard::kModuleLibrary, (level), (function), __LINE__, __VA_ARGS__)
 
-// Their twins for the EAP relay and the database functions.
+// The same for the EAP relay and the database functions.
 #define radDeviceLog(level, ...) radDeviceLogAs(__func__, level, __VA_ARGS__)
 #define radDeviceLogAs(function, level, ...) \
     palModuleDebug(lanyard::kModuleDevice, (level), (function), __LINE__, __VA_ARGS__)

@@ -1,4 +1,4 @@
-// The library's memory partition. A host may bring its own, which is then never destroyed here.
+// The library's memory partition. One that the program brings is never destroyed here.
 #include <lanyard/radius/frame.h>
 #include <palcore.h>
 

@@ -1,4 +1,4 @@
-// Options of the library as a whole: plain integers, 0 unless a host sets them.
+// Options of the whole library: integers, 0 until the program sets them.
 #include <array>
 #include <atomic>
 

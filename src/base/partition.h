@@ -1,5 +1,5 @@
-// Owners of memory from the library's partition. Every allocation is held by one of these until it
-// is handed over with release().
+// Owners of memory from the library's partition. Every block has one until it is given to the caller
+// with release().
 #ifndef LANYARD_BASE_PARTITION_H
 #define LANYARD_BASE_PARTITION_H
 
@@ -24,8 +24,9 @@ using PartitionPtr = std::unique_ptr<T, PartitionDeleter>;
 
 // A zeroed record; null when memory is exhausted.
 template <typename T>
-requires std::is_trivially_copyable_v<T> PartitionPtr<T> allocateRecord() {
-    static_assert(alignof(T) <= 8, "a partition aligns its blocks to 8 octets");
+requires std::is_trivially_copyable_v<T>
+[[nodiscard]] PartitionPtr<T> allocateRecord() {
+    static_assert(alignof(T) <= 8, "a partition aligns its blocks to 8 bytes");
     void *block = palMemPartAlloc(radMemPartId, sizeof(T));
     if (block) {
         std::memset(block, 0, sizeof(T));
@@ -33,8 +34,8 @@ requires std::is_trivially_copyable_v<T> PartitionPtr<T> allocateRecord() {
     return PartitionPtr<T>(static_cast<T *>(block));
 }
 
-// Zeroed octets; null when memory is exhausted.
-inline PartitionPtr<uint8_t[]> allocateBytes(size_t size) {
+// Zeroed bytes; null when memory is exhausted.
+[[nodiscard]] inline PartitionPtr<uint8_t[]> allocateBytes(size_t size) {
     if (size > std::numeric_limits<uint32_t>::max()) {
         return nullptr;
     }
@@ -45,7 +46,7 @@ inline PartitionPtr<uint8_t[]> allocateBytes(size_t size) {
     return PartitionPtr<uint8_t[]>(static_cast<uint8_t *>(block));
 }
 
-// Scratch octets that hold a secret or a password: wiped before they are released.
+// Wipes a block before it frees it.
 struct WipingDeleter {
     size_t size = 0;
 
@@ -55,14 +56,16 @@ struct WipingDeleter {
     }
 };
 
+// Scratch memory for a secret or a password.
 using SecretBytes = std::unique_ptr<uint8_t[], WipingDeleter>;
 
-inline SecretBytes allocateSecret(size_t size) {
+// Zeroed bytes; null when memory is exhausted.
+[[nodiscard]] inline SecretBytes allocateSecret(size_t size) {
     return SecretBytes(allocateBytes(size).release(), WipingDeleter{size});
 }
 
 // A copy of a text; null when memory is exhausted.
-inline PartitionPtr<char> copyText(const char *text) {
+[[nodiscard]] inline PartitionPtr<char> copyText(const char *text) {
     return PartitionPtr<char>(palMemPartStrDup(radMemPartId, text));
 }
 

@@ -9,7 +9,7 @@
 
 namespace lanyard {
 
-// The number that a text starts with, as atoi() has it: 0 where there is none.
+// The number that a text starts with, as atoi(): 0 when there is none.
 inline int decimalValue(const char *text) {
     return static_cast<int>(std::strtol(text, nullptr, 10));
 }
@@ -18,7 +18,7 @@ inline bool startsWithDigit(const char *text) {
     return std::isdigit(static_cast<unsigned char>(text[0])) != 0;
 }
 
-// What a message shows for a text that may be absent.
+// What a message shows for a text that may be null.
 inline const char *shownText(const char *text) {
     return text ? text : "(null)";
 }
@@ -27,8 +27,8 @@ inline const char *shownSecret(const char *secret) {
     return secret ? secret : "NO";
 }
 
-// The system's text for an error number; any number of threads may ask. Of the two kinds of
-// strerror_r() one yields the text, the other a status and the text in the buffer.
+// The system's text for an error number, in any thread. There are two kinds of strerror_r(): one
+// returns the text, the other a status and the text in the buffer.
 class ErrorText {
   public:
     explicit ErrorText(int error)

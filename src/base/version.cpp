@@ -1,4 +1,4 @@
-// What the library says of itself.
+// The library's version and default path.
 #include <cstdio>
 
 #include <lanyard/radius/frame.h>

@@ -1,8 +1,8 @@
-// Reading and writing octets from outside, always within bounds. Numbers are most significant octet
-// first, as every protocol of this library has them.
+// Reading and writing the bytes of a packet, always within bounds. Numbers are most significant byte
+// first.
 //
-// A read or write that does not fit does nothing, yields zero or an empty span, and makes ok()
-// false from then on: a parser may run to its end and ask once.
+// A read or write that does not fit does nothing, returns zero or an empty span, and makes ok() false
+// for good, so that a parser may run to its end and ask once.
 #ifndef LANYARD_BASE_WIRE_H
 #define LANYARD_BASE_WIRE_H
 
@@ -56,7 +56,7 @@ class ByteWriter {
     bool ok() const { return ok_; }
     size_t left() const { return left_.size(); }
 
-    // The next `count` octets, for the caller to fill.
+    // The next `count` bytes, for the caller to fill.
     std::span<uint8_t> claim(size_t count) {
         if (count > left_.size()) {
             ok_ = false;

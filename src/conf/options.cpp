@@ -1,4 +1,4 @@
-// The option table of the configuration and the three plain options: dictionary, time-out, retries.
+// The table of options, and three of them: dictionary, time-out, retries.
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/dict.h>
 #include <palcore.h>

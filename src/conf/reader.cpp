@@ -1,4 +1,4 @@
-// The configuration file: one option a line, a keyword and its value.
+// The configuration file: an option a line, keyword and value.
 #include <array>
 #include <cctype>
 #include <cerrno>
@@ -34,7 +34,7 @@ int applyLine(char *line, int lineNumber, const char *path) {
                  line);
         return -1;
     }
-    // A line without a separator has the empty value, which every option refuses.
+    // Without a separator the value is empty, which every option refuses.
     char *value = line + keywordLength;
     if (*value) {
         *value++ = '\0';
@@ -51,8 +51,8 @@ int applyLine(char *line, int lineNumber, const char *path) {
     }
     radLogAs(kTag, kLogTrace, "Setting Option %s with value %s\n", line, value);
     if (option->set(value) != 0) {
-        // An option that holds a value after the failed call is called a duplicate, also when it
-        // was this very line that set it before it failed.
+        // Given: an option that has a value after the failure counts as a duplicate, also when this
+        // line set it before it failed.
         radLogAs(kTag, kLogError,
                  "radConfigure: %s: line %d: failed to set %soption : %s with value : %s\n", path,
                  lineNumber, option->value ? "duplicate " : "", line, value);
@@ -69,8 +69,8 @@ int readLines(FILE *file, const char *path, Line &line) {
         if (line[0] == '\n' || line[0] == '#' || line[0] == '\0') {
             continue;
         }
-        // The last character goes whatever it is: a last line without a newline loses a real one,
-        // and so does each piece of a line that is longer than the buffer.
+        // Given: cuts the last character without looking at it. A last line without a newline loses
+        // a real one, and so does each piece of a line longer than the buffer.
         line[std::strlen(line.data()) - 1] = '\0';
         if (applyLine(line.data(), lineNumber, path) != 0) {
             return -1;
@@ -93,7 +93,7 @@ int readFile(const char *path) {
     return status;
 }
 
-// A free slot is no server: the configured ones are those with a host, as many as the count says.
+// Skips empty slots. Looks at as many servers as the count says.
 bool allHaveSecrets(const ServerSlots &servers, uint32_t count) {
     for (const RadServer &server : servers) {
         if (count == 0) {

@@ -11,8 +11,8 @@
 namespace lanyard {
 namespace {
 
-// The fields of one entry. -1 is both "not given" and what a field may say, so a time-out or retry
-// count of -1 leaves its place open for the next field, on purpose.
+// The fields of one entry. Given: -1 means "not given", so a time-out or retry count of -1 leaves its
+// place to the next field.
 struct Entry {
     const char *host = nullptr;
     int port = -1;
@@ -43,8 +43,7 @@ bool parseCount(const char *field, const char *what, const Entry &entry, int &co
     return true;
 }
 
-// Takes one field; numbers are taken only while another field follows, so the last one is the
-// secret.
+// Takes one field. The last one is never a number: it is the secret.
 bool parseField(const char *field, bool followedByMore, Entry &entry) {
     if (!entry.host) {
         entry.host = field;
@@ -62,7 +61,7 @@ bool parseField(const char *field, bool followedByMore, Entry &entry) {
     return true;
 }
 
-// Takes an entry apart in place.
+// Splits an entry in place.
 bool parseEntry(char *text, Entry &entry) {
     char *position = nullptr;
     const char *field = strtok_r(text, ":", &position);
@@ -112,7 +111,7 @@ int radConfSetServers(const char *text, uint32_t type) {
     return 0;
 }
 
-// The empty text is a list of nothing for radConfSetServers(), but no value for an option.
+// radConfSetServers() accepts the empty text; as the value of an option it is refused.
 int radConfSetAuthServ(const char *text) {
     if (!text || !*text || radConf.options[RAD_CONF_AUTH_SERVERS].value) {
         return -1;

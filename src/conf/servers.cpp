@@ -1,6 +1,5 @@
-// The two server lists. Accounting servers fill their slots from the first on; authentication
-// servers may leave holes when they are deleted one by one, and a new one takes the lowest free
-// slot.
+// The two server lists. A new authentication server takes the lowest free slot, as they are deleted
+// one by one. Accounting servers fill their slots in order.
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -17,7 +16,7 @@
 namespace lanyard {
 namespace {
 
-// The UDP port of a service in the services database, or the default where it is not listed.
+// The UDP port of a service in the services database, else the default.
 uint16_t servicePort(const char *service, uint16_t defaultPort) {
     std::array<char, 1024> buffer{};
     servent entry{};
@@ -29,8 +28,7 @@ uint16_t servicePort(const char *service, uint16_t defaultPort) {
     return ntohs(static_cast<uint16_t>(found->s_port));
 }
 
-// A server in a slot that holds nothing. A secret that could not be copied is missing from then on,
-// and the exchange says so.
+// Puts a server into a free slot. Without memory for the secret it has none, which a request reports.
 void fillSlot(RadServer &server, char *host, uint16_t defaultPort, int port, int timeout,
               int retries, const char *secret, const char *extra) {
     server = {.host = host,
@@ -59,8 +57,8 @@ void clearSlot(RadServer &server) {
     server = kFreeSlot;
 }
 
-// Every slot is released, not only those that the count covers: after a delete that matched no
-// server the count is lower than the number of slots in use.
+// Clears every slot, as after a delete that matched no server the count is lower than the number of
+// slots in use.
 void clearSlots(ServerSlots &servers) {
     for (RadServer &server : servers) {
         clearSlot(server);
@@ -77,8 +75,7 @@ RadServer *freeSlot(ServerSlots &servers) {
     return nullptr;
 }
 
-// The first slot that matches, or the last one when none does: deletes and row identities fall back
-// to it on purpose.
+// The first slot that matches. Given: the last slot when none does.
 template <typename Matches>
 RadServer &findOrLast(Matches matches) {
     auto &servers = radConf.authServers;

@@ -18,7 +18,7 @@ int radLibInit(const char *confFile) {
     if (radLibInitDone) {
         return 0;
     }
-    // A partition that cannot be created shows in the allocations that follow.
+    // Without a partition memory comes from the process heap.
     radMemInit(RAD_PARTITION_SIZE);
     radCryptoInit();
     if (confFile && radConfigure(confFile) != 0) {

@@ -1,4 +1,4 @@
-// The configuration record that the files of this folder share.
+// The configuration, as the files of this folder share it.
 #ifndef LANYARD_CONF_STORE_H
 #define LANYARD_CONF_STORE_H
 
@@ -9,7 +9,7 @@
 
 namespace lanyard {
 
-// One option of the configuration file. `value` is what radConfGet() yields, null while unset.
+// One option of the configuration file. `value` is what radConfGet() returns, null while unset.
 struct ConfOption {
     const char *keyword;
     void *value;

@@ -1,4 +1,4 @@
-// Changes of the table "radiusClient": authentication servers come, change and go.
+// Changes of the table "radiusClient": inserts, updates and deletes of authentication servers.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char *kTag = "radiusAuthServerHandler";
 
-// The text of a server entry carries a secret.
+// The text of a server entry holds a secret.
 struct WipingSystemDeleter {
     void operator()(char *text) const {
         explicit_bzero(text, std::strlen(text));
@@ -33,9 +33,8 @@ EntryText formatEntry(const ServerRow &server) {
     return EntryText(length < 0 ? nullptr : text);
 }
 
-// Brings the change into the configuration. The row's identity goes to the server that has the name
-// `host`, which after an update is the old one, on purpose: the identity of a renamed server falls
-// to the last slot.
+// Applies the change to the configuration. Given: after an update the row's identity goes to the
+// server with the old host, so that of a renamed server goes to the last slot.
 int applyEntry(int opCode, const char *entry, const char *host, const char *oldHost, int32_t rowKey,
                int32_t rowId) {
     switch (opCode) {

@@ -48,7 +48,7 @@ FILE *openNewFile() {
     return openConfFile(kNewFile);
 }
 
-// Writes every server, up to the first row that is none.
+// Writes the servers up to the first row that is none.
 int writeServers(FILE *file, const QueryResult &result) {
     palFilePrintf(file, "authserver        ");
     for (int32_t row = 0; row < result.rows; ++row) {

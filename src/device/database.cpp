@@ -1,4 +1,4 @@
-// The device's database: connections, start-up and shutdown, and reading of query results.
+// The device's database: connections, start and end, reading of query results.
 #include "device/database.h"
 
 #include <array>
@@ -17,13 +17,13 @@ struct SqliteFree {
     void operator()(char *text) const { sqlite3_free(text); }
 };
 
-// The database file; null while there is none.
+// Path of the database; null while there is none.
 std::unique_ptr<char, SqliteFree> databaseFile;
 
-// What the busy handler is told of who waits.
+// Who waits, for the busy handler.
 std::array<char, 32> busyContext{};
 
-// The daemon has another working folder, in which a relative name would be another file.
+// The full path, because a daemon has another working folder.
 const char *wholeName(sqlite3 *db, const char *file) {
     const char *whole = sqlite3_db_filename(db, "main");
     return whole && *whole ? whole : file;
@@ -49,12 +49,11 @@ int loadDictionary(sqlite3 *db) {
 
 }  // namespace
 
-// Writing is allowed, though nothing here writes: whoever opens the file next has to roll back a
-// transaction whose writer was killed.
+// Opened for writing, so that SQLite can roll back the transaction of a writer that was killed.
 Connection::Connection(const char *tag, const char *file) {
     sqlite3 *db = nullptr;
     const int status = sqlite3_open_v2(file, &db, SQLITE_OPEN_READWRITE, nullptr);
-    db_.reset(db);  // There is one to close also where it did not open.
+    db_.reset(db);  // to be closed also after a failure
     if (status != SQLITE_OK) {
         radDeviceLogAs(tag, kLogError, "unable to open the DB file %s\n", file);
         db_.reset();

@@ -1,4 +1,4 @@
-// What the files of this folder share: connections to the device's database, and query results.
+// Connections to the device's database, and query results.
 #ifndef LANYARD_DEVICE_DATABASE_H
 #define LANYARD_DEVICE_DATABASE_H
 
@@ -12,18 +12,18 @@ namespace lanyard {
 
 // A connection to the database, for one call.
 //
-// None outlives a call, because SQLite forbids to carry one through a fork(), and the relay becomes a
-// daemon after its start: in the child the locks are gone that SQLite believes to hold, and other
-// programs delete a write-ahead log that is in use.
+// None outlives a call: the relay becomes a daemon after its start, and SQLite forbids to carry a
+// connection through a fork(). The child would lose the locks, and other programs would delete a
+// write-ahead log in use.
 class Connection {
   public:
-    // Opens the file, which has to be there; logs under `tag` when it does not open.
+    // Opens the file, which has to exist; logs under `tag` when it does not open.
     Connection(const char *tag, const char *file);
-    // Opens the database of radiusMgmtInit(); says nothing when there is none.
+    // Opens the database of radiusMgmtInit(); logs nothing when there is none.
     explicit Connection(const char *tag);
 
     // Null when it is not open.
-    [[nodiscard]] sqlite3 *get() const { return db_.get(); }
+    sqlite3 *get() const { return db_.get(); }
 
   private:
     Connection() = default;
@@ -39,8 +39,7 @@ struct ResultDeleter {
     void operator()(char **table) const { sqlite3_free_table(table); }
 };
 
-// A whole query result in the shape of sqlite3_get_table(): the column names, then the values row
-// by row.
+// A query result as from sqlite3_get_table(): the column names, then the values row by row.
 struct QueryResult {
     std::unique_ptr<char *, ResultDeleter> table;
     int32_t columns = 0;
@@ -50,14 +49,14 @@ struct QueryResult {
     bool empty() const { return columns == 0 || rows == 0; }
 };
 
-// Runs a query on an open database, or with null on a database file.
-QueryResult runQuery(sqlite3 *db, const char *dbFile, const char *sql);
+// Runs a query on an open database, or when `db` is null on a database file.
+[[nodiscard]] QueryResult runQuery(sqlite3 *db, const char *dbFile, const char *sql);
 
-// The value of a column in a row, counted from 0, of a table as above; null when the column is
+// The value of a column in a row of such a table, rows counted from 0; null when the column is
 // missing or the value is NULL.
 const char *columnValue(char *const *table, int32_t columns, int32_t row, const char *name);
 
-// One authentication server as its database row has it.
+// The row of an authentication server.
 struct ServerRow {
     const char *host;
     const char *port;
@@ -66,9 +65,10 @@ struct ServerRow {
     const char *retries;
 };
 
-// Reads a server from a row of "radiusClient". False when a column is missing or NULL, or when host
-// or secret are empty: without them the server syntax would take another field for the secret.
-bool readServerRow(char *const *table, int32_t columns, int32_t row, ServerRow &server);
+// Reads a row of "radiusClient". False when a column is missing or NULL, or when host or secret are
+// empty: the server syntax would take another field for the secret then.
+[[nodiscard]] bool readServerRow(char *const *table, int32_t columns, int32_t row,
+                                 ServerRow &server);
 
 }  // namespace lanyard
 

@@ -1,4 +1,4 @@
-// Change notices of the device's database: each goes to the handler of its table.
+// Takes each change notice of the device's database to the handler of its table.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -21,7 +21,7 @@ struct SystemDeleter {
 
 using TextArray = std::unique_ptr<char *, SystemDeleter>;
 
-// The row as it was: strings laid end to end, first the column names, then the values.
+// The row as it was: texts one after the other, first the column names, then the values.
 class OldValues {
   public:
     OldValues(char *texts, uint32_t size) : texts_(texts, texts ? size : 0) {}
@@ -32,7 +32,7 @@ class OldValues {
         return static_cast<int32_t>(std::count(texts_.begin(), texts_.end(), '\0'));
     }
 
-    // Pointers to the strings, twice as many as there are columns; those that are missing are null.
+    // Pointers to the texts, twice as many as columns; null for missing ones.
     TextArray pointers(int32_t columns) const {
         const size_t size = 2 * static_cast<size_t>(columns);
         TextArray array(
@@ -69,7 +69,7 @@ QueryResult readRow(sqlite3 *db, const RadDbUpdateInfo &info) {
     return result;
 }
 
-// Hands the change to the handler of its table, if there is one.
+// Calls the handler of the table, if there is one.
 int dispatch(sqlite3 *db, const RadDbUpdateInfo &info, const QueryResult &result,
              char **oldValues) {
     for (const RadDbTable *table = handlers; table->name; ++table) {

@@ -1,5 +1,5 @@
-// The built-in dictionary. "Password" (2) and "NAS-Port-Id" (5) are this dictionary's own names for
-// User-Password and NAS-Port; dictionary files and log readers know them by these names.
+// The built-in dictionary. Given: it calls User-Password (2) "Password" and NAS-Port (5)
+// "NAS-Port-Id".
 #include "dict/builtin.h"
 
 namespace lanyard {

@@ -1,5 +1,4 @@
-// The dictionary that the library carries: definitions in the format of dictionary files, without
-// the keywords ATTRIBUTE and VALUE.
+// The built-in dictionary: lines of a dictionary file, without the keywords ATTRIBUTE and VALUE.
 #ifndef LANYARD_DICT_BUILTIN_H
 #define LANYARD_DICT_BUILTIN_H
 

@@ -1,6 +1,6 @@
-// The attribute dictionary: two lists with the newest definition at the head, so that a later
-// definition hides an earlier one of the same number, and an index over the numbers that fit the
-// type octet of an attribute, which is what the request path asks for.
+// The attribute dictionary: two lists, newest definition first, so that a later one hides an earlier
+// one of the same number; and an index by number for those that fit the type of an attribute, which
+// are all that requests look up.
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -19,12 +19,12 @@ namespace {
 
 RadDictAttr *attributes = nullptr;
 RadDictValue *values = nullptr;
-std::array<RadDictAttr *, 256> attributeByOctet{};
+std::array<RadDictAttr *, 256> attributeByNumber{};
 
 constexpr std::array<const char *, 4> kTypeNames = {"string", "integer", "ipaddr", "date"};
 
-// The first three words of a line. Splitting ends the copy behind its first word, which is
-// therefore what the messages show.
+// The first three words of a line. Splitting ends the copy after its first word. Given: so this is
+// what messages show.
 struct Words {
     explicit Words(const char *line) : copy(copyText(line)) {
         constexpr const char *kSeparators = " \t\n";
@@ -52,7 +52,7 @@ void copyName(char (&field)[size], const char *name) {
     std::memcpy(field, name, std::strlen(name) + 1);
 }
 
-// The type's number; -1 for a word that names none.
+// The number of a type; -1 for another word.
 int32_t typeNumber(std::string_view word) {
     for (size_t type = 0; type < kTypeNames.size(); ++type) {
         if (word == kTypeNames[type]) {
@@ -87,7 +87,7 @@ int loadBuiltin() {
     return 0;
 }
 
-// Takes one line of a dictionary file; what is no definition is ignored.
+// Takes one line of a dictionary file. Ignores what is no definition.
 int loadLine(const char *line, int lineNumber, const char *path) {
     constexpr std::string_view kAttribute = "ATTRIBUTE";
     constexpr std::string_view kValue = "VALUE";
@@ -124,8 +124,8 @@ int loadFile(const char *path) {
         if (line[0] == '#' || line[0] == '\n' || line[0] == '\0') {
             continue;
         }
-        // The last character goes whatever it is: a last line without a newline loses a real one,
-        // and so does each piece of a line that is longer than the buffer.
+        // Given: cuts the last character without looking at it. A last line without a newline loses
+        // a real one, and so does each piece of a line longer than the buffer.
         line[std::strlen(line.data()) - 1] = '\0';
         status = loadLine(line.data(), lineNumber, path);
     }
@@ -179,7 +179,7 @@ int radDictAddAttr(const char *line) {
     entry->next = attributes;
     attributes = entry.release();
     if (attributes->attrNum >= 0 && attributes->attrNum <= 255) {
-        attributeByOctet[static_cast<size_t>(attributes->attrNum)] = attributes;
+        attributeByNumber[static_cast<size_t>(attributes->attrNum)] = attributes;
     }
     return 0;
 }
@@ -202,7 +202,7 @@ int radDictAddValue(const char *line) {
         radLog(kLogError, "radDictAddValue: Attribute Name Too Long in: %s\n", shown);
         return -1;
     }
-    // The limit on names is put on the number too, with the message that speaks of the name.
+    // Given: the number has the limit of a name, and the message of one.
     if (!fits(number, RAD_NAME_MAX + 1) || !fits(valueName, sizeof(RadDictValue::valueName))) {
         radLog(kLogError, "radDictAddValue: Value Name Too Long in: %s\n", shown);
         return -1;
@@ -230,7 +230,7 @@ int radDictLoad(const char *path) {
 }
 
 int radDictUnload(void) {
-    attributeByOctet.fill(nullptr);
+    attributeByNumber.fill(nullptr);
     freeList(attributes);
     freeList(values);
     radLog(kLogTrace, "Unloaded RADIUS Dictionary\n");
@@ -239,7 +239,7 @@ int radDictUnload(void) {
 
 const RadDictAttr *radDictGetAttr(int32_t attrNum) {
     if (attrNum >= 0 && attrNum <= 255) {
-        return attributeByOctet[static_cast<size_t>(attrNum)];
+        return attributeByNumber[static_cast<size_t>(attrNum)];
     }
     const RadDictAttr *entry = attributes;
     while (entry && entry->attrNum != attrNum) {
