@@ -16,7 +16,7 @@
 #include "tests/interop/wait_until.h"
 #include "tools/file_descriptor.h"
 
-namespace lanyard::test {
+namespace lanyard::test::ending_test {
 namespace {
 
 class Ending : public EndToEnd {
@@ -109,4 +109,4 @@ TEST_F(Ending, IsNoMatterOfATerminalThatIsClosed) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::ending_test

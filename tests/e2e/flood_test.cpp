@@ -18,7 +18,7 @@
 #include "tools/file_descriptor.h"
 #include "tools/pnac_wired/eapol.h"
 
-namespace lanyard::test {
+namespace lanyard::test::flood_test {
 namespace {
 
 using pnac::Bytes;
@@ -157,4 +157,4 @@ TEST_F(Flood, OfNamesFromAnAddressEachIsAnsweredToTheEnd) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::flood_test

@@ -6,7 +6,7 @@
 
 #include "tests/e2e/end_to_end.h"
 
-namespace lanyard::test {
+namespace lanyard::test::login_test {
 namespace {
 
 class Login : public EndToEnd {
@@ -120,4 +120,4 @@ TEST_F(Login, IsRepeatedWhenTheServerWantsThat) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::login_test

@@ -8,7 +8,7 @@
 
 #include "tests/e2e/end_to_end.h"
 
-namespace lanyard::test {
+namespace lanyard::test::operation_test {
 namespace {
 
 using Operation = EndToEnd;
@@ -55,4 +55,4 @@ TEST_F(Operation, LetsFiftySupplicantsInAtOnce) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::operation_test

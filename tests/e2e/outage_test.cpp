@@ -10,7 +10,7 @@
 #include "tests/interop/silent_server.h"
 #include "tests/interop/wait_until.h"
 
-namespace lanyard::test {
+namespace lanyard::test::outage_test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -110,4 +110,4 @@ TEST_F(Outage, OfTheRelayTakesLessThanASecondWhileItWaitsForAServer) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::outage_test

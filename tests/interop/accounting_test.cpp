@@ -9,7 +9,7 @@
 
 #include "tests/interop/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::accounting_test {
 namespace {
 
 using testing::HasSubstr;
@@ -67,4 +67,4 @@ TEST_F(Accounting, NeedsAnAccountingServer) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::accounting_test

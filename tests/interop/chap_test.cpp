@@ -10,7 +10,7 @@
 
 #include "tests/interop/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::chap_test {
 namespace {
 
 using testing::HasSubstr;
@@ -130,4 +130,4 @@ TEST_F(Chap, LimitsOfARefusalStayUntouched) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::chap_test

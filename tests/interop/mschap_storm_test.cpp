@@ -16,7 +16,7 @@
 
 #include "tests/interop/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::mschap_storm_test {
 namespace {
 
 constexpr int kProcesses = 8;
@@ -133,4 +133,4 @@ TEST_P(MschapStorm, EveryLoginGetsItsOwnResult) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::mschap_storm_test

@@ -18,7 +18,7 @@
 
 #include "tests/interop/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::mschap_test {
 namespace {
 
 using testing::HasSubstr;
@@ -267,4 +267,4 @@ TEST_F(Mschap, KeysOfAnAcceptAreThoseThatThePasswordMakes) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::mschap_test

@@ -10,7 +10,7 @@
 
 #include "tests/interop/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::pap_test {
 namespace {
 
 using testing::HasSubstr;
@@ -172,4 +172,4 @@ TEST_F(Pap, WrongSharedSecretMeetsSilence) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::pap_test

@@ -9,7 +9,7 @@
 #include "tests/interop/child_process.h"
 #include "tests/interop/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::programs_test {
 namespace {
 
 using testing::EndsWith;
@@ -510,4 +510,4 @@ TEST_F(Programs, OptionsOfMschapStandInFrontOrNowhere) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::programs_test

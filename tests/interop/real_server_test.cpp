@@ -19,7 +19,7 @@
 
 #include "tests/interop/scratch_folder.h"
 
-namespace lanyard::test {
+namespace lanyard::test::real_server_test {
 namespace {
 
 bool portIsFree(uint16_t port) {
@@ -85,4 +85,4 @@ TEST(RealServer, EndsWithTheProcessThatStartedIt) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::real_server_test

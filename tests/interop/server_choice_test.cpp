@@ -10,7 +10,7 @@
 
 #include "tests/interop/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::server_choice_test {
 namespace {
 
 using testing::ElementsAre;
@@ -83,4 +83,4 @@ TEST_F(ServerChoice, AllServersAreAskedAndReportedInOrder) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::server_choice_test

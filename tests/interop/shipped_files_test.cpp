@@ -16,7 +16,7 @@
 
 #include "tests/interop/scratch_folder.h"
 
-namespace lanyard::test {
+namespace lanyard::test::shipped_files_test {
 namespace {
 
 using testing::SizeIs;
@@ -186,4 +186,4 @@ TEST_F(ShippedFiles, SampleConfigurationIsUsableWithEveryOptionTurnedOn) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::shipped_files_test

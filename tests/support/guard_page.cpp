@@ -1,22 +1,16 @@
 #include "tests/support/guard_page.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <system_error>
 #include <unistd.h>
+
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test {
 namespace {
 
 constexpr uint8_t kFiller = 0xa5;
-
-void check(bool succeeded, const char *what) {
-    if (!succeeded) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-}
 
 }  // namespace
 
@@ -28,10 +22,10 @@ GuardedBuffer::GuardedBuffer(size_t size, Edge edge)
       size_(size) {
     void *mapping =
         mmap(nullptr, usable_ + 2 * pageSize_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    check(mapping != MAP_FAILED, "mmap");
+    checked(mapping == MAP_FAILED ? -1 : 0, "mmap");
     mapping_ = static_cast<uint8_t *>(mapping);
     uint8_t *usable = mapping_ + pageSize_;
-    check(mprotect(usable, usable_, PROT_READ | PROT_WRITE) == 0, "mprotect");
+    checked(mprotect(usable, usable_, PROT_READ | PROT_WRITE), "mprotect");
     std::fill_n(usable, usable_, kFiller);
     data_ = edge == Edge::end ? usable + usable_ - size_ : usable;
 }
@@ -58,7 +52,7 @@ GuardedBuffer GuardedBuffer::ofText(std::string_view text, Edge edge) {
 }
 
 void GuardedBuffer::makeReadOnly() {
-    check(mprotect(mapping_ + pageSize_, usable_, PROT_READ) == 0, "mprotect");
+    checked(mprotect(mapping_ + pageSize_, usable_, PROT_READ), "mprotect");
 }
 
 }  // namespace lanyard::test

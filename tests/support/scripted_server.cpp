@@ -12,18 +12,11 @@
 #include <stdexcept>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <system_error>
 
 namespace lanyard::test {
 namespace {
 
 constexpr auto kLifetime = std::chrono::minutes(1);
-
-void check(bool succeeded, const char *what) {
-    if (!succeeded) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-}
 
 sockaddr_in socketAddress(const std::string &dotted, uint16_t port) {
     sockaddr_in address{};
@@ -42,8 +35,8 @@ const sockaddr *generic(const sockaddr_in &address) {
 uint16_t boundPort(int socket, const std::string &dotted) {
     sockaddr_in address = socketAddress(dotted, 0);
     socklen_t size = sizeof(address);
-    check(bind(socket, generic(address), size) == 0, "bind");
-    check(getsockname(socket, reinterpret_cast<sockaddr *>(&address), &size) == 0, "getsockname");
+    checked(bind(socket, generic(address), size), "bind");
+    checked(getsockname(socket, reinterpret_cast<sockaddr *>(&address), &size), "getsockname");
     return ntohs(address.sin_port);
 }
 
@@ -222,7 +215,7 @@ std::vector<Bytes> SilentPort::received() const {
 // A connected socket takes datagrams of its peer alone, and its peer is itself.
 RefusedPort::RefusedPort(const std::string &address) : port_(address) {
     const sockaddr_in self = socketAddress(address, port_.port());
-    check(connect(port_.socket(), generic(self), sizeof(self)) == 0, "connect");
+    checked(connect(port_.socket(), generic(self), sizeof(self)), "connect");
 }
 
 ScriptedServer::ScriptedServer(std::string secret, std::vector<Action> script,

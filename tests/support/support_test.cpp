@@ -30,7 +30,7 @@
 #include "tests/support/stdout_capture.h"
 #include "tests/support/temporary_root.h"
 
-namespace lanyard::test {
+namespace lanyard::test::support_test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -525,4 +525,4 @@ TEST(ConfiguredLibraryTest, FailsATestThatLeavesBlocks) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::support_test

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
-#include <memory>
 #include <span>
 #include <vector>
 
@@ -14,19 +13,13 @@
 #include "tests/support/bytes.h"
 #include "tests/support/configured_library.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/pair_list.h"
 #include "tests/support/radius_wire.h"
 
 namespace lanyard::test {
 
 // A value type that no dictionary file can name.
 inline constexpr int32_t kUnknownType = 7;
-
-struct PairListDeleter {
-    void operator()(RadPair *list) const { radPairListFree(list); }
-};
-
-// Owner of a list of pairs, or of one pair that is in no list.
-using PairList = std::unique_ptr<RadPair, PairListDeleter>;
 
 // The library is started with the built-in dictionary; at the end no block may be left over.
 class AttrTest : public testing::Test {

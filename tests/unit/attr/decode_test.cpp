@@ -12,7 +12,7 @@
 #include "tests/support/guard_page.h"
 #include "tests/unit/attr/attr_test.h"
 
-namespace lanyard::test {
+namespace lanyard::test::decode_test {
 namespace {
 
 using testing::ElementsAre;
@@ -447,4 +447,4 @@ TEST_F(DecodeTest, EveryFailingAllocationRefusesThePacket) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::decode_test

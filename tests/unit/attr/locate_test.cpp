@@ -11,7 +11,7 @@
 #include "tests/support/guard_page.h"
 #include "tests/unit/attr/attr_test.h"
 
-namespace lanyard::test {
+namespace lanyard::test::locate_test {
 namespace {
 
 using testing::ElementsAre;
@@ -231,4 +231,4 @@ TEST_F(HostileAreaTest, EveryLengthOctetAtEveryPlace) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::locate_test

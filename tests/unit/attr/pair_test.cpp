@@ -15,7 +15,7 @@
 #include "tests/support/guard_page.h"
 #include "tests/unit/attr/attr_test.h"
 
-namespace lanyard::test {
+namespace lanyard::test::pair_test {
 namespace {
 
 using testing::Each;
@@ -572,4 +572,4 @@ TEST_F(PairTest, ListFreeFreesFromTheGivenPairOn) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::pair_test

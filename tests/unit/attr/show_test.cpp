@@ -11,7 +11,7 @@
 #include "tests/support/stdout_capture.h"
 #include "tests/unit/attr/attr_test.h"
 
-namespace lanyard::test {
+namespace lanyard::test::show_test {
 namespace {
 
 using testing::ElementsAre;
@@ -196,4 +196,4 @@ TEST_F(ShowTest, ReplyMessageThatIsANumberGoesToTheLog) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::show_test

@@ -7,7 +7,7 @@
 #include "tests/support/log_recorder.h"
 #include "tests/unit/base/fresh_process.h"
 
-namespace lanyard::test {
+namespace lanyard::test::hooks_test {
 namespace {
 
 int packHook(uint8_t * /*value*/, uint8_t * /*length*/, const RadPair * /*pair*/,
@@ -100,4 +100,4 @@ TEST_F(Hooks, GoWhenTheyAreUninstalled) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::hooks_test

@@ -6,7 +6,7 @@
 
 #include "tests/support/log_recorder.h"
 
-namespace lanyard::test {
+namespace lanyard::test::log_test {
 namespace {
 
 using testing::ElementsAre;
@@ -66,4 +66,4 @@ TEST(Log, HasTheLevelsOfTheDevice) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::log_test

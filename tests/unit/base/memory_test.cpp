@@ -9,7 +9,7 @@
 #include "tests/support/log_recorder.h"
 #include "tests/unit/base/fresh_process.h"
 
-namespace lanyard::test {
+namespace lanyard::test::memory_test {
 namespace {
 
 using testing::IsEmpty;
@@ -143,4 +143,4 @@ TEST(MemoryOfTheHost, TakesTheBlocksOfTheLibrary) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::memory_test

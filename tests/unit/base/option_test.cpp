@@ -7,7 +7,7 @@
 #include "tests/support/log_recorder.h"
 #include "tests/unit/base/fresh_process.h"
 
-namespace lanyard::test {
+namespace lanyard::test::option_test {
 namespace {
 
 TEST(OptionsAtStart, AreAllZero) {
@@ -49,4 +49,4 @@ TEST(Options, AreNoOthers) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::option_test

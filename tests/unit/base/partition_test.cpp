@@ -32,7 +32,7 @@ extern "C" int __wrap_palMemPartFree(PalMemPartId part, void *block) {
     return __real_palMemPartFree(part, block);
 }
 
-namespace lanyard::test {
+namespace lanyard::test::partition_test {
 namespace {
 
 struct Record {
@@ -125,4 +125,4 @@ TEST_F(PartitionOwners, WipeASecretBeforeItsReleaseAndNothingElse) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::partition_test

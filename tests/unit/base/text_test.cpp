@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <gtest/gtest.h>
 
-namespace lanyard::test {
+namespace lanyard::test::text_test {
 namespace {
 
 TEST(DecimalValue, IsTheNumberThatATextStartsWith) {
@@ -50,4 +50,4 @@ TEST(ErrorTextOfTheSystem, IsTheSystemsOwn) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::text_test

@@ -7,7 +7,7 @@
 #include "tests/support/log_recorder.h"
 #include "tests/support/stdout_capture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::version_test {
 namespace {
 
 TEST(Version, IsOneLineOnStandardOutput) {
@@ -26,4 +26,4 @@ TEST(DefaultConfigurationFile, IsAConstant) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::version_test

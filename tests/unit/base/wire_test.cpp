@@ -7,7 +7,7 @@
 #include "tests/support/bytes.h"
 #include "tests/support/guard_page.h"
 
-namespace lanyard::test {
+namespace lanyard::test::wire_test {
 namespace {
 
 TEST(ByteReader, ReadsNumbersMostSignificantOctetFirst) {
@@ -149,4 +149,4 @@ TEST(ByteWriter, WritesNothingOfWhatDoesNotFitAndFailsForGood) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::wire_test

@@ -11,9 +11,9 @@
 #include "tests/support/scripted_server.h"
 #include "tests/unit/client/exchange_fixture.h"
 
+namespace lanyard::test::exchange_test {
 namespace {
 
-using namespace lanyard::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -427,3 +427,4 @@ TEST_P(BothExchanges, KeepAListThatTheyCouldNotComplete) {
 }
 
 }  // namespace
+}  // namespace lanyard::test::exchange_test

@@ -10,9 +10,9 @@
 #include "tests/support/scripted_server.h"
 #include "tests/unit/client/exchange_fixture.h"
 
+namespace lanyard::test::fail_over_test {
 namespace {
 
-using namespace lanyard::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -216,3 +216,4 @@ TEST_F(ExchangeTest, AsksAllEightAccountingServers) {
 }
 
 }  // namespace
+}  // namespace lanyard::test::fail_over_test

@@ -4,7 +4,6 @@
 
 #include <functional>
 #include <gtest/gtest.h>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +14,7 @@
 #include <lanyard/radius/frame.h>
 
 #include "tests/support/bytes.h"
+#include "tests/support/pair_list.h"
 
 namespace lanyard::test {
 
@@ -29,12 +29,6 @@ class EngineTest : public testing::Test {
 };
 
 size_t openDescriptors();
-
-// Owner of a list of the library's.
-struct PairListDeleter {
-    void operator()(RadPair *list) const { radPairListFree(list); }
-};
-using PairList = std::unique_ptr<RadPair, PairListDeleter>;
 
 // Pairs as plain records: for calls that only read them.
 RadPair textPair(int attrNum, std::string_view text, const std::string &name = "Some-Text");

@@ -15,9 +15,9 @@
 #include "tests/support/scripted_server.h"
 #include "tests/unit/client/exchange_fixture.h"
 
+namespace lanyard::test::last_error_test {
 namespace {
 
-using namespace lanyard::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -449,3 +449,4 @@ TEST_F(LastErrorTest, TextNeedsItsArguments) {
 }
 
 }  // namespace
+}  // namespace lanyard::test::last_error_test

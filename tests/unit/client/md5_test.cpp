@@ -15,9 +15,8 @@
 #include "tests/support/radius_wire.h"
 #include "tests/unit/client/fixture.h"
 
+namespace lanyard::test::md5_test {
 namespace {
-
-using namespace lanyard::test;
 
 Bytes digestOf(std::string_view text) {
     const Bytes data = fromText(text);
@@ -245,3 +244,4 @@ TEST_F(Md5Crypt, NeedsOneScratchAllocationAndFailsWithoutALogWhenThereIsNone) {
 }
 
 }  // namespace
+}  // namespace lanyard::test::md5_test

@@ -11,9 +11,9 @@
 #include "tests/support/radius_wire.h"
 #include "tests/unit/client/fixture.h"
 
+namespace lanyard::test::message_authenticator_test {
 namespace {
 
-using namespace lanyard::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -171,3 +171,4 @@ TEST_F(CheckMessageAuthenticator, RefusesMissingArguments) {
 }
 
 }  // namespace
+}  // namespace lanyard::test::message_authenticator_test

@@ -14,9 +14,9 @@
 #include "tests/support/radius_wire.h"
 #include "tests/unit/client/fixture.h"
 
+namespace lanyard::test::packer_test {
 namespace {
 
-using namespace lanyard::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -422,3 +422,4 @@ TEST_F(PackList, EncodesByItselfWhenTheHookTakesNoPart) {
 }
 
 }  // namespace
+}  // namespace lanyard::test::packer_test

@@ -22,10 +22,10 @@
 #include "tests/unit/client/system_calls.h"
 #include "tools/file_descriptor.h"
 
+namespace lanyard::test::receive_test {
 namespace {
 
 using lanyard::FileDescriptor;
-using namespace lanyard::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::MatchesRegex;
@@ -448,3 +448,4 @@ TEST_F(ReceiveTest, CallsTheHooksAfterARestartAsWell) {
 }
 
 }  // namespace
+}  // namespace lanyard::test::receive_test

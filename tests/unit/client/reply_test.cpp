@@ -11,7 +11,7 @@
 #include "tests/support/guard_page.h"
 #include "tests/unit/attr/attr_test.h"
 
-namespace lanyard::test {
+namespace lanyard::test::reply_test {
 namespace {
 
 using testing::ElementsAre;
@@ -369,4 +369,4 @@ TEST_F(ReplyTest, VendorSpecificOfAnotherTypeIsRefused) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::reply_test

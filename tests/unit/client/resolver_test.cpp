@@ -11,9 +11,9 @@
 #include "tests/unit/client/fixture.h"
 #include "tests/unit/client/system_calls.h"
 
+namespace lanyard::test::resolver_test {
 namespace {
 
-using namespace lanyard::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -168,3 +168,4 @@ TEST_F(HostAddress, PassesAFailureOfTheHostsFileOnWithoutAMessageOfItsOwn) {
 }
 
 }  // namespace
+}  // namespace lanyard::test::resolver_test

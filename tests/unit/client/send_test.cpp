@@ -25,10 +25,10 @@
 #include "tests/unit/client/system_calls.h"
 #include "tools/file_descriptor.h"
 
+namespace lanyard::test::send_test {
 namespace {
 
 using lanyard::FileDescriptor;
-using namespace lanyard::test;
 using namespace std::chrono_literals;
 using testing::Each;
 using testing::ElementsAre;
@@ -511,3 +511,4 @@ TEST_F(SendTest, WaitsOnADescriptorAbove1023) {
 }
 
 }  // namespace
+}  // namespace lanyard::test::send_test

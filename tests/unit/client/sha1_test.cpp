@@ -11,7 +11,7 @@
 #include "tests/support/bytes.h"
 #include "tests/support/guard_page.h"
 
-namespace lanyard::test {
+namespace lanyard::test::sha1_test {
 namespace {
 
 using testing::Each;
@@ -263,4 +263,4 @@ TEST(Sha1, StaysWithinItsArguments) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::sha1_test

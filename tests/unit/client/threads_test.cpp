@@ -20,9 +20,8 @@
 #include "tests/support/radius_wire.h"
 #include "tests/support/scripted_server.h"
 
+namespace lanyard::test::threads_test {
 namespace {
-
-using namespace lanyard::test;
 
 constexpr const char *kSecret = "secret";
 constexpr int kPlenty = 30;  // seconds that no test ever waits for
@@ -193,3 +192,4 @@ TEST(Threads, DoDifferentThingsAtTheSameTime) {
 }
 
 }  // namespace
+}  // namespace lanyard::test::threads_test

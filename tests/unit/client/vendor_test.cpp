@@ -13,7 +13,7 @@
 #include "tests/support/guard_page.h"
 #include "tests/unit/attr/attr_test.h"
 
-namespace lanyard::test {
+namespace lanyard::test::vendor_test {
 namespace {
 
 using testing::Each;
@@ -488,4 +488,4 @@ TEST_F(VendorPackTest, NegativeLengthIsRefused) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::vendor_test

@@ -10,7 +10,7 @@
 #include "tests/support/temporary_root.h"
 #include "tests/unit/conf/conf_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::options_test {
 namespace {
 
 using testing::ElementsAre;
@@ -275,4 +275,4 @@ TEST_F(Options, MayBeUnsetWhenNoneIsSet) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::options_test

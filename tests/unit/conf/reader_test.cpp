@@ -11,7 +11,7 @@
 #include "tests/support/temporary_root.h"
 #include "tests/unit/conf/conf_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::reader_test {
 namespace {
 
 using testing::ElementsAre;
@@ -526,4 +526,4 @@ TEST_F(ConfigurationCheck, PassesOverFreeSlots) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::reader_test

@@ -64,7 +64,7 @@ int palMemPartFree(PalMemPartId /*part*/, void *block) {
     return 0;
 }
 
-namespace lanyard::test {
+namespace lanyard::test::secrets_test {
 namespace {
 
 class SharedSecret : public testing::Test {
@@ -124,4 +124,4 @@ TEST_F(SharedSecret, IsWipedWhenTheFileIsReadAgain) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::secrets_test

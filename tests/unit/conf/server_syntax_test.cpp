@@ -6,7 +6,7 @@
 #include "tests/support/failing_partition.h"
 #include "tests/unit/conf/conf_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::server_syntax_test {
 namespace {
 
 using testing::ElementsAre;
@@ -265,4 +265,4 @@ TEST_F(ServerListText, FailsInSilenceWhenItCannotBeCopied) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::server_syntax_test

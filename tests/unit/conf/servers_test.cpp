@@ -9,7 +9,7 @@
 #include "tests/unit/base/fresh_process.h"
 #include "tests/unit/conf/conf_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::servers_test {
 namespace {
 
 using testing::Each;
@@ -548,4 +548,4 @@ TEST_F(Servers, AreShownForDebugging) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::servers_test

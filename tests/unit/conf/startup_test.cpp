@@ -34,7 +34,7 @@ int ciphMD5Init(void) {
     return crypto.result;
 }
 
-namespace lanyard::test {
+namespace lanyard::test::startup_test {
 namespace {
 
 using testing::Contains;
@@ -249,4 +249,4 @@ TEST(StartUpInTheHostsPartition, CreatesAndDestroysNone) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::startup_test

@@ -6,7 +6,7 @@
 #include "tests/unit/device/fixture.h"
 #include "tests/unit/device/system_calls.h"
 
-namespace lanyard::test {
+namespace lanyard::test::auth_server_test {
 namespace {
 
 using testing::Contains;
@@ -327,4 +327,4 @@ TEST_F(AuthServerRows, TheHandlerTakesARowOfNothing) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::auth_server_test

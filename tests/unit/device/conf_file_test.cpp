@@ -5,7 +5,7 @@
 #include "tests/unit/device/fixture.h"
 #include "tests/unit/device/system_calls.h"
 
-namespace lanyard::test {
+namespace lanyard::test::conf_file_test {
 namespace {
 
 using testing::ElementsAre;
@@ -282,4 +282,4 @@ TEST_F(ConfFile, LeavesTheConfigurationThatIsThere) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::conf_file_test

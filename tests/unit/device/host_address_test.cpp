@@ -4,7 +4,7 @@
 
 #include "tests/unit/device/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::host_address_test {
 namespace {
 
 using testing::ElementsAre;
@@ -96,4 +96,4 @@ TEST_F(DeviceAddress, IsNoneWithoutAConnection) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::host_address_test

@@ -11,7 +11,7 @@
 #include "tests/support/temporary_root.h"
 #include "tests/unit/device/database_file.h"
 
-namespace lanyard::test {
+namespace lanyard::test::order_test {
 namespace {
 
 constexpr const char *kDictionary = "/nexa2.0/etc/radius.dict";
@@ -117,4 +117,4 @@ TEST_F(StartOrder, TheDatabaseAlone) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::order_test

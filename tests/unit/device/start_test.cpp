@@ -9,7 +9,7 @@
 #include "tests/unit/device/fixture.h"
 #include "tests/unit/device/system_calls.h"
 
-namespace lanyard::test {
+namespace lanyard::test::start_test {
 namespace {
 
 using testing::ElementsAre;
@@ -242,4 +242,4 @@ TEST_F(MgmtStart, CloseMayBeCalledAtAnyTime) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::start_test

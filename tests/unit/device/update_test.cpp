@@ -6,7 +6,7 @@
 #include "tests/unit/device/fixture.h"
 #include "tests/unit/device/system_calls.h"
 
-namespace lanyard::test {
+namespace lanyard::test::update_test {
 namespace {
 
 using testing::ElementsAre;
@@ -277,4 +277,4 @@ TEST_F(MgmtUpdate, LooksAtNoMoreOldValuesThanTwiceTheColumns) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::update_test

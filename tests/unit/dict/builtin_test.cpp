@@ -8,7 +8,7 @@
 
 #include "tests/unit/dict/dict_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::builtin_test {
 namespace {
 
 using testing::ElementsAre;
@@ -308,4 +308,4 @@ TEST_F(BuiltinDictionary, StopsAtTheEntryThatFindsNoMemory) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::builtin_test

@@ -7,7 +7,7 @@
 #include "tests/support/guard_page.h"
 #include "tests/unit/dict/dict_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::definitions_test {
 namespace {
 
 using testing::ElementsAre;
@@ -259,4 +259,4 @@ TEST_F(ValueDefinition, FailsWithoutMemory) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::definitions_test

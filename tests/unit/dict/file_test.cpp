@@ -8,7 +8,7 @@
 #include "tests/support/temporary_root.h"
 #include "tests/unit/dict/dict_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::file_test {
 namespace {
 
 using testing::ElementsAre;
@@ -271,4 +271,4 @@ TEST_F(DictionaryFile, EndsWhereMemoryDoes) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::file_test

@@ -5,7 +5,7 @@
 #include "tests/support/failing_partition.h"
 #include "tests/unit/relay/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::ageing_test {
 namespace {
 
 using testing::ElementsAre;
@@ -120,4 +120,4 @@ TEST_F(EapAgeing, OfNoConversationsDoesNothing) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::ageing_test

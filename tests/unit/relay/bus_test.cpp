@@ -9,7 +9,7 @@
 #include "tests/support/failing_partition.h"
 #include "tests/unit/relay/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::bus_test {
 namespace {
 
 using testing::ElementsAre;
@@ -394,4 +394,4 @@ TEST_F(EapResult, NeedsMemory) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::bus_test

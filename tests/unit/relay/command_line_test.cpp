@@ -8,7 +8,7 @@
 #include "tests/unit/device/database_file.h"
 #include "tests/unit/relay/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::command_line_test {
 namespace {
 
 using testing::ElementsAre;
@@ -209,4 +209,4 @@ TEST_F(EapMain, LivesByItsDatabaseAndItsBus) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::command_line_test

@@ -8,7 +8,7 @@
 #include "tests/support/failing_partition.h"
 #include "tests/unit/relay/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::key_info_test {
 namespace {
 
 constexpr int kRecvKey = 17;
@@ -198,4 +198,4 @@ TEST_F(KeyInfo, LeavesNothingBehindWhateverAllocationFails) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::key_info_test

@@ -3,7 +3,7 @@
 #include "tests/support/failing_partition.h"
 #include "tests/unit/relay/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::memory_test {
 namespace {
 
 using testing::AnyOf;
@@ -88,4 +88,4 @@ TEST_F(EapMemory, OfARejectMayFail) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::memory_test

@@ -7,7 +7,7 @@
 #include "tests/support/failing_partition.h"
 #include "tests/unit/relay/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::queue_test {
 namespace {
 
 using testing::ElementsAre;
@@ -287,4 +287,4 @@ TEST_F(EapQueue, ACleanUpDropsAll) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::queue_test

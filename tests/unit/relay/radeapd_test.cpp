@@ -29,7 +29,7 @@
 #include "tests/unit/device/database_file.h"
 #include "tools/file_descriptor.h"
 
-namespace lanyard::test {
+namespace lanyard::test::radeapd_test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -435,4 +435,4 @@ TEST_F(RadeapdStart, WrongCommandLinesAreTheRelaysToTell) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::radeapd_test

@@ -7,7 +7,7 @@
 
 #include "tests/unit/relay/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::reply_test {
 namespace {
 
 using testing::ElementsAre;
@@ -396,4 +396,4 @@ TEST_F(EapOther, ReplyEndsAConversationThatHoldsNothing) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::reply_test

@@ -1,7 +1,7 @@
 // The relay pass, up to the server: which packet it takes, and what becomes of it on the wire.
 #include "tests/unit/relay/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::request_test {
 namespace {
 
 using testing::ElementsAre;
@@ -280,4 +280,4 @@ TEST_F(EapRequest, OfAConversationHasNothingOfAnother) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::request_test

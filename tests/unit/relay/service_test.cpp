@@ -5,7 +5,7 @@
 #include "tests/support/failing_partition.h"
 #include "tests/unit/relay/fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::service_test {
 namespace {
 
 using testing::ElementsAre;
@@ -200,4 +200,4 @@ TEST_F(EapTerm, TakesNoMemoryAndLogsNothing) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::service_test
