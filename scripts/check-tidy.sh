@@ -1,15 +1,20 @@
 #!/usr/bin/env bash
 #
 # Runs clang-tidy 14 over the source files of a build folder's compile database (build/dev unless
-# named). Library, platform, programs and fuzz targets by default; --all takes the tests as well.
+# named). Library, platform, programs and fuzz targets by default; --all takes the tests as well, out of a
+# database of its own (build/tidy) in which every test file is compiled alone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 folders='src|platform|tools|fuzz'
 build=build/dev
+all=no
 for argument; do
     case "$argument" in
-        --all) folders+='|tests' ;;
+        --all)
+            all=yes
+            folders+='|tests'
+            ;;
         -*)
             echo "Usage: $0 [--all] [build folder]" >&2
             exit 2
@@ -17,6 +22,10 @@ for argument; do
         *) build=$argument ;;
     esac
 done
+if [[ $all == yes && $build == build/dev ]]; then
+    build=build/tidy
+    cmake --preset dev -B "$build" -DLANYARD_TESTS_TOGETHER=OFF >/dev/null
+fi
 if [[ ! -f $build/compile_commands.json ]]; then
     echo "check-tidy: $build is not configured; run scripts/test.sh first" >&2
     exit 1
