@@ -7,12 +7,13 @@
 #include <cstdio>
 #include <netinet/in.h>
 #include <optional>
-#include <palroot.h>
 #include <poll.h>
 #include <stdexcept>
 #include <string>
 #include <sys/socket.h>
 #include <vector>
+
+#include <palroot.h>
 
 #include "bench/wire_capture.h"
 #include "tests/e2e/device.h"

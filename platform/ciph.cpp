@@ -1,7 +1,4 @@
-/**
- * @file
- * The crypto library: MD5 made ready, and its random generator as a source.
- */
+// The crypto library: MD5 made ready, and its random generator as a source.
 #include <algorithm>
 #include <climits>
 #include <cstring>
@@ -11,15 +8,19 @@
 #include <ciph.h>
 #include <palcore.h>
 
-#include "export.h"
+#include "platform/export.h"
 
+namespace lanyard::port {
 namespace {
 
-/** RFC 1321, appendix A.5: the digest of "abc". */
-constexpr unsigned char digestOfAbc[MD5_DIGEST_LENGTH] = {
+// RFC 1321, appendix A.5: the digest of "abc".
+constexpr unsigned char kDigestOfAbc[MD5_DIGEST_LENGTH] = {
     0x90, 0x01, 0x50, 0x98, 0x3c, 0xd2, 0x4f, 0xb0, 0xd6, 0x96, 0x3f, 0x7d, 0x28, 0xe1, 0x7f, 0x72};
 
 }  // namespace
+}  // namespace lanyard::port
+
+using namespace lanyard::port;
 
 PAL_EXPORT int ciphMD5Init(void) {
     // libcrypto needs no set-up for MD5; a build of it may lack MD5 all the same.
@@ -27,7 +28,7 @@ PAL_EXPORT int ciphMD5Init(void) {
     MD5_CTX context;
     const bool works = MD5_Init(&context) == 1 && MD5_Update(&context, "abc", 3) == 1 &&
                        MD5_Final(digest, &context) == 1 &&
-                       std::memcmp(digest, digestOfAbc, sizeof digest) == 0;
+                       std::memcmp(digest, kDigestOfAbc, sizeof digest) == 0;
     return works ? 0 : -1;
 }
 

@@ -1,33 +1,30 @@
-/**
- * @file
- * Queries to the configuration database.
- *
- * Parts of a query's text may come off the bus. A query is therefore checked twice before it runs:
- * SQLite asks an authorizer about everything that the statement would do, and what the authorizer
- * is not asked about (VACUUM) must leave the database file as it is.
- */
+// Queries to the configuration database.
+//
+// Parts of a query's text may come off the bus. A query is therefore checked twice before it runs:
+// SQLite asks an authorizer about everything that the statement would do, and what the authorizer
+// is not asked about (VACUUM) must leave the database file as it is.
 #include <memory>
 
 #include <dbaccess.h>
 #include <palcore.h>
 
-#include "export.h"
+#include "platform/export.h"
 
-namespace port {
+namespace lanyard::port {
 namespace {
 
 struct DatabaseCloser {
-    void operator()(sqlite3 *db) const noexcept { sqlite3_close(db); }
+    void operator()(sqlite3 *db) const { sqlite3_close(db); }
 };
 using Database = std::unique_ptr<sqlite3, DatabaseCloser>;
 
 struct StatementFinalizer {
-    void operator()(sqlite3_stmt *statement) const noexcept { sqlite3_finalize(statement); }
+    void operator()(sqlite3_stmt *statement) const { sqlite3_finalize(statement); }
 };
 using Statement = std::unique_ptr<sqlite3_stmt, StatementFinalizer>;
 
 int allowReading(void * /*context*/, int action, const char * /*first*/, const char *second,
-                 const char * /*database*/, const char * /*trigger*/) noexcept {
+                 const char * /*database*/, const char * /*trigger*/) {
     switch (action) {
         case SQLITE_SELECT:
         case SQLITE_READ:
@@ -40,10 +37,10 @@ int allowReading(void * /*context*/, int action, const char * /*first*/, const c
     }
 }
 
-/** While one exists a connection can read and do nothing else, and no other thread can use it. */
+// While one exists a connection can read and do nothing else, and no other thread can use it.
 class ReadingOnly {
   public:
-    explicit ReadingOnly(sqlite3 *db) noexcept : db_(db) {
+    explicit ReadingOnly(sqlite3 *db) : db_(db) {
         sqlite3_mutex_enter(sqlite3_db_mutex(db_));
         isSet_ = sqlite3_set_authorizer(db_, allowReading, nullptr) == SQLITE_OK;
     }
@@ -56,20 +53,20 @@ class ReadingOnly {
     ReadingOnly(ReadingOnly &&) = delete;
     ReadingOnly &operator=(ReadingOnly &&) = delete;
 
-    [[nodiscard]] bool isSet() const noexcept { return isSet_; }
+    bool isSet() const { return isSet_; }
 
   private:
     sqlite3 *db_;
     bool isSet_ = false;
 };
 
-/** Has a result and leaves the database as it is. (A REINDEX without any index does the latter.) */
-bool isReading(sqlite3_stmt *statement) noexcept {
+// Has a result and leaves the database as it is. (A REINDEX without any index does the latter.)
+bool isReading(sqlite3_stmt *statement) {
     return sqlite3_stmt_readonly(statement) != 0 && sqlite3_column_count(statement) > 0;
 }
 
-/** One reading statement; blanks, comments and semicolons may stand around it. */
-bool isOneReadingStatement(sqlite3 *db, const char *sql) noexcept {
+// One reading statement; blanks, comments and semicolons may stand around it.
+bool isOneReadingStatement(sqlite3 *db, const char *sql) {
     int statements = 0;
     while (*sql != '\0') {
         sqlite3_stmt *prepared = nullptr;
@@ -86,7 +83,7 @@ bool isOneReadingStatement(sqlite3 *db, const char *sql) noexcept {
     return statements == 1;
 }
 
-char **query(sqlite3 *db, const char *sql, int &columns, int &rows) noexcept {
+char **query(sqlite3 *db, const char *sql, int &columns, int &rows) {
     const ReadingOnly readingOnly(db);
     char **table = nullptr;
     if (!readingOnly.isSet() || !isOneReadingStatement(db, sql) ||
@@ -96,10 +93,10 @@ char **query(sqlite3 *db, const char *sql, int &columns, int &rows) noexcept {
     return table;
 }
 
-Database openReadOnly(const char *path) noexcept {
+Database openReadOnly(const char *path) {
     sqlite3 *opened = nullptr;
     const int status = sqlite3_open_v2(path, &opened, SQLITE_OPEN_READONLY, nullptr);
-    Database db(opened);  // SQLite leaves a connection behind also when it could not open the file.
+    Database db(opened);  // SQLite leaves a connection also when it could not open the file.
     if (status != SQLITE_OK ||
         sqlite3_busy_handler(db.get(), sqliteBusyHandler, nullptr) != SQLITE_OK) {
         return nullptr;
@@ -108,7 +105,9 @@ Database openReadOnly(const char *path) noexcept {
 }
 
 }  // namespace
-}  // namespace port
+}  // namespace lanyard::port
+
+using namespace lanyard::port;
 
 PAL_EXPORT char **sqlite3QueryResGet(sqlite3 *db, const char *dbFile, const char *sql,
                                      int32_t *columnCount, int32_t *rowCount) {
@@ -121,9 +120,9 @@ PAL_EXPORT char **sqlite3QueryResGet(sqlite3 *db, const char *dbFile, const char
     if (sql == nullptr || (db == nullptr && (dbFile == nullptr || *dbFile == '\0'))) {
         return nullptr;
     }
-    port::Database own;
+    Database own;
     if (db == nullptr) {
-        own = port::openReadOnly(dbFile);
+        own = openReadOnly(dbFile);
         if (own == nullptr) {
             return nullptr;
         }
@@ -131,7 +130,7 @@ PAL_EXPORT char **sqlite3QueryResGet(sqlite3 *db, const char *dbFile, const char
     }
     int columns = 0;
     int rows = 0;
-    char **table = port::query(db, sql, columns, rows);
+    char **table = query(db, sql, columns, rows);
     if (table != nullptr) {
         *columnCount = columns;
         *rowCount = rows;
@@ -140,12 +139,12 @@ PAL_EXPORT char **sqlite3QueryResGet(sqlite3 *db, const char *dbFile, const char
 }
 
 PAL_EXPORT int sqliteBusyHandler(void * /*context*/, int count) {
-    constexpr int longest = 100;
-    constexpr int doublings = 7;  // 1, 2, 4 ... 64 ms: 127 ms in all.
-    constexpr int attempts = doublings + 49;
-    if (count < 0 || count >= attempts) {
+    constexpr int kLongest = 100;
+    constexpr int kDoublings = 7;  // 1, 2, 4 ... 64 ms: 127 ms in all.
+    constexpr int kAttempts = kDoublings + 49;
+    if (count < 0 || count >= kAttempts) {
         return 0;
     }
-    (void)palTaskDelay(count < doublings ? 1 << count : longest);
+    (void)palTaskDelay(count < kDoublings ? 1 << count : kLongest);
     return 1;
 }

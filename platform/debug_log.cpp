@@ -1,10 +1,7 @@
-/**
- * @file
- * The module debug log.
- *
- * An entry is one line, `<level>[<module>:<line>] <function>: <message>`, or a title and a dump;
- * see docs/porting.md. It is put together first and written with one call.
- */
+// The module debug log.
+//
+// An entry is one line, `<level>[<module>:<line>] <function>: <message>`, or a title and a dump;
+// see docs/porting.md. It is put together first and written with one call.
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -22,34 +19,34 @@
 
 #include <palcore.h>
 
-#include "export.h"
-#include "log_text.h"
+#include "platform/export.h"
+#include "platform/log_text.h"
 
-namespace port {
+namespace lanyard::port {
 namespace {
 
-constexpr int defaultLevels = 4 | 8 | 16;
+constexpr int kDefaultLevels = 4 | 8 | 16;
 
 struct Settings {
-    int levels = defaultLevels;
-    int file = -1; /**< -1: standard error, and syslog for a daemon. */
+    int levels = kDefaultLevels;
+    int file = -1;  // -1: standard error, and syslog for a daemon
 };
 
-/** All bits are set until the settings are read, so that the first call reads them. */
+// All bits are set until the settings are read, so that the first call reads them.
 constinit std::atomic<int> shownLevels{-1};
 
-/** Set when a write to the file failed for the first time. */
+// Set when a write to the file failed for the first time.
 constinit std::atomic<bool> fileFailed{false};
-/** The last entry in the file has lost its end. */
+// The last entry in the file has lost its end.
 constinit std::atomic<bool> fileEndsWithinLine{false};
 
-/** @return how much was written; less than all of it with `errno` set. */
-std::size_t writeAll(int fd, std::string_view text) noexcept {
-    std::size_t done = 0;
+// Returns how much was written; less than all of it with `errno` set.
+size_t writeAll(int fd, std::string_view text) {
+    size_t done = 0;
     while (done < text.size()) {
         const ssize_t written = write(fd, text.data() + done, text.size() - done);
         if (written >= 0) {
-            done += static_cast<std::size_t>(written);
+            done += static_cast<size_t>(written);
         } else if (errno != EINTR) {
             break;
         }
@@ -57,14 +54,14 @@ std::size_t writeAll(int fd, std::string_view text) noexcept {
     return done;
 }
 
-int levelsFrom(const char *text) noexcept {
+int levelsFrom(const char *text) {
     int levels = 0;
     const char *end = text + std::strlen(text);
     const auto [rest, error] = std::from_chars(text, end, levels);
-    return error == std::errc() && rest == end && levels >= 0 ? levels : defaultLevels;
+    return error == std::errc() && rest == end && levels >= 0 ? levels : kDefaultLevels;
 }
 
-int openLogFile(const char *path) noexcept {
+int openLogFile(const char *path) {
     // The log may show secrets: it is the owner's alone, and no link leads it elsewhere.
     const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW;
     const int fd = open(path, flags, S_IRUSR | S_IWUSR);
@@ -79,7 +76,7 @@ int openLogFile(const char *path) noexcept {
     return fd;
 }
 
-Settings readSettings() noexcept {
+Settings readSettings() {
     Settings read;
     if (const char *levels = secure_getenv("PAL_DEBUG_LEVELS"); levels != nullptr) {
         read.levels = levelsFrom(levels);
@@ -91,17 +88,17 @@ Settings readSettings() noexcept {
     return read;
 }
 
-const Settings &settings() noexcept {
+const Settings &settings() {
     static const Settings once = readSettings();
     return once;
 }
 
-/** The one test that a call costs whose level is not shown. */
-bool maybeShown(int level) noexcept {
+// The one test that a call costs whose level is not shown.
+bool maybeShown(int level) {
     return (shownLevels.load(std::memory_order_relaxed) & level) != 0;
 }
 
-void appendLevel(LogText &text, int level) noexcept {
+void appendLevel(LogText &text, int level) {
     switch (level) {
         case 4:
             return text.append("critical");
@@ -118,7 +115,7 @@ void appendLevel(LogText &text, int level) noexcept {
     }
 }
 
-int syslogPriority(int level) noexcept {
+int syslogPriority(int level) {
     switch (level) {
         case 4:
             return LOG_DAEMON | LOG_CRIT;
@@ -131,7 +128,7 @@ int syslogPriority(int level) noexcept {
     }
 }
 
-bool goesToSyslog() noexcept {
+bool goesToSyslog() {
     if (palDaemonOpt.taskName[0] == '\0' || isatty(STDERR_FILENO) != 0) {
         return false;
     }
@@ -139,23 +136,21 @@ bool goesToSyslog() noexcept {
     return fstat(STDERR_FILENO, &standardError) != 0 || !S_ISREG(standardError.st_mode);
 }
 
-void writeToStandardError(int level, std::string_view entry) noexcept {
+void writeToStandardError(int level, std::string_view entry) {
     writeAll(STDERR_FILENO, entry);
     if (!goesToSyslog()) {
         return;
     }
     while (!entry.empty()) {
-        const std::size_t end = std::min(entry.find('\n'), entry.size());
+        const size_t end = std::min(entry.find('\n'), entry.size());
         syslog(syslogPriority(level), "%.*s", static_cast<int>(end), entry.data());
         entry.remove_prefix(std::min(end + 1, entry.size()));
     }
 }
 
-/**
- * A file outlives the process and may be shared: its entries tell when and from whom.
- * @return 0, or what kept the entry from the file.
- */
-int writeToFile(int fd, std::string_view entry) noexcept {
+// A file outlives the process and may be shared: its entries tell when and from whom.
+// Returns 0, or what kept the entry from the file.
+int writeToFile(int fd, std::string_view entry) {
     timespec now{};
     tm utc{};
     char when[32] = "";
@@ -170,7 +165,7 @@ int writeToFile(int fd, std::string_view entry) noexcept {
     stamped.appendFormat("%s.%03dZ %d ", when, static_cast<int>(now.tv_nsec / 1'000'000),
                          static_cast<int>(getpid()));
     stamped.append(entry);
-    const std::size_t written = writeAll(fd, stamped.view());
+    const size_t written = writeAll(fd, stamped.view());
     if (written == stamped.view().size()) {
         return 0;
     }
@@ -179,7 +174,7 @@ int writeToFile(int fd, std::string_view entry) noexcept {
     return error;
 }
 
-void writeEntry(int level, std::string_view entry) noexcept {
+void writeEntry(int level, std::string_view entry) {
     if (settings().file == -1) {
         writeToStandardError(level, entry);
         return;
@@ -196,15 +191,16 @@ void writeEntry(int level, std::string_view entry) noexcept {
     writeToStandardError(level, entry);
 }
 
-bool isNamedAtStart(std::string_view message, std::string_view function) noexcept {
+bool isNamedAtStart(std::string_view message, std::string_view function) {
     return message.starts_with(function) && message.substr(function.size()).starts_with(':');
 }
 
-void appendDumpLine(LogText &text, const unsigned char *bytes, int offset, int count) noexcept {
-    constexpr int perLine = 16;
+constexpr int kPerLine = 16;
+
+void appendDumpLine(LogText &text, const unsigned char *bytes, int offset, int count) {
     text.appendFormat("  %04x ", static_cast<unsigned>(offset));
-    for (int i = 0; i < perLine; ++i) {
-        text.append(i == perLine / 2 ? "  " : " ");
+    for (int i = 0; i < kPerLine; ++i) {
+        text.append(i == kPerLine / 2 ? "  " : " ");
         if (i < count) {
             text.appendFormat("%02x", static_cast<unsigned>(bytes[i]));
         } else {
@@ -219,27 +215,28 @@ void appendDumpLine(LogText &text, const unsigned char *bytes, int offset, int c
     text.append("|\n");
 }
 
-void appendDump(LogText &text, const unsigned char *bytes, int length) noexcept {
-    constexpr int perLine = 16;
+void appendDump(LogText &text, const unsigned char *bytes, int length) {
     for (int offset = 0; offset < length;) {
-        const int count = std::min(perLine, length - offset);
+        const int count = std::min(kPerLine, length - offset);
         appendDumpLine(text, bytes + offset, offset, count);
         offset += count;
     }
 }
 
 }  // namespace
-}  // namespace port
+}  // namespace lanyard::port
+
+using namespace lanyard::port;
 
 PAL_EXPORT void palModuleDebug(int module, int level, const char *function, int line,
                                const char *format, ...) {
-    if (!port::maybeShown(level)) {
+    if (!maybeShown(level)) {
         return;
     }
     const int error = errno;
-    if ((port::settings().levels & level) != 0) {
-        port::LogText message;
-        std::va_list arguments;
+    if ((settings().levels & level) != 0) {
+        LogText message;
+        va_list arguments;
         va_start(arguments, format);
         errno = error;
         message.appendFormatList(format, arguments);
@@ -248,30 +245,30 @@ PAL_EXPORT void palModuleDebug(int module, int level, const char *function, int 
         if (body.ends_with('\n')) {
             body.remove_suffix(1);
         }
-        port::LogText entry;
-        port::appendLevel(entry, level);
+        LogText entry;
+        appendLevel(entry, level);
         entry.appendFormat("[%d:%d] ", module, line);
         // Many messages name their function themselves.
-        if (function != nullptr && !port::isNamedAtStart(body, function)) {
+        if (function != nullptr && !isNamedAtStart(body, function)) {
             entry.appendFormat("%s: ", function);
         }
         entry.appendPrintable(body);
         entry.append("\n");
-        port::writeEntry(level, entry.view());
+        writeEntry(level, entry.view());
     }
     errno = error;
 }
 
 PAL_EXPORT void palModuleDebugHex(int module, int level, const char *title, const void *data,
                                   int length) {
-    if (!port::maybeShown(level)) {
+    if (!maybeShown(level)) {
         return;
     }
     const int error = errno;
-    if ((port::settings().levels & level) != 0) {
+    if ((settings().levels & level) != 0) {
         const int count = data == nullptr ? 0 : std::max(length, 0);
-        port::LogText entry;
-        port::appendLevel(entry, level);
+        LogText entry;
+        appendLevel(entry, level);
         entry.appendFormat("[%d] ", module);
         std::string_view shownTitle = title == nullptr ? "" : title;
         if (shownTitle.ends_with('\n')) {
@@ -279,8 +276,8 @@ PAL_EXPORT void palModuleDebugHex(int module, int level, const char *title, cons
         }
         entry.appendPrintable(shownTitle);
         entry.appendFormat(" (%d bytes)\n", count);
-        port::appendDump(entry, static_cast<const unsigned char *>(data), count);
-        port::writeEntry(level, entry.view());
+        appendDump(entry, static_cast<const unsigned char *>(data), count);
+        writeEntry(level, entry.view());
     }
     errno = error;
 }

@@ -7,7 +7,7 @@
 #include <unistd.h>
 #include <utility>
 
-namespace port {
+namespace lanyard::port {
 
 // Closes its descriptor. `errno` stays as it is.
 class Descriptor {
@@ -34,8 +34,8 @@ class Descriptor {
         return *this;
     }
 
-    [[nodiscard]] int get() const { return fd_; }
-    [[nodiscard]] bool isOpen() const { return fd_ != -1; }
+    int get() const { return fd_; }
+    bool isOpen() const { return fd_ != -1; }
 
     void reset(int fd = -1) {
         const int error = errno;
@@ -50,6 +50,6 @@ class Descriptor {
     int fd_ = -1;
 };
 
-}  // namespace port
+}  // namespace lanyard::port
 
 #endif

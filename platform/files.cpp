@@ -1,7 +1,4 @@
-/**
- * @file
- * Files, by the paths of the device.
- */
+// Files, by the paths of the device.
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -14,18 +11,20 @@
 
 #include <palcore.h>
 
-#include "export.h"
-#include "root.h"
+#include "platform/export.h"
+#include "platform/root.h"
+
+using namespace lanyard::port;
 
 PAL_EXPORT FILE *palFileOpen(const char *path, const char *mode) {
-    // Behind a comma fopen() takes the name of a character set, where no flag would be seen.
+    // After a comma fopen() takes the name of a character set, where no flag would be seen.
     std::array<char, 16> closeOnExec{};
     if (mode == nullptr || std::strlen(mode) + 2 > closeOnExec.size() ||
         std::strchr(mode, ',') != nullptr) {
         errno = EINVAL;
         return nullptr;
     }
-    const port::RootedPath rooted(path);
+    const RootedPath rooted(path);
     if (rooted.get() == nullptr) {
         return nullptr;
     }
@@ -46,7 +45,7 @@ PAL_EXPORT int palFilePrintf(FILE *file, const char *format, ...) {
         errno = EINVAL;
         return -1;
     }
-    std::va_list arguments;
+    va_list arguments;
     va_start(arguments, format);
     const int written = std::vfprintf(file, format, arguments);
     va_end(arguments);
@@ -62,7 +61,7 @@ PAL_EXPORT int palFileClose(FILE *file) {
 }
 
 PAL_EXPORT int palUnlink(const char *path) {
-    const port::RootedPath rooted(path);
+    const RootedPath rooted(path);
     return rooted.get() == nullptr ? -1 : unlink(rooted.get());
 }
 
@@ -75,7 +74,7 @@ PAL_EXPORT int palFileRename(const char *from, const char *to) {
 }
 
 PAL_EXPORT int palOpen(const char *path, int flags, int mode) {
-    const port::RootedPath rooted(path);
+    const RootedPath rooted(path);
     if (rooted.get() == nullptr) {
         return -1;
     }
@@ -87,7 +86,7 @@ PAL_EXPORT int palOpen(const char *path, int flags, int mode) {
 }
 
 PAL_EXPORT int palRead(int fd, void *buffer, uint32_t length) {
-    const std::size_t most = std::min<uint32_t>(length, INT_MAX);
+    const size_t most = std::min<uint32_t>(length, INT_MAX);
     ssize_t got = -1;
     do {
         got = read(fd, buffer, most);

@@ -1,10 +1,7 @@
-/**
- * @file
- * Intrusive, doubly linked lists.
- */
+// Intrusive, doubly linked lists.
 #include <palcore.h>
 
-#include "export.h"
+#include "platform/export.h"
 
 PAL_EXPORT int palListInit(PalList *list) {
     if (list == nullptr) {

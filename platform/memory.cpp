@@ -1,15 +1,12 @@
-/**
- * @file
- * Memory partitions.
- *
- * A partition is a pool in one stretch of memory and, outside of it, a map with one bit for each
- * place where a block can start. A pointer is freed only when its bit is set, so a double free, a
- * foreign pointer or one into the middle of a block is refused without a look at what it points
- * to. The blocks of partition 0 come from the C library and are kept in a set for the same reason.
- *
- * Under AddressSanitizer every byte of a pool is poisoned that no live block has asked for: free
- * blocks, the rounding behind a block and the pool's own words.
- */
+// Memory partitions.
+//
+// A partition is a pool in one stretch of memory and, outside of it, a map with one bit for each
+// place where a block can start. A pointer is freed only when its bit is set, so a double free, a
+// foreign pointer or one into the middle of a block is refused without a look at what it points
+// to. The blocks of partition 0 come from the C library and are kept in a set for the same reason.
+//
+// Under AddressSanitizer every byte of a pool is poisoned that no live block has asked for: free
+// blocks, the rounding after a block and the pool's own words.
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -23,59 +20,59 @@
 
 #include <palcore.h>
 
-#include "export.h"
-#include "poison.h"
-#include "pool.h"
+#include "platform/export.h"
+#include "platform/poison.h"
+#include "platform/pool.h"
 
-namespace port {
+namespace lanyard::port {
 namespace {
 
-constexpr uint32_t topBit = 0x80000000U;
+constexpr uint32_t kTopBit = 0x80000000U;
 
 struct HeapDeleter {
-    void operator()(void *memory) const noexcept { std::free(memory); }
+    void operator()(void *memory) const { std::free(memory); }
 };
 template <typename T>
 using HeapOwner = std::unique_ptr<T, HeapDeleter>;
 
-/** One bounded pool and the map of its live blocks. */
+// One bounded pool and the map of its live blocks.
 class Partition {
   public:
-    static std::unique_ptr<Partition> create(void *memory, std::size_t size) noexcept;
+    static std::unique_ptr<Partition> create(void *memory, size_t size);
 
-    Partition() noexcept = default;
+    Partition() = default;
     Partition(const Partition &) = delete;
     Partition &operator=(const Partition &) = delete;
     Partition(Partition &&) = delete;
     Partition &operator=(Partition &&) = delete;
     ~Partition() { ASAN_UNPOISON_MEMORY_REGION(memory_, size_); }
 
-    /** std::less orders pointers into different objects, which `<` does not. */
-    [[nodiscard]] bool spans(const void *pointer) const noexcept {
+    // std::less orders pointers into different objects, which `<` does not.
+    bool spans(const void *pointer) const {
         const auto *byte = static_cast<const std::byte *>(pointer);
         return !std::less<>()(byte, memory_) && std::less<>()(byte, memory_ + size_);
     }
 
-    void *allocate(std::size_t size) noexcept;
-    bool release(std::byte *block) noexcept;
+    void *allocate(size_t size);
+    bool release(std::byte *block);
 
   private:
-    [[nodiscard]] std::size_t slotOf(const std::byte *block) const noexcept {
+    size_t slotOf(const std::byte *block) const {
         // The first slot starts at a multiple of the alignment at or before the memory's start.
-        const auto base = reinterpret_cast<std::uintptr_t>(memory_) / Pool::alignment;
-        return reinterpret_cast<std::uintptr_t>(block) / Pool::alignment - base;
+        const auto base = reinterpret_cast<uintptr_t>(memory_) / Pool::kAlignment;
+        return reinterpret_cast<uintptr_t>(block) / Pool::kAlignment - base;
     }
 
     HeapOwner<std::byte> own_;
     HeapOwner<unsigned char> live_;
     std::byte *memory_ = nullptr;
-    std::size_t size_ = 0;
+    size_t size_ = 0;
     Pool pool_;
 };
 
-std::unique_ptr<Partition> Partition::create(void *memory, std::size_t size) noexcept {
+std::unique_ptr<Partition> Partition::create(void *memory, size_t size) {
     std::unique_ptr<Partition> made(new (std::nothrow) Partition);
-    const std::size_t slots = size / Pool::alignment + 2;
+    const size_t slots = size / Pool::kAlignment + 2;
     HeapOwner<unsigned char> live(static_cast<unsigned char *>(std::calloc(slots / 8 + 1, 1)));
     if (!made || !live) {
         return nullptr;
@@ -100,7 +97,7 @@ std::unique_ptr<Partition> Partition::create(void *memory, std::size_t size) noe
     return made;
 }
 
-void *Partition::allocate(std::size_t size) noexcept {
+void *Partition::allocate(size_t size) {
     if (size > size_) {
         return nullptr;
     }
@@ -108,17 +105,17 @@ void *Partition::allocate(std::size_t size) noexcept {
     if (block == nullptr) {
         return nullptr;
     }
-    const std::size_t slot = slotOf(block);
+    const size_t slot = slotOf(block);
     live_.get()[slot / 8] = static_cast<unsigned char>(live_.get()[slot / 8] | 1U << slot % 8);
     ASAN_UNPOISON_MEMORY_REGION(block, size);
     return block;
 }
 
-bool Partition::release(std::byte *block) noexcept {
-    if (reinterpret_cast<std::uintptr_t>(block) % Pool::alignment != 0) {
+bool Partition::release(std::byte *block) {
+    if (reinterpret_cast<uintptr_t>(block) % Pool::kAlignment != 0) {
         return false;
     }
-    const std::size_t slot = slotOf(block);
+    const size_t slot = slotOf(block);
     const unsigned bit = 1U << slot % 8;
     if ((live_.get()[slot / 8] & bit) == 0) {
         return false;
@@ -129,13 +126,13 @@ bool Partition::release(std::byte *block) noexcept {
     return true;
 }
 
-/** All partitions and the live blocks of the heap. */
+// All partitions and the live blocks of the heap.
 class Registry {
   public:
-    PalMemPartId create(void *memory, std::size_t size) noexcept;
-    void *allocate(PalMemPartId id, uint32_t size) noexcept;
-    bool release(void *block) noexcept;
-    bool destroy(PalMemPartId id) noexcept;
+    PalMemPartId create(void *memory, size_t size);
+    void *allocate(PalMemPartId id, uint32_t size);
+    bool release(void *block);
+    bool destroy(PalMemPartId id);
 
   private:
     struct Entry {
@@ -143,20 +140,18 @@ class Registry {
         std::unique_ptr<Partition> partition;
     };
 
-    void *allocateFromHeap(uint32_t size) noexcept;
+    void *allocateFromHeap(uint32_t size);
 
-    /** A leak checker must not take the set of live blocks for their owner. */
-    static std::uintptr_t disguised(void *block) noexcept {
-        return ~reinterpret_cast<std::uintptr_t>(block);
-    }
+    // A leak checker must not take the set of live blocks for their owner.
+    static uintptr_t disguised(void *block) { return ~reinterpret_cast<uintptr_t>(block); }
 
     std::mutex mutex_;
     std::vector<Entry> partitions_;
-    std::unordered_set<std::uintptr_t> heapBlocks_;
+    std::unordered_set<uintptr_t> heapBlocks_;
     PalMemPartId lastId_ = 0;
 };
 
-PalMemPartId Registry::create(void *memory, std::size_t size) noexcept {
+PalMemPartId Registry::create(void *memory, size_t size) {
     std::unique_ptr<Partition> partition = Partition::create(memory, size);
     if (!partition) {
         return 0;
@@ -173,8 +168,8 @@ PalMemPartId Registry::create(void *memory, std::size_t size) noexcept {
     return ++lastId_;
 }
 
-void *Registry::allocate(PalMemPartId id, uint32_t size) noexcept {
-    if ((size & topBit) != 0) {
+void *Registry::allocate(PalMemPartId id, uint32_t size) {
+    if ((size & kTopBit) != 0) {
         return nullptr;
     }
     if (id == 0) {
@@ -189,7 +184,7 @@ void *Registry::allocate(PalMemPartId id, uint32_t size) noexcept {
     return nullptr;
 }
 
-void *Registry::allocateFromHeap(uint32_t size) noexcept {
+void *Registry::allocateFromHeap(uint32_t size) {
     HeapOwner<void> block(std::malloc(size == 0 ? 1 : size));
     if (!block) {
         return nullptr;
@@ -203,7 +198,7 @@ void *Registry::allocateFromHeap(uint32_t size) noexcept {
     return block.release();
 }
 
-bool Registry::release(void *block) noexcept {
+bool Registry::release(void *block) {
     {
         const std::lock_guard lock(mutex_);
         if (heapBlocks_.erase(disguised(block)) == 0) {
@@ -221,7 +216,7 @@ bool Registry::release(void *block) noexcept {
     return true;
 }
 
-bool Registry::destroy(PalMemPartId id) noexcept {
+bool Registry::destroy(PalMemPartId id) {
     std::unique_ptr<Partition> gone;
     const std::lock_guard lock(mutex_);
     for (auto entry = partitions_.begin(); entry != partitions_.end(); ++entry) {
@@ -234,30 +229,32 @@ bool Registry::destroy(PalMemPartId id) noexcept {
     return false;
 }
 
-/** Never destroyed: other libraries may free their blocks while the process exits. */
-Registry &registry() noexcept {
+// Never destroyed: other libraries may free their blocks while the process exits.
+Registry &registry() {
     alignas(Registry) static std::byte storage[sizeof(Registry)];
     static auto *const instance = new (storage) Registry;
     return *instance;
 }
 
 }  // namespace
-}  // namespace port
+}  // namespace lanyard::port
+
+using namespace lanyard::port;
 
 PAL_EXPORT PalMemPartId palMemPartCreate(const char * /*name*/, void *memory, uint32_t size) {
-    return port::registry().create(memory, size);
+    return registry().create(memory, size);
 }
 
 PAL_EXPORT void *palMemPartAlloc(PalMemPartId part, uint32_t size) {
-    return port::registry().allocate(part, size);
+    return registry().allocate(part, size);
 }
 
 PAL_EXPORT char *palMemPartStrDup(PalMemPartId part, const char *text) {
     if (text == nullptr) {
         return nullptr;
     }
-    const std::size_t size = std::strlen(text) + 1;
-    if (size >= port::topBit) {
+    const size_t size = std::strlen(text) + 1;
+    if (size >= kTopBit) {
         return nullptr;
     }
     void *copy = palMemPartAlloc(part, static_cast<uint32_t>(size));
@@ -268,9 +265,9 @@ PAL_EXPORT char *palMemPartStrDup(PalMemPartId part, const char *text) {
 }
 
 PAL_EXPORT int palMemPartFree(PalMemPartId /*part*/, void *block) {
-    return block == nullptr || port::registry().release(block) ? 0 : -1;
+    return block == nullptr || registry().release(block) ? 0 : -1;
 }
 
 PAL_EXPORT int palMemPartDestroy(PalMemPartId part) {
-    return port::registry().destroy(part) ? 0 : -1;
+    return registry().destroy(part) ? 0 : -1;
 }

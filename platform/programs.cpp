@@ -1,7 +1,4 @@
-/**
- * @file
- * Runs other programs.
- */
+// Runs other programs.
 #include <cerrno>
 #include <csignal>
 #include <spawn.h>
@@ -10,8 +7,8 @@
 
 #include <palcore.h>
 
-#include "export.h"
-#include "root.h"
+#include "platform/export.h"
+#include "platform/root.h"
 
 #ifdef __GLIBC__
 #if __GLIBC_PREREQ(2, 34)
@@ -19,13 +16,13 @@
 #endif
 #endif
 
-namespace port {
+namespace lanyard::port {
 namespace {
 
-/** What the child gets: standard input, output and error, and signals as after a login. */
+// What the child gets: standard input, output and error, and signals as after a login.
 class SpawnPlan {
   public:
-    SpawnPlan() noexcept {
+    SpawnPlan() {
         haveAttributes_ = posix_spawnattr_init(&attributes_) == 0;
         haveActions_ = posix_spawn_file_actions_init(&actions_) == 0;
     }
@@ -42,8 +39,8 @@ class SpawnPlan {
     SpawnPlan(SpawnPlan &&) = delete;
     SpawnPlan &operator=(SpawnPlan &&) = delete;
 
-    /** @return 0 or an error number. */
-    int prepare() noexcept {
+    // Returns 0 or an error number.
+    int prepare() {
         if (!haveAttributes_ || !haveActions_) {
             return ENOMEM;
         }
@@ -68,8 +65,8 @@ class SpawnPlan {
         return error;
     }
 
-    /** @return 0 or an error number. */
-    int spawn(pid_t &child, const char *program, char *const argv[]) const noexcept {
+    // Returns 0 or an error number.
+    int spawn(pid_t &child, const char *program, char *const argv[]) const {
         return posix_spawn(&child, program, &actions_, &attributes_, argv, environ);
     }
 
@@ -80,7 +77,7 @@ class SpawnPlan {
     bool haveActions_ = false;
 };
 
-int waitForExit(pid_t child) noexcept {
+int waitForExit(pid_t child) {
     int status = 0;
     pid_t ended = -1;
     do {
@@ -90,18 +87,20 @@ int waitForExit(pid_t child) noexcept {
 }
 
 }  // namespace
-}  // namespace port
+}  // namespace lanyard::port
+
+using namespace lanyard::port;
 
 PAL_EXPORT int palCmdExecArgv(char *const argv[], int /*reserved1*/, int /*reserved2*/) {
     if (argv == nullptr || argv[0] == nullptr) {
         errno = EINVAL;
         return -1;
     }
-    const port::RootedPath program(argv[0]);
+    const RootedPath program(argv[0]);
     if (program.get() == nullptr) {
         return -1;
     }
-    port::SpawnPlan plan;
+    SpawnPlan plan;
     pid_t child = -1;
     int error = plan.prepare();
     if (error == 0) {
@@ -111,5 +110,5 @@ PAL_EXPORT int palCmdExecArgv(char *const argv[], int /*reserved1*/, int /*reser
         errno = error;
         return -1;
     }
-    return port::waitForExit(child);
+    return waitForExit(child);
 }

@@ -1,16 +1,13 @@
-/**
- * @file
- * Random numbers from the kernel's generator or from the source that the program has set.
- */
+// Random numbers from the kernel's generator or from the source that the program has set.
 #include <cerrno>
 #include <mutex>
 #include <sys/random.h>
 
 #include <palcore.h>
 
-#include "export.h"
+#include "platform/export.h"
 
-namespace port {
+namespace lanyard::port {
 namespace {
 
 struct Source {
@@ -21,7 +18,7 @@ struct Source {
 constinit std::mutex sourceMutex;
 constinit Source currentSource;
 
-int drawFromKernel(uint8_t *out, uint32_t length) noexcept {
+int drawFromKernel(uint8_t *out, uint32_t length) {
     uint32_t have = 0;
     while (have < length) {
         const ssize_t got = getrandom(out + have, length - have, 0);
@@ -35,11 +32,13 @@ int drawFromKernel(uint8_t *out, uint32_t length) noexcept {
 }
 
 }  // namespace
-}  // namespace port
+}  // namespace lanyard::port
+
+using namespace lanyard::port;
 
 PAL_EXPORT int palRandLibInit(PalRandSource source, void *context) {
-    const std::lock_guard lock(port::sourceMutex);
-    port::currentSource = {source, context};
+    const std::lock_guard lock(sourceMutex);
+    currentSource = {source, context};
     return 0;
 }
 
@@ -50,13 +49,13 @@ PAL_EXPORT int palRandGen(uint8_t *out, uint32_t length) {
     if (out == nullptr) {
         return -1;
     }
-    port::Source source;
+    Source source;
     {
-        const std::lock_guard lock(port::sourceMutex);
-        source = port::currentSource;
+        const std::lock_guard lock(sourceMutex);
+        source = currentSource;
     }
     if (source.draw == nullptr) {
-        return port::drawFromKernel(out, length);
+        return drawFromKernel(out, length);
     }
     return source.draw(source.context, out, length) == 0 ? 0 : -1;
 }

@@ -1,27 +1,25 @@
-/**
- * @file
- * The root folder: read once from the environment, or set by a test.
- */
-#include "root.h"
+// The root folder: read once from the environment, or set by a test.
+#include "platform/root.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <palroot.h>
 #include <string_view>
 #include <unistd.h>
 
-#include "export.h"
+#include <palroot.h>
 
-namespace port {
+#include "platform/export.h"
+
+namespace lanyard::port {
 namespace {
 
-/** Text in a buffer of fixed size; what does not fit makes it too long for good. */
+// Text in a buffer of fixed size; what does not fit makes it too long for good.
 class PathText {
   public:
-    explicit PathText(char (&buffer)[PATH_MAX]) noexcept : buffer_(buffer) { buffer_[0] = '\0'; }
+    explicit PathText(char (&buffer)[PATH_MAX]) : buffer_(buffer) { buffer_[0] = '\0'; }
 
-    void append(std::string_view text) noexcept {
+    void append(std::string_view text) {
         if (tooLong_ || text.size() >= PATH_MAX - length_) {
             tooLong_ = true;
             return;
@@ -31,27 +29,27 @@ class PathText {
         buffer_[length_] = '\0';
     }
 
-    /** Cuts off the last component, but nothing of the first `floor` bytes. */
-    void dropComponent(std::size_t floor) noexcept {
-        const std::size_t slash = view().rfind('/');
+    // Cuts off the last component, but nothing of the first `floor` bytes.
+    void dropComponent(size_t floor) {
+        const size_t slash = view().rfind('/');
         if (length_ > floor && slash != std::string_view::npos && slash >= floor) {
             length_ = slash;
             buffer_[length_] = '\0';
         }
     }
 
-    [[nodiscard]] std::string_view view() const noexcept { return {buffer_, length_}; }
-    [[nodiscard]] bool tooLong() const noexcept { return tooLong_; }
+    std::string_view view() const { return {buffer_, length_}; }
+    bool tooLong() const { return tooLong_; }
 
   private:
     char *buffer_;
-    std::size_t length_ = 0;
+    size_t length_ = 0;
     bool tooLong_ = false;
 };
 
-/** Appends an absolute path without empty, "." and ".." components. */
-void appendResolved(PathText &text, std::string_view path) noexcept {
-    const std::size_t floor = text.view().size();
+// Appends an absolute path without empty, "." and ".." components.
+void appendResolved(PathText &text, std::string_view path) {
+    const size_t floor = text.view().size();
     while (!path.empty()) {
         const std::string_view component = path.substr(0, path.find('/'));
         path.remove_prefix(component.size() == path.size() ? path.size() : component.size() + 1);
@@ -66,15 +64,15 @@ void appendResolved(PathText &text, std::string_view path) noexcept {
 
 class Root {
   public:
-    Root() noexcept { set(secure_getenv("PAL_ROOT")); }
+    Root() { set(secure_getenv("PAL_ROOT")); }
 
-    void set(const char *folder) noexcept {
-        state_ = State::off;
+    void set(const char *folder) {
+        state_ = State::kOff;
         if (folder == nullptr || folder[0] == '\0') {
             return;
         }
         // A folder that cannot be used must not turn a test loose on the machine's own files.
-        state_ = State::unusable;
+        state_ = State::kUnusable;
         PathText text(folder_);
         if (folder[0] != '/') {
             char current[PATH_MAX];
@@ -86,29 +84,29 @@ class Root {
         }
         text.append(folder);
         if (!text.tooLong()) {
-            state_ = State::on;
+            state_ = State::kOn;
         }
     }
 
-    [[nodiscard]] bool isOff() const noexcept { return state_ == State::off; }
-    [[nodiscard]] bool isUsable() const noexcept { return state_ == State::on; }
-    [[nodiscard]] const char *folder() const noexcept { return folder_; }
+    bool isOff() const { return state_ == State::kOff; }
+    bool isUsable() const { return state_ == State::kOn; }
+    const char *folder() const { return folder_; }
 
   private:
-    enum class State { off, on, unusable };
+    enum class State { kOff, kOn, kUnusable };
 
-    State state_ = State::off;
+    State state_ = State::kOff;
     char folder_[PATH_MAX] = {};
 };
 
-Root &root() noexcept {
+Root &root() {
     static Root instance;
     return instance;
 }
 
 }  // namespace
 
-RootedPath::RootedPath(const char *path) noexcept : result_(path) {
+RootedPath::RootedPath(const char *path) : result_(path) {
     text_[0] = '\0';
     if (path == nullptr) {
         errno = EINVAL;
@@ -117,10 +115,10 @@ RootedPath::RootedPath(const char *path) noexcept : result_(path) {
     if (path[0] != '/' || root().isOff()) {
         return;
     }
-    constexpr std::string_view devices = "/dev/";
+    constexpr std::string_view kDevices = "/dev/";
     PathText text(text_);
     appendResolved(text, path);
-    if (!text.tooLong() && !text.view().starts_with(devices)) {
+    if (!text.tooLong() && !text.view().starts_with(kDevices)) {
         if (!root().isUsable()) {
             errno = ENOENT;
             result_ = nullptr;
@@ -138,8 +136,10 @@ RootedPath::RootedPath(const char *path) noexcept : result_(path) {
     result_ = text_;
 }
 
-}  // namespace port
+}  // namespace lanyard::port
+
+using namespace lanyard::port;
 
 PAL_EXPORT void palRootSet(const char *folder) {
-    port::root().set(folder);
+    root().set(folder);
 }

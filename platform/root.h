@@ -1,28 +1,23 @@
-/**
- * @file
- * Where the machine keeps the paths of the device.
- */
+// Where the machine keeps the paths of the device.
 #ifndef LANYARD_PLATFORM_ROOT_H
 #define LANYARD_PLATFORM_ROOT_H
 
 #include <climits>
 
-namespace port {
+namespace lanyard::port {
 
-/**
- * A path of the device as the machine has it: with a root folder set, an absolute path outside of
- * "/dev/" is taken under that folder; any other path is left as it is.
- *
- * Under a root folder "." and ".." are resolved in the text of the path, and ".." at the top stays
- * at the top, so that no path leads out of the folder. (A symbolic link within it may.)
- */
+// A path of the device as the machine has it: with a root folder set, an absolute path outside of
+// "/dev/" is taken under that folder; any other path is left as it is.
+//
+// Under a root folder "." and ".." are resolved in the text of the path, and ".." at the top stays
+// at the top, so that no path leads out of the folder. (A symbolic link within it may.)
 class RootedPath {
   public:
-    /** @param path  must outlive this object. */
-    explicit RootedPath(const char *path) noexcept;
+    // `path` must outlive this object.
+    explicit RootedPath(const char *path);
 
-    /** @return the path; null with `errno` set when there is none. */
-    [[nodiscard]] const char *get() const noexcept { return result_; }
+    // Returns the path; null with `errno` set when there is none.
+    const char *get() const { return result_; }
 
     RootedPath(const RootedPath &) = delete;
     RootedPath &operator=(const RootedPath &) = delete;
@@ -35,6 +30,6 @@ class RootedPath {
     char text_[PATH_MAX];
 };
 
-}  // namespace port
+}  // namespace lanyard::port
 
 #endif

@@ -1,15 +1,12 @@
-/**
- * @file
- * Tasks. On this port a task is a process, and its name is the one that the kernel keeps for it
- * (`ps -o comm`).
- *
- * A process gets its name when it forks after the task name of palDaemonOpt was set, as daemon()
- * does; the new process then has the name before daemon() returns. A process that stays in the
- * foreground gets it with its first call of a task function.
- *
- * palTaskDelay() and palTaskNameToId() run inside of signal handlers: they use system calls and
- * memory on the stack, nothing else.
- */
+// Tasks. On this port a task is a process, and its name is the one that the kernel keeps for it
+// (`ps -o comm`).
+//
+// A process gets its name when it forks after the task name of palDaemonOpt was set, as daemon()
+// does; the new process then has the name before daemon() returns. A process that stays in the
+// foreground gets it with its first call of a task function.
+//
+// palTaskDelay() and palTaskNameToId() run inside of signal handlers: they use system calls and
+// memory on the stack, nothing else.
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -28,19 +25,19 @@
 
 #include <palcore.h>
 
-#include "descriptor.h"
-#include "export.h"
+#include "platform/descriptor.h"
+#include "platform/export.h"
 
 PAL_EXPORT PalDaemonOpt palDaemonOpt = {};
 
-namespace port {
+namespace lanyard::port {
 namespace {
 
-constexpr std::size_t nameMax = sizeof palDaemonOpt.taskName - 1;
+constexpr size_t kNameMax = sizeof palDaemonOpt.taskName - 1;
 
 class ErrnoKeeper {
   public:
-    ErrnoKeeper() noexcept : saved_(errno) {}
+    ErrnoKeeper() : saved_(errno) {}
     ~ErrnoKeeper() { errno = saved_; }
     ErrnoKeeper(const ErrnoKeeper &) = delete;
     ErrnoKeeper &operator=(const ErrnoKeeper &) = delete;
@@ -51,9 +48,9 @@ class ErrnoKeeper {
     int saved_;
 };
 
-/** Names the process, whichever of its threads calls. */
-void bindTaskName() noexcept {
-    const std::size_t length = strnlen(palDaemonOpt.taskName, nameMax);
+// Names the process, whichever of its threads calls.
+void bindTaskName() {
+    const size_t length = strnlen(palDaemonOpt.taskName, kNameMax);
     if (length == 0) {
         return;
     }
@@ -64,17 +61,15 @@ void bindTaskName() noexcept {
     }
 }
 
-[[gnu::constructor]] void bindTaskNameOnFork() noexcept {
+[[gnu::constructor]] void bindTaskNameOnFork() {
     (void)pthread_atfork(nullptr, nullptr, bindTaskName);
 }
 
-/**
- * Tells from /proc/<pid>/stat, "<pid> (<name>) <state> ...", whether a living process has a name.
- * The name may itself hold parentheses and spaces, the rest of the line cannot.
- */
-bool statSaysAliveAs(std::string_view stat, std::string_view name) noexcept {
-    const std::size_t open = stat.find('(');
-    const std::size_t close = stat.rfind(')');
+// Tells from /proc/<pid>/stat, "<pid> (<name>) <state> ...", whether a living process has a name.
+// The name may itself hold parentheses and spaces, the rest of the line cannot.
+bool statSaysAliveAs(std::string_view stat, std::string_view name) {
+    const size_t open = stat.find('(');
+    const size_t close = stat.rfind(')');
     if (open == std::string_view::npos || close == std::string_view::npos || close < open ||
         close + 2 >= stat.size()) {
         return false;
@@ -83,8 +78,8 @@ bool statSaysAliveAs(std::string_view stat, std::string_view name) noexcept {
     return state != 'Z' && state != 'X' && stat.substr(open + 1, close - open - 1) == name;
 }
 
-/** Anyone may give a process any name; only the own user's and root's are tasks to wait for. */
-bool isTask(int procFolder, const char *pid, std::string_view name) noexcept {
+// Anyone may give a process any name; only the own user's and root's are tasks to wait for.
+bool isTask(int procFolder, const char *pid, std::string_view name) {
     const Descriptor process(openat(procFolder, pid, O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat owner {};
     if (process.get() == -1 || fstat(process.get(), &owner) != 0 ||
@@ -94,10 +89,10 @@ bool isTask(int procFolder, const char *pid, std::string_view name) noexcept {
     const Descriptor stat(openat(process.get(), "stat", O_RDONLY | O_CLOEXEC));
     char text[512];
     const ssize_t length = stat.get() == -1 ? -1 : read(stat.get(), text, sizeof text);
-    return length > 0 && statSaysAliveAs({text, static_cast<std::size_t>(length)}, name);
+    return length > 0 && statSaysAliveAs({text, static_cast<size_t>(length)}, name);
 }
 
-int findTask(std::string_view name) noexcept {
+int findTask(std::string_view name) {
     const pid_t self = getpid();
     const Descriptor proc(open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (proc.get() == -1) {
@@ -110,7 +105,7 @@ int findTask(std::string_view name) noexcept {
         if (filled <= 0) {
             return -1;
         }
-        for (std::size_t at = 0; at < static_cast<std::size_t>(filled);) {
+        for (size_t at = 0; at < static_cast<size_t>(filled);) {
             const auto *entry = reinterpret_cast<const dirent64 *>(entries + at);
             at += entry->d_reclen;
             const char *end = entry->d_name + std::strlen(entry->d_name);
@@ -125,11 +120,13 @@ int findTask(std::string_view name) noexcept {
 }
 
 }  // namespace
-}  // namespace port
+}  // namespace lanyard::port
+
+using namespace lanyard::port;
 
 PAL_EXPORT int palTaskDelay(int milliseconds) {
-    const port::ErrnoKeeper keeper;
-    port::bindTaskName();
+    const ErrnoKeeper keeper;
+    bindTaskName();
     if (milliseconds < 1) {
         return 0;
     }
@@ -143,7 +140,7 @@ PAL_EXPORT int palTaskNameToId(const char *name) {
     if (name == nullptr || name[0] == '\0') {
         return -1;
     }
-    const port::ErrnoKeeper keeper;
-    port::bindTaskName();
-    return port::findTask({name, std::min(std::strlen(name), port::nameMax)});
+    const ErrnoKeeper keeper;
+    bindTaskName();
+    return findTask({name, std::min(std::strlen(name), kNameMax)});
 }

@@ -23,11 +23,11 @@
 #include <palcore.h>
 #include <xbus.h>
 
-#include "descriptor.h"
-#include "export.h"
-#include "poison.h"
-#include "xbus_folder.h"
-#include "xbus_message.h"
+#include "platform/descriptor.h"
+#include "platform/export.h"
+#include "platform/poison.h"
+#include "platform/xbus_folder.h"
+#include "platform/xbus_message.h"
 
 // A registered module. Its lock is released last.
 struct XbusCtx {
@@ -35,26 +35,26 @@ struct XbusCtx {
     XbusHandler handler;
     void *argument;
 
-    port::bus::Folder folder{};
-    port::Descriptor lock{};
+    lanyard::port::bus::Folder folder{};
+    lanyard::port::Descriptor lock{};
 
     // What comes in.
-    port::Descriptor events{};  // an epoll set of listener, retry and senders
-    port::Descriptor listener{};
-    port::Descriptor retry{};  // a timer that runs while the listener is left alone
-    bool accepts = true;       // the listener is not left alone
-    std::vector<port::Descriptor> senders{};
+    lanyard::port::Descriptor events{};  // an epoll set of listener, retry and senders
+    lanyard::port::Descriptor listener{};
+    lanyard::port::Descriptor retry{};  // a timer that runs while the listener is left alone
+    bool accepts = true;                // the listener is not left alone
+    std::vector<lanyard::port::Descriptor> senders{};
 
     // What goes out.
-    std::map<uint32_t, port::Descriptor> links{};  // connections to modules, by number
+    std::map<uint32_t, lanyard::port::Descriptor> links{};  // connections to modules, by number
     uint64_t lastCall = 0;
 
     // A handler may call: what it works on and the answer that it waits for need a place each.
-    std::unique_ptr<uint8_t[]> received{new uint8_t[port::bus::kPartsMax]};
-    std::unique_ptr<uint8_t[]> answer{new uint8_t[port::bus::kPartMax]};
+    std::unique_ptr<uint8_t[]> received{new uint8_t[lanyard::port::bus::kPartsMax]};
+    std::unique_ptr<uint8_t[]> answer{new uint8_t[lanyard::port::bus::kPartMax]};
 };
 
-namespace port::bus {
+namespace lanyard::port::bus {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -315,9 +315,9 @@ XbusCtx *registerModule(uint32_t module, XbusHandler handler, void *argument) {
 }
 
 }  // namespace
-}  // namespace port::bus
+}  // namespace lanyard::port::bus
 
-using namespace port::bus;
+using namespace lanyard::port::bus;
 
 PAL_EXPORT int xbusInit(void) try {
     return Folder::prepare() ? 0 : -1;

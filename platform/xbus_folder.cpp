@@ -1,4 +1,4 @@
-#include "xbus_folder.h"
+#include "platform/xbus_folder.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -9,10 +9,10 @@
 
 #include <palcore.h>
 
-#include "root.h"
-#include "xbus_message.h"
+#include "platform/root.h"
+#include "platform/xbus_message.h"
 
-namespace port::bus {
+namespace lanyard::port::bus {
 namespace {
 
 constexpr const char *kFolder = "/run/xbus";
@@ -131,4 +131,4 @@ sockaddr_un Folder::addressOf(uint32_t module) const {
     return address;
 }
 
-}  // namespace port::bus
+}  // namespace lanyard::port::bus

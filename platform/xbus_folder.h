@@ -7,9 +7,9 @@
 #include <sys/types.h>
 #include <sys/un.h>
 
-#include "descriptor.h"
+#include "platform/descriptor.h"
 
-namespace port::bus {
+namespace lanyard::port::bus {
 
 // The folder as it was when it was opened, wherever the root folder is moved afterwards.
 //
@@ -22,11 +22,11 @@ namespace port::bus {
 class Folder {
   public:
     // Makes the folder where it is missing, and its owner's alone in any case.
-    static bool prepare();
+    [[nodiscard]] static bool prepare();
 
     // Opens the folder; see isOpen().
     Folder();
-    [[nodiscard]] bool isOpen() const { return folder_.isOpen(); }
+    bool isOpen() const { return folder_.isOpen(); }
 
     // Takes a module's number; EADDRINUSE while another process or context has it.
     [[nodiscard]] Descriptor lock(uint32_t module) const;
@@ -44,14 +44,14 @@ class Folder {
     [[nodiscard]] Descriptor accept(const Descriptor &listener) const;
 
   private:
-    [[nodiscard]] bool isTrusted(const Descriptor &peer, const char *function) const;
-    [[nodiscard]] sockaddr_un addressOf(uint32_t module) const;
+    bool isTrusted(const Descriptor &peer, const char *function) const;
+    sockaddr_un addressOf(uint32_t module) const;
 
     std::string path_;
     Descriptor folder_;
     uid_t owner_ = 0;
 };
 
-}  // namespace port::bus
+}  // namespace lanyard::port::bus
 
 #endif

@@ -1,4 +1,4 @@
-#include "xbus_message.h"
+#include "platform/xbus_message.h"
 
 #include <algorithm>
 #include <array>
@@ -10,7 +10,7 @@
 
 #include <palcore.h>
 
-namespace port::bus {
+namespace lanyard::port::bus {
 namespace {
 
 bool isPartSound(const Head &head, uint32_t length, uint32_t given) {
@@ -88,4 +88,4 @@ void logMalformed(int socket, Side side) {
                    sender.pid);
 }
 
-}  // namespace port::bus
+}  // namespace lanyard::port::bus

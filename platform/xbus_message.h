@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-namespace port::bus {
+namespace lanyard::port::bus {
 
 constexpr int kLogModule = 8;
 constexpr int kLogError = 8;
@@ -57,6 +57,6 @@ bool receiveMessage(int socket, Side side, Head &head, std::span<uint8_t> parts)
 // Logs who sent what nobody can read.
 void logMalformed(int socket, Side side);
 
-}  // namespace port::bus
+}  // namespace lanyard::port::bus
 
 #endif

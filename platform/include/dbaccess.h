@@ -19,7 +19,7 @@ extern "C" {
  * Runs one query and fetches its whole result.
  *
  * Exactly one statement is run, and only one that reads: parts of its text may come off the bus. A
- * text with a second statement behind the first fails as a whole, and so does one that would write,
+ * text with a second statement after the first fails as a whole, and so does one that would write,
  * attach another database, change a setting or load an extension.
  *
  * @param db           an open database; null: `dbFile` is opened, read-only, for this query. An

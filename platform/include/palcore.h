@@ -50,11 +50,11 @@ PalMemPartId palMemPartCreate(const char *name, void *memory, uint32_t size);
 /**
  * Allocates a block.
  *
- * A partition never falls back to the heap. The block is aligned to 8 octets, for pointers, 64-bit
+ * A partition never falls back to the heap. The block is aligned to 8 bytes, for pointers, 64-bit
  * numbers and double, and its content is not defined.
  *
  * @param part  a partition, or 0 for the process heap.
- * @param size  bytes wanted. 0 yields a block of its own that holds no byte and has to be freed
+ * @param size  bytes wanted. 0 returns a block of its own that holds no byte and has to be freed
  *              like any other. A size with its top bit set (a negative length that was converted)
  *              always fails.
  * @return the block, which the caller frees with palMemPartFree(); null when the partition has no
@@ -79,7 +79,7 @@ char *palMemPartStrDup(PalMemPartId part, const char *text);
  * @param part   any id; it is not looked at beyond what is said above.
  * @param block  a block from palMemPartAlloc() or palMemPartStrDup(); null is ignored.
  * @return 0; -1 when `block` is no live block (freed before, foreign, or inside of a block), and
- *         then nothing was read or changed behind the pointer.
+ *         then nothing was read or changed where the pointer leads.
  */
 int palMemPartFree(PalMemPartId part, void *block);
 

@@ -3,10 +3,10 @@
 #include <array>
 #include <cstdlib>
 #include <filesystem>
-#include <palroot.h>
 #include <unistd.h>
 
 #include <lanyard/radius/frame.h>
+#include <palroot.h>
 
 namespace lanyard::test {
 

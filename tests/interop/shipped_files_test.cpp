@@ -5,7 +5,6 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <map>
-#include <palroot.h>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -13,6 +12,7 @@
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/dict.h>
 #include <lanyard/radius/frame.h>
+#include <palroot.h>
 
 #include "tests/interop/scratch_folder.h"
 

@@ -6,10 +6,11 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <palroot.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
+
+#include <palroot.h>
 
 namespace lanyard::test {
 

@@ -5,13 +5,13 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <palroot.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
 #include <palcore.h>
+#include <palroot.h>
 
 #include "role.h"
 #include "signals.h"

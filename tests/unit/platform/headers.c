@@ -1,10 +1,10 @@
 /* The platform headers are C: this file compiles with all of them. */
-#include <palroot.h>
 #include <stddef.h>
 
 #include <ciph.h>
 #include <dbaccess.h>
 #include <palcore.h>
+#include <palroot.h>
 #include <xbus.h>
 
 _Static_assert(sizeof(PalMemPartId) == 4, "a partition's handle has 32 bits");

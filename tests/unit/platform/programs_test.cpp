@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <palroot.h>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include <palcore.h>
+#include <palroot.h>
 
 #include "role.h"
 #include "signals.h"

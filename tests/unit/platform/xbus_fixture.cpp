@@ -186,7 +186,7 @@ bool RawPeer::isClosed() const {
     return poll(&entry, 1, gateMilliseconds) == 1;
 }
 
-Bytes packetOf(const port::bus::Head &head, const Bytes &buf, const Bytes &out) {
+Bytes packetOf(const lanyard::port::bus::Head &head, const Bytes &buf, const Bytes &out) {
     Bytes packet(sizeof head);
     std::memcpy(packet.data(), &head, sizeof head);
     packet.insert(packet.end(), buf.begin(), buf.end());
@@ -194,10 +194,10 @@ Bytes packetOf(const port::bus::Head &head, const Bytes &buf, const Bytes &out) 
     return packet;
 }
 
-port::bus::Head noticeHead(uint32_t command, uint32_t bufLength, uint32_t outLength) {
-    port::bus::Head head;
+lanyard::port::bus::Head noticeHead(uint32_t command, uint32_t bufLength, uint32_t outLength) {
+    lanyard::port::bus::Head head;
     head.code = command;
-    head.given = port::bus::Head::kBufGiven | port::bus::Head::kOutGiven;
+    head.given = lanyard::port::bus::Head::kBufGiven | lanyard::port::bus::Head::kOutGiven;
     head.bufLength = bufLength;
     head.outLength = outLength;
     return head;

@@ -144,9 +144,10 @@ class RawPeer {
 };
 
 /** A message as it travels. */
-Bytes packetOf(const port::bus::Head &head, const Bytes &buf = {}, const Bytes &out = {});
+Bytes packetOf(const lanyard::port::bus::Head &head, const Bytes &buf = {}, const Bytes &out = {});
 /** The head of a sound notice. */
-port::bus::Head noticeHead(uint32_t command, uint32_t bufLength = 0, uint32_t outLength = 0);
+lanyard::port::bus::Head noticeHead(uint32_t command, uint32_t bufLength = 0,
+                                    uint32_t outLength = 0);
 
 /**
  * Records the bus's waits of more than a second and cuts them short while it lives, so that a test

@@ -24,8 +24,8 @@
 namespace {
 
 using namespace std::chrono_literals;
-using port::bus::Head;
-using port::bus::Kind;
+using lanyard::port::bus::Head;
+using lanyard::port::bus::Kind;
 using test::Bytes;
 using test::Child;
 using test::Gate;

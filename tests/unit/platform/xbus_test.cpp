@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <palroot.h>
 #include <pthread.h>
 #include <string>
 #include <sys/resource.h>
@@ -21,6 +20,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include <palroot.h>
 #include <xbus.h>
 
 #include "tests/unit/platform/xbus_fixture.h"
