@@ -36,7 +36,7 @@ void EndToEnd::TearDown() {
     if (!device_) {
         return;
     }
-    EXPECT_EQ(device_->stop(), "");
+    EXPECT_EQ("", device_->stop());
     if (HasFailure()) {
         std::cerr << device_->logs() << server_->log();
     }

@@ -50,7 +50,7 @@ class Ending : public EndToEnd {
     static void setLink(const char *state) {
         const ProgramResult result =
             runProgram({"/sbin/ip", "link", "set", VirtualWire::kPort, state}, {});
-        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(0, result.status) << result.err;
     }
 };
 
@@ -61,7 +61,7 @@ TEST_F(Ending, ByASignalRunsTheProgram) {
         device().startAuthenticator(options());
         ASSERT_TRUE(portIs("authorized, accepted\n")) << signal;
         device().signalAuthenticator(signal);
-        EXPECT_EQ(device().awaitAuthenticatorsEnd(), 0) << signal;
+        EXPECT_EQ(0, device().awaitAuthenticatorsEnd()) << signal;
         EXPECT_TRUE(portIs("authorized, accepted\nunauthorized, shutdown\n")) << signal;
     }
 }
@@ -92,8 +92,8 @@ TEST_F(Ending, IsNoMatterOfSighup) {
 TEST_F(Ending, IsNoMatterOfATerminalThatIsClosed) {
     std::optional<FileDescriptor> terminal(std::in_place,
                                            posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC), "terminal");
-    ASSERT_EQ(grantpt(terminal->get()), 0);
-    ASSERT_EQ(unlockpt(terminal->get()), 0);
+    ASSERT_EQ(0, grantpt(terminal->get()));
+    ASSERT_EQ(0, unlockpt(terminal->get()));
     const std::string name = ptsname(terminal->get());
     const auto alice = supplicant();
     device().startAuthenticatorAt(name, options());

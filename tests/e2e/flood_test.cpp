@@ -145,7 +145,7 @@ class Flood : public EndToEnd {
 
 TEST_F(Flood, OfLongNamesIsRefusedAtOnce) {
     const auto answers = survive(1400, false);
-    EXPECT_EQ(answers, (std::map<EapCode, unsigned>{{EapCode::kFailure, kIdentities}}));
+    EXPECT_EQ((std::map<EapCode, unsigned>{{EapCode::kFailure, kIdentities}}), answers);
 }
 
 TEST_F(Flood, OfNamesFromAnAddressEachIsAnsweredToTheEnd) {
@@ -153,7 +153,7 @@ TEST_F(Flood, OfNamesFromAnAddressEachIsAnsweredToTheEnd) {
     for (const auto &[code, count] : survive(253, true)) {
         all += count;
     }
-    EXPECT_EQ(all, kIdentities);
+    EXPECT_EQ(kIdentities, all);
 }
 
 }  // namespace

@@ -18,21 +18,21 @@ class Login : public EndToEnd {
         if (!event) {
             throw std::runtime_error("nothing comes of it");
         }
-        EXPECT_EQ(event->at("identity"), "alice");
+        EXPECT_EQ("alice", event->at("identity"));
         return *event;
     }
 
     Event logIn(const Account &account) {
         Event event = tryToLogIn(account);
-        EXPECT_EQ(event.at("event"), "authorized");
+        EXPECT_EQ("authorized", event.at("event"));
         EXPECT_TRUE(supplicant_->succeeds());
         return event;
     }
 
     void expectRefusal(const Account &account) {
         const Event event = tryToLogIn(account);
-        EXPECT_EQ(event.at("event"), "failed");
-        EXPECT_EQ(event.at("reason"), "rejected");
+        EXPECT_EQ("failed", event.at("event"));
+        EXPECT_EQ("rejected", event.at("reason"));
         EXPECT_TRUE(supplicant_->fails());
         EXPECT_THAT(supplicant_->log(), testing::HasSubstr("EAP: Received EAP-Failure"));
     }
@@ -40,9 +40,9 @@ class Login : public EndToEnd {
     /** The authenticator's keys are the halves of the supplicant's. */
     void expectKeys(const Event &event) {
         const std::string key = supplicant_->sessionKey();
-        ASSERT_EQ(key.size(), 128U);
-        EXPECT_EQ(event.at("recv_key"), key.substr(0, 64));
-        EXPECT_EQ(event.at("send_key"), key.substr(64));
+        ASSERT_EQ(128U, key.size());
+        EXPECT_EQ(key.substr(0, 64), event.at("recv_key"));
+        EXPECT_EQ(key.substr(64), event.at("send_key"));
     }
 
     Supplicant &supplicant() { return *supplicant_; }
@@ -56,8 +56,8 @@ TEST_F(Login, WithMd5IsWithoutKeys) {
     EXPECT_FALSE(event.contains("recv_key"));
     EXPECT_FALSE(event.contains("send_key"));
     // What the server grants alice.
-    EXPECT_EQ(event.at("session_timeout"), 7201);
-    EXPECT_EQ(event.at("then"), "terminate");
+    EXPECT_EQ(7201, event.at("session_timeout"));
+    EXPECT_EQ("terminate", event.at("then"));
 }
 
 TEST_F(Login, WithPeapGivesBothEndsTheSameKeys) {
@@ -94,28 +94,28 @@ TEST_F(Login, EndsWithTheSupplicantsLogoff) {
     const auto event =
         device().waitForEvent([](const Event &any) { return any.at("event") == "unauthorized"; });
     ASSERT_TRUE(event);
-    EXPECT_EQ(event->at("address"), VirtualWire::kUserAddress);
-    EXPECT_EQ(event->at("reason"), "logoff");
+    EXPECT_EQ(VirtualWire::kUserAddress, event->at("address"));
+    EXPECT_EQ("logoff", event->at("reason"));
 }
 
 TEST_F(Login, IsRepeatedWhenTheServerWantsThat) {
     const auto supplicant = connect(md5Account("erin", "through-the-glass"));
     const std::optional<Event> first = device().firstEventOf(VirtualWire::kUserAddress);
     ASSERT_TRUE(first);
-    EXPECT_EQ(first->at("event"), "authorized");
-    EXPECT_EQ(first->at("session_timeout"), 2);
-    EXPECT_EQ(first->at("then"), "reauthenticate");
-    EXPECT_EQ(first->at("reauthentication"), false);
+    EXPECT_EQ("authorized", first->at("event"));
+    EXPECT_EQ(2, first->at("session_timeout"));
+    EXPECT_EQ("reauthenticate", first->at("then"));
+    EXPECT_EQ(false, first->at("reauthentication"));
 
     const auto second = device().waitForEvent(
         [](const Event &event) { return event.value("reauthentication", false); });
     ASSERT_TRUE(second);
-    EXPECT_EQ(second->at("event"), "authorized");
-    EXPECT_EQ(second->at("address"), VirtualWire::kUserAddress);
-    EXPECT_EQ(second->at("identity"), "erin");
+    EXPECT_EQ("authorized", second->at("event"));
+    EXPECT_EQ(VirtualWire::kUserAddress, second->at("address"));
+    EXPECT_EQ("erin", second->at("identity"));
     // The session has gone on meanwhile.
     for (const Event &event : device().events()) {
-        EXPECT_NE(event.at("event"), "unauthorized");
+        EXPECT_NE("unauthorized", event.at("event"));
     }
 }
 

@@ -16,17 +16,17 @@ using Operation = EndToEnd;
 TEST_F(Operation, FollowsChangesOfTheServers) {
     const Account alice = md5Account("alice", "wonderland");
     device().startAuthenticator();
-    EXPECT_EQ(knock(alice).at("event"), "authorized");
+    EXPECT_EQ("authorized", knock(alice).at("event"));
 
     device().change({"set", "127.0.0.1", "--secret", "another"});
-    EXPECT_EQ(knock(alice).at("event"), "failed");
+    EXPECT_EQ("failed", knock(alice).at("event"));
     device().change({"set", "127.0.0.1", "--secret", server().secret()});
-    EXPECT_EQ(knock(alice).at("event"), "authorized");
+    EXPECT_EQ("authorized", knock(alice).at("event"));
 
     device().change({"del", "127.0.0.1"});
-    EXPECT_EQ(knock(alice).at("reason"), "rejected");
+    EXPECT_EQ("rejected", knock(alice).at("reason"));
     addServer();
-    EXPECT_EQ(knock(alice).at("event"), "authorized");
+    EXPECT_EQ("authorized", knock(alice).at("event"));
 }
 
 TEST_F(Operation, LetsFiftySupplicantsInAtOnce) {
@@ -47,9 +47,9 @@ TEST_F(Operation, LetsFiftySupplicantsInAtOnce) {
         ASSERT_TRUE(supplicant->succeeds()) << address;
         const std::optional<Event> event = device().firstEventOf(address);
         ASSERT_TRUE(event) << address;
-        EXPECT_EQ(event->at("event"), "authorized") << address;
-        EXPECT_EQ(event->value("recv_key", "") + event->value("send_key", ""),
-                  supplicant->sessionKey())
+        EXPECT_EQ("authorized", event->at("event")) << address;
+        EXPECT_EQ(supplicant->sessionKey(),
+                  event->value("recv_key", "") + event->value("send_key", ""))
             << address;
     }
 }

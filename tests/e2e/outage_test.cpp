@@ -19,8 +19,8 @@ class Outage : public EndToEnd {
   protected:
     void expectLogin() {
         const Event event = knock(md5Account("alice", "wonderland"));
-        EXPECT_EQ(event.at("event"), "authorized");
-        EXPECT_EQ(event.at("identity"), "alice");
+        EXPECT_EQ("authorized", event.at("event"));
+        EXPECT_EQ("alice", event.at("identity"));
     }
 };
 
@@ -45,9 +45,9 @@ TEST_F(Outage, OfTheServerInAConversationEndsThatConversationOnly) {
     const std::optional<Event> event = device().firstEventOf(VirtualWire::kUserAddress);
     server().startAgain();
     ASSERT_TRUE(event);
-    EXPECT_EQ(event->at("event"), "failed");
-    EXPECT_EQ(event->at("reason"), "rejected");
-    EXPECT_EQ(event->at("identity"), "alice");
+    EXPECT_EQ("failed", event->at("event"));
+    EXPECT_EQ("rejected", event->at("reason"));
+    EXPECT_EQ("alice", event->at("identity"));
     expectLogin();
 }
 
@@ -73,8 +73,8 @@ TEST_F(Outage, OfTheRelayIsToldToTheSupplicant) {
     device().endRelay(SIGKILL);
     device().startAuthenticator({"--relay-timeout", "0.2"});
     const Event event = knock(md5Account("alice", "wonderland"));
-    EXPECT_EQ(event.at("event"), "failed");
-    EXPECT_EQ(event.at("reason"), "no answer from the relay");
+    EXPECT_EQ("failed", event.at("event"));
+    EXPECT_EQ("no answer from the relay", event.at("reason"));
     device().startRelay();
     device().db({"replay"});
     expectLogin();

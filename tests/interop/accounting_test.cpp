@@ -32,13 +32,13 @@ TEST_P(AccountingStatus, IsRecordedByTheServer) {
     const size_t before = server().accountingRecords().size();
     int result = -2;
     const Written written = capture([&] { result = radAcct(status); });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(written.out, "RADIUS Accounting Exchange OK\n");
-    EXPECT_EQ(written.err, "");
+    EXPECT_EQ(0, result);
+    EXPECT_EQ("RADIUS Accounting Exchange OK\n", written.out);
+    EXPECT_EQ("", written.err);
     const std::string record = server().accountingRecords().substr(before);
-    EXPECT_EQ(occurrences(record, "Acct-Status-Type = "), 1);
+    EXPECT_EQ(1, occurrences(record, "Acct-Status-Type = "));
     EXPECT_THAT(record, HasSubstr("Acct-Status-Type = " + name + "\n"));
-    EXPECT_EQ(occurrences(record, "NAS-IP-Address = "), 1);
+    EXPECT_EQ(1, occurrences(record, "NAS-IP-Address = "));
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, AccountingStatus,
@@ -52,17 +52,17 @@ TEST_F(Accounting, WrongSharedSecretMeetsSilence) {
     const std::string before = server().accountingRecords();
     int result = -2;
     const Written written = capture([&] { result = radAcct(7); });
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(written.out, "");
+    EXPECT_EQ(-1, result);
+    EXPECT_EQ("", written.out);
     EXPECT_THAT(written.err, HasSubstr("RADIUS Accounting Exchange Failed"));
-    EXPECT_EQ(server().accountingRecords(), before);
+    EXPECT_EQ(before, server().accountingRecords());
 }
 
 TEST_F(Accounting, NeedsAnAccountingServer) {
     configure("authserver " + entry(server().authPort()) + "\n");
     int result = -2;
     const Written written = capture([&] { result = radAcct(7); });
-    EXPECT_EQ(result, -1);
+    EXPECT_EQ(-1, result);
     EXPECT_THAT(written.err, HasSubstr("RADIUS is not configured properly"));
 }
 

@@ -25,9 +25,9 @@ struct Exchange {
         for (size_t i = 0; i < challenge.size(); i++) {
             challenge[i] = static_cast<uint8_t>(0xf0 + i);
         }
-        EXPECT_EQ(radChapRespMake(response.data(), reinterpret_cast<const uint8_t *>(password),
-                                  static_cast<int>(std::strlen(password)), challenge.data()),
-                  RAD_CHAP_RESPONSE_SIZE);
+        EXPECT_EQ(RAD_CHAP_RESPONSE_SIZE,
+                  radChapRespMake(response.data(), reinterpret_cast<const uint8_t *>(password),
+                                  static_cast<int>(std::strlen(password)), challenge.data()));
     }
 
     std::array<uint8_t, RAD_CHAP_CHALLENGE_SIZE> challenge = {};
@@ -56,19 +56,20 @@ class Chap : public Interop {
 TEST_F(Chap, RightPasswordIsAcceptedAndTheReplyShown) {
     int result = -2;
     const Written written = capture([&] { result = login("alice", Exchange("wonderland")); });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(written.out,
-              "\"alice\" RADIUS Authentication OK\n"
-              "Attributes Received: \n"
-              "Reply-Message: Welcome, alice\n");
-    EXPECT_EQ(written.err, "");
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(
+        "\"alice\" RADIUS Authentication OK\n"
+        "Attributes Received: \n"
+        "Reply-Message: Welcome, alice\n",
+        written.out);
+    EXPECT_EQ("", written.err);
 }
 
 TEST_F(Chap, WrongPasswordIsRefused) {
     int result = -2;
     const Written written = capture([&] { result = login("alice", Exchange("wonderlanD")); });
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(written.out, "");
+    EXPECT_EQ(-1, result);
+    EXPECT_EQ("", written.out);
     EXPECT_THAT(written.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
 }
 
@@ -77,7 +78,7 @@ TEST_F(Chap, ResponseToAnotherChallengeIsRefused) {
     exchange.challenge[15] ^= 1;
     int result = -2;
     capture([&] { result = login("alice", exchange); });
-    EXPECT_EQ(result, -1);
+    EXPECT_EQ(-1, result);
 }
 
 TEST_F(Chap, ServerSeesTheRequestAsItWasMeant) {
@@ -100,8 +101,8 @@ TEST_F(Chap, PasswordOf48CharactersCountsToItsLastOne) {
         whole = login("bob", Exchange(password.c_str()));
         cut = login("bob", Exchange(password.substr(0, password.size() - 1).c_str()));
     });
-    EXPECT_EQ(whole, 0);
-    EXPECT_EQ(cut, -1);
+    EXPECT_EQ(0, whole);
+    EXPECT_EQ(-1, cut);
 }
 
 TEST_F(Chap, LimitsComeBackInMinutesRoundedUp) {
@@ -110,11 +111,11 @@ TEST_F(Chap, LimitsComeBackInMinutesRoundedUp) {
     int result = -2;
     const Written written =
         capture([&] { result = login("alice", Exchange("wonderland"), &idle, &session); });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(written.out, "Reply-Message: Welcome, alice\n");
-    EXPECT_EQ(written.err, "");
-    EXPECT_EQ(idle, 10);      // 600 s
-    EXPECT_EQ(session, 121);  // 7201 s
+    EXPECT_EQ(0, result);
+    EXPECT_EQ("Reply-Message: Welcome, alice\n", written.out);
+    EXPECT_EQ("", written.err);
+    EXPECT_EQ(10, idle);      // 600 s
+    EXPECT_EQ(121, session);  // 7201 s
 }
 
 TEST_F(Chap, LimitsOfARefusalStayUntouched) {
@@ -123,10 +124,10 @@ TEST_F(Chap, LimitsOfARefusalStayUntouched) {
     int result = -2;
     const Written written =
         capture([&] { result = login("alice", Exchange("wrong"), &idle, &session); });
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(written.out + written.err, "");
-    EXPECT_EQ(idle, kUntouched);
-    EXPECT_EQ(session, kUntouched);
+    EXPECT_EQ(-1, result);
+    EXPECT_EQ("", written.out + written.err);
+    EXPECT_EQ(kUntouched, idle);
+    EXPECT_EQ(kUntouched, session);
 }
 
 }  // namespace

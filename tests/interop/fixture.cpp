@@ -22,7 +22,7 @@ void Interop::TearDownTestSuite() {
 
 void Interop::SetUp() {
     std::array<char, 256> hostName = {};
-    ASSERT_EQ(gethostname(hostName.data(), hostName.size() - 1), 0);
+    ASSERT_EQ(0, gethostname(hostName.data(), hostName.size() - 1));
     // The address that a request carries, where the resolver does not know this machine's name.
     root_.write("var/hosts", std::string("127.0.0.1 ") + hostName.data() + "\n");
     palRootSet(root_.path().c_str());
@@ -40,7 +40,7 @@ void Interop::writeConfiguration(const std::string &text) const {
 
 void Interop::configure(const std::string &text) const {
     writeConfiguration(text);
-    ASSERT_EQ(radLibInit(radLibDefConf()), 0);
+    ASSERT_EQ(0, radLibInit(radLibDefConf()));
 }
 
 void Interop::installNtResponse() const {
@@ -48,7 +48,7 @@ void Interop::installNtResponse() const {
     std::filesystem::create_directories(program.parent_path());
     std::filesystem::copy_file(LANYARD_NTRESPONSE, program);
     std::filesystem::create_directory(root_.path() / "tmp");
-    ASSERT_EQ(setenv("PAL_ROOT", root_.path().c_str(), 1), 0);
+    ASSERT_EQ(0, setenv("PAL_ROOT", root_.path().c_str(), 1));
 }
 
 std::string Interop::lastRequest() {

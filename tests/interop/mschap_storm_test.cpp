@@ -81,7 +81,7 @@ class MschapStorm : public Interop, public testing::WithParamInterface<Storm> {
 
     static Mistakes mistakesOf(pid_t pid) {
         int status = 0;
-        EXPECT_EQ(waitpid(pid, &status, 0), pid);
+        EXPECT_EQ(pid, waitpid(pid, &status, 0));
         EXPECT_TRUE(WIFEXITED(status)) << status;
         return {WEXITSTATUS(status) / kMistakesMax, WEXITSTATUS(status) % kMistakesMax};
     }
@@ -123,13 +123,13 @@ TEST_P(MschapStorm, EveryLoginGetsItsOwnResult) {
         sum.letIn += mistakes.letIn;
         sum.keptOut += mistakes.keptOut;
     }
-    EXPECT_EQ(sum.letIn, 0) << "wrong passwords let in";
-    EXPECT_EQ(sum.keptOut, 0) << "right passwords refused";
+    EXPECT_EQ(0, sum.letIn) << "wrong passwords let in";
+    EXPECT_EQ(0, sum.keptOut) << "right passwords refused";
     // Half of the workers begin with the right password, the others with a wrong one.
     const int half = (kProcesses + kThreads) * GetParam().turns / 2;
-    EXPECT_EQ(occurrences(written.out, "RADIUS Authentication OK\n"), half);
-    EXPECT_EQ(occurrences(written.err, "RADIUS Authentication failure\n"), half);
-    EXPECT_EQ(occurrences(written.err, "\n"), half) << written.err;
+    EXPECT_EQ(half, occurrences(written.out, "RADIUS Authentication OK\n"));
+    EXPECT_EQ(half, occurrences(written.err, "RADIUS Authentication failure\n"));
+    EXPECT_EQ(half, occurrences(written.err, "\n")) << written.err;
 }
 
 }  // namespace

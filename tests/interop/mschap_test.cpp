@@ -66,16 +66,16 @@ class Mschap : public Interop {
     }
 
     static void expectAccepted(const Login &outcome) {
-        EXPECT_EQ(outcome.result, 0);
-        EXPECT_EQ(outcome.written.out, "\"alice\" RADIUS Authentication OK\n");
-        EXPECT_EQ(outcome.written.err, "");
+        EXPECT_EQ(0, outcome.result);
+        EXPECT_EQ("\"alice\" RADIUS Authentication OK\n", outcome.written.out);
+        EXPECT_EQ("", outcome.written.err);
     }
 
     static void expectRefused(const Login &outcome) {
-        EXPECT_EQ(outcome.result, -1);
-        EXPECT_EQ(outcome.written.out, "");
+        EXPECT_EQ(-1, outcome.result);
+        EXPECT_EQ("", outcome.written.out);
         EXPECT_THAT(outcome.written.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
-        EXPECT_EQ(occurrences(outcome.written.err, "\n"), 1) << outcome.written.err;
+        EXPECT_EQ(1, occurrences(outcome.written.err, "\n")) << outcome.written.err;
     }
 };
 
@@ -102,9 +102,9 @@ TEST_F(Mschap, ServerSeesTheRequestAsItWasMeant) {
 }
 
 TEST_F(Mschap, PasswordsAreUtf8OfAnyLength) {
-    EXPECT_EQ(login(radMschap, "dave", "p\u00e4ssw\u00f6rd\u20ac").result, 0);
-    EXPECT_EQ(login(radMschap, "dave", "passw\u00f6rd\u20ac").result, -1);
-    EXPECT_EQ(login(radMschap, "bob", kLongPassword).result, 0);
+    EXPECT_EQ(0, login(radMschap, "dave", "p\u00e4ssw\u00f6rd\u20ac").result);
+    EXPECT_EQ(-1, login(radMschap, "dave", "passw\u00f6rd\u20ac").result);
+    EXPECT_EQ(0, login(radMschap, "bob", kLongPassword).result);
 }
 
 TEST_F(Mschap, WithoutTheProgramTheServerRefuses) {
@@ -115,11 +115,11 @@ TEST_F(Mschap, WithoutTheProgramTheServerRefuses) {
 
 TEST_F(Mschap, LimitsComeBackInMinutesRoundedUp) {
     const Login outcome = loginForLimits(radMschapAndGetAttributes, "alice", "wonderland");
-    EXPECT_EQ(outcome.result, 0);
+    EXPECT_EQ(0, outcome.result);
     EXPECT_THAT(outcome.written.out, HasSubstr("Reply-Message: Welcome, alice\n"));
-    EXPECT_EQ(outcome.written.err, "");
-    EXPECT_EQ(outcome.idle, 10U);      // 600 s
-    EXPECT_EQ(outcome.session, 121U);  // 7201 s
+    EXPECT_EQ("", outcome.written.err);
+    EXPECT_EQ(10U, outcome.idle);      // 600 s
+    EXPECT_EQ(121U, outcome.session);  // 7201 s
 }
 
 TEST_F(Mschap, NothingIsLeftInTheFolderOfTheProgram) {
@@ -161,17 +161,17 @@ TEST_F(Mschap, Version2AcceptsEveryTime) {
 
 TEST_F(Mschap, LimitsOfVersion2ComeBackInMinutesRoundedUp) {
     const Login refused = loginForLimits(radMschapv2AndGetAttributes, "alice", "wonderland");
-    EXPECT_EQ(refused.result, -1);
-    EXPECT_EQ(refused.idle, kUntouched);
-    EXPECT_EQ(refused.session, kUntouched);
+    EXPECT_EQ(-1, refused.result);
+    EXPECT_EQ(kUntouched, refused.idle);
+    EXPECT_EQ(kUntouched, refused.session);
 
     radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
     const Login outcome = loginForLimits(radMschapv2AndGetAttributes, "alice", "wonderland");
-    EXPECT_EQ(outcome.result, 0);
+    EXPECT_EQ(0, outcome.result);
     EXPECT_THAT(outcome.written.out, HasSubstr("Reply-Message: Welcome, alice\n"));
-    EXPECT_EQ(outcome.written.err, "");
-    EXPECT_EQ(outcome.idle, 10U);
-    EXPECT_EQ(outcome.session, 121U);
+    EXPECT_EQ("", outcome.written.err);
+    EXPECT_EQ(10U, outcome.idle);
+    EXPECT_EQ(121U, outcome.session);
 }
 
 // --- The keys of an accept (RFC 3079 section 3) ---------------------------------------------------
@@ -227,7 +227,7 @@ Octets keyOf(RadPair *reply, int type) {
             keys++;
         }
     }
-    EXPECT_EQ(keys, 1) << "of type " << type;
+    EXPECT_EQ(1, keys) << "of type " << type;
     return key;
 }
 
@@ -236,7 +236,7 @@ void addVendor(RadPair **request, int type, const Octets &data) {
     const int length = radVendorMessagePack(value.data(), RAD_VENDOR_MICROSOFT, type, data.data(),
                                             static_cast<int>(data.size()));
     ASSERT_GT(length, 0);
-    ASSERT_NE(radPairAdd(request, RAD_ATTR_VENDOR_SPECIFIC, value.data(), length), nullptr);
+    ASSERT_NE(nullptr, radPairAdd(request, RAD_ATTR_VENDOR_SPECIFIC, value.data(), length));
 }
 
 TEST_F(Mschap, KeysOfAnAcceptAreThoseThatThePasswordMakes) {
@@ -244,24 +244,23 @@ TEST_F(Mschap, KeysOfAnAcceptAreThoseThatThePasswordMakes) {
     const Octets authenticatorChallenge(16, 1);
     Octets peerChallenge(16);
     Octets ntResponse(24);
-    ASSERT_EQ(generateMschapv2Response(ntResponse.data(), peerChallenge.data(), "alice",
-                                       "wonderland", authenticatorChallenge.data()),
-              0);
+    ASSERT_EQ(0, generateMschapv2Response(ntResponse.data(), peerChallenge.data(), "alice",
+                                          "wonderland", authenticatorChallenge.data()));
     Octets response = {0, 0};
     response.insert(response.end(), peerChallenge.begin(), peerChallenge.end());
     response.insert(response.end(), 8, 0);
     response.insert(response.end(), ntResponse.begin(), ntResponse.end());
 
     RadPair *request = nullptr;
-    ASSERT_NE(radPairAdd(&request, RAD_ATTR_USER_NAME, "alice", 0), nullptr);
+    ASSERT_NE(nullptr, radPairAdd(&request, RAD_ATTR_USER_NAME, "alice", 0));
     addVendor(&request, RAD_MS_CHAP_CHALLENGE, authenticatorChallenge);
     addVendor(&request, RAD_MS_CHAP2_RESPONSE, response);
     RadPair *reply = nullptr;
-    EXPECT_EQ(radBuildAndSendReq(RAD_CODE_ACCESS_REQUEST, request, &reply), RAD_CODE_ACCESS_ACCEPT);
+    EXPECT_EQ(RAD_CODE_ACCESS_ACCEPT, radBuildAndSendReq(RAD_CODE_ACCESS_REQUEST, request, &reply));
 
     const Octets master = masterKey(ntResponse);
-    EXPECT_EQ(keyOf(reply, RAD_MS_MPPE_SEND_KEY), startKey(master, kSendKeyMagic));
-    EXPECT_EQ(keyOf(reply, RAD_MS_MPPE_RECV_KEY), startKey(master, kRecvKeyMagic));
+    EXPECT_EQ(startKey(master, kSendKeyMagic), keyOf(reply, RAD_MS_MPPE_SEND_KEY));
+    EXPECT_EQ(startKey(master, kRecvKeyMagic), keyOf(reply, RAD_MS_MPPE_RECV_KEY));
     radPairListFree(reply);
     radPairListFree(request);
 }

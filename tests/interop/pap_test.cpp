@@ -31,20 +31,21 @@ TEST_F(Pap, RightPasswordIsAcceptedAndTheReplyShown) {
     configureWith(server().authPort());
     int result = -2;
     const Written written = capture([&] { result = radAuth("alice", "wonderland"); });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(written.out,
-              "\"alice\" RADIUS Authentication OK\n"
-              "Attributes Received: \n"
-              "Reply-Message: Welcome, alice\n");
-    EXPECT_EQ(written.err, "");
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(
+        "\"alice\" RADIUS Authentication OK\n"
+        "Attributes Received: \n"
+        "Reply-Message: Welcome, alice\n",
+        written.out);
+    EXPECT_EQ("", written.err);
 }
 
 TEST_F(Pap, WrongPasswordIsRefused) {
     configureWith(server().authPort());
     int result = -2;
     const Written written = capture([&] { result = radAuth("alice", "wonderlanD"); });
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(written.out, "");
+    EXPECT_EQ(-1, result);
+    EXPECT_EQ("", written.out);
     EXPECT_THAT(written.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
 }
 
@@ -64,7 +65,7 @@ TEST_F(Pap, NasIdentifierOfTheServerEntryTakesThePlaceOfTheAddress) {
     configure("authserver " + entry(server().authPort()) + ":gateway-7\n");
     int result = -2;
     capture([&] { result = radAuth("alice", "wonderland"); });
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(0, result);
     EXPECT_THAT(lastRequest(), HasSubstr("NAS-Identifier = \"gateway-7\"\n"));
     EXPECT_THAT(lastRequest(), Not(HasSubstr("NAS-IP-Address")));
 }
@@ -72,15 +73,15 @@ TEST_F(Pap, NasIdentifierOfTheServerEntryTakesThePlaceOfTheAddress) {
 TEST_F(Pap, PasswordOf48CharactersArrivesWhole) {
     configureWith(server().authPort());
     const std::string password = kLongPassword;
-    ASSERT_EQ(password.size(), size_t{RAD_PASSWORD_MAX});
+    ASSERT_EQ(size_t{RAD_PASSWORD_MAX}, password.size());
     int whole = -2;
     int cut = -2;
     capture([&] {
         whole = radAuth("bob", password.c_str());
         cut = radAuth("bob", password.substr(0, password.size() - 1).c_str());
     });
-    EXPECT_EQ(whole, 0);
-    EXPECT_EQ(cut, -1);
+    EXPECT_EQ(0, whole);
+    EXPECT_EQ(-1, cut);
 }
 
 TEST_F(Pap, LimitsComeBackInMinutesRoundedUp) {
@@ -89,9 +90,9 @@ TEST_F(Pap, LimitsComeBackInMinutesRoundedUp) {
     uint32_t session = kUntouched;
     int result = -2;
     capture([&] { result = radAuthAndGetAttributes("alice", "wonderland", &idle, &session); });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(idle, 10U);      // 600 s
-    EXPECT_EQ(session, 121U);  // 7201 s
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(10U, idle);      // 600 s
+    EXPECT_EQ(121U, session);  // 7201 s
 }
 
 TEST_F(Pap, LimitsThatTheReplyDoesNotCarryStayUntouched) {
@@ -100,27 +101,28 @@ TEST_F(Pap, LimitsThatTheReplyDoesNotCarryStayUntouched) {
     uint32_t session = kUntouched;
     int carol = -2;
     capture([&] { carol = radAuthAndGetAttributes("carol", "looking-glass", &idle, &session); });
-    EXPECT_EQ(carol, 0);
-    EXPECT_EQ(idle, kUntouched);
-    EXPECT_EQ(session, 1U);  // 60 s
+    EXPECT_EQ(0, carol);
+    EXPECT_EQ(kUntouched, idle);
+    EXPECT_EQ(1U, session);  // 60 s
 
     session = kUntouched;
     int bob = -2;
     capture([&] { bob = radAuthAndGetAttributes("bob", kLongPassword, &idle, &session); });
-    EXPECT_EQ(bob, 0);
-    EXPECT_EQ(idle, kUntouched);
-    EXPECT_EQ(session, kUntouched);
+    EXPECT_EQ(0, bob);
+    EXPECT_EQ(kUntouched, idle);
+    EXPECT_EQ(kUntouched, session);
 }
 
 TEST_F(Pap, AttributeThatTheBuiltInDictionaryLacksIsSkippedWithAWarning) {
     configureWith(server().authPort());
     int result = -2;
     const Written written = capture([&] { result = radAuth("carol", "looking-glass"); });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(written.out,
-              "\"carol\" RADIUS Authentication OK\n"
-              "Attributes Received: \n"
-              "Filter-Id: 0x677565737473\n");
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(
+        "\"carol\" RADIUS Authentication OK\n"
+        "Attributes Received: \n"
+        "Filter-Id: 0x677565737473\n",
+        written.out);
     EXPECT_THAT(written.err, HasSubstr("radPairGen: received unknown attribute 25 of length 3"));
 }
 
@@ -130,28 +132,28 @@ TEST_F(Pap, ShippedDictionaryKnowsThatAttribute) {
     configureWith(server().authPort(), "dictionary /etc/radius.dict\n");
     int result = -2;
     const Written written = capture([&] { result = radAuth("carol", "looking-glass"); });
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(0, result);
     EXPECT_THAT(written.out, HasSubstr("Class: 0x0102fffffffe\n"));
-    EXPECT_EQ(written.err, "");
+    EXPECT_EQ("", written.err);
 }
 
 TEST_F(Pap, RepliesWithAMessageAuthenticatorAreTakenOnceItIsVerified) {
     configureWith(server().signedPort());
     int accepted = -2;
     const Written accept = capture([&] { accepted = radAuth("alice", "wonderland"); });
-    EXPECT_EQ(accepted, 0);
+    EXPECT_EQ(0, accepted);
     EXPECT_THAT(accept.out, MatchesRegex("\"alice\" RADIUS Authentication OK\n"
                                          "Attributes Received: \n"
                                          "Reply-Message: Welcome, alice\n"
                                          "Message-Authenticator: 0x[0-9a-f]+\n"));
-    EXPECT_EQ(accept.err, "");
+    EXPECT_EQ("", accept.err);
 
     int refused = -2;
     const Written reject = capture([&] { refused = radAuth("alice", "wrong"); });
-    EXPECT_EQ(refused, -1);
+    EXPECT_EQ(-1, refused);
     EXPECT_THAT(reject.out,
                 MatchesRegex("Attributes Received: \nMessage-Authenticator: 0x[0-9a-f]+\n"));
-    EXPECT_EQ(occurrences(reject.err, "\n"), 1) << reject.err;
+    EXPECT_EQ(1, occurrences(reject.err, "\n")) << reject.err;
     EXPECT_THAT(reject.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
 }
 
@@ -161,8 +163,8 @@ TEST_F(Pap, WrongSharedSecretMeetsSilence) {
     const auto start = std::chrono::steady_clock::now();
     const Written written = capture([&] { result = radAuth("alice", "wonderland"); });
     const auto waited = std::chrono::steady_clock::now() - start;
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(written.out, "");
+    EXPECT_EQ(-1, result);
+    EXPECT_EQ("", written.out);
     EXPECT_THAT(written.err, HasSubstr("radSendtoServer: No reply from RADIUS server 127.0.0.1:" +
                                        std::to_string(server().authPort())));
     EXPECT_GE(waited, std::chrono::milliseconds(990));

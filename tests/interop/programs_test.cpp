@@ -63,20 +63,21 @@ class Programs : public Interop {
 
 TEST_F(Programs, RadauthAcceptsTheRightPassword) {
     const ProgramResult result = run("radauth", {"alice", "wonderland"});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out,
-              "\"alice\" RADIUS Authentication OK\n"
-              "Attributes Received: \n"
-              "Reply-Message: Welcome, alice\n");
-    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(0, result.status);
+    EXPECT_EQ(
+        "\"alice\" RADIUS Authentication OK\n"
+        "Attributes Received: \n"
+        "Reply-Message: Welcome, alice\n",
+        result.out);
+    EXPECT_EQ("", result.err);
 }
 
 TEST_F(Programs, RadauthRefusesTheWrongOneInOneLineAndNamesTheServer) {
     const ProgramResult result = run("radauth", {"alice", "wrong"});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ("", result.out);
     EXPECT_THAT(result.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
-    EXPECT_EQ(occurrences(result.err, "\n"), 2) << result.err;
+    EXPECT_EQ(2, occurrences(result.err, "\n")) << result.err;
     EXPECT_THAT(result.err, EndsWith("\n" + rejectedBy(server().authPort())));
 }
 
@@ -86,7 +87,7 @@ TEST_F(Programs, WrongPasswordWrongSecretAndDeadServerReadDifferently) {
                        entry(server().authPort(), "not-the-secret") + ", " +
                        entry(server().authPort()) + "\n");
     const ProgramResult result = run("radauth", {"alice", "wrong"});
-    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(1, result.status);
     EXPECT_THAT(result.err, EndsWith(silenceOf(silent.port()) + silenceOf(server().authPort()) +
                                      rejectedBy(server().authPort())));
     EXPECT_THAT(result.err, Not(HasSubstr("not-the-secret")));
@@ -96,45 +97,45 @@ TEST_F(Programs, RadauthReadsAnotherFileAndTakesV) {
     root().write("elsewhere/other.conf", "authserver " + entry(server().signedPort()) + "\n");
     const ProgramResult result =
         run("radauth", {"-v", "-f", "/elsewhere/other.conf", "alice", "wonderland"});
-    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(0, result.status);
     EXPECT_THAT(result.out, HasSubstr("Message-Authenticator: 0x"));
 }
 
 TEST_F(Programs, RadauthExplainsItself) {
     const ProgramResult none = run("radauth", {});
-    EXPECT_EQ(none.status, 1);
-    EXPECT_EQ(none.out, usage("radauth"));
+    EXPECT_EQ(1, none.status);
+    EXPECT_EQ(usage("radauth"), none.out);
 
     const ProgramResult one = run("radauth", {"alice"});
-    EXPECT_EQ(one.status, 1);
-    EXPECT_EQ(one.out, usage("radauth"));
+    EXPECT_EQ(1, one.status);
+    EXPECT_EQ(usage("radauth"), one.out);
 
     const ProgramResult unknown = run("radauth", {"-x", "alice", "wonderful"});
-    EXPECT_EQ(unknown.status, 1);
-    EXPECT_EQ(unknown.out, usage("radauth"));
+    EXPECT_EQ(1, unknown.status);
+    EXPECT_EQ(usage("radauth"), unknown.out);
 }
 
 TEST_F(Programs, RadauthWithoutUserOrPasswordBehindTheOptionsFails) {
     const ProgramResult neither = run("radauth", {"-f", "/var/radius.conf"});
-    EXPECT_EQ(neither.status, 1);
+    EXPECT_EQ(1, neither.status);
     EXPECT_THAT(neither.out + neither.err, Not(IsEmpty()));
 
     const ProgramResult noPassword = run("radauth", {"-f", "/var/radius.conf", "alice"});
-    EXPECT_EQ(noPassword.status, 1);
+    EXPECT_EQ(1, noPassword.status);
     EXPECT_THAT(noPassword.out + noPassword.err, Not(IsEmpty()));
 
     const ProgramResult noFile = run("radauth", {"alice", "wonderful", "-f"});
-    EXPECT_EQ(noFile.status, 1);
+    EXPECT_EQ(1, noFile.status);
     EXPECT_THAT(noFile.out + noFile.err, Not(IsEmpty()));
 }
 
 TEST_F(Programs, RadauthRefusesNamesAndPasswordsThatAreTooLong) {
     const ProgramResult name = run("radauth", {std::string(65, 'n'), "password"});
-    EXPECT_EQ(name.status, 1);
+    EXPECT_EQ(1, name.status);
     EXPECT_THAT(name.err, HasSubstr("Invalid username or password"));
 
     const ProgramResult password = run("radauth", {"alice", std::string(49, 'p')});
-    EXPECT_EQ(password.status, 1);
+    EXPECT_EQ(1, password.status);
     EXPECT_THAT(password.err, HasSubstr("Invalid username or password"));
     EXPECT_THAT(password.err, Not(HasSubstr("ppp")));
 }
@@ -142,13 +143,13 @@ TEST_F(Programs, RadauthRefusesNamesAndPasswordsThatAreTooLong) {
 TEST_F(Programs, MissingFileIsReported) {
     for (const char *program : {"radauth", "radauth-all", "radauth-portal"}) {
         const ProgramResult result = run(program, {"-f", "/var/none.conf", "alice", "wonderland"});
-        EXPECT_EQ(result.status, 1) << program;
+        EXPECT_EQ(1, result.status) << program;
         EXPECT_THAT(result.err,
                     HasSubstr("radConfigure: can't open /var/none.conf: No such file or directory"))
             << program;
     }
     const ProgramResult result = run("radacct", {"-f", "/var/none.conf", "-s", "7"});
-    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(1, result.status);
     EXPECT_THAT(result.err, HasSubstr("can't open /var/none.conf"));
 }
 
@@ -157,20 +158,20 @@ TEST_F(Programs, BrokenFileIsReportedWithItsLine) {
                        "\n\nTimeout 3\n");
     for (const char *program : {"radauth", "radauth-all", "radauth-portal"}) {
         const ProgramResult result = run(program, {"alice", "wonderland"});
-        EXPECT_EQ(result.status, 1) << program;
+        EXPECT_EQ(1, result.status) << program;
         EXPECT_THAT(result.err, HasSubstr("radConfigure: /var/radius.conf: line 4: "
                                           "unrecognized keyword: Timeout"))
             << program;
     }
     const ProgramResult result = run("radacct", {"-s", "7"});
-    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(1, result.status);
     EXPECT_THAT(result.err, HasSubstr("line 4: unrecognized keyword: Timeout"));
 }
 
 TEST_F(Programs, FileWithoutServersIsReported) {
     writeConfiguration("timeout 3\n");
     const ProgramResult result = run("radauth", {"alice", "wonderland"});
-    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(1, result.status);
     EXPECT_THAT(result.err, HasSubstr("radConfAssert: No AuthServer Specified"));
 }
 
@@ -183,80 +184,83 @@ TEST_F(Programs, RadauthAllShowsEveryServerBehindTheLastReply) {
     const std::string third = "3 " + address(server().authPort());
 
     const ProgramResult right = run("radauth-all", {"alice", "wonderland"});
-    EXPECT_EQ(right.status, 0);
-    EXPECT_EQ(right.out, "Reply-Message: Welcome, alice\n" + first + " Access-Accept\n" + second +
-                             " no valid reply\n" + third + " Access-Accept\n");
+    EXPECT_EQ(0, right.status);
+    EXPECT_EQ("Reply-Message: Welcome, alice\n" + first + " Access-Accept\n" + second +
+                  " no valid reply\n" + third + " Access-Accept\n",
+              right.out);
 
     const ProgramResult wrong = run("radauth-all", {"alice", "wrong"});
-    EXPECT_EQ(wrong.status, 1);
-    EXPECT_EQ(wrong.out, first + " Access-Reject\n" + second + " no valid reply\n" + third +
-                             " Access-Reject\n");
+    EXPECT_EQ(1, wrong.status);
+    EXPECT_EQ(
+        first + " Access-Reject\n" + second + " no valid reply\n" + third + " Access-Reject\n",
+        wrong.out);
 }
 
 TEST_F(Programs, RadauthAllSaysWhenNobodyWasAsked) {
     const ProgramResult none = run("radauth-all", {});
-    EXPECT_EQ(none.status, 1);
-    EXPECT_EQ(none.out, "");
+    EXPECT_EQ(1, none.status);
+    EXPECT_EQ("", none.out);
     EXPECT_THAT(none.err, StartsWith("radauth-all: no server was asked"));
     EXPECT_THAT(none.err, HasSubstr("Usage: radauth-all "));
 
     const ProgramResult tooLong = run("radauth-all", {std::string(65, 'n'), "password"});
-    EXPECT_EQ(tooLong.status, 1);
-    EXPECT_EQ(tooLong.out, "1 " + address(server().authPort()) + " not asked\n");
+    EXPECT_EQ(1, tooLong.status);
+    EXPECT_EQ("1 " + address(server().authPort()) + " not asked\n", tooLong.out);
     EXPECT_THAT(tooLong.err, HasSubstr("no server was asked"));
 }
 
 TEST_F(Programs, RadauthPortalShowsTheLimits) {
     const ProgramResult both = run("radauth-portal", {"alice", "wonderland"});
-    EXPECT_EQ(both.status, 0);
-    EXPECT_EQ(both.out,
-              "Attributes Received: \n"
-              "Reply-Message: Welcome, alice\n"
-              "The user is let in.\n"
-              "Idle: 10 minutes\n"
-              "Session: 121 minutes\n");
+    EXPECT_EQ(0, both.status);
+    EXPECT_EQ(
+        "Attributes Received: \n"
+        "Reply-Message: Welcome, alice\n"
+        "The user is let in.\n"
+        "Idle: 10 minutes\n"
+        "Session: 121 minutes\n",
+        both.out);
 
     const ProgramResult one = run("radauth-portal", {"carol", "looking-glass"});
-    EXPECT_EQ(one.status, 0);
+    EXPECT_EQ(0, one.status);
     EXPECT_THAT(one.out, HasSubstr("Idle: not limited\nSession: 1 minute\n"));
 }
 
 TEST_F(Programs, RadauthPortalRefusesTheWrongPasswordAndNamesTheServer) {
     const ProgramResult result = run("radauth-portal", {"alice", "wrong"});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err,
-              "radauth-portal: the user is not let in\n" + rejectedBy(server().authPort()));
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ("", result.out);
+    EXPECT_EQ("radauth-portal: the user is not let in\n" + rejectedBy(server().authPort()),
+              result.err);
 }
 
 TEST_F(Programs, RadauthPortalExplainsItself) {
     const ProgramResult none = run("radauth-portal", {});
-    EXPECT_EQ(none.status, 1);
-    EXPECT_EQ(none.out, usage("radauth-portal"));
+    EXPECT_EQ(1, none.status);
+    EXPECT_EQ(usage("radauth-portal"), none.out);
 
     const ProgramResult unknown = run("radauth-portal", {"-x", "alice", "wonderful"});
-    EXPECT_EQ(unknown.status, 1);
-    EXPECT_EQ(unknown.out, usage("radauth-portal"));
+    EXPECT_EQ(1, unknown.status);
+    EXPECT_EQ(usage("radauth-portal"), unknown.out);
 }
 
 TEST_F(Programs, RadacctSendsItsStatus) {
     const size_t before = server().accountingRecords().size();
     const ProgramResult result = run("radacct", {"-s", "8"});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out, "RADIUS Accounting Exchange OK\n");
-    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(0, result.status);
+    EXPECT_EQ("RADIUS Accounting Exchange OK\n", result.out);
+    EXPECT_EQ("", result.err);
     EXPECT_THAT(server().accountingRecords().substr(before),
                 HasSubstr("Acct-Status-Type = Accounting-Off\n"));
 }
 
 TEST_F(Programs, RadacctSaysWhatIsWrong) {
     const ProgramResult unknown = run("radacct", {"-x"});
-    EXPECT_EQ(unknown.status, 1);
-    EXPECT_EQ(unknown.out, "Usage: " + path("radacct") + " [-v] [ -f confFile] [-s status]\n");
+    EXPECT_EQ(1, unknown.status);
+    EXPECT_EQ("Usage: " + path("radacct") + " [-v] [ -f confFile] [-s status]\n", unknown.out);
 
     writeConfiguration("authserver " + entry(server().authPort()) + "\n");
     const ProgramResult noServer = run("radacct", {"-s", "7"});
-    EXPECT_EQ(noServer.status, 1);
+    EXPECT_EQ(1, noServer.status);
     EXPECT_THAT(noServer.err, HasSubstr("RADIUS is not configured properly"));
     EXPECT_THAT(noServer.err, HasSubstr("RADIUS Accounting Exchange Failed"));
 }
@@ -307,8 +311,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_P(LoginPrograms, AcceptTheRightPassword) {
     const ProgramResult result = login("alice", "wonderland");
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(0, result.status);
+    EXPECT_EQ("", result.err);
     if (GetParam().isPortal) {
         EXPECT_THAT(result.out, HasSubstr("Reply-Message: Welcome, alice\n"));
         EXPECT_THAT(result.out,
@@ -320,22 +324,22 @@ TEST_P(LoginPrograms, AcceptTheRightPassword) {
 
 TEST_P(LoginPrograms, RefuseTheWrongOneInOneLineAndNameTheServer) {
     const ProgramResult result = login("alice", "wrong");
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ("", result.out);
     if (GetParam().isPortal) {
         EXPECT_THAT(result.err,
                     EndsWith(std::string(GetParam().name) + ": the user is not let in\n" +
                              rejectedBy(server().authPort())));
     } else {
         EXPECT_THAT(result.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
-        EXPECT_EQ(occurrences(result.err, "\n"), 2) << result.err;
+        EXPECT_EQ(2, occurrences(result.err, "\n")) << result.err;
         EXPECT_THAT(result.err, EndsWith(rejectedBy(server().authPort())));
     }
 }
 
 TEST_P(LoginPrograms, ShowOnlyTheLimitsThatAreThere) {
     const ProgramResult result = login("carol", "looking-glass");
-    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(0, result.status);
     if (GetParam().isPortal) {
         EXPECT_THAT(result.out, EndsWith("Idle: not limited\nSession: 1 minute\n"));
     }
@@ -348,7 +352,7 @@ TEST_P(LoginPrograms, ReadAnotherFile) {
     for (const char *argument : {"-v", "-f", "/elsewhere/other.conf", "alice", "wonderland"}) {
         arguments.emplace_back(argument);
     }
-    EXPECT_EQ(run(GetParam().name, arguments).status, 0);
+    EXPECT_EQ(0, run(GetParam().name, arguments).status);
 }
 
 TEST_P(LoginPrograms, ExplainThemselves) {
@@ -361,7 +365,7 @@ TEST_P(LoginPrograms, ExplainThemselves) {
         std::vector<std::string> arguments = GetParam().options;
         arguments.insert(arguments.end(), more.begin(), more.end());
         const ProgramResult result = run(program, arguments);
-        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(1, result.status);
         // The portal of CHAP tells at a level that is not shown.
         EXPECT_THAT(result.out, program == "radchap-portal" ? "" : usage(program));
     }
@@ -373,17 +377,17 @@ TEST_P(LoginPrograms, MissingFileIsReported) {
         arguments.emplace_back(argument);
     }
     const ProgramResult result = run(GetParam().name, arguments);
-    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(1, result.status);
     EXPECT_THAT(result.err,
                 HasSubstr("radConfigure: can't open /var/none.conf: No such file or directory"));
 }
 
 TEST_F(Programs, RadmschapNeedsTheNtResponseProgram) {
     for (const char *program : {"radmschap", "radmschap-portal"}) {
-        EXPECT_EQ(run(program, {"alice", "wonderland"}).status, 1);
+        EXPECT_EQ(1, run(program, {"alice", "wonderland"}).status);
     }
     installNtResponse();
-    EXPECT_EQ(run("radmschap", {"alice", "wonderland"}).status, 0);
+    EXPECT_EQ(0, run("radmschap", {"alice", "wonderland"}).status);
 }
 
 // --- The file of the NT-Response program, in other hands -------------------------------------------
@@ -430,11 +434,11 @@ TEST_P(PlantedFiles, HelpNobodyBeforeTheLogin) {
     const std::string plant =
         "cd " + root().path().string() + " && rm -f tmp/mschap_alice && " + GetParam().commands;
     for (const char *wrong : {"wonderlanD", "\xff"}) {
-        ASSERT_EQ(runProgram({"/bin/sh", "-c", plant}, {}).status, 0);
-        EXPECT_EQ(run("radmschap", {"alice", wrong}).status, 1);
+        ASSERT_EQ(0, runProgram({"/bin/sh", "-c", plant}, {}).status);
+        EXPECT_EQ(1, run("radmschap", {"alice", wrong}).status);
     }
-    ASSERT_EQ(runProgram({"/bin/sh", "-c", plant}, {}).status, 0);
-    EXPECT_EQ(run("radmschap", {"alice", "wonderland"}).status, 0);
+    ASSERT_EQ(0, runProgram({"/bin/sh", "-c", plant}, {}).status);
+    EXPECT_EQ(0, run("radmschap", {"alice", "wonderland"}).status);
 }
 
 // The device's program itself stands in for somebody who is quicker.
@@ -444,7 +448,7 @@ TEST_P(PlantedFiles, HelpNobodyDuringTheLogin) {
                  "#!/bin/sh\ncd \"$PAL_ROOT\" && " + std::string(GetParam().commands) + "\n");
     std::filesystem::permissions(root().path() / program, std::filesystem::perms::owner_all);
     const ProgramResult result = run("radmschap", {"alice", "wonderlanD"});
-    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(1, result.status);
     EXPECT_TRUE(std::filesystem::exists(
         std::filesystem::symlink_status(root().path() / "tmp/mschap_alice")));
     EXPECT_THAT(result.err, HasSubstr("/tmp/mschap_alice is not read"));
@@ -455,15 +459,15 @@ TEST_F(Programs, ResponseThatWasLeftOverLetsNobodyIn) {
     installNtResponse();
     for (const char *wrong : {"\xff", "wonderlanD"}) {
         root().write("tmp/mschap_alice", kResponseOfAlice);
-        EXPECT_EQ(run("radmschap", {"alice", wrong}).status, 1);
+        EXPECT_EQ(1, run("radmschap", {"alice", wrong}).status);
         EXPECT_FALSE(std::filesystem::exists(root().path() / "tmp/mschap_alice"));
     }
 }
 
 TEST_F(Programs, BuiltinNeedsNeitherProgramNorFolder) {
     for (const char *program : {"radmschap", "radmschap-portal"}) {
-        EXPECT_EQ(run(program, {"--builtin", "alice", "wonderland"}).status, 0) << program;
-        EXPECT_EQ(run(program, {"--builtin", "alice", "wonderlanD"}).status, 1) << program;
+        EXPECT_EQ(0, run(program, {"--builtin", "alice", "wonderland"}).status) << program;
+        EXPECT_EQ(1, run(program, {"--builtin", "alice", "wonderlanD"}).status) << program;
     }
     for (const char *program : {"radmschapv2", "radmschapv2-portal"}) {
         for (const std::vector<std::string> &options :
@@ -471,9 +475,9 @@ TEST_F(Programs, BuiltinNeedsNeitherProgramNorFolder) {
               {"--standard-sha1", "--builtin"}}) {
             std::vector<std::string> arguments = options;
             arguments.insert(arguments.end(), {"alice", "wonderland"});
-            EXPECT_EQ(run(program, arguments).status, 0) << program;
+            EXPECT_EQ(0, run(program, arguments).status) << program;
             arguments.back() = "wonderlanD";
-            EXPECT_EQ(run(program, arguments).status, 1) << program;
+            EXPECT_EQ(1, run(program, arguments).status) << program;
         }
     }
     EXPECT_FALSE(std::filesystem::exists(root().path() / "tmp"));
@@ -482,8 +486,8 @@ TEST_F(Programs, BuiltinNeedsNeitherProgramNorFolder) {
 TEST_F(Programs, Radmschapv2NeedsThePublishedSha1ForAStandardServer) {
     installNtResponse();
     for (const char *program : {"radmschapv2", "radmschapv2-portal"}) {
-        EXPECT_EQ(run(program, {"alice", "wonderland"}).status, 1) << program;
-        EXPECT_EQ(run(program, {"--standard-sha1", "alice", "wonderland"}).status, 0) << program;
+        EXPECT_EQ(1, run(program, {"alice", "wonderland"}).status) << program;
+        EXPECT_EQ(0, run(program, {"--standard-sha1", "alice", "wonderland"}).status) << program;
     }
 }
 
@@ -497,16 +501,16 @@ TEST_F(Programs, OptionsOfMschapStandInFrontOrNowhere) {
               {"-v", "--builtin", "alice", "wonderful"},
               {"--standard-sha", "alice", "wonderful"}}) {
             const ProgramResult result = run(program, arguments);
-            EXPECT_EQ(result.status, 1);
-            EXPECT_EQ(result.out, usage(program));
+            EXPECT_EQ(1, result.status);
+            EXPECT_EQ(usage(program), result.out);
         }
     }
     for (const char *program : {"radauth", "radmschap"}) {
-        EXPECT_EQ(run(program, {"--standard-sha1", "alice", "wonderful"}).out, usage(program));
+        EXPECT_EQ(usage(program), run(program, {"--standard-sha1", "alice", "wonderful"}).out);
     }
-    EXPECT_EQ(run("radauth", {"--builtin", "alice", "wonderful"}).out, usage("radauth"));
-    EXPECT_EQ(run("radmschap", {"--builtin", "--builtin", "alice", "wonderful"}).out,
-              usage("radmschap"));
+    EXPECT_EQ(usage("radauth"), run("radauth", {"--builtin", "alice", "wonderful"}).out);
+    EXPECT_EQ(usage("radmschap"),
+              run("radmschap", {"--builtin", "--builtin", "alice", "wonderful"}).out);
 }
 
 }  // namespace

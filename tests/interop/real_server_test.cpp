@@ -61,7 +61,7 @@ TEST(RealServer, HoldsItsPortsAndFreesThemAtItsEnd) {
 TEST(RealServer, EndsWithTheProcessThatStartedIt) {
     const ScratchFolder folder;
     std::array<int, 2> ends = {-1, -1};
-    ASSERT_EQ(pipe(ends.data()), 0);
+    ASSERT_EQ(0, pipe(ends.data()));
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
@@ -76,11 +76,11 @@ TEST(RealServer, EndsWithTheProcessThatStartedIt) {
     }
     close(ends[1]);
     uint16_t port = 0;
-    EXPECT_EQ(read(ends[0], &port, sizeof port), ssize_t{sizeof port});
+    EXPECT_EQ(ssize_t{sizeof port}, read(ends[0], &port, sizeof port));
     close(ends[0]);
     EXPECT_FALSE(portIsFree(port));
     kill(child, SIGKILL);
-    ASSERT_EQ(waitpid(child, nullptr, 0), child);
+    ASSERT_EQ(child, waitpid(child, nullptr, 0));
     EXPECT_TRUE(portBecomesFree(port));
 }
 

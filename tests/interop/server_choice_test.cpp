@@ -28,8 +28,8 @@ TEST_F(ServerChoice, SilentServerIsPassedOver) {
     configure("authserver " + entry(silent().port()) + ", " + entry(server().authPort()) + "\n");
     int result = -2;
     const Written written = capture([&] { result = radAuth("alice", "wonderland"); });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(silent().packets(), 1);
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(1, silent().packets());
     EXPECT_THAT(written.err, HasSubstr("No reply from RADIUS server 127.0.0.1:" +
                                        std::to_string(silent().port())));
     EXPECT_THAT(written.out, HasSubstr("Welcome, alice"));
@@ -40,8 +40,8 @@ TEST_F(ServerChoice, SilentServerIsAskedAgainAsOftenAsConfigured) {
               ":1:1:" + server().secret() + " " + entry(server().authPort()) + "\n");
     int result = -2;
     capture([&] { result = radAuth("alice", "wonderland"); });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(silent().packets(), 2);
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(2, silent().packets());
 }
 
 TEST_F(ServerChoice, SilentAccountingServerIsPassedOver) {
@@ -50,11 +50,11 @@ TEST_F(ServerChoice, SilentAccountingServerIsPassedOver) {
     const size_t before = server().accountingRecords().size();
     int result = -2;
     capture([&] { result = radAcct(7); });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(silent().packets(), 1);
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(1, silent().packets());
     // The record that failed over carries no attribute twice.
     const std::string record = server().accountingRecords().substr(before);
-    EXPECT_EQ(occurrences(record, "NAS-IP-Address = "), 1);
+    EXPECT_EQ(1, occurrences(record, "NAS-IP-Address = "));
     EXPECT_THAT(record, HasSubstr("Acct-Status-Type = Accounting-On\n"));
 }
 
@@ -62,8 +62,8 @@ TEST_F(ServerChoice, RejectIsFinal) {
     configure("authserver " + entry(server().authPort()) + " " + entry(silent().port()) + "\n");
     int result = -2;
     capture([&] { result = radAuth("alice", "wrong"); });
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(silent().packets(), 0);
+    EXPECT_EQ(-1, result);
+    EXPECT_EQ(0, silent().packets());
 }
 
 TEST_F(ServerChoice, AllServersAreAskedAndReportedInOrder) {
@@ -72,13 +72,13 @@ TEST_F(ServerChoice, AllServersAreAskedAndReportedInOrder) {
     std::array<int32_t, 4> results = {0, 0, 0, 4711};
     int right = -2;
     capture([&] { right = radAuthCheckAllServer("alice", "wonderland", results.data()); });
-    EXPECT_EQ(right, 0);
+    EXPECT_EQ(0, right);
     EXPECT_THAT(results, ElementsAre(RAD_CODE_ACCESS_ACCEPT, -1, RAD_CODE_ACCESS_ACCEPT, 4711));
-    EXPECT_EQ(silent().packets(), 1);
+    EXPECT_EQ(1, silent().packets());
 
     int wrong = -2;
     capture([&] { wrong = radAuthCheckAllServer("alice", "wrong", results.data()); });
-    EXPECT_EQ(wrong, -1);
+    EXPECT_EQ(-1, wrong);
     EXPECT_THAT(results, ElementsAre(RAD_CODE_ACCESS_REJECT, -1, RAD_CODE_ACCESS_REJECT, 4711));
 }
 

@@ -51,7 +51,7 @@ class ShippedFiles : public testing::Test {
   protected:
     void SetUp() override {
         palRootSet(nullptr);
-        ASSERT_EQ(radMemInit(RAD_PARTITION_SIZE), 0);
+        ASSERT_EQ(0, radMemInit(RAD_PARTITION_SIZE));
     }
     void TearDown() override {
         radLibExit();
@@ -62,27 +62,27 @@ class ShippedFiles : public testing::Test {
 };
 
 TEST_F(ShippedFiles, DictionaryHoldsTheWholeBuiltInTable) {
-    ASSERT_EQ(radDictLoad(nullptr), 0);
+    ASSERT_EQ(0, radDictLoad(nullptr));
     const Dictionary builtIn = loadedDictionary();
     ASSERT_THAT(builtIn.attributes, SizeIs(43));
     ASSERT_THAT(builtIn.values, SizeIs(51));
 
-    ASSERT_EQ(radDictLoad(kDictionary), 0);
+    ASSERT_EQ(0, radDictLoad(kDictionary));
     const Dictionary file = loadedDictionary();
     for (const auto &[number, definition] : builtIn.attributes) {
         const auto found = file.attributes.find(number);
-        ASSERT_NE(found, file.attributes.end()) << definition.first;
-        EXPECT_EQ(found->second, definition);
+        ASSERT_NE(file.attributes.end(), found) << definition.first;
+        EXPECT_EQ(definition, found->second);
     }
     for (const auto &[key, name] : builtIn.values) {
         const auto found = file.values.find(key);
-        ASSERT_NE(found, file.values.end()) << key.first << " " << key.second;
-        EXPECT_EQ(found->second, name);
+        ASSERT_NE(file.values.end(), found) << key.first << " " << key.second;
+        EXPECT_EQ(name, found->second);
     }
 }
 
 TEST_F(ShippedFiles, DictionaryAddsTheRestOfTheBaseRfcs) {
-    ASSERT_EQ(radDictLoad(kDictionary), 0);
+    ASSERT_EQ(0, radDictLoad(kDictionary));
     const Dictionary file = loadedDictionary();
     EXPECT_THAT(file.attributes, SizeIs(71));
     EXPECT_THAT(file.values, SizeIs(88));
@@ -93,9 +93,9 @@ TEST_F(ShippedFiles, DictionaryAddsTheRestOfTheBaseRfcs) {
           std::tuple{85, "Acct-Interim-Interval", RAD_TYPE_INTEGER},
           std::tuple{88, "Framed-Pool", RAD_TYPE_STRING}}) {
         const RadDictAttr *attribute = radDictGetAttr(number);
-        ASSERT_NE(attribute, nullptr) << name;
-        EXPECT_STREQ(attribute->name, name);
-        EXPECT_EQ(attribute->type, type);
+        ASSERT_NE(nullptr, attribute) << name;
+        EXPECT_STREQ(name, attribute->name);
+        EXPECT_EQ(type, attribute->type);
     }
     for (const auto &[attribute, value, name] :
          {std::tuple{"Service-Type", 8, "Authenticate-Only"},
@@ -103,8 +103,8 @@ TEST_F(ShippedFiles, DictionaryAddsTheRestOfTheBaseRfcs) {
           std::tuple{"Acct-Status-Type", 3, "Interim-Update"},
           std::tuple{"NAS-Port-Type", 19, "Wireless-802.11"}, std::tuple{"Prompt", 0, "No-Echo"}}) {
         const RadDictValue *named = radDictGetVal(value, attribute);
-        ASSERT_NE(named, nullptr) << name;
-        EXPECT_STREQ(named->valueName, name);
+        ASSERT_NE(nullptr, named) << name;
+        EXPECT_STREQ(name, named->valueName);
     }
 }
 
@@ -129,30 +129,30 @@ TEST_F(ShippedFiles, DictionaryDefinesNothingTwiceAndNoLineIsTooLong) {
             definitions["name " + first]++;
             EXPECT_LE(first.size(), size_t{RAD_NAME_MAX}) << line;
         } else {
-            ASSERT_EQ(keyword, "VALUE") << line;
+            ASSERT_EQ("VALUE", keyword) << line;
             definitions[std::string("value ").append(first).append(" ").append(third)]++;
             EXPECT_LT(second.size(), sizeof RadDictValue{}.valueName) << line;
-            EXPECT_EQ(definitions.count("name " + first), 1U) << "no such attribute: " << line;
+            EXPECT_EQ(1U, definitions.count("name " + first)) << "no such attribute: " << line;
         }
     }
     EXPECT_THAT(definitions, SizeIs(71 * 2 + 88));
     for (const auto &[definition, count] : definitions) {
-        EXPECT_EQ(count, 1) << definition;
+        EXPECT_EQ(1, count) << definition;
     }
 }
 
 TEST_F(ShippedFiles, SampleConfigurationIsUsableAsItStands) {
-    ASSERT_EQ(radConfigure(LANYARD_ETC "/radius.conf.sample"), 0);
-    ASSERT_EQ(radConfGetNumServers(RAD_SERVER_AUTH), 2);
-    EXPECT_EQ(radConfGetNumServers(RAD_SERVER_ACCT), 0);
+    ASSERT_EQ(0, radConfigure(LANYARD_ETC "/radius.conf.sample"));
+    ASSERT_EQ(2, radConfGetNumServers(RAD_SERVER_AUTH));
+    EXPECT_EQ(0, radConfGetNumServers(RAD_SERVER_ACCT));
     const auto *servers = static_cast<const RadServer *>(radConfGet(RAD_CONF_AUTH_SERVERS));
-    EXPECT_STREQ(servers[0].host, "192.0.2.10");
-    EXPECT_EQ(servers[0].port, 1812);
-    EXPECT_EQ(servers[0].timeout, 3);
-    EXPECT_EQ(servers[0].retries, 2);
-    EXPECT_STREQ(servers[1].host, "192.0.2.11");
-    EXPECT_EQ(*static_cast<const int32_t *>(radConfGet(RAD_CONF_TIMEOUT)), 5);
-    EXPECT_EQ(*static_cast<const int32_t *>(radConfGet(RAD_CONF_RETRIES)), 2);
+    EXPECT_STREQ("192.0.2.10", servers[0].host);
+    EXPECT_EQ(1812, servers[0].port);
+    EXPECT_EQ(3, servers[0].timeout);
+    EXPECT_EQ(2, servers[0].retries);
+    EXPECT_STREQ("192.0.2.11", servers[1].host);
+    EXPECT_EQ(5, *static_cast<const int32_t *>(radConfGet(RAD_CONF_TIMEOUT)));
+    EXPECT_EQ(2, *static_cast<const int32_t *>(radConfGet(RAD_CONF_RETRIES)));
 }
 
 /** Every option that the sample shows commented out is right as well. */
@@ -170,19 +170,19 @@ TEST_F(ShippedFiles, SampleConfigurationIsUsableWithEveryOptionTurnedOn) {
         }
         text.append(line).append("\n");
     }
-    EXPECT_EQ(turnedOn, 2);
+    EXPECT_EQ(2, turnedOn);
     root.write("var/radius.conf", text);
     std::ifstream dictionary(kDictionary);
     root.write("nexa2.0/etc/radius.dict",
                std::string(std::istreambuf_iterator<char>(dictionary), {}));
 
     palRootSet(root.path().c_str());
-    ASSERT_EQ(radLibInit(radLibDefConf()), 0);
-    EXPECT_EQ(radConfGetNumServers(RAD_SERVER_AUTH), 2);
-    EXPECT_EQ(radConfGetNumServers(RAD_SERVER_ACCT), 1);
+    ASSERT_EQ(0, radLibInit(radLibDefConf()));
+    EXPECT_EQ(2, radConfGetNumServers(RAD_SERVER_AUTH));
+    EXPECT_EQ(1, radConfGetNumServers(RAD_SERVER_ACCT));
     EXPECT_THAT(static_cast<const char *>(radConfGet(RAD_CONF_DICTIONARY)),
                 StrEq("/nexa2.0/etc/radius.dict"));
-    EXPECT_NE(radDictGetAttr(25), nullptr);
+    EXPECT_NE(nullptr, radDictGetAttr(25));
 }
 
 }  // namespace

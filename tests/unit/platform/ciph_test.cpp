@@ -11,19 +11,20 @@
 namespace {
 
 TEST(Ciph, MakesMd5UsableAnyNumberOfTimes) {
-    EXPECT_EQ(ciphMD5Init(), 0);
-    EXPECT_EQ(ciphMD5Init(), 0);
+    EXPECT_EQ(0, ciphMD5Init());
+    EXPECT_EQ(0, ciphMD5Init());
 
     // RFC 1321, appendix A.5.
     constexpr std::string_view text = "message digest";
     std::array<unsigned char, MD5_DIGEST_LENGTH> digest{};
     MD5_CTX context;
-    ASSERT_EQ(MD5_Init(&context), 1);
-    ASSERT_EQ(MD5_Update(&context, text.data(), text.size()), 1);
-    ASSERT_EQ(MD5_Final(digest.data(), &context), 1);
-    EXPECT_EQ(digest, (std::array<unsigned char, MD5_DIGEST_LENGTH>{
-                          0xf9, 0x6b, 0x69, 0x7d, 0x7c, 0xb7, 0x93, 0x8d, 0x52, 0x5a, 0x2f, 0x31,
-                          0xaa, 0xf1, 0x61, 0xd0}));
+    ASSERT_EQ(1, MD5_Init(&context));
+    ASSERT_EQ(1, MD5_Update(&context, text.data(), text.size()));
+    ASSERT_EQ(1, MD5_Final(digest.data(), &context));
+    EXPECT_EQ((std::array<unsigned char, MD5_DIGEST_LENGTH>{0xf9, 0x6b, 0x69, 0x7d, 0x7c, 0xb7,
+                                                            0x93, 0x8d, 0x52, 0x5a, 0x2f, 0x31,
+                                                            0xaa, 0xf1, 0x61, 0xd0}),
+              digest);
 }
 
 TEST(Ciph, MakesMd5UsableFromSeveralThreads) {
@@ -36,7 +37,7 @@ TEST(Ciph, MakesMd5UsableFromSeveralThreads) {
     for (std::thread &thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(0, failures);
 }
 
 }  // namespace

@@ -46,7 +46,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 struct Closer {
-    void operator()(sqlite3 *db) const { EXPECT_EQ(sqlite3_close(db), SQLITE_OK); }
+    void operator()(sqlite3 *db) const { EXPECT_EQ(SQLITE_OK, sqlite3_close(db)); }
 };
 
 /** A result, and what it held. */
@@ -61,7 +61,7 @@ class DbAccess : public testing::Test {
   protected:
     void SetUp() override {
         std::string name = testing::TempDir() + "dbaccess-XXXXXX";
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
+        ASSERT_NE(nullptr, mkdtemp(name.data()));
         folder_ = name;
         file_ = folder_ + "/system.db";
         db_.reset(open());
@@ -77,12 +77,12 @@ class DbAccess : public testing::Test {
 
     [[nodiscard]] sqlite3 *open() const {
         sqlite3 *db = nullptr;
-        EXPECT_EQ(sqlite3_open(file_.c_str(), &db), SQLITE_OK);
+        EXPECT_EQ(SQLITE_OK, sqlite3_open(file_.c_str(), &db));
         return db;
     }
 
     void run(const char *sql) const {
-        EXPECT_EQ(sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr), SQLITE_OK)
+        EXPECT_EQ(SQLITE_OK, sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr))
             << sqlite3_errmsg(db_.get());
     }
 
@@ -115,8 +115,8 @@ TEST_F(DbAccess, AResultHasTheNamesAndThenTheRows) {
     for (const Result &result :
          {byHandle("SELECT * from radiusClient "), byFile("SELECT * from radiusClient ")}) {
         EXPECT_FALSE(result.isNull);
-        EXPECT_EQ(result.columns, 3);
-        EXPECT_EQ(result.rows, 2);
+        EXPECT_EQ(3, result.columns);
+        EXPECT_EQ(2, result.rows);
         EXPECT_THAT(result.texts, ElementsAre("authserver", "authport", "note", "192.0.2.1", "1812",
                                               std::nullopt, "192.0.2.2", "1645", ""));
     }
@@ -125,17 +125,16 @@ TEST_F(DbAccess, AResultHasTheNamesAndThenTheRows) {
 TEST_F(DbAccess, AResultWithoutRowsIsEmptyAndNoFailure) {
     const Result result = byHandle("SELECT * FROM radiusClient WHERE rowid=7");
     EXPECT_FALSE(result.isNull);
-    EXPECT_EQ(result.columns, 0);
-    EXPECT_EQ(result.rows, 0);
+    EXPECT_EQ(0, result.columns);
+    EXPECT_EQ(0, result.rows);
 
     char **table = nullptr;
     int rows = -1;
     int columns = -1;
-    ASSERT_EQ(sqlite3_get_table(db_.get(), "SELECT * FROM radiusClient WHERE rowid=7", &table,
-                                &rows, &columns, nullptr),
-              SQLITE_OK);
-    EXPECT_EQ(result.rows, rows) << "as SQLite has it";
-    EXPECT_EQ(result.columns, columns);
+    ASSERT_EQ(SQLITE_OK, sqlite3_get_table(db_.get(), "SELECT * FROM radiusClient WHERE rowid=7",
+                                           &table, &rows, &columns, nullptr));
+    EXPECT_EQ(rows, result.rows) << "as SQLite has it";
+    EXPECT_EQ(columns, result.columns);
     sqlite3_free_table(table);
 }
 
@@ -197,14 +196,14 @@ TEST_F(DbAccess, NothingButOneReadingStatementIsRun) {
          }) {
         for (const Result &result : {byHandle(sql), byFile(sql)}) {
             EXPECT_TRUE(result.isNull) << sql;
-            EXPECT_EQ(result.columns, 0) << sql;
-            EXPECT_EQ(result.rows, 0) << sql;
+            EXPECT_EQ(0, result.columns) << sql;
+            EXPECT_EQ(0, result.rows) << sql;
         }
     }
-    EXPECT_EQ(byHandle("SELECT * FROM radiusClient").texts, before);
+    EXPECT_EQ(before, byHandle("SELECT * FROM radiusClient").texts);
     EXPECT_FALSE(fs::exists(folder_ + "/other.db"));
     EXPECT_FALSE(fs::exists(folder_ + "/copy.db"));
-    EXPECT_NE(sqlite3_get_autocommit(db_.get()), 0);
+    EXPECT_NE(0, sqlite3_get_autocommit(db_.get()));
 }
 
 TEST_F(DbAccess, TheConnectionMayDoEverythingAgainAfterwards) {
@@ -225,11 +224,11 @@ TEST_F(DbAccess, OnlyExistingFilesAreOpened) {
 TEST_F(DbAccess, AFileThatIsNoDatabaseFails) {
     const std::string path = folder_ + "/text";
     FILE *file = std::fopen(path.c_str(), "we");
-    ASSERT_NE(file, nullptr);
+    ASSERT_NE(nullptr, file);
     for (int i = 0; i < 1000; ++i) {
         (void)std::fputs("authserver 192.0.2.1\n", file);
     }
-    ASSERT_EQ(std::fclose(file), 0);
+    ASSERT_EQ(0, std::fclose(file));
     EXPECT_TRUE(query(nullptr, path.c_str(), "SELECT * FROM radiusClient").isNull);
 }
 
@@ -238,8 +237,8 @@ TEST_F(DbAccess, WithoutADatabaseOrAStatementThereIsNoResult) {
     EXPECT_TRUE(byHandle(nullptr).isNull);
     EXPECT_TRUE(byFile(nullptr).isNull);
     int32_t count = 0;
-    EXPECT_EQ(sqlite3QueryResGet(db_.get(), nullptr, "SELECT 1", nullptr, &count), nullptr);
-    EXPECT_EQ(sqlite3QueryResGet(db_.get(), nullptr, "SELECT 1", &count, nullptr), nullptr);
+    EXPECT_EQ(nullptr, sqlite3QueryResGet(db_.get(), nullptr, "SELECT 1", nullptr, &count));
+    EXPECT_EQ(nullptr, sqlite3QueryResGet(db_.get(), nullptr, "SELECT 1", &count, nullptr));
 }
 
 TEST_F(DbAccess, AnOpenDatabaseGoesBeforeAFile) {
@@ -250,7 +249,7 @@ TEST_F(DbAccess, AnOpenDatabaseGoesBeforeAFile) {
 TEST_F(DbAccess, AQueryOfAFileWaitsForItsLock) {
     run("BEGIN EXCLUSIVE");
     onDelay = [this] { run("COMMIT"); };
-    EXPECT_EQ(byFile("SELECT * FROM radiusClient").rows, 2);
+    EXPECT_EQ(2, byFile("SELECT * FROM radiusClient").rows);
     EXPECT_THAT(delays, ElementsAre(1));
 }
 
@@ -281,9 +280,9 @@ TEST_F(DbAccess, AConnectionIsSharedByThreads) {
     for (std::thread &reader : readers) {
         reader.join();
     }
-    EXPECT_EQ(failures, 0);
-    EXPECT_EQ(deleted, 0);
-    EXPECT_EQ(byHandle("SELECT * FROM radiusClient").rows, 2);
+    EXPECT_EQ(0, failures);
+    EXPECT_EQ(0, deleted);
+    EXPECT_EQ(2, byHandle("SELECT * FROM radiusClient").rows);
 }
 
 TEST(DbBusyHandler, WaitsLongerEachTimeAndGivesUp) {
@@ -295,19 +294,19 @@ TEST(DbBusyHandler, WaitsLongerEachTimeAndGivesUp) {
     ASSERT_GT(delays.size(), 10U);
     EXPECT_THAT(std::vector<int>(delays.begin(), delays.begin() + 10),
                 ElementsAre(1, 2, 4, 8, 16, 32, 64, 100, 100, 100));
-    EXPECT_EQ(*std::max_element(delays.begin(), delays.end()), 100);
+    EXPECT_EQ(100, *std::max_element(delays.begin(), delays.end()));
     const int total = std::accumulate(delays.begin(), delays.end(), 0);
     EXPECT_GE(total, 5000);
     EXPECT_LT(total, 5200);
 
     delays.clear();
-    EXPECT_EQ(sqliteBusyHandler(nullptr, calls + 1), 0) << "it stays at that";
-    EXPECT_EQ(sqliteBusyHandler(nullptr, -1), 0);
+    EXPECT_EQ(0, sqliteBusyHandler(nullptr, calls + 1)) << "it stays at that";
+    EXPECT_EQ(0, sqliteBusyHandler(nullptr, -1));
     EXPECT_THAT(delays, IsEmpty());
 }
 
 TEST(DbBusyHandler, DoesNotLookAtTheContext) {
-    EXPECT_EQ(sqliteBusyHandler(reinterpret_cast<void *>(1), 0), 1);
+    EXPECT_EQ(1, sqliteBusyHandler(reinterpret_cast<void *>(1), 0));
 }
 
 }  // namespace

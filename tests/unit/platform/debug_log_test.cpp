@@ -65,21 +65,21 @@ const std::string defaultEntries =
 
 TEST(DebugLog, ShowsErrorsAndWarningsByDefault) {
     const RoleResult result = runRole("log-levels");
-    EXPECT_EQ(result.allErr(), defaultEntries);
-    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(defaultEntries, result.allErr());
+    EXPECT_EQ("", result.out);
 }
 
 TEST(DebugLog, ShowsTheLevelsThatTheEnvironmentNames) {
-    EXPECT_EQ(runRole("log-levels", {"PAL_DEBUG_LEVELS=412"}).allErr(),
-              defaultEntries + levelEntry("trace", 128) + levelEntry("packet", 256));
-    EXPECT_EQ(runRole("log-levels", {"PAL_DEBUG_LEVELS=8"}).allErr(), levelEntry("error", 8));
-    EXPECT_EQ(runRole("log-levels", {"PAL_DEBUG_LEVELS=0"}).allErr(), "");
+    EXPECT_EQ(defaultEntries + levelEntry("trace", 128) + levelEntry("packet", 256),
+              runRole("log-levels", {"PAL_DEBUG_LEVELS=412"}).allErr());
+    EXPECT_EQ(levelEntry("error", 8), runRole("log-levels", {"PAL_DEBUG_LEVELS=8"}).allErr());
+    EXPECT_EQ("", runRole("log-levels", {"PAL_DEBUG_LEVELS=0"}).allErr());
 }
 
 TEST(DebugLog, KeepsTheDefaultForWhatIsNoSumOfLevels) {
     for (const char *value : {"", "all", "-1", "8 16", "0x1c", "99999999999999"}) {
-        EXPECT_EQ(runRole("log-levels", {std::string("PAL_DEBUG_LEVELS=") + value}).allErr(),
-                  defaultEntries)
+        EXPECT_EQ(defaultEntries,
+                  runRole("log-levels", {std::string("PAL_DEBUG_LEVELS=") + value}).allErr())
             << value;
     }
 }
@@ -92,7 +92,7 @@ const Role onceRole("log-environment-once", [](const Arguments & /*arguments*/) 
 });
 
 TEST(DebugLog, ReadsTheEnvironmentOnce) {
-    EXPECT_EQ(runRole("log-environment-once").allErr(), "");
+    EXPECT_EQ("", runRole("log-environment-once").allErr());
 }
 
 const Role unformattedRole("log-unformatted", [](const Arguments & /*arguments*/) {
@@ -109,8 +109,8 @@ const Role unformattedRole("log-unformatted", [](const Arguments & /*arguments*/
 
 TEST(DebugLog, FormatsNothingThatIsNotShown) {
     const RoleResult result = runRole("log-unformatted");
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.allErr(), "");
+    EXPECT_EQ(0, result.status);
+    EXPECT_EQ("", result.allErr());
 }
 
 const Role formatRole("log-format", [](const Arguments & /*arguments*/) {
@@ -128,16 +128,17 @@ const Role formatRole("log-format", [](const Arguments & /*arguments*/) {
 
 TEST(DebugLog, WritesALineThatAPersonCanRead) {
     const RoleResult result = runRole("log-format");
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.allErr(),
-              "error[7:41] radAuth: \"alice\" RADIUS Authentication failure\n"
-              "error[7:5] radConfigure: can't open /var/x\n"
-              "warning[8:6] radConf: radConfigure is not this function\n"
-              "critical[8:7] radPairNew: no line end\n"
-              "critical[8:8] radPairNew: \n"
-              "critical[8:9] no function\n"
-              "level 12[8:10] radAuth: two levels\n"
-              "error[8:11] radAuth: No such file or directory\n");
+    EXPECT_EQ(0, result.status);
+    EXPECT_EQ(
+        "error[7:41] radAuth: \"alice\" RADIUS Authentication failure\n"
+        "error[7:5] radConfigure: can't open /var/x\n"
+        "warning[8:6] radConf: radConfigure is not this function\n"
+        "critical[8:7] radPairNew: no line end\n"
+        "critical[8:8] radPairNew: \n"
+        "critical[8:9] no function\n"
+        "level 12[8:10] radAuth: two levels\n"
+        "error[8:11] radAuth: No such file or directory\n",
+        result.allErr());
 }
 
 /** The harmless and the harmful, and how each is shown. */
@@ -175,7 +176,7 @@ TEST(DebugLog, TextFromOutsideForgesNothing) {
         expected += std::string("error[7:1] radAuth: <") + shown + ">\n";
         expected += std::string("error[7] ") + shown + " (0 bytes)\n";
     }
-    EXPECT_EQ(runRole("log-forged").allErr(), expected);
+    EXPECT_EQ(expected, runRole("log-forged").allErr());
 }
 
 const Role singleWriteRole("log-single-write", [](const Arguments & /*arguments*/) {
@@ -188,10 +189,10 @@ const Role singleWriteRole("log-single-write", [](const Arguments & /*arguments*
 
 TEST(DebugLog, WritesEachEntryWithOneCall) {
     const RoleResult result = runRole("log-single-write", {}, ErrorStream::packets);
-    ASSERT_EQ(result.err.size(), 3U);
-    EXPECT_EQ(result.err[0], "error[7:1] radAuth: short\n");
-    EXPECT_EQ(result.err[1], "error[7:1] radAuth: " + std::string(5000, 'x') + "\n");
-    EXPECT_EQ(std::count(result.err[2].begin(), result.err[2].end(), '\n'), 1 + 4096 / 16);
+    ASSERT_EQ(3U, result.err.size());
+    EXPECT_EQ("error[7:1] radAuth: short\n", result.err[0]);
+    EXPECT_EQ("error[7:1] radAuth: " + std::string(5000, 'x') + "\n", result.err[1]);
+    EXPECT_EQ(1 + 4096 / 16, std::count(result.err[2].begin(), result.err[2].end(), '\n'));
 }
 
 const Role threadsRole("log-threads", [](const Arguments & /*arguments*/) {
@@ -217,7 +218,7 @@ TEST(DebugLog, LinesOfThreadsDoNotMix) {
         EXPECT_THAT(line,
                     testing::MatchesRegex(R"(error\[7:1\] radAuth: thread [0-3] entry [0-9]+)"));
     }
-    EXPECT_EQ(count, 400);
+    EXPECT_EQ(400, count);
 }
 
 const Role dumpRole("log-dump", [](const Arguments & /*arguments*/) {
@@ -237,17 +238,18 @@ const Role dumpRole("log-dump", [](const Arguments & /*arguments*/) {
 
 TEST(DebugLog, DumpsBytes) {
     const RoleResult result = runRole("log-dump");
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.allErr(),
-              "error[7] MS-MPPE-Key (19 bytes)\n"
-              "  0000  70 71 72 73 74 75 76 77  78 79 7a 7b 7c 7d 7e 7f  |pqrstuvwxyz{|}~.|\n"
-              "  0010  80 81 82                                          |...|\n"
-              "error[7] sixteen (16 bytes)\n"
-              "  0000  70 71 72 73 74 75 76 77  78 79 7a 7b 7c 7d 7e 7f  |pqrstuvwxyz{|}~.|\n"
-              "error[7] none (0 bytes)\n"
-              "error[7] negative (0 bytes)\n"
-              "error[7] null (0 bytes)\n"
-              "error[7]  (0 bytes)\n");
+    EXPECT_EQ(0, result.status);
+    EXPECT_EQ(
+        "error[7] MS-MPPE-Key (19 bytes)\n"
+        "  0000  70 71 72 73 74 75 76 77  78 79 7a 7b 7c 7d 7e 7f  |pqrstuvwxyz{|}~.|\n"
+        "  0010  80 81 82                                          |...|\n"
+        "error[7] sixteen (16 bytes)\n"
+        "  0000  70 71 72 73 74 75 76 77  78 79 7a 7b 7c 7d 7e 7f  |pqrstuvwxyz{|}~.|\n"
+        "error[7] none (0 bytes)\n"
+        "error[7] negative (0 bytes)\n"
+        "error[7] null (0 bytes)\n"
+        "error[7]  (0 bytes)\n",
+        result.allErr());
 }
 
 const Role daemonRole("log-daemon", [](const Arguments & /*arguments*/) {
@@ -279,24 +281,24 @@ std::string inSyslog() {
 }
 
 TEST(DebugLog, ADaemonLogsToSyslogAsWell) {
-    EXPECT_EQ(runRole("log-daemon", {}, ErrorStream::null).out, inSyslog());
+    EXPECT_EQ(inSyslog(), runRole("log-daemon", {}, ErrorStream::null).out);
     const RoleResult result = runRole("log-daemon", {}, ErrorStream::pipe);
-    EXPECT_EQ(result.out, inSyslog());
-    EXPECT_EQ(result.allErr(), daemonEntries);
+    EXPECT_EQ(inSyslog(), result.out);
+    EXPECT_EQ(daemonEntries, result.allErr());
 }
 
 TEST(DebugLog, ATerminalOrAFileReplacesSyslog) {
     const RoleResult file = runRole("log-daemon", {}, ErrorStream::file);
-    EXPECT_EQ(file.out, "");
-    EXPECT_EQ(file.allErr(), daemonEntries);
+    EXPECT_EQ("", file.out);
+    EXPECT_EQ(daemonEntries, file.allErr());
 
     const RoleResult terminal = runRole("log-daemon", {}, ErrorStream::terminal);
-    EXPECT_EQ(terminal.out, "");
-    EXPECT_NE(terminal.allErr().find("critical[8:1] radEapInit: critical"), std::string::npos);
+    EXPECT_EQ("", terminal.out);
+    EXPECT_NE(std::string::npos, terminal.allErr().find("critical[8:1] radEapInit: critical"));
 }
 
 TEST(DebugLog, WithoutATaskNameNothingGoesToSyslog) {
-    EXPECT_EQ(runRole("log-levels", {}, ErrorStream::null).out, "");
+    EXPECT_EQ("", runRole("log-levels", {}, ErrorStream::null).out);
 }
 
 class DebugLogFile : public testing::Test {
@@ -321,8 +323,8 @@ class DebugLogFile : public testing::Test {
 
 TEST_F(DebugLogFile, ReplacesStandardErrorAndSyslog) {
     const RoleResult result = runRole("log-daemon", {variable()}, ErrorStream::pipe);
-    EXPECT_EQ(result.allErr(), "");
-    EXPECT_EQ(result.out, "");
+    EXPECT_EQ("", result.allErr());
+    EXPECT_EQ("", result.out);
     const std::string first = content().substr(0, content().find('\n'));
     EXPECT_THAT(first, testing::MatchesRegex(
                            "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z "
@@ -332,8 +334,8 @@ TEST_F(DebugLogFile, ReplacesStandardErrorAndSyslog) {
 TEST_F(DebugLogFile, IsAppendedTo) {
     std::ofstream(path()) << "before\n";
     runRole("log-daemon", {variable()});
-    EXPECT_EQ(content().substr(0, 7), "before\n");
-    EXPECT_NE(content().find("radEapInit"), std::string::npos);
+    EXPECT_EQ("before\n", content().substr(0, 7));
+    EXPECT_NE(std::string::npos, content().find("radEapInit"));
 }
 
 TEST_F(DebugLogFile, IsTheOwnersAlone) {
@@ -341,8 +343,8 @@ TEST_F(DebugLogFile, IsTheOwnersAlone) {
     runRole("log-daemon", {variable()});
     umask(mask);
     struct stat status {};
-    ASSERT_EQ(stat(path().c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777U, 0600U);
+    ASSERT_EQ(0, stat(path().c_str(), &status));
+    EXPECT_EQ(0600U, status.st_mode & 07777U);
 }
 
 TEST_F(DebugLogFile, IsNotTakenThroughALink) {
@@ -350,22 +352,22 @@ TEST_F(DebugLogFile, IsNotTakenThroughALink) {
     fs::create_symlink(target, path());
     const RoleResult result = runRole("log-format", {variable()});
     EXPECT_FALSE(fs::exists(target));
-    EXPECT_EQ(result.allErr().find("warning: can't open PAL_DEBUG_FILE " + path() + ": "), 0U);
-    EXPECT_NE(result.allErr().find("\nerror[7:41] radAuth: "), std::string::npos);
+    EXPECT_EQ(0U, result.allErr().find("warning: can't open PAL_DEBUG_FILE " + path() + ": "));
+    EXPECT_NE(std::string::npos, result.allErr().find("\nerror[7:41] radAuth: "));
 }
 
 TEST(DebugLog, AFullDiskSendsEntriesToStandardErrorWithTheReasonOnce) {
     const RoleResult result = runRole("log-levels", {"PAL_DEBUG_FILE=/dev/full"});
-    EXPECT_EQ(result.allErr(),
-              "warning: can't write to PAL_DEBUG_FILE: No space left on device\n" + defaultEntries);
+    EXPECT_EQ("warning: can't write to PAL_DEBUG_FILE: No space left on device\n" + defaultEntries,
+              result.allErr());
 }
 
 TEST(DebugLog, ADaemonWithAFullDiskLogsToSyslog) {
     const RoleResult result =
         runRole("log-daemon", {"PAL_DEBUG_FILE=/dev/full"}, ErrorStream::null);
-    EXPECT_EQ(result.out, std::to_string(LOG_DAEMON | LOG_WARNING) +
-                              " warning: can't write to PAL_DEBUG_FILE: No space left on device\n" +
-                              inSyslog());
+    EXPECT_EQ(std::to_string(LOG_DAEMON | LOG_WARNING) +
+                  " warning: can't write to PAL_DEBUG_FILE: No space left on device\n" + inSyslog(),
+              result.out);
 }
 
 const Role limitedRole("log-limited", [](const Arguments & /*arguments*/) {
@@ -391,18 +393,19 @@ const Role limitedRole("log-limited", [](const Arguments & /*arguments*/) {
 
 TEST_F(DebugLogFile, AnEntryAfterOneThatWasCutBeginsALine) {
     const RoleResult result = runRole("log-limited", {variable()});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.allErr(),
-              "warning: can't write to PAL_DEBUG_FILE: File too large\n"
-              "error[7:2] radAuth: cut\n"
-              "error[7:3] radAuth: no room\n");
+    EXPECT_EQ(0, result.status);
+    EXPECT_EQ(
+        "warning: can't write to PAL_DEBUG_FILE: File too large\n"
+        "error[7:2] radAuth: cut\n"
+        "error[7:3] radAuth: no room\n",
+        result.allErr());
     EXPECT_THAT(content(),
                 testing::MatchesRegex(
                     "[-0-9T:.]{20}\n[-0-9T:.]+Z [0-9]+ error\\[7:4\\] radAuth: room again\n"));
 }
 
 TEST_F(DebugLogFile, EmptyMeansNone) {
-    EXPECT_EQ(runRole("log-levels", {"PAL_DEBUG_FILE="}).allErr(), defaultEntries);
+    EXPECT_EQ(defaultEntries, runRole("log-levels", {"PAL_DEBUG_FILE="}).allErr());
 }
 
 }  // namespace

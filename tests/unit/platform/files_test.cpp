@@ -61,94 +61,94 @@ class Files : public testing::Test {
 
 TEST_F(Files, WritesAndReadsText) {
     FILE *file = palFileOpen(at("text").c_str(), "w");
-    ASSERT_NE(file, nullptr);
-    EXPECT_EQ(palFilePrintf(file, "%s %d\nsecond", "first", 1), 14);
-    EXPECT_EQ(palFileClose(file), 0);
+    ASSERT_NE(nullptr, file);
+    EXPECT_EQ(14, palFilePrintf(file, "%s %d\nsecond", "first", 1));
+    EXPECT_EQ(0, palFileClose(file));
 
     file = palFileOpen(at("text").c_str(), "r");
-    ASSERT_NE(file, nullptr);
+    ASSERT_NE(nullptr, file);
     char line[16];
-    EXPECT_EQ(palFileGets(line, sizeof line, file), line);
-    EXPECT_STREQ(line, "first 1\n");
-    EXPECT_EQ(palFileGets(line, 4, file), line);
-    EXPECT_STREQ(line, "sec");
-    EXPECT_EQ(palFileGets(line, sizeof line, file), line);
-    EXPECT_STREQ(line, "ond");
-    EXPECT_EQ(palFileGets(line, sizeof line, file), nullptr);
-    EXPECT_EQ(palFileClose(file), 0);
+    EXPECT_EQ(line, palFileGets(line, sizeof line, file));
+    EXPECT_STREQ("first 1\n", line);
+    EXPECT_EQ(line, palFileGets(line, 4, file));
+    EXPECT_STREQ("sec", line);
+    EXPECT_EQ(line, palFileGets(line, sizeof line, file));
+    EXPECT_STREQ("ond", line);
+    EXPECT_EQ(nullptr, palFileGets(line, sizeof line, file));
+    EXPECT_EQ(0, palFileClose(file));
 }
 
 TEST_F(Files, PrintsToStandardOutput) {
     testing::internal::CaptureStdout();
-    EXPECT_EQ(palFilePrintf(stdout, "%s\n", "Lanyard"), 8);
+    EXPECT_EQ(8, palFilePrintf(stdout, "%s\n", "Lanyard"));
     (void)std::fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Lanyard\n");
+    EXPECT_EQ("Lanyard\n", testing::internal::GetCapturedStdout());
 }
 
 TEST_F(Files, ReportsWhyAFileCannotBeOpened) {
     errno = 0;
-    EXPECT_EQ(palFileOpen(at("missing").c_str(), "r"), nullptr);
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(nullptr, palFileOpen(at("missing").c_str(), "r"));
+    EXPECT_EQ(ENOENT, errno);
     errno = 0;
-    EXPECT_EQ(palOpen(at("missing").c_str(), O_RDONLY, 0), -1);
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(-1, palOpen(at("missing").c_str(), O_RDONLY, 0));
+    EXPECT_EQ(ENOENT, errno);
     errno = 0;
-    EXPECT_EQ(palUnlink(at("missing").c_str()), -1);
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(-1, palUnlink(at("missing").c_str()));
+    EXPECT_EQ(ENOENT, errno);
     errno = 0;
-    EXPECT_EQ(palClose(-1), -1);
-    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(-1, palClose(-1));
+    EXPECT_EQ(EBADF, errno);
     char byte = 0;
     errno = 0;
-    EXPECT_EQ(palRead(-1, &byte, 1), -1);
-    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(-1, palRead(-1, &byte, 1));
+    EXPECT_EQ(EBADF, errno);
 }
 
 TEST_F(Files, ReportsDataThatCouldNotBeWritten) {
     FILE *file = palFileOpen("/dev/full", "w");
-    ASSERT_NE(file, nullptr);
-    EXPECT_EQ(palFilePrintf(file, "text"), 4);
+    ASSERT_NE(nullptr, file);
+    EXPECT_EQ(4, palFilePrintf(file, "text"));
     errno = 0;
-    EXPECT_EQ(palFileClose(file), -1);
-    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(-1, palFileClose(file));
+    EXPECT_EQ(ENOSPC, errno);
 }
 
 TEST_F(Files, RefusesNull) {
     char line[4];
-    EXPECT_EQ(palFileOpen(nullptr, "r"), nullptr);
-    EXPECT_EQ(palFileOpen(at("text").c_str(), nullptr), nullptr);
-    EXPECT_EQ(palFileOpen(at("text").c_str(), "a mode that is far too long"), nullptr);
-    EXPECT_EQ(palFileOpen("/dev/null", "r,ccs=UTF-8"), nullptr);
-    EXPECT_EQ(palFileGets(line, sizeof line, nullptr), nullptr);
-    EXPECT_EQ(palFileGets(nullptr, 4, stdin), nullptr);
-    EXPECT_EQ(palFileGets(line, 0, stdin), nullptr);
-    EXPECT_EQ(palFilePrintf(nullptr, "text"), -1);
-    EXPECT_EQ(palFileClose(nullptr), -1);
-    EXPECT_EQ(palUnlink(nullptr), -1);
-    EXPECT_EQ(palOpen(nullptr, O_RDONLY, 0), -1);
+    EXPECT_EQ(nullptr, palFileOpen(nullptr, "r"));
+    EXPECT_EQ(nullptr, palFileOpen(at("text").c_str(), nullptr));
+    EXPECT_EQ(nullptr, palFileOpen(at("text").c_str(), "a mode that is far too long"));
+    EXPECT_EQ(nullptr, palFileOpen("/dev/null", "r,ccs=UTF-8"));
+    EXPECT_EQ(nullptr, palFileGets(line, sizeof line, nullptr));
+    EXPECT_EQ(nullptr, palFileGets(nullptr, 4, stdin));
+    EXPECT_EQ(nullptr, palFileGets(line, 0, stdin));
+    EXPECT_EQ(-1, palFilePrintf(nullptr, "text"));
+    EXPECT_EQ(-1, palFileClose(nullptr));
+    EXPECT_EQ(-1, palUnlink(nullptr));
+    EXPECT_EQ(-1, palOpen(nullptr, O_RDONLY, 0));
 }
 
 TEST_F(Files, OpensCreatesReadsAndRemoves) {
     const mode_t mask = umask(0);
     const int created = palOpen(at("raw").c_str(), O_WRONLY | O_CREAT | O_EXCL, 0640);
     umask(mask);
-    ASSERT_NE(created, -1);
-    ASSERT_EQ(write(created, "abcdef", 6), 6);
+    ASSERT_NE(-1, created);
+    ASSERT_EQ(6, write(created, "abcdef", 6));
     struct stat status {};
-    ASSERT_EQ(fstat(created, &status), 0);
-    EXPECT_EQ(status.st_mode & 07777U, 0640U);
-    EXPECT_EQ(palClose(created), 0);
+    ASSERT_EQ(0, fstat(created, &status));
+    EXPECT_EQ(0640U, status.st_mode & 07777U);
+    EXPECT_EQ(0, palClose(created));
 
     const int fd = palOpen(at("raw").c_str(), O_RDONLY, 0);
-    ASSERT_NE(fd, -1);
+    ASSERT_NE(-1, fd);
     char bytes[8] = "";
-    EXPECT_EQ(palRead(fd, bytes, 4), 4);
-    EXPECT_STREQ(bytes, "abcd");
-    EXPECT_EQ(palRead(fd, bytes, 8), 2);
-    EXPECT_EQ(palRead(fd, bytes, 8), 0);
-    EXPECT_EQ(palClose(fd), 0);
+    EXPECT_EQ(4, palRead(fd, bytes, 4));
+    EXPECT_STREQ("abcd", bytes);
+    EXPECT_EQ(2, palRead(fd, bytes, 8));
+    EXPECT_EQ(0, palRead(fd, bytes, 8));
+    EXPECT_EQ(0, palClose(fd));
 
-    EXPECT_EQ(palUnlink(at("raw").c_str()), 0);
+    EXPECT_EQ(0, palUnlink(at("raw").c_str()));
     EXPECT_FALSE(fs::exists(at("raw")));
 }
 
@@ -184,41 +184,41 @@ TEST_F(Files, DescriptorsCloseOnExec) {
     put("text", "a\n");
     const int fd = palOpen(at("text").c_str(), O_RDONLY, 0);
     EXPECT_TRUE(closesOnExec(fd));
-    EXPECT_EQ(palClose(fd), 0);
+    EXPECT_EQ(0, palClose(fd));
     for (const char *mode : {"r", "r+", "a", "w", "rb"}) {
         FILE *file = palFileOpen(at("text").c_str(), mode);
-        ASSERT_NE(file, nullptr) << mode;
+        ASSERT_NE(nullptr, file) << mode;
         EXPECT_TRUE(closesOnExec(fileno(file))) << mode;
-        EXPECT_EQ(palFileClose(file), 0);
+        EXPECT_EQ(0, palFileClose(file));
     }
 }
 
 TEST_F(Files, SignalsDoNotInterruptReading) {
     int ends[2] = {-1, -1};
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
     char byte = 0;
     {
         const test::Interruptions interruptions(
-            50, [writer = ends[1]] { EXPECT_EQ(write(writer, "x", 1), 1); });
-        EXPECT_EQ(palRead(ends[0], &byte, 1), 1);
+            50, [writer = ends[1]] { EXPECT_EQ(1, write(writer, "x", 1)); });
+        EXPECT_EQ(1, palRead(ends[0], &byte, 1));
     }
-    EXPECT_EQ(byte, 'x');
+    EXPECT_EQ('x', byte);
     palClose(ends[0]);
     palClose(ends[1]);
 }
 
 TEST_F(Files, SignalsDoNotInterruptOpening) {
     // Opening a FIFO for reading waits for a writer.
-    ASSERT_EQ(mkfifo(at("fifo").c_str(), 0600), 0);
+    ASSERT_EQ(0, mkfifo(at("fifo").c_str(), 0600));
     int writer = -1;
     {
         const test::Interruptions interruptions(50, [&writer, path = at("fifo")] {
             writer = open(path.c_str(), O_WRONLY | O_CLOEXEC);
         });
         const int reader = palOpen(at("fifo").c_str(), O_RDONLY, 0);
-        EXPECT_NE(reader, -1);
+        EXPECT_NE(-1, reader);
         if (reader == -1) {  // Or the other thread would wait for ever.
-            EXPECT_NE(open(at("fifo").c_str(), O_RDWR | O_CLOEXEC), -1);
+            EXPECT_NE(-1, open(at("fifo").c_str(), O_RDWR | O_CLOEXEC));
         }
         palClose(reader);
     }
@@ -228,32 +228,32 @@ TEST_F(Files, SignalsDoNotInterruptOpening) {
 TEST_F(Files, ARootTakesAbsolutePathsUnderItsFolder) {
     put("root/var/radius.conf", "inside\n");
     palRootSet(at("root").c_str());
-    EXPECT_EQ(firstLine("/var/radius.conf"), "inside\n");
+    EXPECT_EQ("inside\n", firstLine("/var/radius.conf"));
 
     const int fd = palOpen("/var/created", O_WRONLY | O_CREAT, 0600);
-    EXPECT_NE(fd, -1);
+    EXPECT_NE(-1, fd);
     palClose(fd);
     EXPECT_TRUE(fs::exists(at("root/var/created")));
 
-    EXPECT_EQ(palUnlink("/var/created"), 0);
+    EXPECT_EQ(0, palUnlink("/var/created"));
     EXPECT_FALSE(fs::exists(at("root/var/created")));
 }
 
 TEST_F(Files, ARootMayEndInASlash) {
     put("root/var/radius.conf", "inside\n");
     palRootSet((at("root") + "/").c_str());
-    EXPECT_EQ(firstLine("/var/radius.conf"), "inside\n");
+    EXPECT_EQ("inside\n", firstLine("/var/radius.conf"));
     palRootSet("/");
-    EXPECT_EQ(firstLine(at("root/var/radius.conf")), "inside\n");
+    EXPECT_EQ("inside\n", firstLine(at("root/var/radius.conf")));
 }
 
 TEST_F(Files, ARootIsSwitchedOffWithNullOrNothing) {
     put("text", "outside\n");
     for (const char *off : {static_cast<const char *>(nullptr), ""}) {
         palRootSet(at("root").c_str());
-        EXPECT_EQ(firstLine(at("text")), "errno " + std::to_string(ENOENT));
+        EXPECT_EQ("errno " + std::to_string(ENOENT), firstLine(at("text")));
         palRootSet(off);
-        EXPECT_EQ(firstLine(at("text")), "outside\n");
+        EXPECT_EQ("outside\n", firstLine(at("text")));
     }
 }
 
@@ -263,12 +263,12 @@ TEST_F(Files, ARootLeavesDevicesAndRelativePathsAlone) {
     for (const char *path : {"/dev/urandom", "//dev/./urandom", "/var/../dev/urandom"}) {
         const int fd = palOpen(path, O_RDONLY, 0);
         char bytes[16];
-        EXPECT_EQ(palRead(fd, bytes, sizeof bytes), 16) << path;
+        EXPECT_EQ(16, palRead(fd, bytes, sizeof bytes)) << path;
         palClose(fd);
     }
     const fs::path before = fs::current_path();
     fs::current_path(at("root"));
-    EXPECT_EQ(firstLine("radius.conf"), "inside\n");
+    EXPECT_EQ("inside\n", firstLine("radius.conf"));
     fs::current_path(before);
 }
 
@@ -278,7 +278,7 @@ TEST_F(Files, ARelativeRootIsTakenFromTheWorkingFolder) {
     fs::current_path(at("."));
     palRootSet("root");
     fs::current_path(before);
-    EXPECT_EQ(firstLine("/var/radius.conf"), "inside\n");
+    EXPECT_EQ("inside\n", firstLine("/var/radius.conf"));
 }
 
 TEST_F(Files, NoPathLeadsOutOfARoot) {
@@ -289,30 +289,30 @@ TEST_F(Files, NoPathLeadsOutOfARoot) {
     for (const char *path :
          {"/../secret", "/../../../secret", "/var/../../secret", "//..//secret", "/./../secret",
           "/dev/../secret", "/dev/shm/../../../secret", "/a/b/../../../secret", "/secret/."}) {
-        EXPECT_EQ(firstLine(path), "inside\n") << path;
+        EXPECT_EQ("inside\n", firstLine(path)) << path;
     }
     // "/dev" itself is no device, and a name that only begins like it is none either.
-    EXPECT_EQ(firstLine("/dev"), "inside\n");
+    EXPECT_EQ("inside\n", firstLine("/dev"));
     put("root/device", "inside\n");
-    EXPECT_EQ(firstLine("/device"), "inside\n");
+    EXPECT_EQ("inside\n", firstLine("/device"));
     // Two dots are only special when they stand alone.
     put("root/..secret", "dots\n");
-    EXPECT_EQ(firstLine("/..secret"), "dots\n");
+    EXPECT_EQ("dots\n", firstLine("/..secret"));
 }
 
 TEST_F(Files, APathThatIsTooLongUnderARootIsRefused) {
     palRootSet(at("root").c_str());
     const std::string longPath = "/" + std::string(PATH_MAX, 'x');
-    EXPECT_EQ(firstLine(longPath), "errno " + std::to_string(ENAMETOOLONG));
-    EXPECT_EQ(palOpen(("/" + std::string(PATH_MAX - 10, 'x')).c_str(), O_RDONLY, 0), -1);
-    EXPECT_EQ(errno, ENAMETOOLONG);
+    EXPECT_EQ("errno " + std::to_string(ENAMETOOLONG), firstLine(longPath));
+    EXPECT_EQ(-1, palOpen(("/" + std::string(PATH_MAX - 10, 'x')).c_str(), O_RDONLY, 0));
+    EXPECT_EQ(ENAMETOOLONG, errno);
 }
 
 TEST_F(Files, ARootThatCannotBeUsedDoesNotExposeTheMachine) {
     put("text", "outside\n");
     palRootSet(("/" + std::string(PATH_MAX, 'x')).c_str());
-    EXPECT_EQ(firstLine(at("text")), "errno " + std::to_string(ENOENT));
-    EXPECT_NE(firstLine("/dev/zero"), "errno " + std::to_string(ENOENT));
+    EXPECT_EQ("errno " + std::to_string(ENOENT), firstLine(at("text")));
+    EXPECT_NE("errno " + std::to_string(ENOENT), firstLine("/dev/zero"));
 }
 
 int catRadiusConf(const std::vector<std::string> & /*arguments*/) {
@@ -324,8 +324,8 @@ const test::Role catRole("cat-radius-conf", catRadiusConf);
 TEST_F(Files, TheRootComesFromTheEnvironment) {
     put("root/var/radius.conf", "inside\n");
     const test::RoleResult result = test::runRole("cat-radius-conf", {"PAL_ROOT=" + at("root")});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out, "inside\n");
+    EXPECT_EQ(0, result.status);
+    EXPECT_EQ("inside\n", result.out);
 }
 
 }  // namespace

@@ -23,10 +23,10 @@ namespace {
 TEST(Interposition, ThePortCallsTheProgramsDefinition) {
     allocationsLeft = 1;
     char *copy = palMemPartStrDup(0, "text");
-    ASSERT_NE(copy, nullptr);
-    EXPECT_STREQ(copy, "text");
-    EXPECT_EQ(palMemPartStrDup(0, "text"), nullptr);
-    EXPECT_EQ(palMemPartFree(0, copy), -1) << "the port does not know the program's blocks";
+    ASSERT_NE(nullptr, copy);
+    EXPECT_STREQ("text", copy);
+    EXPECT_EQ(nullptr, palMemPartStrDup(0, "text"));
+    EXPECT_EQ(-1, palMemPartFree(0, copy)) << "the port does not know the program's blocks";
     std::free(copy);
 }
 

@@ -27,13 +27,13 @@ class Lists : public testing::Test {
   protected:
     Lists() {
         list.first = &a;  // What the list held before does not matter.
-        EXPECT_EQ(palListInit(&list), 0);
+        EXPECT_EQ(0, palListInit(&list));
     }
 
     void fill() {
         for (PalListNode *node : {&a, &b, &c}) {
             node->next = node->prev = &stray;
-            ASSERT_EQ(palListNodeAppend(&list, node), 0);
+            ASSERT_EQ(0, palListNodeAppend(&list, node));
         }
     }
 
@@ -42,60 +42,60 @@ class Lists : public testing::Test {
 };
 
 TEST_F(Lists, IsEmptyAfterInit) {
-    EXPECT_EQ(list.first, nullptr);
-    EXPECT_EQ(list.last, nullptr);
+    EXPECT_EQ(nullptr, list.first);
+    EXPECT_EQ(nullptr, list.last);
 }
 
 TEST_F(Lists, AppendsAtTheEnd) {
     fill();
-    EXPECT_EQ(forwards(list), (Nodes{&a, &b, &c}));
-    EXPECT_EQ(backwards(list), (Nodes{&c, &b, &a}));
+    EXPECT_EQ((Nodes{&a, &b, &c}), forwards(list));
+    EXPECT_EQ((Nodes{&c, &b, &a}), backwards(list));
 }
 
 TEST_F(Lists, RemovesTheFirst) {
     fill();
-    EXPECT_EQ(palListNodeRemove(&list, &a), 0);
-    EXPECT_EQ(forwards(list), (Nodes{&b, &c}));
-    EXPECT_EQ(backwards(list), (Nodes{&c, &b}));
+    EXPECT_EQ(0, palListNodeRemove(&list, &a));
+    EXPECT_EQ((Nodes{&b, &c}), forwards(list));
+    EXPECT_EQ((Nodes{&c, &b}), backwards(list));
 }
 
 TEST_F(Lists, RemovesFromTheMiddle) {
     fill();
-    EXPECT_EQ(palListNodeRemove(&list, &b), 0);
-    EXPECT_EQ(forwards(list), (Nodes{&a, &c}));
-    EXPECT_EQ(backwards(list), (Nodes{&c, &a}));
-    EXPECT_EQ(b.next, nullptr);
-    EXPECT_EQ(b.prev, nullptr);
+    EXPECT_EQ(0, palListNodeRemove(&list, &b));
+    EXPECT_EQ((Nodes{&a, &c}), forwards(list));
+    EXPECT_EQ((Nodes{&c, &a}), backwards(list));
+    EXPECT_EQ(nullptr, b.next);
+    EXPECT_EQ(nullptr, b.prev);
 }
 
 TEST_F(Lists, RemovesTheLastUntilEmpty) {
     fill();
-    EXPECT_EQ(palListNodeRemove(&list, &c), 0);
-    EXPECT_EQ(backwards(list), (Nodes{&b, &a}));
-    EXPECT_EQ(palListNodeRemove(&list, &b), 0);
-    EXPECT_EQ(palListNodeRemove(&list, &a), 0);
-    EXPECT_EQ(list.first, nullptr);
-    EXPECT_EQ(list.last, nullptr);
+    EXPECT_EQ(0, palListNodeRemove(&list, &c));
+    EXPECT_EQ((Nodes{&b, &a}), backwards(list));
+    EXPECT_EQ(0, palListNodeRemove(&list, &b));
+    EXPECT_EQ(0, palListNodeRemove(&list, &a));
+    EXPECT_EQ(nullptr, list.first);
+    EXPECT_EQ(nullptr, list.last);
 }
 
 TEST_F(Lists, RefusesANodeThatIsNotInTheList) {
     fill();
-    EXPECT_EQ(palListNodeRemove(&list, &stray), -1);
-    EXPECT_EQ(palListNodeRemove(&list, &a), 0);
-    EXPECT_EQ(palListNodeRemove(&list, &a), -1);
-    EXPECT_EQ(forwards(list), (Nodes{&b, &c}));
+    EXPECT_EQ(-1, palListNodeRemove(&list, &stray));
+    EXPECT_EQ(0, palListNodeRemove(&list, &a));
+    EXPECT_EQ(-1, palListNodeRemove(&list, &a));
+    EXPECT_EQ((Nodes{&b, &c}), forwards(list));
 
     PalList other{};
-    EXPECT_EQ(palListNodeRemove(&other, &b), -1);
-    EXPECT_EQ(forwards(list), (Nodes{&b, &c}));
+    EXPECT_EQ(-1, palListNodeRemove(&other, &b));
+    EXPECT_EQ((Nodes{&b, &c}), forwards(list));
 }
 
 TEST_F(Lists, RefusesNull) {
-    EXPECT_EQ(palListInit(nullptr), -1);
-    EXPECT_EQ(palListNodeAppend(nullptr, &a), -1);
-    EXPECT_EQ(palListNodeAppend(&list, nullptr), -1);
-    EXPECT_EQ(palListNodeRemove(nullptr, &a), -1);
-    EXPECT_EQ(palListNodeRemove(&list, nullptr), -1);
+    EXPECT_EQ(-1, palListInit(nullptr));
+    EXPECT_EQ(-1, palListNodeAppend(nullptr, &a));
+    EXPECT_EQ(-1, palListNodeAppend(&list, nullptr));
+    EXPECT_EQ(-1, palListNodeRemove(nullptr, &a));
+    EXPECT_EQ(-1, palListNodeRemove(&list, nullptr));
 }
 
 }  // namespace

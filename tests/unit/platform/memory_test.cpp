@@ -46,7 +46,7 @@ TEST(Memory, APartitionIsBoundedAndNeverFallsBackToTheHeap) {
     const std::vector<void *> blocks = partition.allocateAll(64);
     EXPECT_GT(blocks.size(), 40U);
     EXPECT_LE(blocks.size() * 64, size);
-    EXPECT_EQ(partition.allocate(64), nullptr);
+    EXPECT_EQ(nullptr, partition.allocate(64));
 }
 
 TEST(Memory, BlocksDoNotOverlapAndAreAligned) {
@@ -54,7 +54,7 @@ TEST(Memory, BlocksDoNotOverlapAndAreAligned) {
     std::vector<void *> blocks;
     uint32_t size = 1;
     while (void *block = partition.allocate(size)) {
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % 8, 0U);
+        EXPECT_EQ(0U, reinterpret_cast<std::uintptr_t>(block) % 8);
         std::memset(block, static_cast<int>(size), size);
         blocks.push_back(block);
         ++size;
@@ -62,7 +62,7 @@ TEST(Memory, BlocksDoNotOverlapAndAreAligned) {
     for (std::size_t i = 0; i < blocks.size(); ++i) {
         const auto *bytes = static_cast<const unsigned char *>(blocks[i]);
         for (std::size_t at = 0; at <= i; ++at) {
-            ASSERT_EQ(bytes[at], static_cast<unsigned char>(i + 1));
+            ASSERT_EQ(static_cast<unsigned char>(i + 1), bytes[at]);
         }
     }
 }
@@ -76,22 +76,22 @@ TEST(Memory, HoldsTheRecordsOfARelayWith220Supplicants) {
            partition.allocate(16) != nullptr) {
         ++records;
     }
-    EXPECT_EQ(records, 228);
+    EXPECT_EQ(228, records);
 }
 
 TEST(Memory, FreedMemoryIsJoinedAndUsedAgain) {
     const Partition partition(65536);
     const std::vector<void *> before = partition.allocateAll(100);
     for (std::size_t i = 0; i < before.size(); i += 2) {
-        EXPECT_EQ(palMemPartFree(partition.id(), before[i]), 0);
+        EXPECT_EQ(0, palMemPartFree(partition.id(), before[i]));
     }
     for (std::size_t i = 1; i < before.size(); i += 2) {
-        EXPECT_EQ(palMemPartFree(partition.id(), before[i]), 0);
+        EXPECT_EQ(0, palMemPartFree(partition.id(), before[i]));
     }
     void *large = partition.allocate(60000);
-    ASSERT_NE(large, nullptr);
-    EXPECT_EQ(palMemPartFree(partition.id(), large), 0);
-    EXPECT_EQ(partition.allocateAll(100).size(), before.size());
+    ASSERT_NE(nullptr, large);
+    EXPECT_EQ(0, palMemPartFree(partition.id(), large));
+    EXPECT_EQ(before.size(), partition.allocateAll(100).size());
 }
 
 TEST(Memory, UsesTheMemoryThatItIsGiven) {
@@ -100,7 +100,7 @@ TEST(Memory, UsesTheMemoryThatItIsGiven) {
         std::byte *start = memory.data() + offset;
         {
             const Partition partition(4000, start);
-            ASSERT_NE(partition.id(), 0U);
+            ASSERT_NE(0U, partition.id());
             for (void *block : partition.allocateAll(48)) {
                 EXPECT_GE(static_cast<std::byte *>(block), start);
                 EXPECT_LE(static_cast<std::byte *>(block) + 48, start + 4000);
@@ -110,7 +110,7 @@ TEST(Memory, UsesTheMemoryThatItIsGiven) {
         // Before and behind it nothing was touched, and the whole is the caller's again.
         for (std::size_t i = 0; i < memory.size(); ++i) {
             if (i < offset || i >= offset + 4000) {
-                ASSERT_EQ(memory[i], std::byte{0x5a});
+                ASSERT_EQ(std::byte{0x5a}, memory[i]);
             }
         }
         std::memset(memory.data(), 1, memory.size());
@@ -118,10 +118,10 @@ TEST(Memory, UsesTheMemoryThatItIsGiven) {
 }
 
 TEST(Memory, RefusesASizeThatIsTooSmallForAPool) {
-    EXPECT_EQ(palMemPartCreate("none", nullptr, 0), 0U);
-    EXPECT_EQ(palMemPartCreate("small", nullptr, 16), 0U);
+    EXPECT_EQ(0U, palMemPartCreate("none", nullptr, 0));
+    EXPECT_EQ(0U, palMemPartCreate("small", nullptr, 16));
     std::array<std::byte, 16> memory{};
-    EXPECT_EQ(palMemPartCreate("small", memory.data(), 16), 0U);
+    EXPECT_EQ(0U, palMemPartCreate("small", memory.data(), 16));
 }
 
 TEST(Memory, EverySizeThatIsAcceptedWorks) {
@@ -137,18 +137,18 @@ TEST(Memory, EverySizeThatIsAcceptedWorks) {
 
 TEST(Memory, NeedsNoName) {
     const PalMemPartId id = palMemPartCreate(nullptr, nullptr, 1024);
-    EXPECT_NE(id, 0U);
-    EXPECT_EQ(palMemPartDestroy(id), 0);
+    EXPECT_NE(0U, id);
+    EXPECT_EQ(0, palMemPartDestroy(id));
 }
 
 TEST(Memory, ASizeWithItsTopBitSetFails) {
     const Partition partition(4096);
     for (const uint32_t size : {0x80000000U, 0x80000001U, 0xfffffff0U, 0xffffffffU}) {
-        EXPECT_EQ(partition.allocate(size), nullptr);
-        EXPECT_EQ(palMemPartAlloc(0, size), nullptr);
+        EXPECT_EQ(nullptr, partition.allocate(size));
+        EXPECT_EQ(nullptr, palMemPartAlloc(0, size));
     }
-    EXPECT_EQ(partition.allocate(0x7fffffffU), nullptr);
-    EXPECT_NE(partition.allocate(16), nullptr);
+    EXPECT_EQ(nullptr, partition.allocate(0x7fffffffU));
+    EXPECT_NE(nullptr, partition.allocate(16));
 }
 
 TEST(Memory, SizeZeroYieldsABlockOfItsOwn) {
@@ -156,19 +156,19 @@ TEST(Memory, SizeZeroYieldsABlockOfItsOwn) {
     for (const PalMemPartId id : {PalMemPartId{0}, partition.id()}) {
         void *first = palMemPartAlloc(id, 0);
         void *second = palMemPartAlloc(id, 0);
-        ASSERT_NE(first, nullptr);
-        ASSERT_NE(second, nullptr);
-        EXPECT_NE(first, second);
-        EXPECT_EQ(palMemPartFree(id, first), 0);
-        EXPECT_EQ(palMemPartFree(id, second), 0);
+        ASSERT_NE(nullptr, first);
+        ASSERT_NE(nullptr, second);
+        EXPECT_NE(second, first);
+        EXPECT_EQ(0, palMemPartFree(id, first));
+        EXPECT_EQ(0, palMemPartFree(id, second));
     }
 }
 
 TEST(Memory, PartitionZeroIsTheHeap) {
     void *block = palMemPartAlloc(0, 1U << 20);
-    ASSERT_NE(block, nullptr);
+    ASSERT_NE(nullptr, block);
     std::memset(block, 1, 1U << 20);
-    EXPECT_EQ(palMemPartFree(0, block), 0);
+    EXPECT_EQ(0, palMemPartFree(0, block));
 }
 
 TEST(Memory, ABlockReturnsToItsOwnPoolWhateverIdIsGiven) {
@@ -178,28 +178,28 @@ TEST(Memory, ABlockReturnsToItsOwnPoolWhateverIdIsGiven) {
     const std::vector<void *> inTwo = two.allocateAll(64);
     void *onHeap = palMemPartAlloc(0, 64);
 
-    EXPECT_EQ(palMemPartFree(one.id(), onHeap), 0);
-    EXPECT_EQ(palMemPartFree(one.id(), inTwo[0]), 0);
-    EXPECT_EQ(palMemPartFree(0, inTwo[1]), 0);
-    EXPECT_EQ(palMemPartFree(0xfffffff0U, inTwo[2]), 0);
-    EXPECT_EQ(one.allocate(64), nullptr) << roomInOne;
-    EXPECT_EQ(two.allocateAll(64).size(), 3U);
+    EXPECT_EQ(0, palMemPartFree(one.id(), onHeap));
+    EXPECT_EQ(0, palMemPartFree(one.id(), inTwo[0]));
+    EXPECT_EQ(0, palMemPartFree(0, inTwo[1]));
+    EXPECT_EQ(0, palMemPartFree(0xfffffff0U, inTwo[2]));
+    EXPECT_EQ(nullptr, one.allocate(64)) << roomInOne;
+    EXPECT_EQ(3U, two.allocateAll(64).size());
 }
 
 TEST(Memory, IgnoresNull) {
     const Partition partition(4096);
-    EXPECT_EQ(palMemPartFree(partition.id(), nullptr), 0);
-    EXPECT_EQ(palMemPartFree(0, nullptr), 0);
+    EXPECT_EQ(0, palMemPartFree(partition.id(), nullptr));
+    EXPECT_EQ(0, palMemPartFree(0, nullptr));
 }
 
 TEST(Memory, RefusesADoubleFree) {
     const Partition partition(4096);
     for (const PalMemPartId id : {PalMemPartId{0}, partition.id()}) {
         void *block = palMemPartAlloc(id, 100);
-        EXPECT_EQ(palMemPartFree(id, block), 0);
+        EXPECT_EQ(0, palMemPartFree(id, block));
         // The pointer is compared with what is live, never followed.
         // NOLINTNEXTLINE(clang-analyzer-unix.Malloc)
-        EXPECT_EQ(palMemPartFree(id, block), -1);
+        EXPECT_EQ(-1, palMemPartFree(id, block));
     }
 }
 
@@ -213,37 +213,37 @@ TEST(Memory, RefusesWhatIsNoBlock) {
         return copy;
     }();
     for (std::size_t inside = 1; inside < 128; ++inside) {
-        EXPECT_EQ(palMemPartFree(partition.id(), block + inside), -1);
+        EXPECT_EQ(-1, palMemPartFree(partition.id(), block + inside));
     }
-    EXPECT_EQ(std::memcmp(before.data(), block, before.size()), 0);
+    EXPECT_EQ(0, std::memcmp(before.data(), block, before.size()));
 
     std::byte foreign{};
-    EXPECT_EQ(palMemPartFree(partition.id(), &foreign), -1);
+    EXPECT_EQ(-1, palMemPartFree(partition.id(), &foreign));
     const auto owned = std::make_unique<int>(1);
-    EXPECT_EQ(palMemPartFree(0, owned.get()), -1);
+    EXPECT_EQ(-1, palMemPartFree(0, owned.get()));
     // Not even mapped. NOLINTNEXTLINE(performance-no-int-to-ptr)
-    EXPECT_EQ(palMemPartFree(0, reinterpret_cast<void *>(std::uintptr_t{64})), -1);
-    EXPECT_EQ(palMemPartFree(partition.id(), block), 0);
+    EXPECT_EQ(-1, palMemPartFree(0, reinterpret_cast<void *>(std::uintptr_t{64})));
+    EXPECT_EQ(0, palMemPartFree(partition.id(), block));
 }
 
 TEST(Memory, DestroyingReleasesAllBlocksAtOnce) {
     const PalMemPartId id = palMemPartCreate("gone", nullptr, 4096);
     void *first = palMemPartAlloc(id, 100);
-    ASSERT_NE(palMemPartAlloc(id, 200), nullptr);
-    EXPECT_EQ(palMemPartDestroy(id), 0);
-    EXPECT_EQ(palMemPartFree(id, first), -1);
-    EXPECT_EQ(palMemPartAlloc(id, 1), nullptr);
-    EXPECT_EQ(palMemPartDestroy(id), -1);
+    ASSERT_NE(nullptr, palMemPartAlloc(id, 200));
+    EXPECT_EQ(0, palMemPartDestroy(id));
+    EXPECT_EQ(-1, palMemPartFree(id, first));
+    EXPECT_EQ(nullptr, palMemPartAlloc(id, 1));
+    EXPECT_EQ(-1, palMemPartDestroy(id));
 
     const Partition next(4096);
-    EXPECT_NE(next.id(), id);
+    EXPECT_NE(id, next.id());
 }
 
 TEST(Memory, KnowsNoUnknownPartition) {
-    EXPECT_EQ(palMemPartAlloc(0x7ffffff0U, 1), nullptr);
-    EXPECT_EQ(palMemPartStrDup(0x7ffffff0U, "text"), nullptr);
-    EXPECT_EQ(palMemPartDestroy(0x7ffffff0U), -1);
-    EXPECT_EQ(palMemPartDestroy(0), -1);
+    EXPECT_EQ(nullptr, palMemPartAlloc(0x7ffffff0U, 1));
+    EXPECT_EQ(nullptr, palMemPartStrDup(0x7ffffff0U, "text"));
+    EXPECT_EQ(-1, palMemPartDestroy(0x7ffffff0U));
+    EXPECT_EQ(-1, palMemPartDestroy(0));
 }
 
 TEST(Memory, CopiesStrings) {
@@ -251,15 +251,15 @@ TEST(Memory, CopiesStrings) {
     for (const PalMemPartId id : {PalMemPartId{0}, partition.id()}) {
         for (const char *text : {"", "secret"}) {
             char *copy = palMemPartStrDup(id, text);
-            ASSERT_NE(copy, nullptr);
-            EXPECT_NE(copy, text);
-            EXPECT_STREQ(copy, text);
-            EXPECT_EQ(palMemPartFree(id, copy), 0);
+            ASSERT_NE(nullptr, copy);
+            EXPECT_NE(text, copy);
+            EXPECT_STREQ(text, copy);
+            EXPECT_EQ(0, palMemPartFree(id, copy));
         }
-        EXPECT_EQ(palMemPartStrDup(id, nullptr), nullptr);
+        EXPECT_EQ(nullptr, palMemPartStrDup(id, nullptr));
     }
     const std::string large(2048, 'x');
-    EXPECT_EQ(palMemPartStrDup(partition.id(), large.c_str()), nullptr);
+    EXPECT_EQ(nullptr, palMemPartStrDup(partition.id(), large.c_str()));
 }
 
 TEST(Memory, ThreadsShareAPartition) {
@@ -294,8 +294,8 @@ TEST(Memory, ThreadsShareAPartition) {
     for (std::thread &thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(failures, 0);
-    EXPECT_NE(partition.allocate(64000), nullptr) << "something was not given back";
+    EXPECT_EQ(0, failures);
+    EXPECT_NE(nullptr, partition.allocate(64000)) << "something was not given back";
 }
 
 TEST(Memory, ThreadsCreateAndDestroyPartitions) {
@@ -314,7 +314,7 @@ TEST(Memory, ThreadsCreateAndDestroyPartitions) {
     for (std::thread &thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(0, failures);
 }
 
 #ifdef __SANITIZE_ADDRESS__
@@ -325,7 +325,7 @@ TEST(MemoryDeathTest, AddressSanitizerSeesOverruns) {
     const Partition partition(4096);
     for (const uint32_t size : {0U, 1U, 16U, 72U, 320U}) {
         auto *block = static_cast<Byte *>(partition.allocate(size));
-        ASSERT_NE(partition.allocate(16), nullptr);
+        ASSERT_NE(nullptr, partition.allocate(16));
         EXPECT_DEATH(block[size] = 1, "use-after-poison");
     }
 }
@@ -333,7 +333,7 @@ TEST(MemoryDeathTest, AddressSanitizerSeesOverruns) {
 TEST(MemoryDeathTest, AddressSanitizerSeesUseAfterFree) {
     const Partition partition(4096);
     auto *block = static_cast<Byte *>(partition.allocate(72));
-    ASSERT_EQ(palMemPartFree(partition.id(), const_cast<unsigned char *>(block)), 0);
+    ASSERT_EQ(0, palMemPartFree(partition.id(), const_cast<unsigned char *>(block)));
     EXPECT_DEATH(block[0] = 1, "use-after-poison");
 }
 #endif

@@ -40,7 +40,7 @@ const test::Role exitRole("exit-with", [](const std::vector<std::string> &argume
 
 TEST(Programs, YieldTheirExitStatus) {
     for (const int status : {0, 1, 7, 255}) {
-        EXPECT_EQ(runProgram(test::selfPath(), "exit-with", {std::to_string(status)}), status);
+        EXPECT_EQ(status, runProgram(test::selfPath(), "exit-with", {std::to_string(status)}));
     }
 }
 
@@ -50,9 +50,8 @@ const test::Role argumentsRole("expect-arguments", [](const std::vector<std::str
 });
 
 TEST(Programs, GetTheirArgumentsWithoutAShell) {
-    EXPECT_EQ(runProgram(test::selfPath(), "expect-arguments",
-                         {"", "two words", "$HOME;*`id`", "\xff\x01"}),
-              0);
+    EXPECT_EQ(0, runProgram(test::selfPath(), "expect-arguments",
+                            {"", "two words", "$HOME;*`id`", "\xff\x01"}));
 }
 
 TEST(Programs, ThatCannotBeRunYieldMinusOne) {
@@ -61,12 +60,12 @@ TEST(Programs, ThatCannotBeRunYieldMinusOne) {
           // Found along PATH by a shell, but not here.
           std::pair{"true", ENOENT}}) {
         errno = 0;
-        EXPECT_EQ(runProgram(program, "none"), -1) << program;
-        EXPECT_EQ(errno, error) << program;
+        EXPECT_EQ(-1, runProgram(program, "none")) << program;
+        EXPECT_EQ(error, errno) << program;
     }
     char *const none[] = {nullptr};
-    EXPECT_EQ(palCmdExecArgv(none, 0, 0), -1);
-    EXPECT_EQ(palCmdExecArgv(nullptr, 0, 0), -1);
+    EXPECT_EQ(-1, palCmdExecArgv(none, 0, 0));
+    EXPECT_EQ(-1, palCmdExecArgv(nullptr, 0, 0));
 }
 
 const test::Role killedRole("killed", [](const std::vector<std::string> & /*arguments*/) {
@@ -75,7 +74,7 @@ const test::Role killedRole("killed", [](const std::vector<std::string> & /*argu
 });
 
 TEST(Programs, ThatASignalEndsYieldMinusOne) {
-    EXPECT_EQ(runProgram(test::selfPath(), "killed"), -1);
+    EXPECT_EQ(-1, runProgram(test::selfPath(), "killed"));
 }
 
 const test::Role closedRole("expect-closed", [](const std::vector<std::string> &arguments) {
@@ -85,8 +84,8 @@ const test::Role closedRole("expect-closed", [](const std::vector<std::string> &
 TEST(Programs, InheritNoDescriptor) {
     for (const int flags : {O_CLOEXEC, 0}) {
         int ends[2] = {-1, -1};
-        ASSERT_EQ(pipe2(ends, flags), 0);
-        EXPECT_EQ(runProgram(test::selfPath(), "expect-closed", {std::to_string(ends[0])}), 0);
+        ASSERT_EQ(0, pipe2(ends, flags));
+        EXPECT_EQ(0, runProgram(test::selfPath(), "expect-closed", {std::to_string(ends[0])}));
         close(ends[0]);
         close(ends[1]);
     }
@@ -110,7 +109,7 @@ TEST(Programs, StartWithDefaultSignals) {
     struct sigaction pipeBefore {};
     ignore.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &ignore, &pipeBefore);
-    EXPECT_EQ(runProgram(test::selfPath(), "expect-signals"), 0);
+    EXPECT_EQ(0, runProgram(test::selfPath(), "expect-signals"));
     sigaction(SIGPIPE, &pipeBefore, nullptr);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
@@ -123,28 +122,28 @@ const test::Role readRole("read-fifo", [](const std::vector<std::string> &argume
 
 TEST(Programs, AreWaitedForThroughSignals) {
     std::string folder = testing::TempDir() + "platform-programs-XXXXXX";
-    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    ASSERT_NE(nullptr, mkdtemp(folder.data()));
     const std::string fifo = folder + "/fifo";
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
     {
         const test::Interruptions interruptions(50, [fifo] {
             const int fd = open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
-            EXPECT_EQ(write(fd, "A", 1), 1);
+            EXPECT_EQ(1, write(fd, "A", 1));
             close(fd);
         });
-        EXPECT_EQ(runProgram(test::selfPath(), "read-fifo", {fifo}), 'A');
+        EXPECT_EQ('A', runProgram(test::selfPath(), "read-fifo", {fifo}));
     }
     fs::remove_all(folder);
 }
 
 TEST(Programs, AreFoundUnderTheRoot) {
     std::string folder = testing::TempDir() + "platform-programs-XXXXXX";
-    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    ASSERT_NE(nullptr, mkdtemp(folder.data()));
     fs::create_directories(folder + "/bin");
     fs::create_symlink(test::selfPath(), folder + "/bin/program");
     palRootSet(folder.c_str());
-    EXPECT_EQ(runProgram("/bin/program", "exit-with", {"3"}), 3);
-    EXPECT_EQ(runProgram("/bin/true", "none"), -1);
+    EXPECT_EQ(3, runProgram("/bin/program", "exit-with", {"3"}));
+    EXPECT_EQ(-1, runProgram("/bin/true", "none"));
     palRootSet(nullptr);
     fs::remove_all(folder);
 }
@@ -154,7 +153,7 @@ TEST(Programs, LosingTheStatusYieldsMinusOne) {
     struct sigaction before {};
     ignore.sa_handler = SIG_IGN;
     sigaction(SIGCHLD, &ignore, &before);
-    EXPECT_EQ(runProgram(test::selfPath(), "exit-with", {"0"}), -1);
+    EXPECT_EQ(-1, runProgram(test::selfPath(), "exit-with", {"0"}));
     sigaction(SIGCHLD, &before, nullptr);
 }
 

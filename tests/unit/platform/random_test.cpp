@@ -32,7 +32,7 @@ void expectNoRepetition(Draw draw) {
     std::set<std::array<uint8_t, 16>> seen;
     for (int i = 0; i < 100; ++i) {
         std::array<uint8_t, 16> bytes{};
-        ASSERT_EQ(draw(bytes.data(), static_cast<uint32_t>(bytes.size())), 0);
+        ASSERT_EQ(0, draw(bytes.data(), static_cast<uint32_t>(bytes.size())));
         EXPECT_TRUE(seen.insert(bytes).second);
     }
 }
@@ -43,55 +43,55 @@ TEST_F(Random, DrawsFromTheKernelWithoutASource) {
 
 TEST_F(Random, FillsLargeBuffersToTheEnd) {
     std::vector<uint8_t> bytes((1U << 20) + 3);
-    ASSERT_EQ(palRandGen(bytes.data(), static_cast<uint32_t>(bytes.size())), 0);
+    ASSERT_EQ(0, palRandGen(bytes.data(), static_cast<uint32_t>(bytes.size())));
     // 64 zero bytes in a row come up once in 2^490 runs.
     const std::array<uint8_t, 64> zeros{};
-    EXPECT_EQ(std::search(bytes.begin(), bytes.end(), zeros.begin(), zeros.end()), bytes.end());
+    EXPECT_EQ(bytes.end(), std::search(bytes.begin(), bytes.end(), zeros.begin(), zeros.end()));
     EXPECT_FALSE(std::all_of(bytes.end() - 16, bytes.end(), [](uint8_t b) { return b == 0; }));
 }
 
 TEST_F(Random, WritesNoMoreThanAsked) {
     std::array<uint8_t, 3> bytes{0xaa, 0xaa, 0xaa};
-    ASSERT_EQ(palRandGen(bytes.data() + 1, 1), 0);
-    EXPECT_EQ(bytes[0], 0xaa);
-    EXPECT_EQ(bytes[2], 0xaa);
+    ASSERT_EQ(0, palRandGen(bytes.data() + 1, 1));
+    EXPECT_EQ(0xaa, bytes[0]);
+    EXPECT_EQ(0xaa, bytes[2]);
 }
 
 TEST_F(Random, DrawsFromTheSourceThatWasSet) {
     Countdown countdown{{1}};
-    ASSERT_EQ(palRandLibInit(drawSevens, &countdown), 0);
+    ASSERT_EQ(0, palRandLibInit(drawSevens, &countdown));
     std::array<uint8_t, 4> bytes{};
-    EXPECT_EQ(palRandGen(bytes.data(), 4), 0);
-    EXPECT_EQ(bytes, (std::array<uint8_t, 4>{7, 7, 7, 7}));
-    EXPECT_EQ(countdown.calls, 1);
+    EXPECT_EQ(0, palRandGen(bytes.data(), 4));
+    EXPECT_EQ((std::array<uint8_t, 4>{7, 7, 7, 7}), bytes);
+    EXPECT_EQ(1, countdown.calls);
 }
 
 TEST_F(Random, FailsWithTheSource) {
     Countdown countdown{{0}};
     palRandLibInit(drawSevens, &countdown);
     std::array<uint8_t, 4> bytes{};
-    EXPECT_EQ(palRandGen(bytes.data(), 4), -1);
+    EXPECT_EQ(-1, palRandGen(bytes.data(), 4));
 }
 
 TEST_F(Random, ReturnsToTheKernelForANullSource) {
     Countdown countdown{{0}};
     palRandLibInit(drawSevens, &countdown);
-    ASSERT_EQ(palRandLibInit(nullptr, &countdown), 0);
+    ASSERT_EQ(0, palRandLibInit(nullptr, &countdown));
     expectNoRepetition(palRandGen);
-    EXPECT_EQ(countdown.calls, 0);
+    EXPECT_EQ(0, countdown.calls);
 }
 
 TEST_F(Random, RefusesNullUnlessNothingIsAsked) {
-    EXPECT_EQ(palRandGen(nullptr, 1), -1);
-    EXPECT_EQ(palRandGen(nullptr, 0), 0);
-    EXPECT_EQ(palCiphPRNGInit(nullptr, nullptr, 1), -1);
-    EXPECT_EQ(palCiphPRNGInit(nullptr, nullptr, 0), 0);
+    EXPECT_EQ(-1, palRandGen(nullptr, 1));
+    EXPECT_EQ(0, palRandGen(nullptr, 0));
+    EXPECT_EQ(-1, palCiphPRNGInit(nullptr, nullptr, 1));
+    EXPECT_EQ(0, palCiphPRNGInit(nullptr, nullptr, 0));
 }
 
 TEST_F(Random, OffersTheCryptoLibrarysGeneratorAsASource) {
     expectNoRepetition(
         [](uint8_t *out, uint32_t length) { return palCiphPRNGInit(nullptr, out, length); });
-    ASSERT_EQ(palRandLibInit(palCiphPRNGInit, nullptr), 0);
+    ASSERT_EQ(0, palRandLibInit(palCiphPRNGInit, nullptr));
     expectNoRepetition(palRandGen);
 }
 
@@ -114,7 +114,7 @@ TEST_F(Random, SourceMayChangeWhileThreadsDraw) {
     for (std::thread &thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(0, failures);
 }
 
 }  // namespace

@@ -60,7 +60,7 @@ class OtherProcess {
         }
         close(report[1]);
         close(hold[0]);
-        EXPECT_EQ(read(report[0], &id_, sizeof id_), static_cast<ssize_t>(sizeof id_));
+        EXPECT_EQ(static_cast<ssize_t>(sizeof id_), read(report[0], &id_, sizeof id_));
         close(report[0]);
         hold_ = hold[1];
     }
@@ -86,7 +86,7 @@ class OtherProcess {
     void awaitZombie() {
         letGo();
         siginfo_t info{};
-        EXPECT_EQ(waitid(P_PID, static_cast<id_t>(child_), &info, WEXITED | WNOWAIT), 0);
+        EXPECT_EQ(0, waitid(P_PID, static_cast<id_t>(child_), &info, WEXITED | WNOWAIT));
     }
 
     void reap() {
@@ -122,9 +122,9 @@ TEST(Tasks, ADaemonIsFoundByItsTaskName) {
             _exit(1);
         }
     });
-    EXPECT_EQ(palTaskNameToId(name.c_str()), other.id());
-    EXPECT_EQ(palTaskNameToId(name.substr(0, name.size() - 1).c_str()), -1);
-    EXPECT_EQ(palTaskNameToId((name + "x").c_str()), -1);
+    EXPECT_EQ(other.id(), palTaskNameToId(name.c_str()));
+    EXPECT_EQ(-1, palTaskNameToId(name.substr(0, name.size() - 1).c_str()));
+    EXPECT_EQ(-1, palTaskNameToId((name + "x").c_str()));
     other.letGo();
     EXPECT_TRUE(awaitGone(name));
 }
@@ -136,7 +136,7 @@ TEST(Tasks, AProcessInTheForegroundIsFoundAfterItsFirstTaskCall) {
         // From a thread as well it is the process that gets the name.
         std::thread([] { palTaskDelay(0); }).join();
     });
-    EXPECT_EQ(palTaskNameToId(name.c_str()), other.id());
+    EXPECT_EQ(other.id(), palTaskNameToId(name.c_str()));
 }
 
 TEST(Tasks, FifteenBytesOfANameCount) {
@@ -145,8 +145,8 @@ TEST(Tasks, FifteenBytesOfANameCount) {
         setTaskName(name);
         palTaskDelay(0);
     });
-    EXPECT_EQ(palTaskNameToId(name.c_str()), other.id());
-    EXPECT_EQ(palTaskNameToId((name + "more").c_str()), other.id());
+    EXPECT_EQ(other.id(), palTaskNameToId(name.c_str()));
+    EXPECT_EQ(other.id(), palTaskNameToId((name + "more").c_str()));
 }
 
 TEST(Tasks, ANameMayHoldWhatTheKernelsTablesUse) {
@@ -155,15 +155,15 @@ TEST(Tasks, ANameMayHoldWhatTheKernelsTablesUse) {
         setTaskName(name);
         palTaskDelay(0);
     });
-    EXPECT_EQ(palTaskNameToId(name.c_str()), other.id());
-    EXPECT_EQ(palTaskNameToId(uniqueName("").c_str()), -1);
+    EXPECT_EQ(other.id(), palTaskNameToId(name.c_str()));
+    EXPECT_EQ(-1, palTaskNameToId(uniqueName("").c_str()));
 }
 
 TEST(Tasks, AProcessWithoutATaskNameKeepsItsOwn) {
     palTaskDelay(0);
     char name[17] = "";
     prctl(PR_GET_NAME, name);
-    EXPECT_EQ(std::string(name), "platform_test");
+    EXPECT_EQ("platform_test", std::string(name));
 }
 
 TEST(Tasks, ATaskNeverFindsItself) {
@@ -189,9 +189,9 @@ TEST(Tasks, AnEndedTaskIsNotFoundEvenWhenItIsNotReaped) {
         setTaskName(name);
         palTaskDelay(0);
     });
-    EXPECT_EQ(palTaskNameToId(name.c_str()), other.id());
+    EXPECT_EQ(other.id(), palTaskNameToId(name.c_str()));
     other.awaitZombie();
-    EXPECT_EQ(palTaskNameToId(name.c_str()), -1);
+    EXPECT_EQ(-1, palTaskNameToId(name.c_str()));
 }
 
 TEST(Tasks, AnotherUsersProcessIsNoTask) {
@@ -209,35 +209,35 @@ TEST(Tasks, AnotherUsersProcessIsNoTask) {
         prctl(PR_SET_DUMPABLE, 1);
     });
     ASSERT_GT(other.id(), 0);
-    EXPECT_EQ(palTaskNameToId(name.c_str()), -1);
+    EXPECT_EQ(-1, palTaskNameToId(name.c_str()));
 }
 
 TEST(Tasks, NoNameIsNoTask) {
-    EXPECT_EQ(palTaskNameToId(nullptr), -1);
-    EXPECT_EQ(palTaskNameToId(""), -1);
-    EXPECT_EQ(palTaskNameToId(uniqueName("none").c_str()), -1);
+    EXPECT_EQ(-1, palTaskNameToId(nullptr));
+    EXPECT_EQ(-1, palTaskNameToId(""));
+    EXPECT_EQ(-1, palTaskNameToId(uniqueName("none").c_str()));
 }
 
 TEST(Tasks, DelayLastsAsLongAsAskedThroughSignals) {
     const auto start = Clock::now();
     {
         const test::Interruptions interruptions(20, [] {});
-        EXPECT_EQ(palTaskDelay(50), 0);
+        EXPECT_EQ(0, palTaskDelay(50));
         EXPECT_GE(Clock::now() - start, milliseconds(50));
     }
 }
 
 TEST(Tasks, DelayOfNothingReturnsAtOnce) {
-    EXPECT_EQ(palTaskDelay(0), 0);
-    EXPECT_EQ(palTaskDelay(-1), 0);
+    EXPECT_EQ(0, palTaskDelay(0));
+    EXPECT_EQ(0, palTaskDelay(-1));
 }
 
 TEST(Tasks, CallsLeaveErrnoAlone) {
     errno = EXDEV;
-    EXPECT_EQ(palTaskNameToId(uniqueName("none").c_str()), -1);
-    EXPECT_EQ(errno, EXDEV);
+    EXPECT_EQ(-1, palTaskNameToId(uniqueName("none").c_str()));
+    EXPECT_EQ(EXDEV, errno);
     palTaskDelay(1);
-    EXPECT_EQ(errno, EXDEV);
+    EXPECT_EQ(EXDEV, errno);
 }
 
 volatile std::sig_atomic_t handlerRuns = 0;

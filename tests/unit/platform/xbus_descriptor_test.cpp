@@ -65,7 +65,7 @@ int serve(Module &module) {
     constexpr int endless = 1000;
     int rounds = 0;
     while (rounds < endless && isReadable(module)) {
-        EXPECT_NE(module.listen(0us), -1);
+        EXPECT_NE(-1, module.listen(0us));
         ++rounds;
     }
     return rounds;

@@ -41,12 +41,12 @@ extern "C" int ppoll(pollfd *fds, nfds_t count, const timespec *timeout, const s
 namespace test {
 
 Module::Module(uint32_t number) : context_(xbusRegister(number, XBUS_MODE_HANDLER, handle, this)) {
-    EXPECT_NE(context_, nullptr) << "module " << number << ": " << std::strerror(errno);
+    EXPECT_NE(nullptr, context_) << "module " << number << ": " << std::strerror(errno);
 }
 
 Module::~Module() {
     if (context_ != nullptr) {
-        EXPECT_EQ(xbusUnRegister(context_), 0);
+        EXPECT_EQ(0, xbusUnRegister(context_));
     }
 }
 
@@ -141,7 +141,7 @@ Gate::~Gate() {
 }
 
 void Gate::open() const {
-    EXPECT_EQ(write(ends_[1], "", 1), 1);
+    EXPECT_EQ(1, write(ends_[1], "", 1));
 }
 
 bool Gate::pass() const {

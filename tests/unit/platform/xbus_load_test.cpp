@@ -69,23 +69,23 @@ TEST_F(XbusLoad, KeepsTheOrderOf100000MessagesAndLosesNone) {
     });
     while (next < count) {
         const uint32_t expected = next;
-        ASSERT_EQ(receiver.listen(), 1);
-        ASSERT_EQ(next, expected + 1);
+        ASSERT_EQ(1, receiver.listen());
+        ASSERT_EQ(expected + 1, next);
     }
-    EXPECT_EQ(sender.wait(), 0);
-    EXPECT_EQ(receiver.listen(0us), 0);
+    EXPECT_EQ(0, sender.wait());
+    EXPECT_EQ(0, receiver.listen(0us));
 }
 
 TEST_F(XbusLoad, KeepsTheOrderBehindACallThatWasNotAnswered) {
     Module receiver(relay);
     const Module sender(pnac);
-    EXPECT_EQ(sender.notify(relay, 1), 0);
-    EXPECT_EQ(sender.notify(relay, 2), 0);
+    EXPECT_EQ(0, sender.notify(relay, 1));
+    EXPECT_EQ(0, sender.notify(relay, 2));
     {
         const ShortWaits waits;
-        EXPECT_EQ(sender.call(relay, 3), -1);
+        EXPECT_EQ(-1, sender.call(relay, 3));
     }
-    EXPECT_EQ(sender.notify(relay, 4), 0);
+    EXPECT_EQ(0, sender.notify(relay, 4));
     while (receiver.listen(0us) == 1) {
     }
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 2, 3, 4));
@@ -119,8 +119,8 @@ TEST_F(XbusLoad, TwoModulesMayFillEachOthersQueues) {
     };
     Child first([&exchange] { return exchange(pnac, relay); });
     Child second([&exchange] { return exchange(relay, pnac); });
-    EXPECT_EQ(first.wait(), 0);
-    EXPECT_EQ(second.wait(), 0);
+    EXPECT_EQ(0, first.wait());
+    EXPECT_EQ(0, second.wait());
 }
 
 TEST_F(XbusLoad, SendersTakeTurns) {
@@ -129,12 +129,12 @@ TEST_F(XbusLoad, SendersTakeTurns) {
     const Module quiet(pnac + 1);
     while (loud.notify(relay, 1) == 0) {
     }
-    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_EQ(1, receiver.listen(0us));
     for (int i = 0; i < 5; ++i) {
         receiver.received.clear();
-        EXPECT_EQ(quiet.notify(relay, 2), 0);
-        EXPECT_EQ(receiver.listen(0us), 1);
-        EXPECT_EQ(receiver.listen(0us), 1);
+        EXPECT_EQ(0, quiet.notify(relay, 2));
+        EXPECT_EQ(1, receiver.listen(0us));
+        EXPECT_EQ(1, receiver.listen(0us));
         EXPECT_THAT(receiver.receivedCommands(), testing::UnorderedElementsAre(1, 2));
     }
 }
@@ -144,13 +144,13 @@ TEST_F(XbusLoad, TurnsSurviveThatSendersLeave) {
     std::vector<std::unique_ptr<Module>> senders;
     for (uint32_t i = 0; i < 6; ++i) {
         senders.push_back(std::make_unique<Module>(100 + i));
-        EXPECT_EQ(senders[i]->notify(relay, i), 0);
+        EXPECT_EQ(0, senders[i]->notify(relay, i));
         if (i >= 2) {
-            EXPECT_EQ(senders[i]->notify(relay, i), 0);
+            EXPECT_EQ(0, senders[i]->notify(relay, i));
         }
     }
     for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(receiver.listen(0us), 1);
+        EXPECT_EQ(1, receiver.listen(0us));
     }
     senders[0].reset();
     senders[1].reset();
@@ -178,19 +178,19 @@ TEST_F(XbusLoad, ServesSeveralHundredProcesses) {
         start.open();
     }
     for (uint32_t i = 0; i < 2 * count; ++i) {
-        ASSERT_EQ(receiver.listen(), 1) << i;
+        ASSERT_EQ(1, receiver.listen()) << i;
     }
     for (const auto &sender : senders) {
-        EXPECT_EQ(sender->wait(), 0);
+        EXPECT_EQ(0, sender->wait());
     }
 }
 
 TEST_F(XbusLoad, ServesMoreConnectionsThanSelectCould) {
     constexpr uint32_t count = FD_SETSIZE + 200;
     rlimit before{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
     const rlimit raised{std::max<rlim_t>(before.rlim_cur, 2 * count + 100), before.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0) << "a limit of the machine is too low";
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &raised)) << "a limit of the machine is too low";
     {
         Module receiver(relay);
         std::vector<RawPeer> senders;
@@ -199,18 +199,18 @@ TEST_F(XbusLoad, ServesMoreConnectionsThanSelectCould) {
             ASSERT_TRUE(senders.back().send(packetOf(noticeHead(i)))) << i;
         }
         for (uint32_t i = 0; i < count; ++i) {
-            ASSERT_EQ(receiver.listen(0us), 1) << i;
+            ASSERT_EQ(1, receiver.listen(0us)) << i;
         }
         auto commands = receiver.receivedCommands();
         std::sort(commands.begin(), commands.end());
         for (uint32_t i = 0; i < count; ++i) {
-            ASSERT_EQ(commands[i], i);
+            ASSERT_EQ(i, commands[i]);
         }
         EXPECT_TRUE(senders.back().send(packetOf(noticeHead(count))));
-        EXPECT_EQ(receiver.listen(0us), 1);
+        EXPECT_EQ(1, receiver.listen(0us));
         EXPECT_THAT(errors(), IsEmpty());
     }
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
 }
 
 }  // namespace

@@ -82,7 +82,7 @@ class Server {
     int wait() { return child_.wait(); }
     void kill() {
         child_.kill();
-        EXPECT_EQ(child_.wait(), -SIGKILL);
+        EXPECT_EQ(-SIGKILL, child_.wait());
     }
 
   private:
@@ -93,22 +93,22 @@ class Server {
 TEST_F(XbusPeers, WhatACrashedModuleLeftIsReplaced) {
     Server crashed(relay);
     const Module sender(pnac);
-    EXPECT_EQ(sender.call(relay, 5), 5);
+    EXPECT_EQ(5, sender.call(relay, 5));
     crashed.kill();
     EXPECT_THAT(root_.list("/run/xbus"), testing::Contains("8"));
-    EXPECT_EQ(sender.notify(relay, 5), -1) << "its socket is there, but nobody behind it";
+    EXPECT_EQ(-1, sender.notify(relay, 5)) << "its socket is there, but nobody behind it";
     Server next(relay);
-    EXPECT_EQ(sender.call(relay, 6), 6);
-    EXPECT_EQ(sender.call(relay, endCommand), static_cast<int>(endCommand));
-    EXPECT_EQ(next.wait(), 0);
+    EXPECT_EQ(6, sender.call(relay, 6));
+    EXPECT_EQ(static_cast<int>(endCommand), sender.call(relay, endCommand));
+    EXPECT_EQ(0, next.wait());
 }
 
 TEST_F(XbusPeers, AFileInThePlaceOfASocketIsReplaced) {
     root_.write("/run/xbus/8", "no socket");
     Module receiver(relay);
     const Module sender(pnac);
-    EXPECT_EQ(sender.notify(relay, 1), 0);
-    EXPECT_EQ(receiver.listen(), 1);
+    EXPECT_EQ(0, sender.notify(relay, 1));
+    EXPECT_EQ(1, receiver.listen());
 }
 
 TEST_F(XbusPeers, ASenderNoticesNothingOfARestart) {
@@ -116,10 +116,10 @@ TEST_F(XbusPeers, ASenderNoticesNothingOfARestart) {
     for (const bool waits : {true, false, true, false}) {
         Server server(relay);
         if (waits) {
-            EXPECT_EQ(sender.call(relay, 7), 7) << "the first after the restart";
+            EXPECT_EQ(7, sender.call(relay, 7)) << "the first after the restart";
         }
-        EXPECT_EQ(sender.notify(relay, endCommand), 0);
-        EXPECT_EQ(server.wait(), 0);
+        EXPECT_EQ(0, sender.notify(relay, endCommand));
+        EXPECT_EQ(0, server.wait());
     }
 }
 
@@ -127,8 +127,8 @@ TEST_F(XbusPeers, ASenderNoticesNothingOfANewRegistration) {
     const Module sender(pnac);
     for (uint32_t command = 1; command < 4; ++command) {
         Module receiver(relay);
-        EXPECT_EQ(sender.notify(relay, command), 0);
-        EXPECT_EQ(receiver.listen(), 1);
+        EXPECT_EQ(0, sender.notify(relay, command));
+        EXPECT_EQ(1, receiver.listen());
         EXPECT_THAT(receiver.receivedCommands(), ElementsAre(command));
     }
 }
@@ -144,9 +144,9 @@ TEST_F(XbusPeers, ACallEndsWithTheModuleThatItWaitsFor) {
     ASSERT_TRUE(ready.pass());
     const Module sender(pnac);
     const auto start = Clock::now();
-    EXPECT_EQ(sender.call(relay, 1), -1);
+    EXPECT_EQ(-1, sender.call(relay, 1));
     EXPECT_LT(Clock::now() - start, 4s);
-    EXPECT_EQ(child.wait(), 3);
+    EXPECT_EQ(3, child.wait());
 }
 
 /** Registers, becomes a daemon and serves; ends in the process that was started. */
@@ -172,14 +172,14 @@ TEST_P(XbusDaemon, KeepsItsRegistration) {
         becomeServingDaemon(ready);
         return 1;
     });
-    EXPECT_EQ(child.wait(), 0) << "the parent has left";
+    EXPECT_EQ(0, child.wait()) << "the parent has left";
     ASSERT_TRUE(ready.pass());
     errno = 0;
-    EXPECT_EQ(xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr), nullptr);
-    EXPECT_EQ(errno, EADDRINUSE);
+    EXPECT_EQ(nullptr, xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr));
+    EXPECT_EQ(EADDRINUSE, errno);
     const Module sender(pnac);
-    EXPECT_EQ(sender.call(relay, 42), 42);
-    EXPECT_EQ(sender.notify(relay, endCommand), 0);
+    EXPECT_EQ(42, sender.call(relay, 42));
+    EXPECT_EQ(0, sender.notify(relay, endCommand));
 
     XbusCtx *next = nullptr;
     const auto deadline = Clock::now() + 20s;
@@ -187,7 +187,7 @@ TEST_P(XbusDaemon, KeepsItsRegistration) {
            Clock::now() < deadline) {
         std::this_thread::yield();
     }
-    EXPECT_NE(next, nullptr) << "the number is free when the daemon has ended";
+    EXPECT_NE(nullptr, next) << "the number is free when the daemon has ended";
     xbusUnRegister(next);
 }
 
@@ -256,22 +256,22 @@ class XbusNonsense : public XbusPeers, public testing::WithParamInterface<Nonsen
 TEST_P(XbusNonsense, ClosesItsSendersConnectionAndNoOther) {
     Module receiver(relay);
     const Module sender(pnac);
-    EXPECT_EQ(sender.notify(relay, 1), 0);
-    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_EQ(0, sender.notify(relay, 1));
+    EXPECT_EQ(1, receiver.listen(0us));
 
     RawPeer peer(socketPath(relay));
-    ASSERT_EQ(peer.error(), 0);
+    ASSERT_EQ(0, peer.error());
     ASSERT_TRUE(peer.send(GetParam().packet())) << peer.error();
     ASSERT_TRUE(peer.send(packetOf(noticeHead(1000))));
-    EXPECT_EQ(receiver.listen(0us), 0);
+    EXPECT_EQ(0, receiver.listen(0us));
     EXPECT_TRUE(peer.isClosed());
     EXPECT_THAT(log_.lines(8),
                 ElementsAre(lanyard::test::Logged(8, 8, "xbusListen",
                                                   "a malformed or oversized message of process " +
                                                       std::to_string(getpid()) + " is dropped\n")));
 
-    EXPECT_EQ(sender.notify(relay, 2), 0);
-    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_EQ(0, sender.notify(relay, 2));
+    EXPECT_EQ(1, receiver.listen(0us));
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 2));
 }
 
@@ -281,7 +281,7 @@ TEST_F(XbusPeers, ARawPeerThatMakesSenseIsHeard) {
     Module receiver(relay);
     RawPeer peer(socketPath(relay));
     ASSERT_TRUE(peer.send(packetOf(noticeHead(5, 3, 2), {1, 2, 3}, {4, 5})));
-    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_EQ(1, receiver.listen(0us));
     EXPECT_THAT(receiver.received, ElementsAre(test::Received{5, Bytes{1, 2, 3}, Bytes{4, 5}}));
 }
 
@@ -323,8 +323,8 @@ class FalseModule {
         Head head;
         EXPECT_GE(recv(sender, &head, sizeof head, 0), static_cast<ssize_t>(sizeof head));
         const Bytes packet = answer(head);
-        EXPECT_EQ(send(sender, packet.data(), packet.size(), 0),
-                  static_cast<ssize_t>(packet.size()));
+        EXPECT_EQ(static_cast<ssize_t>(packet.size()),
+                  send(sender, packet.data(), packet.size(), 0));
         return sender;
     }
 
@@ -354,11 +354,11 @@ TEST_F(XbusPeers, AFalseAnswerIsDropped) {
     for (const auto &answer : answers) {
         std::thread other([&] { module.answerOnce(answer); });
         Bytes out{1, 2, 3};
-        EXPECT_EQ(sender.call(relay, 1, {9}, out), -1);
-        EXPECT_EQ(out, (Bytes{1, 2, 3}));
+        EXPECT_EQ(-1, sender.call(relay, 1, {9}, out));
+        EXPECT_EQ((Bytes{1, 2, 3}), out);
         other.join();
     }
-    EXPECT_EQ(errors().size(), answers.size());
+    EXPECT_EQ(answers.size(), errors().size());
     EXPECT_THAT(errors(), testing::Each(HasSubstr("malformed")));
 }
 
@@ -368,8 +368,8 @@ TEST_F(XbusPeers, AFalseAnswerClosesItsConnection) {
     ASSERT_TRUE(module.isThere());
     std::thread other(
         [&] { EXPECT_TRUE(module.answersInVain([](const Head & /*call*/) { return Bytes(7); })); });
-    EXPECT_EQ(sender.call(relay, 1), -1);
-    EXPECT_EQ(errno, EBADMSG);
+    EXPECT_EQ(-1, sender.call(relay, 1));
+    EXPECT_EQ(EBADMSG, errno);
     other.join();
 }
 
@@ -385,7 +385,7 @@ TEST_F(XbusPeers, AnAnswerToSomebodyElseIsNotTaken) {
             return packetOf(call);
         });
     });
-    EXPECT_EQ(sender.call(relay, 0), -1) << "the module ends without a true answer";
+    EXPECT_EQ(-1, sender.call(relay, 0)) << "the module ends without a true answer";
     other.join();
     EXPECT_THAT(errors(), IsEmpty());
 }
@@ -400,10 +400,10 @@ TEST_F(XbusPeers, APeerThatDiesInMidMessageHoldsUpNobody) {
         (void)raise(SIGKILL);
         return 0;
     });
-    EXPECT_EQ(dying.wait(), -SIGKILL);
-    EXPECT_EQ(sender.notify(relay, 2), 0);
-    EXPECT_EQ(receiver.listen(0us), 1);
-    EXPECT_EQ(receiver.listen(0us), 0);
+    EXPECT_EQ(-SIGKILL, dying.wait());
+    EXPECT_EQ(0, sender.notify(relay, 2));
+    EXPECT_EQ(1, receiver.listen(0us));
+    EXPECT_EQ(0, receiver.listen(0us));
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(2));
     EXPECT_THAT(errors(), ElementsAre(HasSubstr("malformed")));
 }
@@ -416,9 +416,9 @@ TEST_F(XbusPeers, ASilentPeerHoldsUpNobody) {
     for (int i = 0; i < 10; ++i) {
         silent.emplace_back(socketPath(relay));
     }
-    EXPECT_EQ(receiver.listen(0us), 0);
-    EXPECT_EQ(sender.notify(relay, 1), 0);
-    EXPECT_EQ(receiver.listen(), 1);
+    EXPECT_EQ(0, receiver.listen(0us));
+    EXPECT_EQ(0, sender.notify(relay, 1));
+    EXPECT_EQ(1, receiver.listen());
     EXPECT_THAT(errors(), IsEmpty());
 }
 
@@ -434,12 +434,12 @@ TEST_F(XbusPeers, WhatADeadSenderHandedOverStillArrives) {
         (void)raise(SIGKILL);
         return 2;
     });
-    EXPECT_EQ(sender.wait(), -SIGKILL);
+    EXPECT_EQ(-SIGKILL, sender.wait());
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(receiver.listen(0us), 1);
+        EXPECT_EQ(1, receiver.listen(0us));
     }
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 2, 3));
-    EXPECT_EQ(receiver.listen(0us), 0);
+    EXPECT_EQ(0, receiver.listen(0us));
     EXPECT_THAT(errors(), IsEmpty());
 }
 
@@ -449,14 +449,14 @@ TEST_F(XbusPeers, NothingIsLostBehindAnAnswerThatWasNotRead) {
         const Module sender(pnac);
         {
             const ShortWaits waits;
-            EXPECT_EQ(sender.call(relay, 1), -1);
+            EXPECT_EQ(-1, sender.call(relay, 1));
         }
-        EXPECT_EQ(sender.notify(relay, 2), 0);
-        EXPECT_EQ(sender.notify(relay, 3), 0);
-        EXPECT_EQ(receiver.listen(0us), 1);
+        EXPECT_EQ(0, sender.notify(relay, 2));
+        EXPECT_EQ(0, sender.notify(relay, 3));
+        EXPECT_EQ(1, receiver.listen(0us));
     }
-    EXPECT_EQ(receiver.listen(0us), 1);
-    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_EQ(1, receiver.listen(0us));
+    EXPECT_EQ(1, receiver.listen(0us));
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 2, 3));
 }
 
@@ -467,7 +467,7 @@ TEST_F(XbusPeers, ACallerThatDoesNotReadItsAnswersHoldsUpNobody) {
     call.kind = Kind::kCall;
     for (int i = 0; i < 20; ++i) {
         ASSERT_TRUE(peer.send(packetOf(call, {}, Bytes(65536))));
-        ASSERT_EQ(receiver.listen(0us), 1);
+        ASSERT_EQ(1, receiver.listen(0us));
     }
     EXPECT_THAT(errors(), testing::Contains(HasSubstr("an answer is dropped")));
 }
@@ -478,7 +478,7 @@ class XbusUsers : public XbusPeers {
         if (geteuid() != 0) {
             GTEST_SKIP() << "only root can become somebody else";
         }
-        ASSERT_EQ(chmod(root_.folder().c_str(), 0755), 0);
+        ASSERT_EQ(0, chmod(root_.folder().c_str(), 0755));
         XbusPeers::SetUp();
     }
 
@@ -489,9 +489,9 @@ class XbusUsers : public XbusPeers {
     }
 
     void openFolder() const {
-        ASSERT_EQ(chmod(root_.path("/run/xbus").c_str(), 0777), 0);
+        ASSERT_EQ(0, chmod(root_.path("/run/xbus").c_str(), 0777));
         for (const std::string &name : root_.list("/run/xbus")) {
-            ASSERT_EQ(chmod(root_.path("/run/xbus/" + name).c_str(), 0666), 0);
+            ASSERT_EQ(0, chmod(root_.path("/run/xbus/" + name).c_str(), 0666));
         }
     }
 };
@@ -499,7 +499,7 @@ class XbusUsers : public XbusPeers {
 TEST_F(XbusUsers, TheFolderKeepsOthersOut) {
     Module receiver(relay);
     const std::string path = socketPath(relay);
-    EXPECT_EQ(asNobody([&path] {
+    EXPECT_EQ(0, asNobody([&path] {
                   if (RawPeer(path).error() != EACCES) {
                       return 1;
                   }
@@ -510,9 +510,8 @@ TEST_F(XbusUsers, TheFolderKeepsOthersOut) {
                                  errno == EACCES
                              ? 0
                              : 3;
-              }),
-              0);
-    EXPECT_EQ(receiver.listen(0us), 0);
+              }));
+    EXPECT_EQ(0, receiver.listen(0us));
 }
 
 TEST_F(XbusUsers, InAnOpenFolderSendersAreChecked) {
@@ -520,12 +519,11 @@ TEST_F(XbusUsers, InAnOpenFolderSendersAreChecked) {
     openFolder();
     const std::string path = socketPath(relay);
     const Gate connected;
-    EXPECT_EQ(asNobody([&path] {
+    EXPECT_EQ(0, asNobody([&path] {
                   RawPeer peer(path);
                   return peer.error() == 0 && peer.send(packetOf(noticeHead(1))) ? 0 : 1;
-              }),
-              0);
-    EXPECT_EQ(receiver.listen(0us), 0);
+              }));
+    EXPECT_EQ(0, receiver.listen(0us));
     EXPECT_THAT(receiver.received, IsEmpty());
     EXPECT_THAT(errors(), ElementsAre(AllOf(HasSubstr("of user 65534 is refused"))));
 }
@@ -545,25 +543,24 @@ TEST_F(XbusUsers, InAnOpenFolderReceiversAreChecked) {
         return module.isThere() && over.pass() ? 0 : 1;
     });
     ASSERT_TRUE(ready.pass());
-    EXPECT_EQ(sender.notify(relay, 1), -1);
-    EXPECT_EQ(sender.call(relay, 1), -1);
+    EXPECT_EQ(-1, sender.notify(relay, 1));
+    EXPECT_EQ(-1, sender.call(relay, 1));
     over.open();
-    EXPECT_EQ(impostor.wait(), 0);
+    EXPECT_EQ(0, impostor.wait());
     EXPECT_THAT(errors(), ElementsAre(HasSubstr("of user 65534 is refused"),
                                       HasSubstr("of user 65534 is refused")));
 }
 
 TEST_F(XbusUsers, TheFoldersOwnerAndRootTalkToEachOther) {
-    ASSERT_EQ(chown(root_.path("/run/xbus").c_str(), nobody, nobody), 0);
+    ASSERT_EQ(0, chown(root_.path("/run/xbus").c_str(), nobody, nobody));
     Module receiver(relay);
     // The owner could not open root's socket file, but takes it for its own folder's.
-    ASSERT_EQ(chown(socketPath(relay).c_str(), nobody, nobody), 0);
-    EXPECT_EQ(asNobody([] {
+    ASSERT_EQ(0, chown(socketPath(relay).c_str(), nobody, nobody));
+    EXPECT_EQ(0, asNobody([] {
                   const Module module(pnac);
                   return module.context() != nullptr && module.notify(relay, 5) == 0 ? 0 : 1;
-              }),
-              0);
-    EXPECT_EQ(receiver.listen(0us), 1);
+              }));
+    EXPECT_EQ(1, receiver.listen(0us));
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(5));
 
     const Gate ready;
@@ -576,8 +573,8 @@ TEST_F(XbusUsers, TheFoldersOwnerAndRootTalkToEachOther) {
         return module.listen() == 1 ? 0 : 1;
     });
     ASSERT_TRUE(ready.pass());
-    EXPECT_EQ(receiver.notify(pnac + 1, 6), 0);
-    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(0, receiver.notify(pnac + 1, 6));
+    EXPECT_EQ(0, child.wait());
     EXPECT_THAT(errors(), IsEmpty());
 }
 

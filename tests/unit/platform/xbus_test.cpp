@@ -62,59 +62,59 @@ Bytes pattern(std::size_t size, std::size_t seed) {
 
 TEST_F(Xbus, IsItsOwnersAlone) {
     const Module module(relay);
-    EXPECT_EQ(root_.mode("/run/xbus"), 0700U);
+    EXPECT_EQ(0700U, root_.mode("/run/xbus"));
     struct stat status {};
-    ASSERT_EQ(lstat(socketPath(relay).c_str(), &status), 0);
+    ASSERT_EQ(0, lstat(socketPath(relay).c_str(), &status));
     EXPECT_TRUE(S_ISSOCK(status.st_mode));
-    EXPECT_EQ(status.st_mode & 07777U, 0600U);
-    EXPECT_EQ(root_.mode("/run/xbus/8.lock"), 0600U);
+    EXPECT_EQ(0600U, status.st_mode & 07777U);
+    EXPECT_EQ(0600U, root_.mode("/run/xbus/8.lock"));
 }
 
 TEST_F(Xbus, InitClosesAFolderThatIsOpenToOthers) {
-    ASSERT_EQ(chmod(root_.path("/run/xbus").c_str(), 0777), 0);
-    EXPECT_EQ(xbusInit(), 0);
-    EXPECT_EQ(root_.mode("/run/xbus"), 0700U);
+    ASSERT_EQ(0, chmod(root_.path("/run/xbus").c_str(), 0777));
+    EXPECT_EQ(0, xbusInit());
+    EXPECT_EQ(0700U, root_.mode("/run/xbus"));
 }
 
 TEST_F(Xbus, InitFailsWithoutAPlaceForTheFolder) {
     root_.remove("/run");
     root_.write("/run", "a file");
-    EXPECT_NE(xbusInit(), 0);
+    EXPECT_NE(0, xbusInit());
     root_.remove("/run");
     root_.write("/run/xbus", "a file");
-    EXPECT_NE(xbusInit(), 0);
+    EXPECT_NE(0, xbusInit());
     palRootSet("/nonexistent/root");
-    EXPECT_NE(xbusInit(), 0);
+    EXPECT_NE(0, xbusInit());
     palRootSet(root_.folder().c_str());
 }
 
 TEST_F(Xbus, RegisteringNeedsTheFolderAndAHandler) {
     errno = 0;
-    EXPECT_EQ(xbusRegister(relay, XBUS_MODE_HANDLER, nullptr, nullptr), nullptr);
-    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(nullptr, xbusRegister(relay, XBUS_MODE_HANDLER, nullptr, nullptr));
+    EXPECT_EQ(EINVAL, errno);
     root_.remove("/run/xbus");
     errno = 0;
-    EXPECT_EQ(xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr), nullptr);
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(nullptr, xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr));
+    EXPECT_EQ(ENOENT, errno);
 }
 
 TEST_F(Xbus, AModuleIsThereOnce) {
     {
         Module first(relay);
         errno = 0;
-        EXPECT_EQ(xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr), nullptr);
-        EXPECT_EQ(errno, EADDRINUSE);
+        EXPECT_EQ(nullptr, xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr));
+        EXPECT_EQ(EADDRINUSE, errno);
         Child other([] {
             return xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr) == nullptr &&
                            errno == EADDRINUSE
                        ? 0
                        : 1;
         });
-        EXPECT_EQ(other.wait(), 0);
+        EXPECT_EQ(0, other.wait());
 
         const Module sender(pnac);
-        EXPECT_EQ(sender.notify(relay, 1), 0) << "the refused ones took nothing away";
-        EXPECT_EQ(first.listen(), 1);
+        EXPECT_EQ(0, sender.notify(relay, 1)) << "the refused ones took nothing away";
+        EXPECT_EQ(1, first.listen());
     }
     const Module again(relay);
 }
@@ -122,22 +122,22 @@ TEST_F(Xbus, AModuleIsThereOnce) {
 TEST_F(Xbus, UnregisteringLeavesNoSocket) {
     { const Module module(relay); }
     EXPECT_THAT(root_.list("/run/xbus"), ElementsAre("8.lock"));
-    EXPECT_EQ(xbusUnRegister(nullptr), -1);
+    EXPECT_EQ(-1, xbusUnRegister(nullptr));
 }
 
 TEST_F(Xbus, WorksBelowALongRoot) {
     const std::string folder = root_.folder().string() + "/" + std::string(200, 'x');
-    ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
+    ASSERT_EQ(0, mkdir(folder.c_str(), 0700));
     palRootSet(folder.c_str());
-    ASSERT_EQ(xbusInit(), 0);
+    ASSERT_EQ(0, xbusInit());
     Module receiver(relay);
     const Module sender(pnac);
     EXPECT_TRUE(std::filesystem::exists(folder + "/run/xbus/8"));
-    EXPECT_EQ(sender.notify(relay, 1), 0);
-    EXPECT_EQ(receiver.listen(), 1);
+    EXPECT_EQ(0, sender.notify(relay, 1));
+    EXPECT_EQ(1, receiver.listen());
     palRootSet(root_.folder().c_str());
-    EXPECT_EQ(sender.notify(relay, 2), 0) << "modules stay where they registered";
-    EXPECT_EQ(receiver.listen(), 1);
+    EXPECT_EQ(0, sender.notify(relay, 2)) << "modules stay where they registered";
+    EXPECT_EQ(1, receiver.listen());
 }
 
 TEST_F(Xbus, ACallCarriesBothBuffersThereAndBack) {
@@ -158,12 +158,12 @@ TEST_F(Xbus, ACallCarriesBothBuffersThereAndBack) {
     ASSERT_TRUE(ready.pass());
     const Module sender(pnac);
     Bytes out{1, 2, 3, 4, 5};
-    EXPECT_EQ(sender.call(relay, 0x12345678, {3, 4, 5}, out), 0x12345678);
-    EXPECT_EQ(out, (Bytes{5, 4, 3}));
+    EXPECT_EQ(0x12345678, sender.call(relay, 0x12345678, {3, 4, 5}, out));
+    EXPECT_EQ((Bytes{5, 4, 3}), out);
     out = {1, 2, 3, 4};
-    EXPECT_EQ(sender.call(relay, 0x80000000, {9}, out), -7);
-    EXPECT_EQ(out, (Bytes{1, 2, 3, 4}));
-    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(-7, sender.call(relay, 0x80000000, {9}, out));
+    EXPECT_EQ((Bytes{1, 2, 3, 4}), out);
+    EXPECT_EQ(0, child.wait());
 }
 
 TEST_F(Xbus, NullStaysNullAndEmptyStaysEmpty) {
@@ -173,13 +173,13 @@ TEST_F(Xbus, NullStaysNullAndEmptyStaysEmpty) {
     char outByte = 0;
     uint32_t none = 0;
     EXPECT_EQ(
-        xbusIoctl(sender.context(), relay, 1, nullptr, 0, nullptr, nullptr, XBUS_NO_WAIT, 0, 0), 0);
-    EXPECT_EQ(xbusIoctl(sender.context(), relay, 2, &byte, 0, &outByte, &none, XBUS_NO_WAIT, 0, 0),
-              0);
+        0, xbusIoctl(sender.context(), relay, 1, nullptr, 0, nullptr, nullptr, XBUS_NO_WAIT, 0, 0));
+    EXPECT_EQ(0,
+              xbusIoctl(sender.context(), relay, 2, &byte, 0, &outByte, &none, XBUS_NO_WAIT, 0, 0));
     EXPECT_EQ(
-        xbusIoctl(sender.context(), relay, 3, nullptr, 0, &outByte, &none, XBUS_NO_WAIT, 0, 0), 0);
+        0, xbusIoctl(sender.context(), relay, 3, nullptr, 0, &outByte, &none, XBUS_NO_WAIT, 0, 0));
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(receiver.listen(), 1);
+        EXPECT_EQ(1, receiver.listen());
     }
     EXPECT_THAT(receiver.received, ElementsAre(Received{1, {}, {}}, Received{2, Bytes{}, Bytes{}},
                                                Received{3, {}, Bytes{}}));
@@ -192,18 +192,17 @@ TEST_F(Xbus, BuffersAreAlignedForAnyType) {
         const auto offset = [](const uint8_t *at) {
             return reinterpret_cast<std::uintptr_t>(at) % alignof(std::max_align_t);
         };
-        EXPECT_EQ(offset(call.buf.data()), 0U);
-        EXPECT_EQ(offset(call.out.data()), 0U);
+        EXPECT_EQ(0U, offset(call.buf.data()));
+        EXPECT_EQ(0U, offset(call.out.data()));
         return 0;
     };
     for (const uint32_t size : {1, 3, 7, 33}) {
         Bytes out(size + 1);
         auto outLength = static_cast<uint32_t>(out.size());
         const Bytes buf(size);
-        ASSERT_EQ(xbusIoctl(sender.context(), relay, 1, buf.data(), size, out.data(), &outLength,
-                            XBUS_NO_WAIT, 0, 0),
-                  0);
-        EXPECT_EQ(receiver.listen(), 1);
+        ASSERT_EQ(0, xbusIoctl(sender.context(), relay, 1, buf.data(), size, out.data(), &outLength,
+                               XBUS_NO_WAIT, 0, 0));
+        EXPECT_EQ(1, receiver.listen());
     }
 }
 
@@ -213,32 +212,31 @@ TEST_F(Xbus, ANoticeIsHandedOverToAModuleThatDoesNotListenYet) {
     Bytes out{1, 2, 3};
     uint32_t outLength = 3;
     const Bytes buf{7};
-    EXPECT_EQ(xbusIoctl(sender.context(), relay, 4, buf.data(), 1, out.data(), &outLength,
-                        XBUS_NO_WAIT, 0, 0),
-              0);
+    EXPECT_EQ(0, xbusIoctl(sender.context(), relay, 4, buf.data(), 1, out.data(), &outLength,
+                           XBUS_NO_WAIT, 0, 0));
     receiver.handler = [](const Invocation &call) {
-        EXPECT_EQ(Bytes(call.out.begin(), call.out.end()), (Bytes{1, 2, 3}));
+        EXPECT_EQ((Bytes{1, 2, 3}), Bytes(call.out.begin(), call.out.end()));
         call.out[0] = 99;
         return 5;
     };
-    EXPECT_EQ(receiver.listen(), 1);
-    EXPECT_EQ(out, (Bytes{1, 2, 3})) << "nothing travels back to who does not wait";
-    EXPECT_EQ(outLength, 3U);
+    EXPECT_EQ(1, receiver.listen());
+    EXPECT_EQ((Bytes{1, 2, 3}), out) << "nothing travels back to who does not wait";
+    EXPECT_EQ(3U, outLength);
 }
 
 TEST_F(Xbus, AnAbsentModuleYieldsMinusOne) {
     const Module sender(pnac);
-    EXPECT_EQ(sender.notify(relay, 1), -1);
-    EXPECT_EQ(sender.call(relay, 1), -1);
+    EXPECT_EQ(-1, sender.notify(relay, 1));
+    EXPECT_EQ(-1, sender.call(relay, 1));
     { const Module gone(relay); }
-    EXPECT_EQ(sender.notify(relay, 1), -1);
-    EXPECT_EQ(sender.call(relay, 1), -1);
+    EXPECT_EQ(-1, sender.notify(relay, 1));
+    EXPECT_EQ(-1, sender.call(relay, 1));
     {
         const Module gone(relay);
-        EXPECT_EQ(sender.notify(relay, 1), 0);
+        EXPECT_EQ(0, sender.notify(relay, 1));
     }
-    EXPECT_EQ(sender.notify(relay, 1), -1) << "also where there is a connection";
-    EXPECT_EQ(sender.call(relay, 1), -1);
+    EXPECT_EQ(-1, sender.notify(relay, 1)) << "also where there is a connection";
+    EXPECT_EQ(-1, sender.call(relay, 1));
 }
 
 TEST_F(Xbus, ImpossibleArgumentsAreRefused) {
@@ -246,17 +244,16 @@ TEST_F(Xbus, ImpossibleArgumentsAreRefused) {
     const Module sender(pnac);
     const char byte = 0;
     uint32_t one = 1;
-    EXPECT_EQ(xbusIoctl(nullptr, relay, 1, nullptr, 0, nullptr, nullptr, XBUS_NO_WAIT, 0, 0), -1);
-    EXPECT_EQ(
-        xbusIoctl(sender.context(), relay, 1, nullptr, 1, nullptr, nullptr, XBUS_NO_WAIT, 0, 0),
-        -1);
-    EXPECT_EQ(xbusIoctl(sender.context(), relay, 1, &byte, 1, nullptr, &one, XBUS_NO_WAIT, 0, 0),
-              -1);
+    EXPECT_EQ(-1, xbusIoctl(nullptr, relay, 1, nullptr, 0, nullptr, nullptr, XBUS_NO_WAIT, 0, 0));
+    EXPECT_EQ(-1, xbusIoctl(sender.context(), relay, 1, nullptr, 1, nullptr, nullptr, XBUS_NO_WAIT,
+                            0, 0));
+    EXPECT_EQ(-1,
+              xbusIoctl(sender.context(), relay, 1, &byte, 1, nullptr, &one, XBUS_NO_WAIT, 0, 0));
     for (const uint32_t flags : {1U, 3U, 4U, 0x80000002U}) {
-        EXPECT_EQ(xbusIoctl(sender.context(), relay, 1, &byte, 1, nullptr, nullptr, flags, 0, 0),
-                  -1);
+        EXPECT_EQ(-1,
+                  xbusIoctl(sender.context(), relay, 1, &byte, 1, nullptr, nullptr, flags, 0, 0));
     }
-    EXPECT_EQ(receiver.listen(0us), 0) << "nothing was sent";
+    EXPECT_EQ(0, receiver.listen(0us)) << "nothing was sent";
 }
 
 TEST_F(Xbus, ACallThatIsNotAnsweredEndsAfterFiveSeconds) {
@@ -266,13 +263,13 @@ TEST_F(Xbus, ACallThatIsNotAnsweredEndsAfterFiveSeconds) {
     {
         const ShortWaits waits;
         errno = 0;
-        EXPECT_EQ(sender.call(relay, 1, {}, out), -1);
-        EXPECT_EQ(errno, ETIMEDOUT);
-        ASSERT_EQ(ShortWaits::asked().size(), 1U);
+        EXPECT_EQ(-1, sender.call(relay, 1, {}, out));
+        EXPECT_EQ(ETIMEDOUT, errno);
+        ASSERT_EQ(1U, ShortWaits::asked().size());
         EXPECT_LE(ShortWaits::asked()[0], 5s);
         EXPECT_GT(ShortWaits::asked()[0], 4s);
     }
-    EXPECT_EQ(out, (Bytes{1, 2, 3}));
+    EXPECT_EQ((Bytes{1, 2, 3}), out);
 }
 
 TEST_F(Xbus, ACallToAFullQueueEndsAfterFiveSeconds) {
@@ -281,8 +278,8 @@ TEST_F(Xbus, ACallToAFullQueueEndsAfterFiveSeconds) {
     while (sender.notify(relay, 1) == 0) {
     }
     const ShortWaits waits;
-    EXPECT_EQ(sender.call(relay, 1), -1);
-    ASSERT_EQ(ShortWaits::asked().size(), 1U);
+    EXPECT_EQ(-1, sender.call(relay, 1));
+    ASSERT_EQ(1U, ShortWaits::asked().size());
     EXPECT_LE(ShortWaits::asked()[0], 5s);
     EXPECT_GT(ShortWaits::asked()[0], 4s);
 }
@@ -308,13 +305,13 @@ TEST_F(Xbus, ALateAnswerIsNotTakenForTheNextOne) {
     const Module sender(pnac);
     {
         const ShortWaits waits;
-        EXPECT_EQ(sender.call(relay, 101), -1);
-        EXPECT_EQ(sender.call(relay, 102), -1);
+        EXPECT_EQ(-1, sender.call(relay, 101));
+        EXPECT_EQ(-1, sender.call(relay, 102));
     }
     start.open();
-    EXPECT_EQ(sender.call(relay, 103), 103);
-    EXPECT_EQ(sender.call(relay, 104), 104);
-    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(103, sender.call(relay, 103));
+    EXPECT_EQ(104, sender.call(relay, 104));
+    EXPECT_EQ(0, child.wait());
 }
 
 /** Opened by the third signal. */
@@ -348,11 +345,11 @@ TEST_F(Xbus, ACallWaitsOnThroughSignals) {
     sigaction(SIGALRM, &action, &before);
     const itimerval every{{0, 5000}, {0, 5000}};
     setitimer(ITIMER_REAL, &every, nullptr);
-    EXPECT_EQ(sender.call(relay, 1), 0);
+    EXPECT_EQ(0, sender.call(relay, 1));
     const itimerval never{};
     setitimer(ITIMER_REAL, &never, nullptr);
     sigaction(SIGALRM, &before, nullptr);
-    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(0, child.wait());
 }
 
 TEST_F(Xbus, AFullQueueYieldsMinusOneAndLosesNothing) {
@@ -363,16 +360,16 @@ TEST_F(Xbus, AFullQueueYieldsMinusOneAndLosesNothing) {
         ++sent;
         ASSERT_LT(sent, 1'000'000U) << "a queue without an end";
     }
-    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(EAGAIN, errno);
     EXPECT_GT(sent, 50U);
     for (uint32_t i = 0; i < sent; ++i) {
-        ASSERT_EQ(receiver.listen(0us), 1) << i;
-        ASSERT_EQ(receiver.received.back().command, i);
-        ASSERT_EQ(receiver.received.back().buf, pattern(100, i));
+        ASSERT_EQ(1, receiver.listen(0us)) << i;
+        ASSERT_EQ(i, receiver.received.back().command);
+        ASSERT_EQ(pattern(100, i), receiver.received.back().buf);
     }
-    EXPECT_EQ(receiver.listen(0us), 0);
-    EXPECT_EQ(sender.notify(relay, sent), 0) << "there is room again";
-    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_EQ(0, receiver.listen(0us));
+    EXPECT_EQ(0, sender.notify(relay, sent)) << "there is room again";
+    EXPECT_EQ(1, receiver.listen(0us));
 }
 
 TEST_F(Xbus, ListeningHandlesOneMessageACall) {
@@ -380,21 +377,21 @@ TEST_F(Xbus, ListeningHandlesOneMessageACall) {
     const Module sender(pnac);
     const Module other(pnac + 1);
     for (const uint32_t command : {1U, 2U, 3U}) {
-        EXPECT_EQ(sender.notify(relay, command), 0);
-        EXPECT_EQ(other.notify(relay, command + 10), 0);
+        EXPECT_EQ(0, sender.notify(relay, command));
+        EXPECT_EQ(0, other.notify(relay, command + 10));
     }
     for (std::size_t handled = 1; handled <= 6; ++handled) {
-        EXPECT_EQ(receiver.listen(), 1);
-        EXPECT_EQ(receiver.received.size(), handled);
+        EXPECT_EQ(1, receiver.listen());
+        EXPECT_EQ(handled, receiver.received.size());
     }
-    EXPECT_EQ(receiver.listen(0us), 0);
+    EXPECT_EQ(0, receiver.listen(0us));
 }
 
 TEST_F(Xbus, ListeningEndsWithTheTimeout) {
     Module receiver(relay);
     const auto start = Clock::now();
-    EXPECT_EQ(receiver.listen(0us), 0);
-    EXPECT_EQ(receiver.listen(30ms), 0);
+    EXPECT_EQ(0, receiver.listen(0us));
+    EXPECT_EQ(0, receiver.listen(30ms));
     EXPECT_GE(Clock::now() - start, 30ms);
     EXPECT_LT(Clock::now() - start, 10s);
 }
@@ -402,8 +399,8 @@ TEST_F(Xbus, ListeningEndsWithTheTimeout) {
 TEST_F(Xbus, ListeningWithoutATimeoutSeesWhatANewSenderSent) {
     Module receiver(relay);
     const Module sender(pnac);
-    EXPECT_EQ(sender.notify(relay, 1), 0);
-    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_EQ(0, sender.notify(relay, 1));
+    EXPECT_EQ(1, receiver.listen(0us));
 }
 
 TEST_F(Xbus, ListeningIsWokenByAMessage) {
@@ -415,9 +412,9 @@ TEST_F(Xbus, ListeningIsWokenByAMessage) {
     Module receiver(relay);
     listening.open();
     const auto start = Clock::now();
-    EXPECT_EQ(receiver.listen(), 1);
+    EXPECT_EQ(1, receiver.listen());
     EXPECT_LT(Clock::now() - start, 10s);
-    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(0, child.wait());
 }
 
 /** Sends a signal to the thread that makes it, again and again until it is destroyed. */
@@ -455,55 +452,55 @@ TEST_F(Xbus, ASignalEndsListening) {
     Module receiver(relay);
     const Signals signals;
     const auto start = Clock::now();
-    EXPECT_EQ(receiver.listen(), 0);
-    EXPECT_EQ(xbusListen(nullptr, 20'000'000), 0) << "also after an error";
+    EXPECT_EQ(0, receiver.listen());
+    EXPECT_EQ(0, xbusListen(nullptr, 20'000'000)) << "also after an error";
     EXPECT_LT(Clock::now() - start, 10s);
 }
 
 TEST_F(Xbus, AnErrorWaitsOutTheTimeout) {
     auto start = Clock::now();
-    EXPECT_EQ(xbusListen(nullptr, 30'000), -1);
+    EXPECT_EQ(-1, xbusListen(nullptr, 30'000));
     EXPECT_GE(Clock::now() - start, 30ms);
 
     // No descriptor is left for the sender's connection.
     Module receiver(relay);
     const Module sender(pnac);
-    EXPECT_EQ(sender.notify(relay, 1), 0);
+    EXPECT_EQ(0, sender.notify(relay, 1));
     const int firstFree = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-    ASSERT_NE(firstFree, -1);
+    ASSERT_NE(-1, firstFree);
     close(firstFree);
     rlimit before{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
     const rlimit none{static_cast<rlim_t>(firstFree), before.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
     start = Clock::now();
     const int result = receiver.listen(30ms);
     const auto waited = Clock::now() - start;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_EQ(result, -1);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
+    EXPECT_EQ(-1, result);
     EXPECT_GE(waited, 30ms);
     EXPECT_THAT(errors(), ElementsAre(HasSubstr("no sender can connect")));
-    EXPECT_EQ(receiver.listen(0us), 1) << "the message is still there";
+    EXPECT_EQ(1, receiver.listen(0us)) << "the message is still there";
 }
 
 TEST_F(Xbus, WhoIsConnectedIsServedWhileNobodyElseCanConnect) {
     Module receiver(relay);
     const Module connected(pnac);
     const Module stranger(pnac + 1);
-    EXPECT_EQ(connected.notify(relay, 1), 0);
-    EXPECT_EQ(receiver.listen(), 1);
-    EXPECT_EQ(stranger.notify(relay, 2), 0);
-    EXPECT_EQ(connected.notify(relay, 3), 0);
+    EXPECT_EQ(0, connected.notify(relay, 1));
+    EXPECT_EQ(1, receiver.listen());
+    EXPECT_EQ(0, stranger.notify(relay, 2));
+    EXPECT_EQ(0, connected.notify(relay, 3));
     rlimit before{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
     const int firstFree = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-    ASSERT_NE(firstFree, -1);
+    ASSERT_NE(-1, firstFree);
     close(firstFree);
     const rlimit none{static_cast<rlim_t>(firstFree), before.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
     const int result = receiver.listen();
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_EQ(result, 1);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
+    EXPECT_EQ(1, result);
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 3));
 }
 
@@ -528,24 +525,23 @@ TEST_F(Xbus, CarriesMessagesOf64KiBInEachBuffer) {
     const Bytes buf = pattern(most, 1);
     Bytes out = pattern(most, 2);
     uint32_t outLength = most;
-    EXPECT_EQ(xbusIoctl(sender.context(), relay, 1, buf.data(), most, out.data(), &outLength,
-                        XBUS_NO_WAIT, 0, 0),
-              0);
-    EXPECT_EQ(sender.call(relay, 1, buf, out), 1);
-    EXPECT_EQ(out, Bytes(buf.rbegin(), buf.rend()));
-    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(0, xbusIoctl(sender.context(), relay, 1, buf.data(), most, out.data(), &outLength,
+                           XBUS_NO_WAIT, 0, 0));
+    EXPECT_EQ(1, sender.call(relay, 1, buf, out));
+    EXPECT_EQ(Bytes(buf.rbegin(), buf.rend()), out);
+    EXPECT_EQ(0, child.wait());
 }
 
 TEST_F(Xbus, RefusesToSendMoreThan64KiB) {
     Module receiver(relay);
     const Module sender(pnac);
-    EXPECT_EQ(sender.notify(relay, 1, Bytes(most + 1)), -1);
+    EXPECT_EQ(-1, sender.notify(relay, 1, Bytes(most + 1)));
     Bytes out(most + 1);
-    EXPECT_EQ(sender.call(relay, 1, {}, out), -1);
+    EXPECT_EQ(-1, sender.call(relay, 1, {}, out));
     EXPECT_THAT(errors(), ElementsAre(HasSubstr("oversized"), HasSubstr("oversized")));
-    EXPECT_EQ(receiver.listen(0us), 0);
-    EXPECT_EQ(sender.notify(relay, 2, Bytes(most)), 0);
-    EXPECT_EQ(receiver.listen(0us), 1);
+    EXPECT_EQ(0, receiver.listen(0us));
+    EXPECT_EQ(0, sender.notify(relay, 2, Bytes(most)));
+    EXPECT_EQ(1, receiver.listen(0us));
 }
 
 TEST_F(Xbus, AHandlerMaySend) {
@@ -554,9 +550,9 @@ TEST_F(Xbus, AHandlerMaySend) {
     receiver.handler = [&receiver](const Invocation &call) {
         return receiver.notify(pnac, call.command + 1);
     };
-    EXPECT_EQ(sender.notify(relay, 1), 0);
-    EXPECT_EQ(receiver.listen(), 1);
-    EXPECT_EQ(sender.listen(), 1);
+    EXPECT_EQ(0, sender.notify(relay, 1));
+    EXPECT_EQ(1, receiver.listen());
+    EXPECT_EQ(1, sender.listen());
     EXPECT_THAT(sender.receivedCommands(), ElementsAre(2));
 }
 
@@ -576,20 +572,19 @@ TEST_F(Xbus, AHandlerMayCall) {
     const Module sender(pnac);
     receiver.handler = [&receiver](const Invocation &call) {
         Bytes out(most);
-        EXPECT_EQ(receiver.call(pnac + 1, 1, Bytes(most, 8), out), 7);
-        EXPECT_EQ(out, Bytes(most, 9));
-        EXPECT_EQ(Bytes(call.buf.begin(), call.buf.end()), pattern(most, 1));
-        EXPECT_EQ(Bytes(call.out.begin(), call.out.end()), pattern(most, 2));
+        EXPECT_EQ(7, receiver.call(pnac + 1, 1, Bytes(most, 8), out));
+        EXPECT_EQ(Bytes(most, 9), out);
+        EXPECT_EQ(pattern(most, 1), Bytes(call.buf.begin(), call.buf.end()));
+        EXPECT_EQ(pattern(most, 2), Bytes(call.out.begin(), call.out.end()));
         return 0;
     };
     const Bytes buf = pattern(most, 1);
     Bytes out = pattern(most, 2);
     uint32_t outLength = most;
-    EXPECT_EQ(xbusIoctl(sender.context(), relay, 1, buf.data(), most, out.data(), &outLength,
-                        XBUS_NO_WAIT, 0, 0),
-              0);
-    EXPECT_EQ(receiver.listen(), 1);
-    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(0, xbusIoctl(sender.context(), relay, 1, buf.data(), most, out.data(), &outLength,
+                           XBUS_NO_WAIT, 0, 0));
+    EXPECT_EQ(1, receiver.listen());
+    EXPECT_EQ(0, child.wait());
 }
 
 TEST_F(Xbus, LateAnswersLeaveRoomForTheNext) {
@@ -612,12 +607,12 @@ TEST_F(Xbus, LateAnswersLeaveRoomForTheNext) {
     Bytes out(most);
     for (int i = 0; i < lateCalls; ++i) {
         const ShortWaits waits;
-        EXPECT_EQ(sender.call(relay, 1, {}, out), -1);
+        EXPECT_EQ(-1, sender.call(relay, 1, {}, out));
     }
     start.open();
     ASSERT_TRUE(over.pass());
-    EXPECT_EQ(sender.call(relay, 2, {}, out), 2);
-    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(2, sender.call(relay, 2, {}, out));
+    EXPECT_EQ(0, child.wait());
 }
 
 #ifdef __SANITIZE_ADDRESS__
@@ -634,9 +629,8 @@ TEST_F(XbusDeathTest, AddressSanitizerSeesWhereBuffersEnd) {
         Bytes out(5);
         uint32_t outLength = 5;
         const Bytes buf(3);
-        ASSERT_EQ(xbusIoctl(sender.context(), relay, 1, buf.data(), 3, out.data(), &outLength,
-                            XBUS_NO_WAIT, 0, 0),
-                  0);
+        ASSERT_EQ(0, xbusIoctl(sender.context(), relay, 1, buf.data(), 3, out.data(), &outLength,
+                               XBUS_NO_WAIT, 0, 0));
         EXPECT_DEATH(receiver.listen(), "use-after-poison");
     }
 }
@@ -649,8 +643,8 @@ TEST_F(XbusDeathTest, AddressSanitizerSeesUseAfterTheHandler) {
         kept = call.buf.data();
         return 0;
     };
-    ASSERT_EQ(sender.notify(relay, 1, Bytes(3)), 0);
-    ASSERT_EQ(receiver.listen(), 1);
+    ASSERT_EQ(0, sender.notify(relay, 1, Bytes(3)));
+    ASSERT_EQ(1, receiver.listen());
     EXPECT_DEATH((void)kept[0], "use-after-poison");
 }
 #endif
@@ -669,9 +663,9 @@ TEST_F(Xbus, AHandlerCannotSendBackMoreThanItGot) {
     ASSERT_TRUE(ready.pass());
     const Module sender(pnac);
     Bytes out{1, 2, 3};
-    EXPECT_EQ(sender.call(relay, 1, {}, out), 0);
-    EXPECT_EQ(out, (Bytes{1, 2, 3}));
-    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(0, sender.call(relay, 1, {}, out));
+    EXPECT_EQ((Bytes{1, 2, 3}), out);
+    EXPECT_EQ(0, child.wait());
     EXPECT_THAT(errors(), IsEmpty());
 }
 
