@@ -15,7 +15,6 @@
 #include "tests/interop/wait_until.h"
 
 namespace lanyard::test {
-
 namespace {
 
 namespace fs = std::filesystem;

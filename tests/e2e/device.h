@@ -1,8 +1,5 @@
-/**
- * @file
- * A network device: the programs of the build at work together, in a folder that stands in for the
- * device's files.
- */
+// A network device: the programs of the build at work together, in a folder that stands in for the
+// device's files.
 #ifndef LANYARD_TESTS_E2E_DEVICE_H
 #define LANYARD_TESTS_E2E_DEVICE_H
 
@@ -19,12 +16,12 @@
 
 namespace lanyard::test {
 
-/** An event of the authenticator, as pnac-wired describes it. */
+// An event of the authenticator, as pnac-wired describes it.
 using Event = nlohmann::json;
 
 class Device {
   public:
-    /** Makes the files and the database, which has no servers yet. Throws std::runtime_error. */
+    // Makes the files and the database, which has no servers yet. Throws std::runtime_error.
     Device();
     ~Device();
     Device(const Device &) = delete;
@@ -32,57 +29,57 @@ class Device {
     Device(Device &&) = delete;
     Device &operator=(Device &&) = delete;
 
-    /** The folder that stands in for the device's files: PAL_ROOT of its programs. */
-    [[nodiscard]] const std::filesystem::path &root() const { return root_.path(); }
+    // The folder that stands in for the device's files: PAL_ROOT of its programs.
+    const std::filesystem::path &root() const { return root_.path(); }
 
-    /** Runs `lanyardctl db`, and starts a relay again that it ends. Throws std::runtime_error when it
-     * fails. */
+    // Runs `lanyardctl db`, and starts a relay again that it ends. Throws std::runtime_error when it
+    // fails.
     void db(const std::vector<std::string> &arguments);
-    /** Adds a server with a time-out of a second and no retries. */
+    // Adds a server with a time-out of a second and no retries.
     void addServer(const std::string &host, uint16_t port, const std::string &secret);
 
-    /** Starts `lanyardctl db serve`. */
+    // Starts `lanyardctl db serve`.
     void startService();
     void endService() { service_.reset(); }
-    /** Runs `lanyardctl db` and waits until the service has taken what it changed to the relay. */
+    // Runs `lanyardctl db` and waits until the service has taken what it changed to the relay.
     void change(const std::vector<std::string> &arguments);
 
-    /** Waits until the service has given a relay servers. Throws std::runtime_error. */
+    // Waits until the service has given a relay servers. Throws std::runtime_error.
     void awaitRelay();
 
-    /** Starts radeapd, or another relay, and returns when it runs as a daemon. */
+    // Starts radeapd, or another relay, and returns when it runs as a daemon.
     void startRelay(const std::string &program = kRelay);
-    /** Sends it a signal and waits for its end. Throws std::runtime_error when there is none.
-     * @return how long it took. */
+    // Sends it a signal and waits for its end. Throws std::runtime_error when there is none.
+    // Returns how long it took.
     std::chrono::milliseconds endRelay(int signal);
 
-    /** Starts pnac-wired on the wire, which asks for identities at once. */
+    // Starts pnac-wired on the wire, which asks for identities at once.
     void startAuthenticator(const std::vector<std::string> &options = {});
-    /** The same, with a file for its standard output, such as a terminal: its events are nowhere
-     * else. Returns when it runs, not when it is ready. */
+    // The same, with a file for its standard output, such as a terminal: its events are nowhere
+    // else. Returns when it runs, not when it is ready.
     void startAuthenticatorAt(const std::string &output, const std::vector<std::string> &options);
-    /** Sends it a signal. */
+    // Sends it a signal.
     void signalAuthenticator(int signal) const { authenticator_->signal(signal); }
-    /** Waits for its end. @return its exit status; nothing when it runs on. */
+    // Waits for its end. Returns its exit status; nothing when it runs on.
     std::optional<int> awaitAuthenticatorsEnd();
-    /** Its events so far. */
-    [[nodiscard]] std::vector<Event> events() const;
-    /** Waits for an event. @return the first one that fits; none after 20 seconds. */
+    // Its events so far.
+    std::vector<Event> events() const;
+    // Waits for an event. Returns the first one that fits; none after 20 seconds.
     [[nodiscard]] std::optional<Event> waitForEvent(
         const std::function<bool(const Event &)> &fits) const;
-    /** The same, for the first event of a supplicant. */
+    // The same, for the first event of a supplicant.
     [[nodiscard]] std::optional<Event> firstEventOf(const std::string &address) const;
 
-    /** Whatever the programs have logged, for a person to read. */
-    [[nodiscard]] std::string logs() const;
-    /** Ends the programs that run. @return what is not as it should be: another exit status than 0
-     * after SIGTERM, findings of sanitizers in any program so far; "" for nothing. */
+    // Whatever the programs have logged, for a person to read.
+    std::string logs() const;
+    // Ends the programs that run. Returns what is not as it should be: another exit status than 0
+    // after SIGTERM, findings of sanitizers in any program so far; "" for nothing.
     std::string stop();
 
   private:
     static const char *const kRelay;
 
-    [[nodiscard]] std::vector<std::string> settings(const std::string &log) const;
+    std::vector<std::string> settings(const std::string &log) const;
     void runAuthenticator(std::vector<std::string> command,
                           const std::vector<std::string> &options);
 

@@ -54,7 +54,7 @@ std::unique_ptr<Supplicant> EndToEnd::connect(const Account &account) {
 }
 
 Event EndToEnd::knock(const Account &account) {
-    knocks_++;
+    ++knocks_;
     const VirtualWire::Station station = wire().stations(knocks_).back();
     Supplicant supplicant(wire(), account, station.interface);
     supplicant.awaitReady();

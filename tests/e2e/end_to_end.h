@@ -1,9 +1,6 @@
-/**
- * @file
- * What every end-to-end test starts from: one wire and one real server for all of them, and for
- * each a device of its own, with the server in its database and all its programs running but the
- * authenticator.
- */
+// What every end-to-end test starts from: one wire and one real server for all of them, and for
+// each a device of its own, with the server in its database and all its programs running but the
+// authenticator.
 #ifndef LANYARD_TESTS_E2E_END_TO_END_H
 #define LANYARD_TESTS_E2E_END_TO_END_H
 
@@ -21,7 +18,7 @@ namespace lanyard::test {
 
 class EndToEnd : public testing::Test {
   public:
-    /** Has all tests skipped, for that reason. */
+    // Has all tests skipped, for that reason.
     static void skip(const std::string &reason);
 
   protected:
@@ -33,12 +30,12 @@ class EndToEnd : public testing::Test {
     static RealServer &server() { return *server_; }
     Device &device() { return *device_; }
 
-    /** Puts the real server into the database. */
+    // Puts the real server into the database.
     void addServer();
-    /** Starts a supplicant, and an authenticator that asks it. */
+    // Starts a supplicant, and an authenticator that asks it.
     std::unique_ptr<Supplicant> connect(const Account &account);
-    /** Has a new supplicant knock at the authenticator that runs.
-     * @return the event that comes of it, on which both ends agree. */
+    // Has a new supplicant knock at the authenticator that runs.
+    // Returns the event that comes of it, on which both ends agree.
     Event knock(const Account &account);
 
   private:

@@ -1,8 +1,5 @@
-/**
- * @file
- * The ends of sessions: whatever ends one runs the program that closes the port, and a terminal that
- * is closed ends none.
- */
+// The ends of sessions: whatever ends one runs the program that closes the port, and a terminal that
+// is closed ends none.
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -21,7 +18,7 @@ namespace {
 
 class Ending : public EndToEnd {
   protected:
-    /** Options with a program that writes down what becomes of the port. */
+    // Options with a program that writes down what becomes of the port.
     std::vector<std::string> options() {
         const std::filesystem::path program = device().root() / "port.sh";
         std::ofstream(program) << "#!/bin/sh\necho $PNAC_EVENT, $PNAC_REASON >> '"
@@ -32,7 +29,7 @@ class Ending : public EndToEnd {
 
     std::filesystem::path portFile() { return device().root() / "port"; }
 
-    /** Waits until the program has written that, and nothing else. */
+    // Waits until the program has written that, and nothing else.
     bool portIs(const std::string &wanted) {
         return waitUntil([&] {
             std::ifstream file(portFile());
@@ -40,7 +37,7 @@ class Ending : public EndToEnd {
         });
     }
 
-    /** A supplicant that waits to be asked for its identity. */
+    // A supplicant that waits to be asked for its identity.
     static std::unique_ptr<Supplicant> supplicant() {
         auto made = std::make_unique<Supplicant>(wire(), md5Account("alice", "wonderland"));
         made->awaitReady();

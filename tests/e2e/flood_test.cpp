@@ -1,7 +1,4 @@
-/**
- * @file
- * A cable with somebody on it who starts login after login and ends none: everybody else gets in.
- */
+// A cable with somebody on it who starts login after login and ends none: everybody else gets in.
 #include <arpa/inet.h>
 #include <array>
 #include <atomic>
@@ -26,13 +23,13 @@ using pnac::ByteView;
 using pnac::EapCode;
 using pnac::Mac;
 
-/** Speaks EAPOL by hand, for any address. */
+// Speaks EAPOL by hand, for any address.
 class Attacker {
   public:
     explicit Attacker(const VirtualWire &wire) : socket_(open(wire)) {}
 
-    /** Starts a login of an address, gives a name of that size and turns away from what comes of it.
-     * @return the code of the answer; nothing when there is none. */
+    // Starts a login of an address, gives a name of that size and turns away from what comes of it.
+    // Returns the code of the answer; nothing when there is none.
     std::optional<EapCode> identify(const Mac &address, size_t size) {
         send(address, pnac::EapolType::kStart);
         const auto request = answer(address);
@@ -78,7 +75,7 @@ class Attacker {
         send(frame);
     }
 
-    /** The next EAP packet to that address; it ends with the next call. */
+    // The next EAP packet to that address; it ends with the next call.
     std::optional<pnac::EapPacket> answer(const Mac &address) {
         pollfd waiting{.fd = socket_.get(), .events = POLLIN, .revents = 0};
         while (poll(&waiting, 1, kPatience) == 1) {
@@ -96,14 +93,14 @@ class Attacker {
     std::array<uint8_t, 2048> room_ = {};
 };
 
-/** What two minutes of thirty a second bring. */
+// What two minutes of thirty a second bring.
 constexpr unsigned kIdentities = 3600;
 
 class Flood : public EndToEnd {
   protected:
-    /** Has somebody give so many names of that size, with an address each or with one, and others
-     * log in from the beginning to the end of it.
-     * @return how many names were answered with each code. */
+    // Has somebody give so many names of that size, with an address each or with one, and others
+    // log in from the beginning to the end of it.
+    // Returns how many names were answered with each code.
     std::map<EapCode, unsigned> survive(size_t size, bool manyAddresses) {
         device().startAuthenticator();
         Attacker attacker(wire());

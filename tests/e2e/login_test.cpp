@@ -1,7 +1,4 @@
-/**
- * @file
- * Logins with each method, and what both ends know afterwards.
- */
+// Logins with each method, and what both ends know afterwards.
 #include <stdexcept>
 
 #include "tests/e2e/end_to_end.h"
@@ -11,7 +8,7 @@ namespace {
 
 class Login : public EndToEnd {
   protected:
-    /** Tries to log in. @return what the authenticator says of it. */
+    // Tries to log in. Returns what the authenticator says of it.
     Event tryToLogIn(const Account &account) {
         supplicant_ = connect(account);
         const std::optional<Event> event = device().firstEventOf(VirtualWire::kUserAddress);
@@ -37,7 +34,7 @@ class Login : public EndToEnd {
         EXPECT_THAT(supplicant_->log(), testing::HasSubstr("EAP: Received EAP-Failure"));
     }
 
-    /** The authenticator's keys are the halves of the supplicant's. */
+    // The authenticator's keys are the halves of the supplicant's.
     void expectKeys(const Event &event) {
         const std::string key = supplicant_->sessionKey();
         ASSERT_EQ(128U, key.size());

@@ -1,7 +1,4 @@
-/**
- * @file
- * The end-to-end tests' own start: into namespaces first, while there is no thread.
- */
+// The end-to-end tests' own start: into namespaces first, while there is no thread.
 #include <cstdio>
 #include <cstdlib>
 #include <exception>

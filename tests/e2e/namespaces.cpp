@@ -13,7 +13,6 @@
 #include <unistd.h>
 
 namespace lanyard::test {
-
 namespace {
 
 constexpr const char *kTemporary = "/run";

@@ -1,7 +1,4 @@
-/**
- * @file
- * The system at work: servers that change while users log in, and many users at once.
- */
+// The system at work: servers that change while users log in, and many users at once.
 #include <array>
 #include <map>
 #include <vector>

@@ -1,7 +1,4 @@
-/**
- * @file
- * Servers and relays that fall silent, die and come back.
- */
+// Servers and relays that fall silent, die and come back.
 #include <chrono>
 #include <csignal>
 #include <string>

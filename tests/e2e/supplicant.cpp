@@ -15,7 +15,6 @@
 #include "tools/file_descriptor.h"
 
 namespace lanyard::test {
-
 namespace {
 
 constexpr const char *kProgram = "/sbin/wpa_supplicant";
@@ -35,7 +34,7 @@ std::string authority(const RealServer &server) {
     return line("ca_cert", server.certificate("ca.pem").string());
 }
 
-// Writes the configuration; @return the command.
+// Writes the configuration. Returns the command.
 std::vector<std::string> prepare(const ScratchFolder &folder, const Account &account,
                                  const std::string &interface) {
     folder.write("supplicant.conf", "ctrl_interface=" + (folder.path() / "control").string() +

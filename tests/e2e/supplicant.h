@@ -1,7 +1,4 @@
-/**
- * @file
- * A real supplicant: wpa_supplicant on an interface of the wire's supplicants' side.
- */
+// A real supplicant: wpa_supplicant on an interface of the wire's supplicants' side.
 #ifndef LANYARD_TESTS_E2E_SUPPLICANT_H
 #define LANYARD_TESTS_E2E_SUPPLICANT_H
 
@@ -15,7 +12,7 @@ namespace lanyard::test {
 
 class RealServer;
 
-/** What somebody logs in with: lines of a network block of wpa_supplicant. */
+// What somebody logs in with: lines of a network block of wpa_supplicant.
 using Account = std::string;
 
 // Users of the test server. Without a password the supplicant asks for it when it needs it.
@@ -24,7 +21,7 @@ Account peapAccount(const RealServer &server, const std::string &identity,
                     const std::string &password = "");
 Account ttlsAccount(const RealServer &server, const std::string &identity,
                     const std::string &password = "");
-/** @param certificate  "client" or "stranger", see certificates.h. */
+// `certificate` is "client" or "stranger", see certificates.h.
 Account tlsAccount(const RealServer &server, const std::string &identity,
                    const std::string &certificate = "client");
 
@@ -33,31 +30,31 @@ class Supplicant {
     Supplicant(const VirtualWire &wire, const Account &account,
                const std::string &interface = VirtualWire::kUser);
 
-    /** Waits until it listens. Then it answers when it is asked for its identity; by itself it
-     * would wait for two seconds. Throws std::runtime_error. */
+    // Waits until it listens. Then it answers when it is asked for its identity; by itself it
+    // would wait for two seconds. Throws std::runtime_error.
     void awaitReady() const;
 
-    /** Has it send an EAPOL-Start. */
+    // Has it send an EAPOL-Start.
     void start();
-    /** Has it send an EAPOL-Logoff. */
+    // Has it send an EAPOL-Logoff.
     void logOff();
-    /** Waits until it asks for its password, then gives it. */
+    // Waits until it asks for its password, then gives it.
     [[nodiscard]] bool asksForPassword() const;
     void givePassword(const std::string &password);
 
-    /** Waits for the end of its first login. @return whether that is an EAP-Success. */
+    // Waits for the end of its first login. Returns whether that is an EAP-Success.
     [[nodiscard]] bool succeeds() const { return firstResult() == "SUCCESS"; }
-    /** The same for an EAP-Failure. */
+    // The same for an EAP-Failure.
     [[nodiscard]] bool fails() const { return firstResult() == "FAILURE"; }
-    /** @return the master session key of its last login, as lower-case digits; "" for none. */
-    [[nodiscard]] std::string sessionKey() const;
+    // Returns the master session key of its last login, as lower-case digits; "" for none.
+    std::string sessionKey() const;
 
-    [[nodiscard]] const std::string &interface() const { return interface_; }
-    /** All that it has said so far. */
-    [[nodiscard]] std::string log() const { return program_.output(); }
+    const std::string &interface() const { return interface_; }
+    // All that it has said so far.
+    std::string log() const { return program_.output(); }
 
   private:
-    [[nodiscard]] std::string firstResult() const;
+    std::string firstResult() const;
     void command(const std::string &text);
 
     std::string interface_;

@@ -14,7 +14,6 @@
 #include "tests/interop/scratch_folder.h"
 
 namespace lanyard::test {
-
 namespace {
 
 constexpr const char *kIp = "/sbin/ip";
@@ -73,7 +72,7 @@ std::vector<VirtualWire::Station> VirtualWire::stations(size_t count) {
     }
     const SupplicantsSide side(*this);
     ip(commands);
-    return {stations_.begin(), stations_.begin() + static_cast<std::ptrdiff_t>(count)};
+    return {stations_.begin(), stations_.begin() + static_cast<ptrdiff_t>(count)};
 }
 
 VirtualWire::SupplicantsSide::SupplicantsSide(const VirtualWire &wire) : wire_(wire) {

@@ -1,7 +1,4 @@
-/**
- * @file
- * Accounting records against the real server: what arrives is what it writes down.
- */
+// Accounting records against the real server: what arrives is what it writes down.
 #include <gmock/gmock.h>
 #include <tuple>
 

@@ -11,7 +11,6 @@
 #include <string>
 
 namespace lanyard::test {
-
 namespace {
 
 constexpr unsigned kKeyBits = 2048;

@@ -1,7 +1,4 @@
-/**
- * @file
- * CHAP logins against the real server.
- */
+// CHAP logins against the real server.
 #include <array>
 #include <cstring>
 #include <gmock/gmock.h>
@@ -19,10 +16,10 @@ using testing::Not;
 constexpr const char *kLongPassword = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKL";
 constexpr int kUntouched = 4711;
 
-/** A challenge, and the response to it that a password makes. */
+// A challenge, and the response to it that a password makes.
 struct Exchange {
     explicit Exchange(const char *password) {
-        for (size_t i = 0; i < challenge.size(); i++) {
+        for (size_t i = 0; i < challenge.size(); ++i) {
             challenge[i] = static_cast<uint8_t>(0xf0 + i);
         }
         EXPECT_EQ(RAD_CHAP_RESPONSE_SIZE,

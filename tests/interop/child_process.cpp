@@ -18,7 +18,6 @@
 #include "tests/interop/wait_until.h"
 
 namespace lanyard::test {
-
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -50,7 +49,7 @@ struct Pipe {
     }
 };
 
-/** Reads both pipes to their ends. @return false when that took longer than the limit. */
+// Reads both pipes to their ends. Returns false when that took longer than the limit.
 bool collect(const Pipe &out, const Pipe &err, ProgramResult &result) {
     std::array<pollfd, 2> watched = {{{out.ends[0], POLLIN, 0}, {err.ends[0], POLLIN, 0}}};
     const std::array<std::string *, 2> texts = {&result.out, &result.err};
@@ -62,7 +61,7 @@ bool collect(const Pipe &out, const Pipe &err, ProgramResult &result) {
             return false;
         }
         poll(watched.data(), watched.size(), static_cast<int>(left.count()));
-        for (size_t i = 0; i < watched.size(); i++) {
+        for (size_t i = 0; i < watched.size(); ++i) {
             if (watched[i].fd < 0 || watched[i].revents == 0) {
                 continue;
             }
@@ -90,7 +89,7 @@ pid_t start(std::vector<std::string> command, std::vector<std::string> settings,
     // The first of two settings of one name counts.
     std::vector<char *> environment = pointersTo(settings);
     environment.pop_back();
-    for (char **inherited = environ; *inherited != nullptr; inherited++) {
+    for (char **inherited = environ; *inherited != nullptr; ++inherited) {
         environment.push_back(*inherited);
     }
     environment.push_back(nullptr);

@@ -1,7 +1,4 @@
-/**
- * @file
- * Runs programs: to their end, or beside the test.
- */
+// Runs programs: to their end, or beside the test.
 #ifndef LANYARD_TESTS_INTEROP_CHILD_PROCESS_H
 #define LANYARD_TESTS_INTEROP_CHILD_PROCESS_H
 
@@ -14,30 +11,24 @@
 namespace lanyard::test {
 
 struct ProgramResult {
-    int status = -1; /**< exit status; -1 when a signal ended the program or it ran for too long */
-    std::string out; /**< what it wrote to standard output */
-    std::string err; /**< what it wrote to standard error */
+    int status = -1;  // exit status; -1 when a signal ended the program or it ran for too long
+    std::string out;  // what it wrote to standard output
+    std::string err;  // what it wrote to standard error
 };
 
-/**
- * Runs a program to its end, without standard input, for 20 seconds at most.
- *
- * @param command   path of the program and its arguments.
- * @param settings  "NAME=value" to add to this process's environment.
- */
+// Runs a program to its end, without standard input, for 20 seconds at most.
+//
+// `command`: path of the program and its arguments.
+// `settings`: "NAME=value" to add to this process's environment.
 ProgramResult runProgram(std::vector<std::string> command, std::vector<std::string> settings);
 
-/**
- * A program that runs beside the test, without standard input, and is killed with this object at
- * the latest. What it writes goes to a file, so that it never waits for a reader.
- */
+// A program that runs beside the test, without standard input, and is killed with this object at
+// the latest. What it writes goes to a file, so that it never waits for a reader.
 class RunningProgram {
   public:
-    /**
-     * @param command   path of the program and its arguments.
-     * @param settings  "NAME=value" to add to this process's environment.
-     * @param output    the file for standard output and standard error; an earlier one is replaced.
-     */
+    // `command`: path of the program and its arguments.
+    // `settings`: "NAME=value" to add to this process's environment.
+    // `output`: the file for standard output and standard error; an earlier one is replaced.
     RunningProgram(std::vector<std::string> command, std::vector<std::string> settings,
                    std::filesystem::path output);
     ~RunningProgram();
@@ -46,14 +37,14 @@ class RunningProgram {
     RunningProgram(RunningProgram &&) = delete;
     RunningProgram &operator=(RunningProgram &&) = delete;
 
-    /** What it has written so far. */
-    [[nodiscard]] std::string output() const;
-    /** Waits until it has written a text, for 20 seconds at most. */
+    // What it has written so far.
+    std::string output() const;
+    // Waits until it has written a text, for 20 seconds at most.
     [[nodiscard]] bool waitForOutput(const std::string &text) const;
 
     void signal(int number) const;
-    /** Waits for its end, for 20 seconds at most.
-     * @return its exit status, -1 when a signal ended it; nothing while it runs. */
+    // Waits for its end, for 20 seconds at most.
+    // Returns its exit status, -1 when a signal ended it; nothing while it runs.
     std::optional<int> wait();
 
   private:

@@ -1,7 +1,4 @@
-/**
- * @file
- * Texts in the shape that the exec family takes them.
- */
+// Texts in the shape that the exec family takes them.
 #ifndef LANYARD_TESTS_INTEROP_EXEC_TEXTS_H
 #define LANYARD_TESTS_INTEROP_EXEC_TEXTS_H
 
@@ -11,7 +8,7 @@
 
 namespace lanyard::test {
 
-/** @return pointers to the texts, which stay where they are, and a null pointer behind them. */
+// Returns pointers to the texts, which stay where they are, and a null pointer after them.
 inline std::vector<char *> pointersTo(std::span<std::string> texts) {
     std::vector<char *> pointers;
     pointers.reserve(texts.size() + 1);

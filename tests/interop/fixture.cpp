@@ -75,7 +75,7 @@ int occurrences(const std::string &text, const std::string &part) {
     int count = 0;
     for (size_t at = text.find(part); at != std::string::npos;
          at = text.find(part, at + part.size())) {
-        count++;
+        ++count;
     }
     return count;
 }

@@ -1,8 +1,5 @@
-/**
- * @file
- * What the tests against the real server start from: one server for all tests of a suite, and for
- * each test a device of its own, whose fixed paths lie in a temporary folder.
- */
+// What the tests against the real server start from: one server for all tests of a suite, and for
+// each test a device of its own, whose fixed paths lie in a temporary folder.
 #ifndef LANYARD_TESTS_INTEROP_FIXTURE_H
 #define LANYARD_TESTS_INTEROP_FIXTURE_H
 
@@ -24,25 +21,25 @@ class Interop : public testing::Test {
     void SetUp() override;
     void TearDown() override;
 
-    /** Writes the configuration file of the device. */
+    // Writes the configuration file of the device.
     void writeConfiguration(const std::string &text) const;
-    /** Writes it and starts the library with it. */
+    // Writes it and starts the library with it.
     void configure(const std::string &text) const;
-    /** Installs the NT-Response program where the device has it, with the folder for its files;
-     * programs that this process starts share the device from then on. */
+    // Installs the NT-Response program where the device has it, with the folder for its files;
+    // programs that this process starts share the device from then on.
     void installNtResponse() const;
 
     static RealServer &server() { return *server_; }
-    /** @return entry of a server list: one second, no retries. */
+    // Returns entry of a server list: one second, no retries.
     static std::string entry(uint16_t port, const std::string &secret);
     static std::string entry(uint16_t port) { return entry(port, server().secret()); }
 
-    /** @return the newest Access-Request that the server took, as text. */
+    // Returns the newest Access-Request that the server took, as text.
     static std::string lastRequest();
 
-    [[nodiscard]] const ScratchFolder &root() const { return root_; }
+    const ScratchFolder &root() const { return root_; }
 
-    /** @return what a piece of code wrote to standard output and standard error. */
+    // Returns what a piece of code wrote to standard output and standard error.
     struct Written {
         std::string out;
         std::string err;
@@ -54,7 +51,7 @@ class Interop : public testing::Test {
     ScratchFolder root_;
 };
 
-/** @return how often a text stands in another. */
+// Returns how often a text stands in another.
 int occurrences(const std::string &text, const std::string &part);
 
 }  // namespace lanyard::test

@@ -1,8 +1,5 @@
-/**
- * @file
- * Many MS-CHAP and MS-CHAPv2 logins of one user name at once, right and wrong passwords mixed: none
- * may get the result of another.
- */
+// Many MS-CHAP and MS-CHAPv2 logins of one user name at once, right and wrong passwords mixed: none
+// may get the result of another.
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <string>
@@ -22,12 +19,12 @@ namespace {
 constexpr int kProcesses = 8;
 constexpr int kThreads = 16;
 
-/** All of them together are more than 1,000 logins. */
+// All of them together are more than 1,000 logins.
 struct Storm {
     const char *name;
     int (*login)(const char *userName, const char *password);
     bool isBuiltin;
-    int turns; /**< logins of each process and thread */
+    int turns;  // logins of each process and thread
 };
 
 class MschapStorm : public Interop, public testing::WithParamInterface<Storm> {
@@ -53,22 +50,22 @@ class MschapStorm : public Interop, public testing::WithParamInterface<Storm> {
         int keptOut = 0;
     };
 
-    /** Logs in with the right and a wrong password by turns, as the worker of that number. */
+    // Logs in with the right and a wrong password by turns, as the worker of that number.
     static Mistakes work(int worker) {
         Mistakes mistakes;
-        for (int turn = 0; turn < GetParam().turns; turn++) {
+        for (int turn = 0; turn < GetParam().turns; ++turn) {
             const bool isRight = (worker + turn) % 2 == 0;
             const int result = GetParam().login("alice", isRight ? "wonderland" : "looking-glass");
             if (isRight && result != 0) {
-                mistakes.keptOut++;
+                ++mistakes.keptOut;
             } else if (!isRight && result == 0) {
-                mistakes.letIn++;
+                ++mistakes.letIn;
             }
         }
         return mistakes;
     }
 
-    /** @return a child process that works and ends with its mistakes as its exit status. */
+    // Returns a child process that works and ends with its mistakes as its exit status.
     static pid_t startProcess(int worker) {
         const pid_t pid = fork();
         if (pid == 0) {
@@ -103,12 +100,12 @@ TEST_P(MschapStorm, EveryLoginGetsItsOwnResult) {
         // The processes first, while there is but one thread to fork and nothing to write twice.
         std::vector<pid_t> processes;
         processes.reserve(kProcesses);
-        for (int worker = 0; worker < kProcesses; worker++) {
+        for (int worker = 0; worker < kProcesses; ++worker) {
             processes.push_back(startProcess(worker));
         }
         std::vector<std::thread> threads;
         threads.reserve(kThreads);
-        for (int worker = 0; worker < kThreads; worker++) {
+        for (int worker = 0; worker < kThreads; ++worker) {
             threads.emplace_back([&all, worker] { all[worker] = work(worker); });
         }
         for (std::thread &thread : threads) {

@@ -1,7 +1,4 @@
-/**
- * @file
- * MS-CHAP and MS-CHAPv2 logins against the real server, with the NT-Response program of this build.
- */
+// MS-CHAP and MS-CHAPv2 logins against the real server, with the NT-Response program of this build.
 #include <array>
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -17,6 +14,7 @@
 #include <palcore.h>
 
 #include "tests/interop/fixture.h"
+#include "tests/support/bytes.h"
 
 namespace lanyard::test::mschap_test {
 namespace {
@@ -27,8 +25,6 @@ using testing::Not;
 constexpr const char *kLongPassword = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKL";
 constexpr uint32_t kUntouched = 4711;
 constexpr size_t kKeySize = 16;
-
-using Octets = std::vector<uint8_t>;
 
 class Mschap : public Interop {
   protected:
@@ -154,7 +150,7 @@ TEST_F(Mschap, Version2RefusesAWrongPasswordEitherWay) {
 
 TEST_F(Mschap, Version2AcceptsEveryTime) {
     radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
-    for (int logins = 0; logins < 20; logins++) {
+    for (int logins = 0; logins < 20; ++logins) {
         expectAccepted(login(radMschapv2, "alice", "wonderland"));
     }
 }
@@ -185,53 +181,53 @@ constexpr std::string_view kSendKeyMagic =
 constexpr std::string_view kRecvKeyMagic =
     "On the client side, this is the send key; on the server side, it is the receive key.";
 
-void append(Octets &octets, std::string_view text) {
-    octets.insert(octets.end(), text.begin(), text.end());
+void append(Bytes &bytes, std::string_view text) {
+    bytes.insert(bytes.end(), text.begin(), text.end());
 }
 
-/** @return the first 16 octets of the published SHA-1. */
-Octets sha1Key(const Octets &octets) {
-    Octets digest(SHA_DIGEST_LENGTH);
-    SHA1(octets.data(), octets.size(), digest.data());
+// Returns the first 16 bytes of the published SHA-1.
+Bytes sha1Key(const Bytes &bytes) {
+    Bytes digest(SHA_DIGEST_LENGTH);
+    SHA1(bytes.data(), bytes.size(), digest.data());
     digest.resize(kKeySize);
     return digest;
 }
 
-Octets masterKey(const Octets &ntResponse) {
-    Octets octets(MD4_DIGEST_LENGTH);
-    MD4(kPasswordHash.data(), kPasswordHash.size(), octets.data());
-    octets.insert(octets.end(), ntResponse.begin(), ntResponse.end());
-    append(octets, kMasterKeyMagic);
-    return sha1Key(octets);
+Bytes masterKey(const Bytes &ntResponse) {
+    Bytes bytes(MD4_DIGEST_LENGTH);
+    MD4(kPasswordHash.data(), kPasswordHash.size(), bytes.data());
+    bytes.insert(bytes.end(), ntResponse.begin(), ntResponse.end());
+    append(bytes, kMasterKeyMagic);
+    return sha1Key(bytes);
 }
 
-Octets startKey(Octets octets, std::string_view magic) {
-    octets.insert(octets.end(), 40, 0x00);
-    append(octets, magic);
-    octets.insert(octets.end(), 40, 0xf2);
-    return sha1Key(octets);
+Bytes startKey(Bytes bytes, std::string_view magic) {
+    bytes.insert(bytes.end(), 40, 0x00);
+    append(bytes, magic);
+    bytes.insert(bytes.end(), 40, 0xf2);
+    return sha1Key(bytes);
 }
 
-/** @return the key of a reply: length octet and padding are taken off. */
-Octets keyOf(RadPair *reply, int type) {
-    Octets key;
+// Returns the key of a reply: length byte and padding are taken off.
+Bytes keyOf(RadPair *reply, int type) {
+    Bytes key;
     int keys = 0;
     for (RadPair *pair = radPairGet(reply, RAD_ATTR_VENDOR_SPECIFIC); pair != nullptr;
          pair = radPairGet(radPairNext(pair), RAD_ATTR_VENDOR_SPECIFIC)) {
         uint8_t *data = nullptr;
         if (radVendorAttrGet(pair, RAD_VENDOR_MICROSOFT, type, &data) == 0) {
-            // The value is one of 6 octets and the data; the key's length stands in front of it.
+            // The value is one of 6 bytes and the data; the key's length stands in front of it.
             EXPECT_LE(6U + 1 + data[0], pair->numValue);
             key.assign(data + 1, data + 1 + data[0]);
             palMemPartFree(radMemPartId, data);
-            keys++;
+            ++keys;
         }
     }
     EXPECT_EQ(1, keys) << "of type " << type;
     return key;
 }
 
-void addVendor(RadPair **request, int type, const Octets &data) {
+void addVendor(RadPair **request, int type, const Bytes &data) {
     std::array<uint8_t, RAD_VALUE_MAX> value{};
     const int length = radVendorMessagePack(value.data(), RAD_VENDOR_MICROSOFT, type, data.data(),
                                             static_cast<int>(data.size()));
@@ -241,12 +237,12 @@ void addVendor(RadPair **request, int type, const Octets &data) {
 
 TEST_F(Mschap, KeysOfAnAcceptAreThoseThatThePasswordMakes) {
     radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
-    const Octets authenticatorChallenge(16, 1);
-    Octets peerChallenge(16);
-    Octets ntResponse(24);
+    const Bytes authenticatorChallenge(16, 1);
+    Bytes peerChallenge(16);
+    Bytes ntResponse(24);
     ASSERT_EQ(0, generateMschapv2Response(ntResponse.data(), peerChallenge.data(), "alice",
                                           "wonderland", authenticatorChallenge.data()));
-    Octets response = {0, 0};
+    Bytes response = {0, 0};
     response.insert(response.end(), peerChallenge.begin(), peerChallenge.end());
     response.insert(response.end(), 8, 0);
     response.insert(response.end(), ntResponse.begin(), ntResponse.end());
@@ -258,7 +254,7 @@ TEST_F(Mschap, KeysOfAnAcceptAreThoseThatThePasswordMakes) {
     RadPair *reply = nullptr;
     EXPECT_EQ(RAD_CODE_ACCESS_ACCEPT, radBuildAndSendReq(RAD_CODE_ACCESS_REQUEST, request, &reply));
 
-    const Octets master = masterKey(ntResponse);
+    const Bytes master = masterKey(ntResponse);
     EXPECT_EQ(startKey(master, kSendKeyMagic), keyOf(reply, RAD_MS_MPPE_SEND_KEY));
     EXPECT_EQ(startKey(master, kRecvKeyMagic), keyOf(reply, RAD_MS_MPPE_RECV_KEY));
     radPairListFree(reply);

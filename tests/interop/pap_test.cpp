@@ -1,7 +1,4 @@
-/**
- * @file
- * PAP logins against the real server.
- */
+// PAP logins against the real server.
 #include <chrono>
 #include <filesystem>
 #include <gmock/gmock.h>

@@ -1,7 +1,4 @@
-/**
- * @file
- * The command-line programs, as a person or a script meets them: exit status and output.
- */
+// The command-line programs, as a person or a script meets them: exit status and output.
 #include <algorithm>
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -26,10 +23,9 @@ class Programs : public Interop {
                            entry(server().acctPort()) + "\n");
     }
 
-    /** Runs a program of this build; whatever it does, it shows no secret and no sanitizer speaks
-     * up. */
-    [[nodiscard]] ProgramResult run(const std::string &program,
-                                    const std::vector<std::string> &arguments) const {
+    // Runs a program of this build; whatever it does, it shows no secret and no sanitizer speaks
+    // up.
+    ProgramResult run(const std::string &program, const std::vector<std::string> &arguments) const {
         std::vector<std::string> command = {path(program)};
         command.insert(command.end(), arguments.begin(), arguments.end());
         ProgramResult result = runProgram(command, {"PAL_ROOT=" + root().path().string()});
@@ -47,7 +43,7 @@ class Programs : public Interop {
 
     static std::string address(uint16_t port) { return "127.0.0.1:" + std::to_string(port); }
 
-    /** The line that the programs print of a server that said no. */
+    // The line that the programs print of a server that said no.
     static std::string rejectedBy(uint16_t port) {
         return "  " + address(port) + ": rejected by the server (Access-Reject)\n";
     }
@@ -267,7 +263,7 @@ TEST_F(Programs, RadacctSaysWhatIsWrong) {
 
 // --- CHAP, MS-CHAP and MS-CHAPv2 -------------------------------------------------------------------
 
-/** A program of these methods, and the arguments that its method needs for a right password. */
+// A program of these methods, and the arguments that its method needs for a right password.
 struct LoginProgram {
     const char *name;
     std::vector<std::string> options;
@@ -281,7 +277,7 @@ class LoginPrograms : public Programs, public testing::WithParamInterface<LoginP
         installNtResponse();
     }
 
-    [[nodiscard]] ProgramResult login(const std::string &user, const std::string &password) const {
+    ProgramResult login(const std::string &user, const std::string &password) const {
         std::vector<std::string> arguments = GetParam().options;
         arguments.push_back(user);
         arguments.push_back(password);
@@ -392,13 +388,13 @@ TEST_F(Programs, RadmschapNeedsTheNtResponseProgram) {
 
 // --- The file of the NT-Response program, in other hands -------------------------------------------
 
-/** The NT-Response that lets alice in: the challenge of MS-CHAP is always the same. */
+// The NT-Response that lets alice in: the challenge of MS-CHAP is always the same.
 const std::string kResponseOfAlice =
     "\x3d\x44\x5f\x73\x65\xd5\x59\xa2\xa4\x49\x9a\xbd"
     "\xd2\x4b\xd4\x17\xf0\x94\x49\x84\x82\x4c\x51\xb2";
 
-/** Commands of a shell, in the root folder of the device, that put something at tmp/mschap_alice
- * from which her response could be read. */
+// Commands of a shell, in the root folder of the device, that put something at tmp/mschap_alice
+// from which her response could be read.
 struct PlantedFile {
     const char *name;
     const char *commands;

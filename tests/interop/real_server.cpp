@@ -21,7 +21,6 @@
 #include "tests/interop/exec_texts.h"
 
 namespace lanyard::test {
-
 namespace {
 
 using namespace std::chrono_literals;
@@ -33,19 +32,19 @@ constexpr auto kStopLimit = 5s;
 constexpr auto kGlance = 5ms;
 
 std::string randomSecret() {
-    std::array<unsigned char, 16> octets;
-    if (getrandom(octets.data(), octets.size(), 0) != static_cast<ssize_t>(octets.size())) {
+    std::array<unsigned char, 16> bytes;
+    if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
         throw std::system_error(errno, std::generic_category(), "getrandom");
     }
     std::string secret;
-    for (const unsigned char octet : octets) {
-        secret += "0123456789abcdef"[octet >> 4];
-        secret += "0123456789abcdef"[octet & 15];
+    for (const unsigned char byte : bytes) {
+        secret += "0123456789abcdef"[byte >> 4];
+        secret += "0123456789abcdef"[byte & 15];
     }
     return secret;
 }
 
-/** Holds a free UDP port of 127.0.0.1 while others are looked for. */
+// Holds a free UDP port of 127.0.0.1 while others are looked for.
 class FreePort {
   public:
     FreePort() : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
@@ -68,7 +67,7 @@ class FreePort {
     FreePort(FreePort &&) = delete;
     FreePort &operator=(FreePort &&) = delete;
 
-    [[nodiscard]] uint16_t number() const { return number_; }
+    uint16_t number() const { return number_; }
 
   private:
     int socket_;
@@ -91,7 +90,7 @@ RealServer::RealServer(Eap eap) : secret_(randomSecret()) {
         std::filesystem::permissions(copy, std::filesystem::perms::owner_read);
     }
     // Another process may take a port before the server does.
-    for (int tries = 0; tries < 5; tries++) {
+    for (int tries = 0; tries < 5; ++tries) {
         choosePorts();
         if (start()) {
             return;

@@ -1,8 +1,5 @@
-/**
- * @file
- * A real RADIUS server for tests and the demo: /usr/sbin/freeradius over the configuration in
- * server/, as a child process in a temporary folder, on free ports of 127.0.0.1.
- */
+// A real RADIUS server for tests and the demo: /usr/sbin/freeradius over the configuration in
+// server/, as a child process in a temporary folder, on free ports of 127.0.0.1.
 #ifndef LANYARD_TESTS_INTEROP_REAL_SERVER_H
 #define LANYARD_TESTS_INTEROP_REAL_SERVER_H
 
@@ -15,18 +12,15 @@
 
 namespace lanyard::test {
 
-/**
- * The server runs for as long as the object lives, and ends when the thread that made it does,
- * whatever way that comes about.
- */
+// The server runs for as long as the object lives, and ends when the thread that made it does,
+// whatever way that comes about.
 class RealServer {
   public:
     enum class Eap { kNo, kYes };
 
-    /** Starts the server and waits until it takes requests. Throws std::runtime_error, with its
-     * log.
-     * @param eap  kYes to serve EAP-MD5, EAP-TLS, PEAP and TTLS as well, with new certificates.
-     */
+    // Starts the server and waits until it takes requests. Throws std::runtime_error, with its
+    // log.
+    // `eap` is kYes to serve EAP-MD5, EAP-TLS, PEAP and TTLS as well, with new certificates.
     explicit RealServer(Eap eap = Eap::kNo);
     ~RealServer();
     RealServer(const RealServer &) = delete;
@@ -34,30 +28,30 @@ class RealServer {
     RealServer(RealServer &&) = delete;
     RealServer &operator=(RealServer &&) = delete;
 
-    /** Authentication; replies carry no Message-Authenticator. */
-    [[nodiscard]] uint16_t authPort() const { return authPort_; }
-    /** Authentication; every reply carries a Message-Authenticator, as its last attribute. */
-    [[nodiscard]] uint16_t signedPort() const { return signedPort_; }
-    [[nodiscard]] uint16_t acctPort() const { return acctPort_; }
-    /** Authentication with EAP. */
-    [[nodiscard]] uint16_t eapPort() const { return eapPort_; }
-    /** A file of certificates.h: those that a server for EAP was made with. */
-    [[nodiscard]] std::filesystem::path certificate(const std::string &file) const {
+    // Authentication; replies carry no Message-Authenticator.
+    uint16_t authPort() const { return authPort_; }
+    // Authentication; every reply carries a Message-Authenticator, as its last attribute.
+    uint16_t signedPort() const { return signedPort_; }
+    uint16_t acctPort() const { return acctPort_; }
+    // Authentication with EAP.
+    uint16_t eapPort() const { return eapPort_; }
+    // A file of certificates.h: those that a server for EAP was made with.
+    std::filesystem::path certificate(const std::string &file) const {
         return folder_.path() / file;
     }
-    /** The secret shared with all clients; another one in every object. */
-    [[nodiscard]] const std::string &secret() const { return secret_; }
+    // The secret shared with all clients; another one in every object.
+    const std::string &secret() const { return secret_; }
 
-    /** The Access-Requests so far, passwords revealed, as text: a blank line behind each. */
-    [[nodiscard]] std::string accessRequests() const;
-    /** The accounting records so far, likewise. */
-    [[nodiscard]] std::string accountingRecords() const;
-    /** The server's own log so far. */
-    [[nodiscard]] std::string log() const;
+    // The Access-Requests so far, passwords revealed, as text: a blank line after each.
+    std::string accessRequests() const;
+    // The accounting records so far, likewise.
+    std::string accountingRecords() const;
+    // The server's own log so far.
+    std::string log() const;
 
-    /** Kills the server as a crash would: whatever it knew of conversations is lost. */
+    // Kills the server as a crash would: whatever it knew of conversations is lost.
     void kill();
-    /** Starts it on its ports again after kill(). Throws std::runtime_error, with its log. */
+    // Starts it on its ports again after kill(). Throws std::runtime_error, with its log.
     void startAgain();
 
   private:

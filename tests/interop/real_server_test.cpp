@@ -1,7 +1,4 @@
-/**
- * @file
- * The server that the other tests rely on does not outlive them.
- */
+// The server that the other tests rely on does not outlive them.
 #include "tests/interop/real_server.h"
 
 #include <arpa/inet.h>

@@ -1,7 +1,4 @@
-/**
- * @file
- * A temporary folder with files.
- */
+// A temporary folder with files.
 #ifndef LANYARD_TESTS_INTEROP_SCRATCH_FOLDER_H
 #define LANYARD_TESTS_INTEROP_SCRATCH_FOLDER_H
 
@@ -11,8 +8,8 @@
 
 namespace lanyard::test {
 
-/** A new folder that only this user may enter; it goes, with all that is in it, when the object
- * does. */
+// A new folder that only this user may enter; it goes, with all that is in it, when the object
+// does.
 class ScratchFolder {
   public:
     ScratchFolder();
@@ -22,13 +19,13 @@ class ScratchFolder {
     ScratchFolder(ScratchFolder &&) = delete;
     ScratchFolder &operator=(ScratchFolder &&) = delete;
 
-    [[nodiscard]] const std::filesystem::path &path() const { return path_; }
+    const std::filesystem::path &path() const { return path_; }
 
-    /** Writes a file, and the folders above it, in place of an earlier one. */
+    // Writes a file, and the folders above it, in place of an earlier one.
     void write(const std::string &name, std::string_view content) const;
 
-    /** @return content of a file, "" when it is not there. */
-    [[nodiscard]] std::string read(const std::string &name) const;
+    // Returns content of a file, "" when it is not there.
+    std::string read(const std::string &name) const;
 
   private:
     std::filesystem::path path_;

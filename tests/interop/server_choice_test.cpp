@@ -1,7 +1,4 @@
-/**
- * @file
- * Several servers: who is asked, and whose answer counts.
- */
+// Several servers: who is asked, and whose answer counts.
 #include <array>
 #include <gmock/gmock.h>
 
@@ -18,7 +15,7 @@ using testing::HasSubstr;
 
 class ServerChoice : public Interop {
   protected:
-    [[nodiscard]] const SilentServer &silent() const { return silent_; }
+    const SilentServer &silent() const { return silent_; }
 
   private:
     SilentServer silent_;

@@ -1,7 +1,4 @@
-/**
- * @file
- * The files that are shipped beside the library load, and say what they promise.
- */
+// The files that are shipped beside the library load, and say what they promise.
 #include <fstream>
 #include <gmock/gmock.h>
 #include <map>
@@ -24,7 +21,7 @@ using testing::StrEq;
 
 constexpr int32_t kLargestNumber = 255;
 
-/** Number of an attribute to its name and type; attribute and number of a value to its name. */
+// Number of an attribute to its name and type; attribute and number of a value to its name.
 struct Dictionary {
     std::map<int32_t, std::pair<std::string, int32_t>> attributes;
     std::map<std::pair<std::string, int32_t>, std::string> values;
@@ -32,13 +29,13 @@ struct Dictionary {
 
 Dictionary loadedDictionary() {
     Dictionary dictionary;
-    for (int32_t number = 0; number <= kLargestNumber; number++) {
+    for (int32_t number = 0; number <= kLargestNumber; ++number) {
         const RadDictAttr *attribute = radDictGetAttr(number);
         if (attribute == nullptr) {
             continue;
         }
         dictionary.attributes[number] = {attribute->name, attribute->type};
-        for (int32_t value = 0; value <= kLargestNumber; value++) {
+        for (int32_t value = 0; value <= kLargestNumber; ++value) {
             if (const RadDictValue *named = radDictGetVal(value, attribute->name)) {
                 dictionary.values[{attribute->name, value}] = named->valueName;
             }
@@ -113,7 +110,7 @@ TEST_F(ShippedFiles, DictionaryDefinesNothingTwiceAndNoLineIsTooLong) {
     std::map<std::string, int> definitions;
     std::string line;
     while (std::getline(stream, line)) {
-        EXPECT_FALSE(stream.eof()) << "no newline behind: " << line;
+        EXPECT_FALSE(stream.eof()) << "no newline after: " << line;
         EXPECT_LE(line.size(), 254U);
         std::istringstream fields(line);
         std::string keyword;
@@ -125,12 +122,12 @@ TEST_F(ShippedFiles, DictionaryDefinesNothingTwiceAndNoLineIsTooLong) {
         }
         ASSERT_TRUE(fields >> first >> second >> third) << line;
         if (keyword == "ATTRIBUTE") {
-            definitions["attribute " + second]++;
-            definitions["name " + first]++;
+            ++definitions["attribute " + second];
+            ++definitions["name " + first];
             EXPECT_LE(first.size(), size_t{RAD_NAME_MAX}) << line;
         } else {
             ASSERT_EQ("VALUE", keyword) << line;
-            definitions[std::string("value ").append(first).append(" ").append(third)]++;
+            ++definitions[std::string("value ").append(first).append(" ").append(third)];
             EXPECT_LT(second.size(), sizeof RadDictValue{}.valueName) << line;
             EXPECT_EQ(1U, definitions.count("name " + first)) << "no such attribute: " << line;
         }
@@ -155,7 +152,7 @@ TEST_F(ShippedFiles, SampleConfigurationIsUsableAsItStands) {
     EXPECT_EQ(2, *static_cast<const int32_t *>(radConfGet(RAD_CONF_RETRIES)));
 }
 
-/** Every option that the sample shows commented out is right as well. */
+// Every option that the sample shows commented out is right as well.
 TEST_F(ShippedFiles, SampleConfigurationIsUsableWithEveryOptionTurnedOn) {
     const ScratchFolder root;
     std::ifstream stream(LANYARD_ETC "/radius.conf.sample");
@@ -166,7 +163,7 @@ TEST_F(ShippedFiles, SampleConfigurationIsUsableWithEveryOptionTurnedOn) {
         EXPECT_LE(line.size(), 510U);
         if (line.size() > 1 && line[0] == '#' && line[1] != ' ') {
             line.erase(0, 1);
-            turnedOn++;
+            ++turnedOn;
         }
         text.append(line).append("\n");
     }

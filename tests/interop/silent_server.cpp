@@ -34,7 +34,7 @@ int SilentServer::packets() const {
     std::array<char, 1> start;
     int count = 0;
     while (recv(socket_, start.data(), start.size(), MSG_DONTWAIT | MSG_TRUNC) > 0) {
-        count++;
+        ++count;
     }
     return count;
 }

@@ -1,7 +1,4 @@
-/**
- * @file
- * A RADIUS server that is there and says nothing.
- */
+// A RADIUS server that is there and says nothing.
 #ifndef LANYARD_TESTS_INTEROP_SILENT_SERVER_H
 #define LANYARD_TESTS_INTEROP_SILENT_SERVER_H
 
@@ -9,7 +6,7 @@
 
 namespace lanyard::test {
 
-/** A UDP port of this machine that takes packets and never answers. */
+// A UDP port of this machine that takes packets and never answers.
 class SilentServer {
   public:
     explicit SilentServer(const char *address = "127.0.0.1");
@@ -19,9 +16,9 @@ class SilentServer {
     SilentServer(SilentServer &&) = delete;
     SilentServer &operator=(SilentServer &&) = delete;
 
-    [[nodiscard]] uint16_t port() const { return port_; }
-    /** Number of packets that came in since the last call. */
-    [[nodiscard]] int packets() const;
+    uint16_t port() const { return port_; }
+    // Number of packets that came in since the last call.
+    int packets() const;
 
   private:
     int socket_ = -1;

@@ -1,11 +1,8 @@
-/**
- * @file
- * lanyard-test-server [--eap]: the server of real_server.h for scripts and for trying things by
- * hand, with --eap one that serves EAP as well.
- *
- * It prints where the server is, one "name=value" a line, and keeps it running until its standard
- * input ends or it is asked to stop (SIGINT, SIGTERM, SIGHUP).
- */
+// lanyard-test-server [--eap]: the server of real_server.h for scripts and for trying things by
+// hand, with --eap one that serves EAP as well.
+//
+// It prints where the server is, one "name=value" a line, and keeps it running until its standard
+// input ends or it is asked to stop (SIGINT, SIGTERM, SIGHUP).
 #include <array>
 #include <cerrno>
 #include <csignal>

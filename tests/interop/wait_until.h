@@ -1,7 +1,4 @@
-/**
- * @file
- * Waiting for what other processes do.
- */
+// Waiting for what other processes do.
 #ifndef LANYARD_TESTS_INTEROP_WAIT_UNTIL_H
 #define LANYARD_TESTS_INTEROP_WAIT_UNTIL_H
 
@@ -10,7 +7,7 @@
 
 namespace lanyard::test {
 
-/** Asks a condition until it holds. @return false when it did not within the limit. */
+// Asks a condition until it holds. Returns false when it did not within the limit.
 template <typename Condition>
 bool waitUntil(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
     const auto deadline = std::chrono::steady_clock::now() + limit;

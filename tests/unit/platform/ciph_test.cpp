@@ -1,3 +1,4 @@
+// The crypto library, made ready.
 #include <array>
 #include <atomic>
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 
 #include <ciph.h>
 
+namespace lanyard::test {
 namespace {
 
 TEST(Ciph, MakesMd5UsableAnyNumberOfTimes) {
@@ -15,11 +17,11 @@ TEST(Ciph, MakesMd5UsableAnyNumberOfTimes) {
     EXPECT_EQ(0, ciphMD5Init());
 
     // RFC 1321, appendix A.5.
-    constexpr std::string_view text = "message digest";
+    constexpr std::string_view kText = "message digest";
     std::array<unsigned char, MD5_DIGEST_LENGTH> digest{};
     MD5_CTX context;
     ASSERT_EQ(1, MD5_Init(&context));
-    ASSERT_EQ(1, MD5_Update(&context, text.data(), text.size()));
+    ASSERT_EQ(1, MD5_Update(&context, kText.data(), kText.size()));
     ASSERT_EQ(1, MD5_Final(digest.data(), &context));
     EXPECT_EQ((std::array<unsigned char, MD5_DIGEST_LENGTH>{0xf9, 0x6b, 0x69, 0x7d, 0x7c, 0xb7,
                                                             0x93, 0x8d, 0x52, 0x5a, 0x2f, 0x31,
@@ -41,3 +43,4 @@ TEST(Ciph, MakesMd5UsableFromSeveralThreads) {
 }
 
 }  // namespace
+}  // namespace lanyard::test

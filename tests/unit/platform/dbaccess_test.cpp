@@ -1,7 +1,4 @@
-/**
- * @file
- * Queries to the configuration database.
- */
+// Queries to the configuration database.
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -25,7 +22,7 @@ namespace {
 
 std::vector<int> delays;
 
-/** What happens within the next wait. */
+// What happens within the next wait.
 std::function<void()> onDelay;
 
 }  // namespace
@@ -39,6 +36,7 @@ int palTaskDelay(int milliseconds) {
     return 0;
 }
 
+namespace lanyard::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -49,7 +47,7 @@ struct Closer {
     void operator()(sqlite3 *db) const { EXPECT_EQ(SQLITE_OK, sqlite3_close(db)); }
 };
 
-/** A result, and what it held. */
+// A result, and what it held.
 struct Result {
     bool isNull = true;
     int32_t columns = -1;
@@ -75,7 +73,7 @@ class DbAccess : public testing::Test {
         fs::remove_all(folder_);
     }
 
-    [[nodiscard]] sqlite3 *open() const {
+    sqlite3 *open() const {
         sqlite3 *db = nullptr;
         EXPECT_EQ(SQLITE_OK, sqlite3_open(file_.c_str(), &db));
         return db;
@@ -100,11 +98,9 @@ class DbAccess : public testing::Test {
         return result;
     }
 
-    /** The two ways to name a database. */
-    [[nodiscard]] Result byHandle(const char *sql) const { return query(db_.get(), nullptr, sql); }
-    [[nodiscard]] Result byFile(const char *sql) const {
-        return query(nullptr, file_.c_str(), sql);
-    }
+    // The two ways to name a database.
+    Result byHandle(const char *sql) const { return query(db_.get(), nullptr, sql); }
+    Result byFile(const char *sql) const { return query(nullptr, file_.c_str(), sql); }
 
     std::string folder_;
     std::string file_;
@@ -310,3 +306,4 @@ TEST(DbBusyHandler, DoesNotLookAtTheContext) {
 }
 
 }  // namespace
+}  // namespace lanyard::test

@@ -1,3 +1,4 @@
+// The module debug log: levels, the form of an entry, and where it goes.
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -23,25 +24,22 @@
 
 #include <palcore.h>
 
-#include "role.h"
+#include "tests/unit/platform/role.h"
 
-/** Stands in for the C library's: what goes to syslog is written to standard output. */
+// Stands in for the C library's: what goes to syslog is written to standard output.
 extern "C" void syslog(int pri, const char *fmt, ...) {
     char text[4096];
-    std::va_list arguments;
+    va_list arguments;
     va_start(arguments, fmt);
     (void)std::vsnprintf(text, sizeof text, fmt, arguments);
     va_end(arguments);
     (void)std::printf("%d %s\n", pri, text);
 }
 
+namespace lanyard::test {
 namespace {
 
 namespace fs = std::filesystem;
-using test::ErrorStream;
-using test::Role;
-using test::RoleResult;
-using test::runRole;
 using Arguments = std::vector<std::string>;
 
 const Role levelsRole("log-levels", [](const Arguments & /*arguments*/) {
@@ -60,17 +58,17 @@ std::string levelEntry(const char *word, int level) {
     return text.str();
 }
 
-const std::string defaultEntries =
+const std::string kDefaultEntries =
     levelEntry("critical", 4) + levelEntry("error", 8) + levelEntry("warning", 16);
 
 TEST(DebugLog, ShowsErrorsAndWarningsByDefault) {
     const RoleResult result = runRole("log-levels");
-    EXPECT_EQ(defaultEntries, result.allErr());
+    EXPECT_EQ(kDefaultEntries, result.allErr());
     EXPECT_EQ("", result.out);
 }
 
 TEST(DebugLog, ShowsTheLevelsThatTheEnvironmentNames) {
-    EXPECT_EQ(defaultEntries + levelEntry("trace", 128) + levelEntry("packet", 256),
+    EXPECT_EQ(kDefaultEntries + levelEntry("trace", 128) + levelEntry("packet", 256),
               runRole("log-levels", {"PAL_DEBUG_LEVELS=412"}).allErr());
     EXPECT_EQ(levelEntry("error", 8), runRole("log-levels", {"PAL_DEBUG_LEVELS=8"}).allErr());
     EXPECT_EQ("", runRole("log-levels", {"PAL_DEBUG_LEVELS=0"}).allErr());
@@ -78,7 +76,7 @@ TEST(DebugLog, ShowsTheLevelsThatTheEnvironmentNames) {
 
 TEST(DebugLog, KeepsTheDefaultForWhatIsNoSumOfLevels) {
     for (const char *value : {"", "all", "-1", "8 16", "0x1c", "99999999999999"}) {
-        EXPECT_EQ(defaultEntries,
+        EXPECT_EQ(kDefaultEntries,
                   runRole("log-levels", {std::string("PAL_DEBUG_LEVELS=") + value}).allErr())
             << value;
     }
@@ -98,7 +96,7 @@ TEST(DebugLog, ReadsTheEnvironmentOnce) {
 const Role unformattedRole("log-unformatted", [](const Arguments & /*arguments*/) {
     // Formatting or dumping would follow these pointers.
     // NOLINTNEXTLINE(performance-no-int-to-ptr): a pointer that faults is the point.
-    const auto *nowhere = reinterpret_cast<const char *>(std::uintptr_t{1});
+    const auto *nowhere = reinterpret_cast<const char *>(uintptr_t{1});
     for (int i = 0; i < 2; ++i) {
         palModuleDebug(7, 128, "radAuth", 1, "%s\n", nowhere);
         palModuleDebug(7, 256, "radAuth", 1, "%s\n", nowhere);
@@ -141,10 +139,10 @@ TEST(DebugLog, WritesALineThatAPersonCanRead) {
         result.allErr());
 }
 
-/** The harmless and the harmful, and how each is shown. */
+// The harmless and the harmful, and how each is shown.
 // Written with escapes throughout, so that the source itself shows what it holds.
 // NOLINTBEGIN(modernize-raw-string-literal, misc-misleading-bidirectional)
-const std::pair<const char *, const char *> shownText[] = {
+const std::pair<const char *, const char *> kShownText[] = {
     {"DOM\\alice \"~\"", "DOM\\alice \"~\""},
     {"J\u00fcrgen \u20ac \U0001f600", "J\u00fcrgen \u20ac \U0001f600"},
     {"a\nerror[7:1] radAuth: forged", "a\\x0Aerror[7:1] radAuth: forged"},
@@ -163,7 +161,7 @@ const std::pair<const char *, const char *> shownText[] = {
 // NOLINTEND(modernize-raw-string-literal, misc-misleading-bidirectional)
 
 const Role forgedRole("log-forged", [](const Arguments & /*arguments*/) {
-    for (const auto &[text, shown] : shownText) {
+    for (const auto &[text, shown] : kShownText) {
         palModuleDebug(7, 8, "radAuth", 1, "<%s>\n", text);
         palModuleDebugHex(7, 8, text, nullptr, 0);
     }
@@ -172,7 +170,7 @@ const Role forgedRole("log-forged", [](const Arguments & /*arguments*/) {
 
 TEST(DebugLog, TextFromOutsideForgesNothing) {
     std::string expected;
-    for (const auto &[text, shown] : shownText) {
+    for (const auto &[text, shown] : kShownText) {
         expected += std::string("error[7:1] radAuth: <") + shown + ">\n";
         expected += std::string("error[7] ") + shown + " (0 bytes)\n";
     }
@@ -188,7 +186,7 @@ const Role singleWriteRole("log-single-write", [](const Arguments & /*arguments*
 });
 
 TEST(DebugLog, WritesEachEntryWithOneCall) {
-    const RoleResult result = runRole("log-single-write", {}, ErrorStream::packets);
+    const RoleResult result = runRole("log-single-write", {}, ErrorStream::kPackets);
     ASSERT_EQ(3U, result.err.size());
     EXPECT_EQ("error[7:1] radAuth: short\n", result.err[0]);
     EXPECT_EQ("error[7:1] radAuth: " + std::string(5000, 'x') + "\n", result.err[1]);
@@ -261,7 +259,7 @@ const Role daemonRole("log-daemon", [](const Arguments & /*arguments*/) {
     return 0;
 });
 
-const std::string daemonEntries =
+const std::string kDaemonEntries =
     "critical[8:1] radEapInit: critical\n"
     "error[8:2] radEapInit: 100%d\n"
     "warning[8:3] radEapInit: warning\n"
@@ -270,7 +268,7 @@ const std::string daemonEntries =
 
 std::string inSyslog() {
     const int priorities[] = {LOG_CRIT, LOG_ERR, LOG_WARNING, LOG_ERR, LOG_ERR};
-    std::istringstream lines(daemonEntries);
+    std::istringstream lines(kDaemonEntries);
     std::string expected;
     std::string line;
     for (const int priority : priorities) {
@@ -281,24 +279,24 @@ std::string inSyslog() {
 }
 
 TEST(DebugLog, ADaemonLogsToSyslogAsWell) {
-    EXPECT_EQ(inSyslog(), runRole("log-daemon", {}, ErrorStream::null).out);
-    const RoleResult result = runRole("log-daemon", {}, ErrorStream::pipe);
+    EXPECT_EQ(inSyslog(), runRole("log-daemon", {}, ErrorStream::kNull).out);
+    const RoleResult result = runRole("log-daemon", {}, ErrorStream::kPipe);
     EXPECT_EQ(inSyslog(), result.out);
-    EXPECT_EQ(daemonEntries, result.allErr());
+    EXPECT_EQ(kDaemonEntries, result.allErr());
 }
 
 TEST(DebugLog, ATerminalOrAFileReplacesSyslog) {
-    const RoleResult file = runRole("log-daemon", {}, ErrorStream::file);
+    const RoleResult file = runRole("log-daemon", {}, ErrorStream::kFile);
     EXPECT_EQ("", file.out);
-    EXPECT_EQ(daemonEntries, file.allErr());
+    EXPECT_EQ(kDaemonEntries, file.allErr());
 
-    const RoleResult terminal = runRole("log-daemon", {}, ErrorStream::terminal);
+    const RoleResult terminal = runRole("log-daemon", {}, ErrorStream::kTerminal);
     EXPECT_EQ("", terminal.out);
     EXPECT_NE(std::string::npos, terminal.allErr().find("critical[8:1] radEapInit: critical"));
 }
 
 TEST(DebugLog, WithoutATaskNameNothingGoesToSyslog) {
-    EXPECT_EQ("", runRole("log-levels", {}, ErrorStream::null).out);
+    EXPECT_EQ("", runRole("log-levels", {}, ErrorStream::kNull).out);
 }
 
 class DebugLogFile : public testing::Test {
@@ -310,9 +308,9 @@ class DebugLogFile : public testing::Test {
     }
     ~DebugLogFile() override { fs::remove_all(folder_); }
 
-    [[nodiscard]] std::string path() const { return folder_ + "/log"; }
-    [[nodiscard]] std::string variable() const { return "PAL_DEBUG_FILE=" + path(); }
-    [[nodiscard]] std::string content() const {
+    std::string path() const { return folder_ + "/log"; }
+    std::string variable() const { return "PAL_DEBUG_FILE=" + path(); }
+    std::string content() const {
         std::ifstream file(path());
         return {std::istreambuf_iterator<char>(file), {}};
     }
@@ -322,7 +320,7 @@ class DebugLogFile : public testing::Test {
 };
 
 TEST_F(DebugLogFile, ReplacesStandardErrorAndSyslog) {
-    const RoleResult result = runRole("log-daemon", {variable()}, ErrorStream::pipe);
+    const RoleResult result = runRole("log-daemon", {variable()}, ErrorStream::kPipe);
     EXPECT_EQ("", result.allErr());
     EXPECT_EQ("", result.out);
     const std::string first = content().substr(0, content().find('\n'));
@@ -358,13 +356,13 @@ TEST_F(DebugLogFile, IsNotTakenThroughALink) {
 
 TEST(DebugLog, AFullDiskSendsEntriesToStandardErrorWithTheReasonOnce) {
     const RoleResult result = runRole("log-levels", {"PAL_DEBUG_FILE=/dev/full"});
-    EXPECT_EQ("warning: can't write to PAL_DEBUG_FILE: No space left on device\n" + defaultEntries,
+    EXPECT_EQ("warning: can't write to PAL_DEBUG_FILE: No space left on device\n" + kDefaultEntries,
               result.allErr());
 }
 
 TEST(DebugLog, ADaemonWithAFullDiskLogsToSyslog) {
     const RoleResult result =
-        runRole("log-daemon", {"PAL_DEBUG_FILE=/dev/full"}, ErrorStream::null);
+        runRole("log-daemon", {"PAL_DEBUG_FILE=/dev/full"}, ErrorStream::kNull);
     EXPECT_EQ(std::to_string(LOG_DAEMON | LOG_WARNING) +
                   " warning: can't write to PAL_DEBUG_FILE: No space left on device\n" + inSyslog(),
               result.out);
@@ -405,7 +403,8 @@ TEST_F(DebugLogFile, AnEntryAfterOneThatWasCutBeginsALine) {
 }
 
 TEST_F(DebugLogFile, EmptyMeansNone) {
-    EXPECT_EQ(defaultEntries, runRole("log-levels", {"PAL_DEBUG_FILE="}).allErr());
+    EXPECT_EQ(kDefaultEntries, runRole("log-levels", {"PAL_DEBUG_FILE="}).allErr());
 }
 
 }  // namespace
+}  // namespace lanyard::test

@@ -1,3 +1,4 @@
+// Files, by the paths of the device, and the root folder that these are taken under.
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -13,9 +14,10 @@
 #include <palcore.h>
 #include <palroot.h>
 
-#include "role.h"
-#include "signals.h"
+#include "tests/unit/platform/role.h"
+#include "tests/unit/platform/signals.h"
 
+namespace lanyard::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -35,7 +37,7 @@ bool closesOnExec(int fd) {
     return (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
 }
 
-/** A folder of its own for each test, gone afterwards. */
+// A folder of its own for each test, gone afterwards.
 class Files : public testing::Test {
   protected:
     Files() : folder_(fs::path(testing::TempDir()) / "platform-files-XXXXXX") {
@@ -48,7 +50,7 @@ class Files : public testing::Test {
         fs::remove_all(folder_);
     }
 
-    [[nodiscard]] std::string at(const std::string &name) const { return folder_ + "/" + name; }
+    std::string at(const std::string &name) const { return folder_ + "/" + name; }
 
     void put(const std::string &name, const std::string &text) const {
         fs::create_directories(fs::path(at(name)).parent_path());
@@ -198,7 +200,7 @@ TEST_F(Files, SignalsDoNotInterruptReading) {
     ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
     char byte = 0;
     {
-        const test::Interruptions interruptions(
+        const Interruptions interruptions(
             50, [writer = ends[1]] { EXPECT_EQ(1, write(writer, "x", 1)); });
         EXPECT_EQ(1, palRead(ends[0], &byte, 1));
     }
@@ -212,7 +214,7 @@ TEST_F(Files, SignalsDoNotInterruptOpening) {
     ASSERT_EQ(0, mkfifo(at("fifo").c_str(), 0600));
     int writer = -1;
     {
-        const test::Interruptions interruptions(50, [&writer, path = at("fifo")] {
+        const Interruptions interruptions(50, [&writer, path = at("fifo")] {
             writer = open(path.c_str(), O_WRONLY | O_CLOEXEC);
         });
         const int reader = palOpen(at("fifo").c_str(), O_RDONLY, 0);
@@ -319,13 +321,14 @@ int catRadiusConf(const std::vector<std::string> & /*arguments*/) {
     (void)std::fputs(firstLine("/var/radius.conf").c_str(), stdout);
     return 0;
 }
-const test::Role catRole("cat-radius-conf", catRadiusConf);
+const Role catRole("cat-radius-conf", catRadiusConf);
 
 TEST_F(Files, TheRootComesFromTheEnvironment) {
     put("root/var/radius.conf", "inside\n");
-    const test::RoleResult result = test::runRole("cat-radius-conf", {"PAL_ROOT=" + at("root")});
+    const RoleResult result = runRole("cat-radius-conf", {"PAL_ROOT=" + at("root")});
     EXPECT_EQ(0, result.status);
     EXPECT_EQ("inside\n", result.out);
 }
 
 }  // namespace
+}  // namespace lanyard::test

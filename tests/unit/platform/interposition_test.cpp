@@ -1,8 +1,5 @@
-/**
- * @file
- * A program may put its own definition of any platform function in the place of the port's. This
- * program brings an allocator that fails on order; the port's own calls arrive here as well.
- */
+// A program may put its own definition of any platform function in the place of the port's. This
+// program brings an allocator that fails on order; the port's own calls arrive here as well.
 #include <cstdlib>
 #include <gtest/gtest.h>
 
@@ -18,6 +15,7 @@ void *palMemPartAlloc(PalMemPartId /*part*/, uint32_t size) {
     return allocationsLeft-- > 0 ? std::malloc(size) : nullptr;
 }
 
+namespace lanyard::test {
 namespace {
 
 TEST(Interposition, ThePortCallsTheProgramsDefinition) {
@@ -31,3 +29,4 @@ TEST(Interposition, ThePortCallsTheProgramsDefinition) {
 }
 
 }  // namespace
+}  // namespace lanyard::test

@@ -1,8 +1,10 @@
+// Intrusive lists.
 #include <gtest/gtest.h>
 #include <vector>
 
 #include <palcore.h>
 
+namespace lanyard::test {
 namespace {
 
 std::vector<const PalListNode *> forwards(const PalList &list) {
@@ -99,3 +101,4 @@ TEST_F(Lists, RefusesNull) {
 }
 
 }  // namespace
+}  // namespace lanyard::test

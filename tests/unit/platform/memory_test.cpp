@@ -1,3 +1,4 @@
+// Memory partitions: bounds, reuse, and what is no block.
 #include <array>
 #include <atomic>
 #include <cstddef>
@@ -11,9 +12,10 @@
 
 #include <palcore.h>
 
+namespace lanyard::test {
 namespace {
 
-/** A partition for one test. */
+// A partition for one test.
 class Partition {
   public:
     explicit Partition(uint32_t size, void *memory = nullptr)
@@ -24,11 +26,11 @@ class Partition {
     Partition(Partition &&) = delete;
     Partition &operator=(Partition &&) = delete;
 
-    [[nodiscard]] PalMemPartId id() const { return id_; }
-    [[nodiscard]] void *allocate(uint32_t size) const { return palMemPartAlloc(id_, size); }
+    PalMemPartId id() const { return id_; }
+    void *allocate(uint32_t size) const { return palMemPartAlloc(id_, size); }
 
-    /** Allocates blocks of one size until there is no room. */
-    [[nodiscard]] std::vector<void *> allocateAll(uint32_t size) const {
+    // Allocates blocks of one size until there is no room.
+    std::vector<void *> allocateAll(uint32_t size) const {
         std::vector<void *> blocks;
         while (void *block = allocate(size)) {
             blocks.push_back(block);
@@ -41,11 +43,11 @@ class Partition {
 };
 
 TEST(Memory, APartitionIsBoundedAndNeverFallsBackToTheHeap) {
-    constexpr uint32_t size = 4096;
-    const Partition partition(size);
+    constexpr uint32_t kSize = 4096;
+    const Partition partition(kSize);
     const std::vector<void *> blocks = partition.allocateAll(64);
     EXPECT_GT(blocks.size(), 40U);
-    EXPECT_LE(blocks.size() * 64, size);
+    EXPECT_LE(blocks.size() * 64, kSize);
     EXPECT_EQ(nullptr, partition.allocate(64));
 }
 
@@ -54,14 +56,14 @@ TEST(Memory, BlocksDoNotOverlapAndAreAligned) {
     std::vector<void *> blocks;
     uint32_t size = 1;
     while (void *block = partition.allocate(size)) {
-        EXPECT_EQ(0U, reinterpret_cast<std::uintptr_t>(block) % 8);
+        EXPECT_EQ(0U, reinterpret_cast<uintptr_t>(block) % 8);
         std::memset(block, static_cast<int>(size), size);
         blocks.push_back(block);
         ++size;
     }
-    for (std::size_t i = 0; i < blocks.size(); ++i) {
+    for (size_t i = 0; i < blocks.size(); ++i) {
         const auto *bytes = static_cast<const unsigned char *>(blocks[i]);
-        for (std::size_t at = 0; at <= i; ++at) {
+        for (size_t at = 0; at <= i; ++at) {
             ASSERT_EQ(static_cast<unsigned char>(i + 1), bytes[at]);
         }
     }
@@ -82,10 +84,10 @@ TEST(Memory, HoldsTheRecordsOfARelayWith220Supplicants) {
 TEST(Memory, FreedMemoryIsJoinedAndUsedAgain) {
     const Partition partition(65536);
     const std::vector<void *> before = partition.allocateAll(100);
-    for (std::size_t i = 0; i < before.size(); i += 2) {
+    for (size_t i = 0; i < before.size(); i += 2) {
         EXPECT_EQ(0, palMemPartFree(partition.id(), before[i]));
     }
-    for (std::size_t i = 1; i < before.size(); i += 2) {
+    for (size_t i = 1; i < before.size(); i += 2) {
         EXPECT_EQ(0, palMemPartFree(partition.id(), before[i]));
     }
     void *large = partition.allocate(60000);
@@ -95,7 +97,7 @@ TEST(Memory, FreedMemoryIsJoinedAndUsedAgain) {
 }
 
 TEST(Memory, UsesTheMemoryThatItIsGiven) {
-    for (std::size_t offset = 0; offset < 16; ++offset) {
+    for (size_t offset = 0; offset < 16; ++offset) {
         std::vector<std::byte> memory(4096 + 16, std::byte{0x5a});
         std::byte *start = memory.data() + offset;
         {
@@ -107,8 +109,8 @@ TEST(Memory, UsesTheMemoryThatItIsGiven) {
                 std::memset(block, 0, 48);
             }
         }
-        // Before and behind it nothing was touched, and the whole is the caller's again.
-        for (std::size_t i = 0; i < memory.size(); ++i) {
+        // Before and after it nothing was touched, and the whole is the caller's again.
+        for (size_t i = 0; i < memory.size(); ++i) {
             if (i < offset || i >= offset + 4000) {
                 ASSERT_EQ(std::byte{0x5a}, memory[i]);
             }
@@ -174,7 +176,7 @@ TEST(Memory, PartitionZeroIsTheHeap) {
 TEST(Memory, ABlockReturnsToItsOwnPoolWhateverIdIsGiven) {
     const Partition one(4096);
     const Partition two(4096);
-    const std::size_t roomInOne = one.allocateAll(64).size();
+    const size_t roomInOne = one.allocateAll(64).size();
     const std::vector<void *> inTwo = two.allocateAll(64);
     void *onHeap = palMemPartAlloc(0, 64);
 
@@ -212,7 +214,7 @@ TEST(Memory, RefusesWhatIsNoBlock) {
         std::memcpy(copy.data(), block, copy.size());
         return copy;
     }();
-    for (std::size_t inside = 1; inside < 128; ++inside) {
+    for (size_t inside = 1; inside < 128; ++inside) {
         EXPECT_EQ(-1, palMemPartFree(partition.id(), block + inside));
     }
     EXPECT_EQ(0, std::memcmp(before.data(), block, before.size()));
@@ -222,7 +224,7 @@ TEST(Memory, RefusesWhatIsNoBlock) {
     const auto owned = std::make_unique<int>(1);
     EXPECT_EQ(-1, palMemPartFree(0, owned.get()));
     // Not even mapped. NOLINTNEXTLINE(performance-no-int-to-ptr)
-    EXPECT_EQ(-1, palMemPartFree(0, reinterpret_cast<void *>(std::uintptr_t{64})));
+    EXPECT_EQ(-1, palMemPartFree(0, reinterpret_cast<void *>(uintptr_t{64})));
     EXPECT_EQ(0, palMemPartFree(partition.id(), block));
 }
 
@@ -279,11 +281,11 @@ TEST(Memory, ThreadsShareAPartition) {
                     mine.emplace_back(block, size);
                 }
                 if (mine.size() > 20) {
-                    const std::size_t at = random() % mine.size();
+                    const size_t at = random() % mine.size();
                     const auto [block, length] = mine[at];
                     failures += block[0] == t && block[length - 1] == t ? 0 : 1;
                     failures += palMemPartFree(partition.id(), block) == 0 ? 0 : 1;
-                    mine.erase(mine.begin() + static_cast<std::ptrdiff_t>(at));
+                    mine.erase(mine.begin() + static_cast<ptrdiff_t>(at));
                 }
             }
             for (const auto &[block, length] : mine) {
@@ -318,7 +320,7 @@ TEST(Memory, ThreadsCreateAndDestroyPartitions) {
 }
 
 #ifdef __SANITIZE_ADDRESS__
-/** Volatile, so that the compiler neither warns of the fault nor leaves it out. */
+// Volatile, so that the compiler neither warns of the fault nor leaves it out.
 using Byte = volatile unsigned char;
 
 TEST(MemoryDeathTest, AddressSanitizerSeesOverruns) {
@@ -339,3 +341,4 @@ TEST(MemoryDeathTest, AddressSanitizerSeesUseAfterFree) {
 #endif
 
 }  // namespace
+}  // namespace lanyard::test

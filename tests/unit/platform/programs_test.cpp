@@ -1,3 +1,4 @@
+// Programs that the port runs.
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -13,17 +14,18 @@
 #include <palcore.h>
 #include <palroot.h>
 
-#include "role.h"
-#include "signals.h"
+#include "tests/unit/platform/role.h"
+#include "tests/unit/platform/signals.h"
 
+namespace lanyard::test {
 namespace {
 
 namespace fs = std::filesystem;
 
-/** Runs this program in a role by palCmdExecArgv(). */
+// Runs this program in a role by palCmdExecArgv().
 int runProgram(std::string program, const std::string &role,
                std::vector<std::string> arguments = {}) {
-    std::vector<std::string> texts{std::move(program), test::roleOption, role};
+    std::vector<std::string> texts{std::move(program), kRoleOption, role};
     texts.insert(texts.end(), arguments.begin(), arguments.end());
     std::vector<char *> argv;
     argv.reserve(texts.size() + 1);
@@ -34,23 +36,23 @@ int runProgram(std::string program, const std::string &role,
     return palCmdExecArgv(argv.data(), 0, 0);
 }
 
-const test::Role exitRole("exit-with", [](const std::vector<std::string> &arguments) {
+const Role exitRole("exit-with", [](const std::vector<std::string> &arguments) {
     return std::stoi(arguments.at(0));
 });
 
 TEST(Programs, YieldTheirExitStatus) {
     for (const int status : {0, 1, 7, 255}) {
-        EXPECT_EQ(status, runProgram(test::selfPath(), "exit-with", {std::to_string(status)}));
+        EXPECT_EQ(status, runProgram(selfPath(), "exit-with", {std::to_string(status)}));
     }
 }
 
-const test::Role argumentsRole("expect-arguments", [](const std::vector<std::string> &arguments) {
+const Role argumentsRole("expect-arguments", [](const std::vector<std::string> &arguments) {
     const std::vector<std::string> expected{"", "two words", "$HOME;*`id`", "\xff\x01"};
     return arguments == expected ? 0 : 1;
 });
 
 TEST(Programs, GetTheirArgumentsWithoutAShell) {
-    EXPECT_EQ(0, runProgram(test::selfPath(), "expect-arguments",
+    EXPECT_EQ(0, runProgram(selfPath(), "expect-arguments",
                             {"", "two words", "$HOME;*`id`", "\xff\x01"}));
 }
 
@@ -68,16 +70,16 @@ TEST(Programs, ThatCannotBeRunYieldMinusOne) {
     EXPECT_EQ(-1, palCmdExecArgv(nullptr, 0, 0));
 }
 
-const test::Role killedRole("killed", [](const std::vector<std::string> & /*arguments*/) {
+const Role killedRole("killed", [](const std::vector<std::string> & /*arguments*/) {
     (void)std::raise(SIGKILL);
     return 0;
 });
 
 TEST(Programs, ThatASignalEndsYieldMinusOne) {
-    EXPECT_EQ(-1, runProgram(test::selfPath(), "killed"));
+    EXPECT_EQ(-1, runProgram(selfPath(), "killed"));
 }
 
-const test::Role closedRole("expect-closed", [](const std::vector<std::string> &arguments) {
+const Role closedRole("expect-closed", [](const std::vector<std::string> &arguments) {
     return fcntl(std::stoi(arguments.at(0)), F_GETFD) == -1 ? 0 : 1;
 });
 
@@ -85,13 +87,13 @@ TEST(Programs, InheritNoDescriptor) {
     for (const int flags : {O_CLOEXEC, 0}) {
         int ends[2] = {-1, -1};
         ASSERT_EQ(0, pipe2(ends, flags));
-        EXPECT_EQ(0, runProgram(test::selfPath(), "expect-closed", {std::to_string(ends[0])}));
+        EXPECT_EQ(0, runProgram(selfPath(), "expect-closed", {std::to_string(ends[0])}));
         close(ends[0]);
         close(ends[1]);
     }
 }
 
-const test::Role signalsRole("expect-signals", [](const std::vector<std::string> & /*arguments*/) {
+const Role signalsRole("expect-signals", [](const std::vector<std::string> & /*arguments*/) {
     sigset_t blocked;
     sigprocmask(SIG_SETMASK, nullptr, &blocked);
     struct sigaction pipeAction {};
@@ -109,12 +111,12 @@ TEST(Programs, StartWithDefaultSignals) {
     struct sigaction pipeBefore {};
     ignore.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &ignore, &pipeBefore);
-    EXPECT_EQ(0, runProgram(test::selfPath(), "expect-signals"));
+    EXPECT_EQ(0, runProgram(selfPath(), "expect-signals"));
     sigaction(SIGPIPE, &pipeBefore, nullptr);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-const test::Role readRole("read-fifo", [](const std::vector<std::string> &arguments) {
+const Role readRole("read-fifo", [](const std::vector<std::string> &arguments) {
     const int fd = open(arguments.at(0).c_str(), O_RDONLY | O_CLOEXEC);
     char byte = 0;
     return read(fd, &byte, 1) == 1 ? byte : 0;
@@ -126,12 +128,12 @@ TEST(Programs, AreWaitedForThroughSignals) {
     const std::string fifo = folder + "/fifo";
     ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
     {
-        const test::Interruptions interruptions(50, [fifo] {
+        const Interruptions interruptions(50, [fifo] {
             const int fd = open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
             EXPECT_EQ(1, write(fd, "A", 1));
             close(fd);
         });
-        EXPECT_EQ('A', runProgram(test::selfPath(), "read-fifo", {fifo}));
+        EXPECT_EQ('A', runProgram(selfPath(), "read-fifo", {fifo}));
     }
     fs::remove_all(folder);
 }
@@ -140,7 +142,7 @@ TEST(Programs, AreFoundUnderTheRoot) {
     std::string folder = testing::TempDir() + "platform-programs-XXXXXX";
     ASSERT_NE(nullptr, mkdtemp(folder.data()));
     fs::create_directories(folder + "/bin");
-    fs::create_symlink(test::selfPath(), folder + "/bin/program");
+    fs::create_symlink(selfPath(), folder + "/bin/program");
     palRootSet(folder.c_str());
     EXPECT_EQ(3, runProgram("/bin/program", "exit-with", {"3"}));
     EXPECT_EQ(-1, runProgram("/bin/true", "none"));
@@ -153,8 +155,9 @@ TEST(Programs, LosingTheStatusYieldsMinusOne) {
     struct sigaction before {};
     ignore.sa_handler = SIG_IGN;
     sigaction(SIGCHLD, &ignore, &before);
-    EXPECT_EQ(-1, runProgram(test::selfPath(), "exit-with", {"0"}));
+    EXPECT_EQ(-1, runProgram(selfPath(), "exit-with", {"0"}));
     sigaction(SIGCHLD, &before, nullptr);
 }
 
 }  // namespace
+}  // namespace lanyard::test

@@ -1,3 +1,4 @@
+// Random numbers and their sources.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -8,6 +9,7 @@
 
 #include <palcore.h>
 
+namespace lanyard::test {
 namespace {
 
 struct Countdown {
@@ -118,3 +120,4 @@ TEST_F(Random, SourceMayChangeWhileThreadsDraw) {
 }
 
 }  // namespace
+}  // namespace lanyard::test

@@ -1,7 +1,4 @@
-/**
- * @file
- * Signals for a thread that stands in a blocking call.
- */
+// Signals for a thread that stands in a blocking call.
 #ifndef LANYARD_TESTS_UNIT_PLATFORM_SIGNALS_H
 #define LANYARD_TESTS_UNIT_PLATFORM_SIGNALS_H
 
@@ -10,7 +7,7 @@
 #include <pthread.h>
 #include <thread>
 
-namespace test {
+namespace lanyard::test {
 
 inline std::atomic<int> signalsHandled{0};
 
@@ -18,10 +15,8 @@ inline void countSignal(int /*signal*/) {
     ++signalsHandled;
 }
 
-/**
- * Interrupts the thread that makes it `times` times from another thread, then calls `then` there.
- * System calls are not restarted by the kernel meanwhile.
- */
+// Interrupts the thread that makes it `times` times from another thread, then calls `then` there.
+// System calls are not restarted by the kernel meanwhile.
 template <typename Then>
 class Interruptions {
   public:
@@ -48,7 +43,7 @@ class Interruptions {
     Interruptions &operator=(Interruptions &&) = delete;
 
   private:
-    /** ThreadSanitizer holds a signal back in some calls that block: there the wait has an end. */
+    // ThreadSanitizer holds a signal back in some calls that block: there the wait has an end.
     static void awaitHandled(int count) {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(20);
         while (signalsHandled < count && std::chrono::steady_clock::now() < deadline) {
@@ -61,6 +56,6 @@ class Interruptions {
     std::thread worker_;
 };
 
-}  // namespace test
+}  // namespace lanyard::test
 
 #endif

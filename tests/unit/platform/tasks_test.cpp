@@ -1,3 +1,4 @@
+// Tasks, which are processes with a name.
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -16,15 +17,16 @@
 
 #include <palcore.h>
 
-#include "role.h"
-#include "signals.h"
+#include "tests/unit/platform/role.h"
+#include "tests/unit/platform/signals.h"
 
+namespace lanyard::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-/** A name that no other process on the machine has. */
+// A name that no other process on the machine has.
 std::string uniqueName(const char *suffix) {
     return "pt" + std::to_string(getpid()) + suffix;
 }
@@ -34,10 +36,10 @@ void setTaskName(const std::string &name) {
     name.copy(palDaemonOpt.taskName, sizeof palDaemonOpt.taskName - 1);
 }
 
-/** A process that prepares itself, reports its id and then waits until it is let go. */
+// A process that prepares itself, reports its id and then waits until it is let go.
 class OtherProcess {
   public:
-    /** @param prepare  runs in the process; it may fork and leave the rest to its child. */
+    // `prepare` runs in the process; it may fork and leave the rest to its child.
     explicit OtherProcess(const std::function<void()> &prepare) {
         int report[2] = {-1, -1};
         int hold[2] = {-1, -1};
@@ -73,7 +75,7 @@ class OtherProcess {
     OtherProcess(OtherProcess &&) = delete;
     OtherProcess &operator=(OtherProcess &&) = delete;
 
-    [[nodiscard]] pid_t id() const { return id_; }
+    pid_t id() const { return id_; }
 
     void letGo() {
         if (hold_ != -1) {
@@ -82,7 +84,7 @@ class OtherProcess {
         }
     }
 
-    /** Waits for the end of the process but leaves it a zombie. */
+    // Waits for the end of the process but leaves it a zombie.
     void awaitZombie() {
         letGo();
         siginfo_t info{};
@@ -102,7 +104,7 @@ class OtherProcess {
     int hold_ = -1;
 };
 
-/** As the relay's handler of SIGTERM does, but not for ever. */
+// As the relay's handler of SIGTERM does, but not for ever.
 bool awaitGone(const std::string &name) {
     const auto deadline = Clock::now() + std::chrono::seconds(10);
     while (palTaskNameToId(name.c_str()) != -1) {
@@ -221,7 +223,7 @@ TEST(Tasks, NoNameIsNoTask) {
 TEST(Tasks, DelayLastsAsLongAsAskedThroughSignals) {
     const auto start = Clock::now();
     {
-        const test::Interruptions interruptions(20, [] {});
+        const Interruptions interruptions(20, [] {});
         EXPECT_EQ(0, palTaskDelay(50));
         EXPECT_GE(Clock::now() - start, milliseconds(50));
     }
@@ -275,3 +277,4 @@ TEST(Tasks, CallsMayRunInASignalHandler) {
 }
 
 }  // namespace
+}  // namespace lanyard::test

@@ -1,7 +1,4 @@
-/**
- * @file
- * One descriptor to wait for the bus with.
- */
+// One descriptor to wait for the bus with.
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
@@ -15,31 +12,23 @@
 
 #include "tests/unit/platform/xbus_fixture.h"
 
+namespace lanyard::test {
 namespace {
 
 using namespace std::chrono_literals;
-using test::Bytes;
-using test::Child;
-using test::Gate;
-using test::Module;
-using test::noticeHead;
-using test::packetOf;
-using test::RawPeer;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr uint32_t pnac = 6;
-constexpr uint32_t relay = 8;
-constexpr int patienceMilliseconds = 20000;
+constexpr int kPatienceMilliseconds = 20000;
 
-using XbusDescriptor = test::XbusTest;
+using XbusDescriptor = XbusTest;
 
 bool isReadable(const Module &module, int milliseconds = 0) {
     pollfd entry{xbusDescriptor(module.context()), POLLIN, 0};
     return poll(&entry, 1, milliseconds) == 1 && entry.revents == POLLIN;
 }
 
-/** While it lives, no descriptor is left for the process. */
+// While it lives, no descriptor is left for the process.
 class NoDescriptors {
   public:
     NoDescriptors() {
@@ -60,11 +49,11 @@ class NoDescriptors {
     rlimit before_{};
 };
 
-/** Handles messages as a loop over poll() does. @return how often it listened. */
+// Handles messages as a loop over poll() does. Returns how often it listened.
 int serve(Module &module) {
-    constexpr int endless = 1000;
+    constexpr int kEndless = 1000;
     int rounds = 0;
-    while (rounds < endless && isReadable(module)) {
+    while (rounds < kEndless && isReadable(module)) {
         EXPECT_NE(-1, module.listen(0us));
         ++rounds;
     }
@@ -78,28 +67,28 @@ TEST_F(XbusDescriptor, NoContext_Refused) {
 }
 
 TEST_F(XbusDescriptor, NothingSent_NotReadable) {
-    const Module receiver(relay);
+    const Module receiver(kRelay);
     EXPECT_GT(xbusDescriptor(receiver.context()), STDERR_FILENO);
     EXPECT_FALSE(isReadable(receiver));
 }
 
 TEST_F(XbusDescriptor, MessagesSent_ReadableUntilTheLastIsHandled) {
-    Module receiver(relay);
-    const Module sender(pnac);
-    const Module other(pnac + 1);
+    Module receiver(kRelay);
+    const Module sender(kPnac);
+    const Module other(kPnac + 1);
     const int descriptor = xbusDescriptor(receiver.context());
     for (const uint32_t command : {1U, 2U}) {
-        ASSERT_EQ(0, sender.notify(relay, command));
-        ASSERT_EQ(0, other.notify(relay, command + 10));
+        ASSERT_EQ(0, sender.notify(kRelay, command));
+        ASSERT_EQ(0, other.notify(kRelay, command + 10));
     }
-    for (std::size_t handled = 1; handled <= 4; ++handled) {
+    for (size_t handled = 1; handled <= 4; ++handled) {
         EXPECT_TRUE(isReadable(receiver)) << handled;
         EXPECT_EQ(1, receiver.listen(0us)) << handled;
         EXPECT_EQ(handled, receiver.received.size());
     }
     serve(receiver);
     EXPECT_FALSE(isReadable(receiver));
-    ASSERT_EQ(0, sender.notify(relay, 3));
+    ASSERT_EQ(0, sender.notify(kRelay, 3));
     EXPECT_TRUE(isReadable(receiver)) << "also from who is connected already";
     EXPECT_EQ(1, receiver.listen(0us));
     EXPECT_FALSE(isReadable(receiver));
@@ -107,32 +96,32 @@ TEST_F(XbusDescriptor, MessagesSent_ReadableUntilTheLastIsHandled) {
 }
 
 TEST_F(XbusDescriptor, ACallFromElsewhere_EndsTheWait) {
-    Module receiver(relay);
-    receiver.handler = [](const test::Invocation &call) { return static_cast<int>(call.command); };
+    Module receiver(kRelay);
+    receiver.handler = [](const Invocation &call) { return static_cast<int>(call.command); };
     Child child([] {
-        const Module sender(pnac);
-        return sender.call(relay, 7) == 7 ? 0 : 1;
+        const Module sender(kPnac);
+        return sender.call(kRelay, 7) == 7 ? 0 : 1;
     });
     while (receiver.listen(0us) != 1) {
-        ASSERT_TRUE(isReadable(receiver, patienceMilliseconds));
+        ASSERT_TRUE(isReadable(receiver, kPatienceMilliseconds));
     }
     EXPECT_EQ(0, child.wait());
 }
 
 TEST_F(XbusDescriptor, SendersComeAndGo_ListeningSeesToThem) {
-    Module receiver(relay);
-    RawPeer silent(socketPath(relay));
+    Module receiver(kRelay);
+    RawPeer silent(socketPath(kRelay));
     EXPECT_EQ(1, serve(receiver)) << "who only connects";
     {
-        const RawPeer shortLived(socketPath(relay));
+        const RawPeer shortLived(socketPath(kRelay));
         serve(receiver);
     }
     EXPECT_TRUE(isReadable(receiver));
     serve(receiver);
     EXPECT_FALSE(isReadable(receiver)) << "who leaves";
     {
-        const Module sender(pnac);
-        ASSERT_EQ(0, sender.notify(relay, 1));
+        const Module sender(kPnac);
+        ASSERT_EQ(0, sender.notify(kRelay, 1));
     }
     serve(receiver);
     EXPECT_FALSE(isReadable(receiver)) << "who leaves after sending";
@@ -143,8 +132,8 @@ TEST_F(XbusDescriptor, SendersComeAndGo_ListeningSeesToThem) {
 }
 
 TEST_F(XbusDescriptor, AMalformedMessage_IsNotLeftReadable) {
-    Module receiver(relay);
-    RawPeer peer(socketPath(relay));
+    Module receiver(kRelay);
+    RawPeer peer(socketPath(kRelay));
     ASSERT_TRUE(peer.send(Bytes(7)));
     EXPECT_TRUE(isReadable(receiver));
     serve(receiver);
@@ -156,13 +145,13 @@ TEST_F(XbusDescriptor, ADaemon_WaitsWithTheDescriptorOfItsRegistration) {
     const Gate ready;
     const Gate over;
     Child child([&] {
-        Module module(relay);
+        Module module(kRelay);
         if (daemon(0, 0) != 0) {
             return 2;
         }
         ready.open();
         while (module.received.size() < 2) {
-            if (!isReadable(module, patienceMilliseconds) || module.listen(0us) == -1) {
+            if (!isReadable(module, kPatienceMilliseconds) || module.listen(0us) == -1) {
                 _exit(1);
             }
         }
@@ -171,18 +160,18 @@ TEST_F(XbusDescriptor, ADaemon_WaitsWithTheDescriptorOfItsRegistration) {
     });
     EXPECT_EQ(0, child.wait()) << "the parent has left";
     ASSERT_TRUE(ready.pass());
-    const Module sender(pnac);
-    ASSERT_EQ(0, sender.notify(relay, 1));
-    ASSERT_EQ(0, sender.notify(relay, 2));
+    const Module sender(kPnac);
+    ASSERT_EQ(0, sender.notify(kRelay, 1));
+    ASSERT_EQ(0, sender.notify(kRelay, 2));
     EXPECT_TRUE(over.pass());
 }
 
 TEST_F(XbusDescriptor, ASenderLeavesWhileAChildHoldsItsConnection_NotLeftReadable) {
-    Module receiver(relay);
+    Module receiver(kRelay);
     const Gate leave;
     Child sender([&leave] {
-        const Module module(pnac);
-        return module.notify(relay, 1) == 0 && leave.pass() ? 0 : 1;
+        const Module module(kPnac);
+        return module.notify(kRelay, 1) == 0 && leave.pass() ? 0 : 1;
     });
     EXPECT_EQ(1, receiver.listen());
     const Gate over;
@@ -194,23 +183,23 @@ TEST_F(XbusDescriptor, ASenderLeavesWhileAChildHoldsItsConnection_NotLeftReadabl
 }
 
 TEST_F(XbusDescriptor, NoDescriptorLeftForASender_LooksAgainLater) {
-    Module receiver(relay);
-    const Module connected(pnac);
-    ASSERT_EQ(0, connected.notify(relay, 1));
+    Module receiver(kRelay);
+    const Module connected(kPnac);
+    ASSERT_EQ(0, connected.notify(kRelay, 1));
     ASSERT_EQ(1, receiver.listen(0us));
-    const Module stranger(pnac + 1);
-    ASSERT_EQ(0, stranger.notify(relay, 2));
+    const Module stranger(kPnac + 1);
+    ASSERT_EQ(0, stranger.notify(kRelay, 2));
     {
         const NoDescriptors none;
         EXPECT_TRUE(isReadable(receiver));
         EXPECT_EQ(-1, receiver.listen(0us));
         EXPECT_FALSE(isReadable(receiver)) << "a loop over poll() would spin";
-        ASSERT_EQ(0, connected.notify(relay, 3));
+        ASSERT_EQ(0, connected.notify(kRelay, 3));
         EXPECT_TRUE(isReadable(receiver)) << "who is connected is served";
         EXPECT_EQ(1, receiver.listen(0us));
         EXPECT_FALSE(isReadable(receiver));
     }
-    EXPECT_TRUE(isReadable(receiver, patienceMilliseconds)) << "without anybody else's help";
+    EXPECT_TRUE(isReadable(receiver, kPatienceMilliseconds)) << "without anybody else's help";
     EXPECT_EQ(1, receiver.listen(0us));
     serve(receiver);
     EXPECT_FALSE(isReadable(receiver));
@@ -218,3 +207,4 @@ TEST_F(XbusDescriptor, NoDescriptorLeftForASender_LooksAgainLater) {
 }
 
 }  // namespace
+}  // namespace lanyard::test

@@ -1,4 +1,4 @@
-#include "xbus_fixture.h"
+#include "tests/unit/platform/xbus_fixture.h"
 
 #include <atomic>
 #include <cerrno>
@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr int gateMilliseconds = 20000;
+constexpr int kGateMilliseconds = 20000;
 
 std::atomic<bool> waitsAreShort{false};
 std::vector<std::chrono::nanoseconds> waitsAsked;
@@ -35,10 +35,10 @@ extern "C" int ppoll(pollfd *fds, nfds_t count, const timespec *timeout, const s
         limit = {0, 1'000'000};
     }
     return static_cast<int>(syscall(SYS_ppoll, fds, count, timeout == nullptr ? nullptr : &limit,
-                                    mask, static_cast<std::size_t>(_NSIG) / 8));
+                                    mask, static_cast<size_t>(_NSIG) / 8));
 }
 
-namespace test {
+namespace lanyard::test {
 
 Module::Module(uint32_t number) : context_(xbusRegister(number, XBUS_MODE_HANDLER, handle, this)) {
     EXPECT_NE(nullptr, context_) << "module " << number << ": " << std::strerror(errno);
@@ -147,7 +147,7 @@ void Gate::open() const {
 bool Gate::pass() const {
     pollfd entry{ends_[0], POLLIN, 0};
     char byte = 0;
-    return poll(&entry, 1, gateMilliseconds) == 1 && read(ends_[0], &byte, 1) == 1;
+    return poll(&entry, 1, kGateMilliseconds) == 1 && read(ends_[0], &byte, 1) == 1;
 }
 
 RawPeer::RawPeer(const std::string &socketPath)
@@ -159,8 +159,8 @@ RawPeer::RawPeer(const std::string &socketPath)
     }
     socketPath.copy(address.sun_path, socketPath.size());
     // Above what any message takes, to send more than that.
-    constexpr int sendBuffer = 1 << 18;
-    setsockopt(socket_, SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
+    constexpr int kSendBuffer = 1 << 18;
+    setsockopt(socket_, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
     if (connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
         error_ = errno;
     }
@@ -183,10 +183,10 @@ bool RawPeer::send(const Bytes &packet) {
 
 bool RawPeer::isClosed() const {
     pollfd entry{socket_, POLLRDHUP, 0};
-    return poll(&entry, 1, gateMilliseconds) == 1;
+    return poll(&entry, 1, kGateMilliseconds) == 1;
 }
 
-Bytes packetOf(const lanyard::port::bus::Head &head, const Bytes &buf, const Bytes &out) {
+Bytes packetOf(const port::bus::Head &head, const Bytes &buf, const Bytes &out) {
     Bytes packet(sizeof head);
     std::memcpy(packet.data(), &head, sizeof head);
     packet.insert(packet.end(), buf.begin(), buf.end());
@@ -194,10 +194,10 @@ Bytes packetOf(const lanyard::port::bus::Head &head, const Bytes &buf, const Byt
     return packet;
 }
 
-lanyard::port::bus::Head noticeHead(uint32_t command, uint32_t bufLength, uint32_t outLength) {
-    lanyard::port::bus::Head head;
+port::bus::Head noticeHead(uint32_t command, uint32_t bufLength, uint32_t outLength) {
+    port::bus::Head head;
     head.code = command;
-    head.given = lanyard::port::bus::Head::kBufGiven | lanyard::port::bus::Head::kOutGiven;
+    head.given = port::bus::Head::kBufGiven | port::bus::Head::kOutGiven;
     head.bufLength = bufLength;
     head.outLength = outLength;
     return head;
@@ -220,4 +220,4 @@ std::string XbusTest::socketPath(uint32_t module) const {
     return root_.path("/run/xbus/" + std::to_string(module)).string();
 }
 
-}  // namespace test
+}  // namespace lanyard::test

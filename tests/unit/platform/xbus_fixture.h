@@ -1,8 +1,5 @@
-/**
- * @file
- * What the tests of the bus share: modules that record what they get, processes that run a part of
- * a test, peers that speak for themselves, and a hand on the bus's waits.
- */
+// What the tests of the bus share: modules that record what they get, processes that run a part of
+// a test, peers that speak for themselves, and a hand on the bus's waits.
 #ifndef LANYARD_TESTS_UNIT_PLATFORM_XBUS_FIXTURE_H
 #define LANYARD_TESTS_UNIT_PLATFORM_XBUS_FIXTURE_H
 
@@ -23,13 +20,15 @@
 #include "tests/support/log_recorder.h"
 #include "tests/support/temporary_root.h"
 
-namespace test {
+namespace lanyard::test {
 
-using lanyard::test::Bytes;
+// Numbers of modules.
+constexpr uint32_t kPnac = 6;
+constexpr uint32_t kRelay = 8;
 
-constexpr std::chrono::microseconds patience = std::chrono::seconds(20);
+constexpr std::chrono::microseconds kPatience = std::chrono::seconds(20);
 
-/** One message as a handler got it; a null pointer has no bytes. */
+// One message as a handler got it; a null pointer has no bytes.
 struct Received {
     uint32_t command = 0;
     std::optional<Bytes> buf;
@@ -38,7 +37,7 @@ struct Received {
     bool operator==(const Received &) const = default;
 };
 
-/** What a handler was called with. */
+// What a handler was called with.
 struct Invocation {
     uint32_t command = 0;
     std::span<uint8_t> buf;
@@ -46,7 +45,7 @@ struct Invocation {
     uint32_t *outLength = nullptr;
 };
 
-/** A module on the bus for as long as it lives. */
+// A module on the bus for as long as it lives.
 class Module {
   public:
     explicit Module(uint32_t number);
@@ -56,25 +55,25 @@ class Module {
     Module(Module &&) = delete;
     Module &operator=(Module &&) = delete;
 
-    [[nodiscard]] XbusCtx *context() const { return context_; }
+    XbusCtx *context() const { return context_; }
 
-    int listen(std::chrono::microseconds timeout = patience);
+    int listen(std::chrono::microseconds timeout = kPatience);
 
-    /** Sends without waiting. */
+    // Sends without waiting.
     [[nodiscard]] int notify(uint32_t module, uint32_t command, const Bytes &buf = {}) const;
 
-    /** Sends and waits; `out` is replaced by what comes back. */
-    int call(uint32_t module, uint32_t command, const Bytes &buf, Bytes &out) const;
+    // Sends and waits; `out` is replaced by what comes back.
+    [[nodiscard]] int call(uint32_t module, uint32_t command, const Bytes &buf, Bytes &out) const;
     [[nodiscard]] int call(uint32_t module, uint32_t command) const;
 
-    /** Drops the context without taking it off the bus. */
+    // Drops the context without taking it off the bus.
     void forget() { context_ = nullptr; }
 
-    /** What came in, unless there is a handler. */
+    // What came in, unless there is a handler.
     std::vector<Received> received;
-    [[nodiscard]] std::vector<uint32_t> receivedCommands() const;
+    std::vector<uint32_t> receivedCommands() const;
 
-    /** Takes the place of recording; its result is the message's. */
+    // Takes the place of recording; its result is the message's.
     std::function<int(const Invocation &)> handler;
 
   private:
@@ -84,10 +83,10 @@ class Module {
     XbusCtx *context_ = nullptr;
 };
 
-/** Another process that runs a part of the test. It ends with this object at the latest. */
+// Another process that runs a part of the test. It ends with this object at the latest.
 class Child {
   public:
-    /** @param part  its result is the exit status. */
+    // The result of `part` is the exit status.
     explicit Child(const std::function<int()> &part);
     ~Child();
     Child(const Child &) = delete;
@@ -95,7 +94,7 @@ class Child {
     Child(Child &&) = delete;
     Child &operator=(Child &&) = delete;
 
-    /** Waits for the end. @return the exit status; the negative number of a signal. */
+    // Waits for the end. Returns the exit status; the negative number of a signal.
     int wait();
     void kill() const;
 
@@ -103,7 +102,7 @@ class Child {
     pid_t pid_ = -1;
 };
 
-/** Lets processes wait for each other: each pass() takes one open(). */
+// Lets processes wait for each other: each pass() takes one open().
 class Gate {
   public:
     Gate();
@@ -114,17 +113,17 @@ class Gate {
     Gate &operator=(Gate &&) = delete;
 
     void open() const;
-    /** @return false when nobody has opened it for long. */
+    // Returns false when nobody has opened it for long.
     [[nodiscard]] bool pass() const;
 
   private:
     int ends_[2] = {-1, -1};
 };
 
-/** A peer that speaks for itself, without the functions of the bus. */
+// A peer that speaks for itself, without the functions of the bus.
 class RawPeer {
   public:
-    /** Connects; see error(). */
+    // Connects; see error().
     explicit RawPeer(const std::string &socketPath);
     ~RawPeer();
     RawPeer(const RawPeer &) = delete;
@@ -132,27 +131,24 @@ class RawPeer {
     RawPeer(RawPeer &&other) noexcept;
     RawPeer &operator=(RawPeer &&) = delete;
 
-    /** 0, or `errno` of what failed last. */
-    [[nodiscard]] int error() const { return error_; }
+    // 0, or `errno` of what failed last.
+    int error() const { return error_; }
     bool send(const Bytes &packet);
-    /** True when the other end is closed, now or soon. */
-    [[nodiscard]] bool isClosed() const;
+    // True when the other end is closed, now or soon.
+    bool isClosed() const;
 
   private:
     int socket_ = -1;
     int error_ = 0;
 };
 
-/** A message as it travels. */
-Bytes packetOf(const lanyard::port::bus::Head &head, const Bytes &buf = {}, const Bytes &out = {});
-/** The head of a sound notice. */
-lanyard::port::bus::Head noticeHead(uint32_t command, uint32_t bufLength = 0,
-                                    uint32_t outLength = 0);
+// A message as it travels.
+Bytes packetOf(const port::bus::Head &head, const Bytes &buf = {}, const Bytes &out = {});
+// The head of a sound notice.
+port::bus::Head noticeHead(uint32_t command, uint32_t bufLength = 0, uint32_t outLength = 0);
 
-/**
- * Records the bus's waits of more than a second and cuts them short while it lives, so that a test
- * sees how long a time-out is without waiting for it.
- */
+// Records the bus's waits of more than a second and cuts them short while it lives, so that a test
+// sees how long a time-out is without waiting for it.
 class ShortWaits {
   public:
     ShortWaits();
@@ -162,24 +158,24 @@ class ShortWaits {
     ShortWaits(ShortWaits &&) = delete;
     ShortWaits &operator=(ShortWaits &&) = delete;
 
-    [[nodiscard]] static std::vector<std::chrono::nanoseconds> asked();
+    static std::vector<std::chrono::nanoseconds> asked();
 };
 
-/** A root folder of its own with the bus in it, and the log. */
+// A root folder of its own with the bus in it, and the log.
 class XbusTest : public testing::Test {
   protected:
     void SetUp() override { ASSERT_EQ(xbusInit(), 0); }
     void TearDown() override { EXPECT_EQ(xbusDeInit(), 0); }
 
-    [[nodiscard]] std::string socketPath(uint32_t module) const;
+    std::string socketPath(uint32_t module) const;
 
-    /** Texts of the error log. */
-    [[nodiscard]] std::vector<std::string> errors() const { return log_.texts(8); }
+    // Texts of the error log.
+    std::vector<std::string> errors() const { return log_.texts(8); }
 
-    lanyard::test::TemporaryRoot root_;
-    lanyard::test::LogRecorder log_;
+    TemporaryRoot root_;
+    LogRecorder log_;
 };
 
-}  // namespace test
+}  // namespace lanyard::test
 
 #endif

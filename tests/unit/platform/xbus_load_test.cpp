@@ -1,7 +1,4 @@
-/**
- * @file
- * The bus with many messages and many senders.
- */
+// The bus with many messages and many senders.
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -18,26 +15,16 @@
 
 #include "tests/unit/platform/xbus_fixture.h"
 
+namespace lanyard::test {
 namespace {
 
 using namespace std::chrono_literals;
-using test::Child;
-using test::Gate;
-using test::Invocation;
-using test::Module;
-using test::noticeHead;
-using test::packetOf;
-using test::RawPeer;
-using test::ShortWaits;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr uint32_t pnac = 6;
-constexpr uint32_t relay = 8;
+using XbusLoad = XbusTest;
 
-using XbusLoad = test::XbusTest;
-
-/** Sends, again while the queue is full. */
+// Sends, again while the queue is full.
 bool notifyAtLast(const Module &module, uint32_t destination, uint32_t command) {
     while (module.notify(destination, command) != 0) {
         if (errno != EAGAIN) {
@@ -49,25 +36,25 @@ bool notifyAtLast(const Module &module, uint32_t destination, uint32_t command) 
 }
 
 TEST_F(XbusLoad, KeepsTheOrderOf100000MessagesAndLosesNone) {
-    constexpr uint32_t count = 100'000;
-    constexpr uint32_t callEvery = 97;
-    Module receiver(relay);
+    constexpr uint32_t kCount = 100'000;
+    constexpr uint32_t kCallEvery = 97;
+    Module receiver(kRelay);
     uint32_t next = 0;
     receiver.handler = [&next](const Invocation &call) {
         return call.command == next ? static_cast<int>(next++) : -1;
     };
     Child sender([] {
-        const Module module(pnac);
-        for (uint32_t i = 0; i < count; ++i) {
-            const bool isSent = i % callEvery == 0 ? module.call(relay, i) == static_cast<int>(i)
-                                                   : notifyAtLast(module, relay, i);
+        const Module module(kPnac);
+        for (uint32_t i = 0; i < kCount; ++i) {
+            const bool isSent = i % kCallEvery == 0 ? module.call(kRelay, i) == static_cast<int>(i)
+                                                    : notifyAtLast(module, kRelay, i);
             if (!isSent) {
                 return 1;
             }
         }
         return 0;
     });
-    while (next < count) {
+    while (next < kCount) {
         const uint32_t expected = next;
         ASSERT_EQ(1, receiver.listen());
         ASSERT_EQ(expected + 1, next);
@@ -77,22 +64,22 @@ TEST_F(XbusLoad, KeepsTheOrderOf100000MessagesAndLosesNone) {
 }
 
 TEST_F(XbusLoad, KeepsTheOrderBehindACallThatWasNotAnswered) {
-    Module receiver(relay);
-    const Module sender(pnac);
-    EXPECT_EQ(0, sender.notify(relay, 1));
-    EXPECT_EQ(0, sender.notify(relay, 2));
+    Module receiver(kRelay);
+    const Module sender(kPnac);
+    EXPECT_EQ(0, sender.notify(kRelay, 1));
+    EXPECT_EQ(0, sender.notify(kRelay, 2));
     {
         const ShortWaits waits;
-        EXPECT_EQ(-1, sender.call(relay, 3));
+        EXPECT_EQ(-1, sender.call(kRelay, 3));
     }
-    EXPECT_EQ(0, sender.notify(relay, 4));
+    EXPECT_EQ(0, sender.notify(kRelay, 4));
     while (receiver.listen(0us) == 1) {
     }
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 2, 3, 4));
 }
 
 TEST_F(XbusLoad, TwoModulesMayFillEachOthersQueues) {
-    constexpr uint32_t count = 10'000;
+    constexpr uint32_t kCount = 10'000;
     const auto exchange = [](uint32_t own, uint32_t other) {
         Module module(own);
         uint32_t got = 0;
@@ -103,36 +90,36 @@ TEST_F(XbusLoad, TwoModulesMayFillEachOthersQueues) {
             return 0;
         };
         // Neither listens before its own queue is full or everything is sent.
-        for (uint32_t sent = 0; sent < count;) {
+        for (uint32_t sent = 0; sent < kCount;) {
             if (module.notify(other, sent) == 0) {
                 ++sent;
             } else if (module.listen(1ms) == -1) {
                 return 1;
             }
         }
-        while (got < count) {
+        while (got < kCount) {
             if (module.listen() != 1) {
                 return 2;
             }
         }
         return isInOrder ? 0 : 3;
     };
-    Child first([&exchange] { return exchange(pnac, relay); });
-    Child second([&exchange] { return exchange(relay, pnac); });
+    Child first([&exchange] { return exchange(kPnac, kRelay); });
+    Child second([&exchange] { return exchange(kRelay, kPnac); });
     EXPECT_EQ(0, first.wait());
     EXPECT_EQ(0, second.wait());
 }
 
 TEST_F(XbusLoad, SendersTakeTurns) {
-    Module receiver(relay);
-    const Module loud(pnac);
-    const Module quiet(pnac + 1);
-    while (loud.notify(relay, 1) == 0) {
+    Module receiver(kRelay);
+    const Module loud(kPnac);
+    const Module quiet(kPnac + 1);
+    while (loud.notify(kRelay, 1) == 0) {
     }
     EXPECT_EQ(1, receiver.listen(0us));
     for (int i = 0; i < 5; ++i) {
         receiver.received.clear();
-        EXPECT_EQ(0, quiet.notify(relay, 2));
+        EXPECT_EQ(0, quiet.notify(kRelay, 2));
         EXPECT_EQ(1, receiver.listen(0us));
         EXPECT_EQ(1, receiver.listen(0us));
         EXPECT_THAT(receiver.receivedCommands(), testing::UnorderedElementsAre(1, 2));
@@ -140,13 +127,13 @@ TEST_F(XbusLoad, SendersTakeTurns) {
 }
 
 TEST_F(XbusLoad, TurnsSurviveThatSendersLeave) {
-    Module receiver(relay);
+    Module receiver(kRelay);
     std::vector<std::unique_ptr<Module>> senders;
     for (uint32_t i = 0; i < 6; ++i) {
         senders.push_back(std::make_unique<Module>(100 + i));
-        EXPECT_EQ(0, senders[i]->notify(relay, i));
+        EXPECT_EQ(0, senders[i]->notify(kRelay, i));
         if (i >= 2) {
-            EXPECT_EQ(0, senders[i]->notify(relay, i));
+            EXPECT_EQ(0, senders[i]->notify(kRelay, i));
         }
     }
     for (int i = 0; i < 4; ++i) {
@@ -160,24 +147,24 @@ TEST_F(XbusLoad, TurnsSurviveThatSendersLeave) {
 }
 
 TEST_F(XbusLoad, ServesSeveralHundredProcesses) {
-    constexpr uint32_t count = 200;
-    Module receiver(relay);
+    constexpr uint32_t kCount = 200;
+    Module receiver(kRelay);
     receiver.handler = [](const Invocation &call) { return static_cast<int>(call.command); };
     const Gate start;
     std::vector<std::unique_ptr<Child>> senders;
-    for (uint32_t i = 0; i < count; ++i) {
+    for (uint32_t i = 0; i < kCount; ++i) {
         senders.push_back(std::make_unique<Child>([&start, i] {
             const Module module(1000 + i);
-            return start.pass() && module.call(relay, i) == static_cast<int>(i) &&
-                           module.call(relay, i + 1) == static_cast<int>(i + 1)
+            return start.pass() && module.call(kRelay, i) == static_cast<int>(i) &&
+                           module.call(kRelay, i + 1) == static_cast<int>(i + 1)
                        ? 0
                        : 1;
         }));
     }
-    for (uint32_t i = 0; i < count; ++i) {
+    for (uint32_t i = 0; i < kCount; ++i) {
         start.open();
     }
-    for (uint32_t i = 0; i < 2 * count; ++i) {
+    for (uint32_t i = 0; i < 2 * kCount; ++i) {
         ASSERT_EQ(1, receiver.listen()) << i;
     }
     for (const auto &sender : senders) {
@@ -186,27 +173,27 @@ TEST_F(XbusLoad, ServesSeveralHundredProcesses) {
 }
 
 TEST_F(XbusLoad, ServesMoreConnectionsThanSelectCould) {
-    constexpr uint32_t count = FD_SETSIZE + 200;
+    constexpr uint32_t kCount = FD_SETSIZE + 200;
     rlimit before{};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
-    const rlimit raised{std::max<rlim_t>(before.rlim_cur, 2 * count + 100), before.rlim_max};
+    const rlimit raised{std::max<rlim_t>(before.rlim_cur, 2 * kCount + 100), before.rlim_max};
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &raised)) << "a limit of the machine is too low";
     {
-        Module receiver(relay);
+        Module receiver(kRelay);
         std::vector<RawPeer> senders;
-        for (uint32_t i = 0; i < count; ++i) {
-            senders.emplace_back(socketPath(relay));
+        for (uint32_t i = 0; i < kCount; ++i) {
+            senders.emplace_back(socketPath(kRelay));
             ASSERT_TRUE(senders.back().send(packetOf(noticeHead(i)))) << i;
         }
-        for (uint32_t i = 0; i < count; ++i) {
+        for (uint32_t i = 0; i < kCount; ++i) {
             ASSERT_EQ(1, receiver.listen(0us)) << i;
         }
         auto commands = receiver.receivedCommands();
         std::sort(commands.begin(), commands.end());
-        for (uint32_t i = 0; i < count; ++i) {
+        for (uint32_t i = 0; i < kCount; ++i) {
             ASSERT_EQ(i, commands[i]);
         }
-        EXPECT_TRUE(senders.back().send(packetOf(noticeHead(count))));
+        EXPECT_TRUE(senders.back().send(packetOf(noticeHead(kCount))));
         EXPECT_EQ(1, receiver.listen(0us));
         EXPECT_THAT(errors(), IsEmpty());
     }
@@ -214,3 +201,4 @@ TEST_F(XbusLoad, ServesMoreConnectionsThanSelectCould) {
 }
 
 }  // namespace
+}  // namespace lanyard::test

@@ -1,7 +1,4 @@
-/**
- * @file
- * The bus among peers that come, go, become daemons, are not trusted or talk nonsense.
- */
+// The bus among peers that come, go, become daemons, are not trusted or talk nonsense.
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -21,43 +18,33 @@
 
 #include "tests/unit/platform/xbus_fixture.h"
 
+namespace lanyard::test {
 namespace {
 
 using namespace std::chrono_literals;
-using lanyard::port::bus::Head;
-using lanyard::port::bus::Kind;
-using test::Bytes;
-using test::Child;
-using test::Gate;
-using test::Invocation;
-using test::Module;
-using test::noticeHead;
-using test::packetOf;
-using test::RawPeer;
-using test::ShortWaits;
+using port::bus::Head;
+using port::bus::Kind;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using Clock = std::chrono::steady_clock;
 
-constexpr uint32_t pnac = 6;
-constexpr uint32_t relay = 8;
-constexpr uint32_t endCommand = 99;
-constexpr uid_t nobody = 65534;
+constexpr uint32_t kEndCommand = 99;
+constexpr uid_t kNobody = 65534;
 
-using XbusPeers = test::XbusTest;
+using XbusPeers = XbusTest;
 
 int ignore(void * /*busArg1*/, void * /*busArg2*/, uint32_t /*cmd*/, void * /*buf*/,
            uint32_t /*len*/, void * /*out*/, uint32_t * /*outLen*/) {
     return 0;
 }
 
-/** Answers each call with its command until it is told to end. */
+// Answers each call with its command until it is told to end.
 int serveUntilEnd(Module &module) {
     bool isOver = false;
     module.handler = [&isOver](const Invocation &call) {
-        isOver = call.command == endCommand;
+        isOver = call.command == kEndCommand;
         return static_cast<int>(call.command);
     };
     while (!isOver) {
@@ -68,7 +55,7 @@ int serveUntilEnd(Module &module) {
     return 0;
 }
 
-/** A process that has a module and serves it. */
+// A process that has a module and serves it.
 class Server {
   public:
     explicit Server(uint32_t number)
@@ -91,43 +78,43 @@ class Server {
 };
 
 TEST_F(XbusPeers, WhatACrashedModuleLeftIsReplaced) {
-    Server crashed(relay);
-    const Module sender(pnac);
-    EXPECT_EQ(5, sender.call(relay, 5));
+    Server crashed(kRelay);
+    const Module sender(kPnac);
+    EXPECT_EQ(5, sender.call(kRelay, 5));
     crashed.kill();
     EXPECT_THAT(root_.list("/run/xbus"), testing::Contains("8"));
-    EXPECT_EQ(-1, sender.notify(relay, 5)) << "its socket is there, but nobody behind it";
-    Server next(relay);
-    EXPECT_EQ(6, sender.call(relay, 6));
-    EXPECT_EQ(static_cast<int>(endCommand), sender.call(relay, endCommand));
+    EXPECT_EQ(-1, sender.notify(kRelay, 5)) << "its socket is there, but nobody at it";
+    Server next(kRelay);
+    EXPECT_EQ(6, sender.call(kRelay, 6));
+    EXPECT_EQ(static_cast<int>(kEndCommand), sender.call(kRelay, kEndCommand));
     EXPECT_EQ(0, next.wait());
 }
 
 TEST_F(XbusPeers, AFileInThePlaceOfASocketIsReplaced) {
     root_.write("/run/xbus/8", "no socket");
-    Module receiver(relay);
-    const Module sender(pnac);
-    EXPECT_EQ(0, sender.notify(relay, 1));
+    Module receiver(kRelay);
+    const Module sender(kPnac);
+    EXPECT_EQ(0, sender.notify(kRelay, 1));
     EXPECT_EQ(1, receiver.listen());
 }
 
 TEST_F(XbusPeers, ASenderNoticesNothingOfARestart) {
-    const Module sender(pnac);
+    const Module sender(kPnac);
     for (const bool waits : {true, false, true, false}) {
-        Server server(relay);
+        Server server(kRelay);
         if (waits) {
-            EXPECT_EQ(7, sender.call(relay, 7)) << "the first after the restart";
+            EXPECT_EQ(7, sender.call(kRelay, 7)) << "the first after the restart";
         }
-        EXPECT_EQ(0, sender.notify(relay, endCommand));
+        EXPECT_EQ(0, sender.notify(kRelay, kEndCommand));
         EXPECT_EQ(0, server.wait());
     }
 }
 
 TEST_F(XbusPeers, ASenderNoticesNothingOfANewRegistration) {
-    const Module sender(pnac);
+    const Module sender(kPnac);
     for (uint32_t command = 1; command < 4; ++command) {
-        Module receiver(relay);
-        EXPECT_EQ(0, sender.notify(relay, command));
+        Module receiver(kRelay);
+        EXPECT_EQ(0, sender.notify(kRelay, command));
         EXPECT_EQ(1, receiver.listen());
         EXPECT_THAT(receiver.receivedCommands(), ElementsAre(command));
     }
@@ -136,22 +123,22 @@ TEST_F(XbusPeers, ASenderNoticesNothingOfANewRegistration) {
 TEST_F(XbusPeers, ACallEndsWithTheModuleThatItWaitsFor) {
     const Gate ready;
     Child child([&ready] {
-        Module module(relay);
+        Module module(kRelay);
         module.handler = [](const Invocation & /*call*/) -> int { _exit(3); };
         ready.open();
         return module.listen();
     });
     ASSERT_TRUE(ready.pass());
-    const Module sender(pnac);
+    const Module sender(kPnac);
     const auto start = Clock::now();
-    EXPECT_EQ(-1, sender.call(relay, 1));
+    EXPECT_EQ(-1, sender.call(kRelay, 1));
     EXPECT_LT(Clock::now() - start, 4s);
     EXPECT_EQ(3, child.wait());
 }
 
-/** Registers, becomes a daemon and serves; ends in the process that was started. */
+// Registers, becomes a daemon and serves; ends in the process that was started.
 void becomeServingDaemon(const Gate &ready) {
-    Module module(relay);
+    Module module(kRelay);
     if (daemon(0, 0) != 0) {
         _exit(2);
     }
@@ -175,15 +162,15 @@ TEST_P(XbusDaemon, KeepsItsRegistration) {
     EXPECT_EQ(0, child.wait()) << "the parent has left";
     ASSERT_TRUE(ready.pass());
     errno = 0;
-    EXPECT_EQ(nullptr, xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr));
+    EXPECT_EQ(nullptr, xbusRegister(kRelay, XBUS_MODE_HANDLER, ignore, nullptr));
     EXPECT_EQ(EADDRINUSE, errno);
-    const Module sender(pnac);
-    EXPECT_EQ(42, sender.call(relay, 42));
-    EXPECT_EQ(0, sender.notify(relay, endCommand));
+    const Module sender(kPnac);
+    EXPECT_EQ(42, sender.call(kRelay, 42));
+    EXPECT_EQ(0, sender.notify(kRelay, kEndCommand));
 
     XbusCtx *next = nullptr;
     const auto deadline = Clock::now() + 20s;
-    while ((next = xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr)) == nullptr &&
+    while ((next = xbusRegister(kRelay, XBUS_MODE_HANDLER, ignore, nullptr)) == nullptr &&
            Clock::now() < deadline) {
         std::this_thread::yield();
     }
@@ -208,7 +195,7 @@ Bytes withHead(const std::function<void(Head &)> &change) {
     return packetOf(head, {1, 2, 3}, {4, 5});
 }
 
-const Nonsense nonsenses[] = {
+const Nonsense kNonsenses[] = {
     {"empty", [] { return Bytes{}; }},
     {"one byte", [] { return Bytes{1}; }},
     {"half a head",
@@ -254,38 +241,37 @@ const Nonsense nonsenses[] = {
 class XbusNonsense : public XbusPeers, public testing::WithParamInterface<Nonsense> {};
 
 TEST_P(XbusNonsense, ClosesItsSendersConnectionAndNoOther) {
-    Module receiver(relay);
-    const Module sender(pnac);
-    EXPECT_EQ(0, sender.notify(relay, 1));
+    Module receiver(kRelay);
+    const Module sender(kPnac);
+    EXPECT_EQ(0, sender.notify(kRelay, 1));
     EXPECT_EQ(1, receiver.listen(0us));
 
-    RawPeer peer(socketPath(relay));
+    RawPeer peer(socketPath(kRelay));
     ASSERT_EQ(0, peer.error());
     ASSERT_TRUE(peer.send(GetParam().packet())) << peer.error();
     ASSERT_TRUE(peer.send(packetOf(noticeHead(1000))));
     EXPECT_EQ(0, receiver.listen(0us));
     EXPECT_TRUE(peer.isClosed());
-    EXPECT_THAT(log_.lines(8),
-                ElementsAre(lanyard::test::Logged(8, 8, "xbusListen",
+    EXPECT_THAT(log_.lines(8), ElementsAre(Logged(8, 8, "xbusListen",
                                                   "a malformed or oversized message of process " +
                                                       std::to_string(getpid()) + " is dropped\n")));
 
-    EXPECT_EQ(0, sender.notify(relay, 2));
+    EXPECT_EQ(0, sender.notify(kRelay, 2));
     EXPECT_EQ(1, receiver.listen(0us));
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 2));
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, XbusNonsense, testing::ValuesIn(nonsenses));
+INSTANTIATE_TEST_SUITE_P(Each, XbusNonsense, testing::ValuesIn(kNonsenses));
 
 TEST_F(XbusPeers, ARawPeerThatMakesSenseIsHeard) {
-    Module receiver(relay);
-    RawPeer peer(socketPath(relay));
+    Module receiver(kRelay);
+    RawPeer peer(socketPath(kRelay));
     ASSERT_TRUE(peer.send(packetOf(noticeHead(5, 3, 2), {1, 2, 3}, {4, 5})));
     EXPECT_EQ(1, receiver.listen(0us));
-    EXPECT_THAT(receiver.received, ElementsAre(test::Received{5, Bytes{1, 2, 3}, Bytes{4, 5}}));
+    EXPECT_THAT(receiver.received, ElementsAre(Received{5, Bytes{1, 2, 3}, Bytes{4, 5}}));
 }
 
-/** A module without the functions of the bus: answers the first call with what it is told to. */
+// A module without the functions of the bus: answers the first call with what it is told to.
 class FalseModule {
   public:
     explicit FalseModule(const std::string &path)
@@ -303,22 +289,22 @@ class FalseModule {
     FalseModule(FalseModule &&) = delete;
     FalseModule &operator=(FalseModule &&) = delete;
 
-    [[nodiscard]] bool isThere() const { return isThere_; }
+    bool isThere() const { return isThere_; }
 
     void answerOnce(const std::function<Bytes(Head)> &answer) const { close(answerFirst(answer)); }
 
-    /** @return whether the sender closes its connection after an answer. */
-    [[nodiscard]] bool answersInVain(const std::function<Bytes(Head)> &answer) const {
-        constexpr int patienceMilliseconds = 20000;
+    // Returns whether the sender closes its connection after an answer.
+    bool answersInVain(const std::function<Bytes(Head)> &answer) const {
+        constexpr int kPatienceMilliseconds = 20000;
         pollfd entry{answerFirst(answer), POLLRDHUP, 0};
-        const bool isClosed = poll(&entry, 1, patienceMilliseconds) == 1;
+        const bool isClosed = poll(&entry, 1, kPatienceMilliseconds) == 1;
         close(entry.fd);
         return isClosed;
     }
 
   private:
-    /** @return the connection. */
-    [[nodiscard]] int answerFirst(const std::function<Bytes(Head)> &answer) const {
+    // Returns the connection.
+    int answerFirst(const std::function<Bytes(Head)> &answer) const {
         const int sender = accept(listener_, nullptr, nullptr);
         Head head;
         EXPECT_GE(recv(sender, &head, sizeof head, 0), static_cast<ssize_t>(sizeof head));
@@ -333,8 +319,8 @@ class FalseModule {
 };
 
 TEST_F(XbusPeers, AFalseAnswerIsDropped) {
-    const Module sender(pnac);
-    const FalseModule module(socketPath(relay));
+    const Module sender(kPnac);
+    const FalseModule module(socketPath(kRelay));
     ASSERT_TRUE(module.isThere());
     const std::vector<std::function<Bytes(Head)>> answers{
         [](Head call) {
@@ -354,7 +340,7 @@ TEST_F(XbusPeers, AFalseAnswerIsDropped) {
     for (const auto &answer : answers) {
         std::thread other([&] { module.answerOnce(answer); });
         Bytes out{1, 2, 3};
-        EXPECT_EQ(-1, sender.call(relay, 1, {9}, out));
+        EXPECT_EQ(-1, sender.call(kRelay, 1, {9}, out));
         EXPECT_EQ((Bytes{1, 2, 3}), out);
         other.join();
     }
@@ -363,19 +349,19 @@ TEST_F(XbusPeers, AFalseAnswerIsDropped) {
 }
 
 TEST_F(XbusPeers, AFalseAnswerClosesItsConnection) {
-    const Module sender(pnac);
-    const FalseModule module(socketPath(relay));
+    const Module sender(kPnac);
+    const FalseModule module(socketPath(kRelay));
     ASSERT_TRUE(module.isThere());
     std::thread other(
         [&] { EXPECT_TRUE(module.answersInVain([](const Head & /*call*/) { return Bytes(7); })); });
-    EXPECT_EQ(-1, sender.call(relay, 1));
+    EXPECT_EQ(-1, sender.call(kRelay, 1));
     EXPECT_EQ(EBADMSG, errno);
     other.join();
 }
 
 TEST_F(XbusPeers, AnAnswerToSomebodyElseIsNotTaken) {
-    const Module sender(pnac);
-    const FalseModule module(socketPath(relay));
+    const Module sender(kPnac);
+    const FalseModule module(socketPath(kRelay));
     ASSERT_TRUE(module.isThere());
     std::thread other([&] {
         module.answerOnce([](Head call) {
@@ -385,15 +371,15 @@ TEST_F(XbusPeers, AnAnswerToSomebodyElseIsNotTaken) {
             return packetOf(call);
         });
     });
-    EXPECT_EQ(-1, sender.call(relay, 0)) << "the module ends without a true answer";
+    EXPECT_EQ(-1, sender.call(kRelay, 0)) << "the module ends without a true answer";
     other.join();
     EXPECT_THAT(errors(), IsEmpty());
 }
 
 TEST_F(XbusPeers, APeerThatDiesInMidMessageHoldsUpNobody) {
-    Module receiver(relay);
-    const Module sender(pnac);
-    const std::string path = socketPath(relay);
+    Module receiver(kRelay);
+    const Module sender(kPnac);
+    const std::string path = socketPath(kRelay);
     Child dying([&path] {
         RawPeer peer(path);
         (void)peer.send(packetOf(noticeHead(1, 1000, 0), Bytes(500)));
@@ -401,7 +387,7 @@ TEST_F(XbusPeers, APeerThatDiesInMidMessageHoldsUpNobody) {
         return 0;
     });
     EXPECT_EQ(-SIGKILL, dying.wait());
-    EXPECT_EQ(0, sender.notify(relay, 2));
+    EXPECT_EQ(0, sender.notify(kRelay, 2));
     EXPECT_EQ(1, receiver.listen(0us));
     EXPECT_EQ(0, receiver.listen(0us));
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(2));
@@ -409,25 +395,25 @@ TEST_F(XbusPeers, APeerThatDiesInMidMessageHoldsUpNobody) {
 }
 
 TEST_F(XbusPeers, ASilentPeerHoldsUpNobody) {
-    Module receiver(relay);
-    const Module sender(pnac);
+    Module receiver(kRelay);
+    const Module sender(kPnac);
     std::vector<RawPeer> silent;
     silent.reserve(10);
     for (int i = 0; i < 10; ++i) {
-        silent.emplace_back(socketPath(relay));
+        silent.emplace_back(socketPath(kRelay));
     }
     EXPECT_EQ(0, receiver.listen(0us));
-    EXPECT_EQ(0, sender.notify(relay, 1));
+    EXPECT_EQ(0, sender.notify(kRelay, 1));
     EXPECT_EQ(1, receiver.listen());
     EXPECT_THAT(errors(), IsEmpty());
 }
 
 TEST_F(XbusPeers, WhatADeadSenderHandedOverStillArrives) {
-    Module receiver(relay);
+    Module receiver(kRelay);
     Child sender([] {
-        const Module module(pnac);
+        const Module module(kPnac);
         for (uint32_t command = 1; command <= 3; ++command) {
-            if (module.notify(relay, command) != 0) {
+            if (module.notify(kRelay, command) != 0) {
                 return 1;
             }
         }
@@ -444,15 +430,15 @@ TEST_F(XbusPeers, WhatADeadSenderHandedOverStillArrives) {
 }
 
 TEST_F(XbusPeers, NothingIsLostBehindAnAnswerThatWasNotRead) {
-    Module receiver(relay);
+    Module receiver(kRelay);
     {
-        const Module sender(pnac);
+        const Module sender(kPnac);
         {
             const ShortWaits waits;
-            EXPECT_EQ(-1, sender.call(relay, 1));
+            EXPECT_EQ(-1, sender.call(kRelay, 1));
         }
-        EXPECT_EQ(0, sender.notify(relay, 2));
-        EXPECT_EQ(0, sender.notify(relay, 3));
+        EXPECT_EQ(0, sender.notify(kRelay, 2));
+        EXPECT_EQ(0, sender.notify(kRelay, 3));
         EXPECT_EQ(1, receiver.listen(0us));
     }
     EXPECT_EQ(1, receiver.listen(0us));
@@ -461,8 +447,8 @@ TEST_F(XbusPeers, NothingIsLostBehindAnAnswerThatWasNotRead) {
 }
 
 TEST_F(XbusPeers, ACallerThatDoesNotReadItsAnswersHoldsUpNobody) {
-    Module receiver(relay);
-    RawPeer peer(socketPath(relay));
+    Module receiver(kRelay);
+    RawPeer peer(socketPath(kRelay));
     Head call = noticeHead(1, 0, 65536);
     call.kind = Kind::kCall;
     for (int i = 0; i < 20; ++i) {
@@ -482,9 +468,10 @@ class XbusUsers : public XbusPeers {
         XbusPeers::SetUp();
     }
 
-    /** Runs a part of the test as an ordinary user. */
+    // Runs a part of the test as an ordinary user.
     static int asNobody(const std::function<int()> &part) {
-        Child child([&part] { return setgid(nobody) == 0 && setuid(nobody) == 0 ? part() : 100; });
+        Child child(
+            [&part] { return setgid(kNobody) == 0 && setuid(kNobody) == 0 ? part() : 100; });
         return child.wait();
     }
 
@@ -497,8 +484,8 @@ class XbusUsers : public XbusPeers {
 };
 
 TEST_F(XbusUsers, TheFolderKeepsOthersOut) {
-    Module receiver(relay);
-    const std::string path = socketPath(relay);
+    Module receiver(kRelay);
+    const std::string path = socketPath(kRelay);
     EXPECT_EQ(0, asNobody([&path] {
                   if (RawPeer(path).error() != EACCES) {
                       return 1;
@@ -506,7 +493,7 @@ TEST_F(XbusUsers, TheFolderKeepsOthersOut) {
                   if (xbusInit() == 0) {
                       return 2;
                   }
-                  return xbusRegister(pnac, XBUS_MODE_HANDLER, ignore, nullptr) == nullptr &&
+                  return xbusRegister(kPnac, XBUS_MODE_HANDLER, ignore, nullptr) == nullptr &&
                                  errno == EACCES
                              ? 0
                              : 3;
@@ -515,9 +502,9 @@ TEST_F(XbusUsers, TheFolderKeepsOthersOut) {
 }
 
 TEST_F(XbusUsers, InAnOpenFolderSendersAreChecked) {
-    Module receiver(relay);
+    Module receiver(kRelay);
     openFolder();
-    const std::string path = socketPath(relay);
+    const std::string path = socketPath(kRelay);
     const Gate connected;
     EXPECT_EQ(0, asNobody([&path] {
                   RawPeer peer(path);
@@ -529,13 +516,13 @@ TEST_F(XbusUsers, InAnOpenFolderSendersAreChecked) {
 }
 
 TEST_F(XbusUsers, InAnOpenFolderReceiversAreChecked) {
-    const Module sender(pnac);
+    const Module sender(kPnac);
     openFolder();
-    const std::string path = socketPath(relay);
+    const std::string path = socketPath(kRelay);
     const Gate ready;
     const Gate over;
     Child impostor([&] {
-        if (setgid(nobody) != 0 || setuid(nobody) != 0) {
+        if (setgid(kNobody) != 0 || setuid(kNobody) != 0) {
             return 100;
         }
         const FalseModule module(path);
@@ -543,8 +530,8 @@ TEST_F(XbusUsers, InAnOpenFolderReceiversAreChecked) {
         return module.isThere() && over.pass() ? 0 : 1;
     });
     ASSERT_TRUE(ready.pass());
-    EXPECT_EQ(-1, sender.notify(relay, 1));
-    EXPECT_EQ(-1, sender.call(relay, 1));
+    EXPECT_EQ(-1, sender.notify(kRelay, 1));
+    EXPECT_EQ(-1, sender.call(kRelay, 1));
     over.open();
     EXPECT_EQ(0, impostor.wait());
     EXPECT_THAT(errors(), ElementsAre(HasSubstr("of user 65534 is refused"),
@@ -552,30 +539,31 @@ TEST_F(XbusUsers, InAnOpenFolderReceiversAreChecked) {
 }
 
 TEST_F(XbusUsers, TheFoldersOwnerAndRootTalkToEachOther) {
-    ASSERT_EQ(0, chown(root_.path("/run/xbus").c_str(), nobody, nobody));
-    Module receiver(relay);
+    ASSERT_EQ(0, chown(root_.path("/run/xbus").c_str(), kNobody, kNobody));
+    Module receiver(kRelay);
     // The owner could not open root's socket file, but takes it for its own folder's.
-    ASSERT_EQ(0, chown(socketPath(relay).c_str(), nobody, nobody));
+    ASSERT_EQ(0, chown(socketPath(kRelay).c_str(), kNobody, kNobody));
     EXPECT_EQ(0, asNobody([] {
-                  const Module module(pnac);
-                  return module.context() != nullptr && module.notify(relay, 5) == 0 ? 0 : 1;
+                  const Module module(kPnac);
+                  return module.context() != nullptr && module.notify(kRelay, 5) == 0 ? 0 : 1;
               }));
     EXPECT_EQ(1, receiver.listen(0us));
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(5));
 
     const Gate ready;
     Child child([&ready] {
-        if (setgid(nobody) != 0 || setuid(nobody) != 0) {
+        if (setgid(kNobody) != 0 || setuid(kNobody) != 0) {
             return 100;
         }
-        Module module(pnac + 1);
+        Module module(kPnac + 1);
         ready.open();
         return module.listen() == 1 ? 0 : 1;
     });
     ASSERT_TRUE(ready.pass());
-    EXPECT_EQ(0, receiver.notify(pnac + 1, 6));
+    EXPECT_EQ(0, receiver.notify(kPnac + 1, 6));
     EXPECT_EQ(0, child.wait());
     EXPECT_THAT(errors(), IsEmpty());
 }
 
 }  // namespace
+}  // namespace lanyard::test

@@ -1,7 +1,4 @@
-/**
- * @file
- * The bus between modules that behave: registration, what travels, and how long anybody waits.
- */
+// The bus between modules that behave: registration, what travels, and how long anybody waits.
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -25,46 +22,38 @@
 
 #include "tests/unit/platform/xbus_fixture.h"
 
+namespace lanyard::test {
 namespace {
 
 using namespace std::chrono_literals;
-using test::Bytes;
-using test::Child;
-using test::Gate;
-using test::Invocation;
-using test::Module;
-using test::Received;
-using test::ShortWaits;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using Clock = std::chrono::steady_clock;
 
-constexpr uint32_t pnac = 6;
-constexpr uint32_t relay = 8;
-constexpr uint32_t most = 64 * 1024;
+constexpr uint32_t kMost = 64 * 1024;
 
-using Xbus = test::XbusTest;
+using Xbus = XbusTest;
 
 int ignore(void * /*busArg1*/, void * /*busArg2*/, uint32_t /*cmd*/, void * /*buf*/,
            uint32_t /*len*/, void * /*out*/, uint32_t * /*outLen*/) {
     return 0;
 }
 
-/** Bytes that differ from their neighbours and from those of another seed. */
-Bytes pattern(std::size_t size, std::size_t seed) {
+// Bytes that differ from their neighbours and from those of another seed.
+Bytes pattern(size_t size, size_t seed) {
     Bytes bytes(size);
-    for (std::size_t i = 0; i < size; ++i) {
+    for (size_t i = 0; i < size; ++i) {
         bytes[i] = static_cast<uint8_t>((i * 31 + i / 256 + seed) & 0xff);
     }
     return bytes;
 }
 
 TEST_F(Xbus, IsItsOwnersAlone) {
-    const Module module(relay);
+    const Module module(kRelay);
     EXPECT_EQ(0700U, root_.mode("/run/xbus"));
     struct stat status {};
-    ASSERT_EQ(0, lstat(socketPath(relay).c_str(), &status));
+    ASSERT_EQ(0, lstat(socketPath(kRelay).c_str(), &status));
     EXPECT_TRUE(S_ISSOCK(status.st_mode));
     EXPECT_EQ(0600U, status.st_mode & 07777U);
     EXPECT_EQ(0600U, root_.mode("/run/xbus/8.lock"));
@@ -90,37 +79,37 @@ TEST_F(Xbus, InitFailsWithoutAPlaceForTheFolder) {
 
 TEST_F(Xbus, RegisteringNeedsTheFolderAndAHandler) {
     errno = 0;
-    EXPECT_EQ(nullptr, xbusRegister(relay, XBUS_MODE_HANDLER, nullptr, nullptr));
+    EXPECT_EQ(nullptr, xbusRegister(kRelay, XBUS_MODE_HANDLER, nullptr, nullptr));
     EXPECT_EQ(EINVAL, errno);
     root_.remove("/run/xbus");
     errno = 0;
-    EXPECT_EQ(nullptr, xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr));
+    EXPECT_EQ(nullptr, xbusRegister(kRelay, XBUS_MODE_HANDLER, ignore, nullptr));
     EXPECT_EQ(ENOENT, errno);
 }
 
 TEST_F(Xbus, AModuleIsThereOnce) {
     {
-        Module first(relay);
+        Module first(kRelay);
         errno = 0;
-        EXPECT_EQ(nullptr, xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr));
+        EXPECT_EQ(nullptr, xbusRegister(kRelay, XBUS_MODE_HANDLER, ignore, nullptr));
         EXPECT_EQ(EADDRINUSE, errno);
         Child other([] {
-            return xbusRegister(relay, XBUS_MODE_HANDLER, ignore, nullptr) == nullptr &&
+            return xbusRegister(kRelay, XBUS_MODE_HANDLER, ignore, nullptr) == nullptr &&
                            errno == EADDRINUSE
                        ? 0
                        : 1;
         });
         EXPECT_EQ(0, other.wait());
 
-        const Module sender(pnac);
-        EXPECT_EQ(0, sender.notify(relay, 1)) << "the refused ones took nothing away";
+        const Module sender(kPnac);
+        EXPECT_EQ(0, sender.notify(kRelay, 1)) << "the refused ones took nothing away";
         EXPECT_EQ(1, first.listen());
     }
-    const Module again(relay);
+    const Module again(kRelay);
 }
 
 TEST_F(Xbus, UnregisteringLeavesNoSocket) {
-    { const Module module(relay); }
+    { const Module module(kRelay); }
     EXPECT_THAT(root_.list("/run/xbus"), ElementsAre("8.lock"));
     EXPECT_EQ(-1, xbusUnRegister(nullptr));
 }
@@ -130,20 +119,20 @@ TEST_F(Xbus, WorksBelowALongRoot) {
     ASSERT_EQ(0, mkdir(folder.c_str(), 0700));
     palRootSet(folder.c_str());
     ASSERT_EQ(0, xbusInit());
-    Module receiver(relay);
-    const Module sender(pnac);
+    Module receiver(kRelay);
+    const Module sender(kPnac);
     EXPECT_TRUE(std::filesystem::exists(folder + "/run/xbus/8"));
-    EXPECT_EQ(0, sender.notify(relay, 1));
+    EXPECT_EQ(0, sender.notify(kRelay, 1));
     EXPECT_EQ(1, receiver.listen());
     palRootSet(root_.folder().c_str());
-    EXPECT_EQ(0, sender.notify(relay, 2)) << "modules stay where they registered";
+    EXPECT_EQ(0, sender.notify(kRelay, 2)) << "modules stay where they registered";
     EXPECT_EQ(1, receiver.listen());
 }
 
 TEST_F(Xbus, ACallCarriesBothBuffersThereAndBack) {
     const Gate ready;
     Child child([&ready] {
-        Module module(relay);
+        Module module(kRelay);
         module.handler = [](const Invocation &call) {
             if (!std::equal(call.buf.begin(), call.buf.end(), call.out.begin() + 2)) {
                 return -7;
@@ -156,28 +145,28 @@ TEST_F(Xbus, ACallCarriesBothBuffersThereAndBack) {
         return module.listen() == 1 && module.listen() == 1 ? 0 : 1;
     });
     ASSERT_TRUE(ready.pass());
-    const Module sender(pnac);
+    const Module sender(kPnac);
     Bytes out{1, 2, 3, 4, 5};
-    EXPECT_EQ(0x12345678, sender.call(relay, 0x12345678, {3, 4, 5}, out));
+    EXPECT_EQ(0x12345678, sender.call(kRelay, 0x12345678, {3, 4, 5}, out));
     EXPECT_EQ((Bytes{5, 4, 3}), out);
     out = {1, 2, 3, 4};
-    EXPECT_EQ(-7, sender.call(relay, 0x80000000, {9}, out));
+    EXPECT_EQ(-7, sender.call(kRelay, 0x80000000, {9}, out));
     EXPECT_EQ((Bytes{1, 2, 3, 4}), out);
     EXPECT_EQ(0, child.wait());
 }
 
 TEST_F(Xbus, NullStaysNullAndEmptyStaysEmpty) {
-    Module receiver(relay);
-    const Module sender(pnac);
+    Module receiver(kRelay);
+    const Module sender(kPnac);
     const char byte = 0;
     char outByte = 0;
     uint32_t none = 0;
+    EXPECT_EQ(0, xbusIoctl(sender.context(), kRelay, 1, nullptr, 0, nullptr, nullptr, XBUS_NO_WAIT,
+                           0, 0));
     EXPECT_EQ(
-        0, xbusIoctl(sender.context(), relay, 1, nullptr, 0, nullptr, nullptr, XBUS_NO_WAIT, 0, 0));
-    EXPECT_EQ(0,
-              xbusIoctl(sender.context(), relay, 2, &byte, 0, &outByte, &none, XBUS_NO_WAIT, 0, 0));
+        0, xbusIoctl(sender.context(), kRelay, 2, &byte, 0, &outByte, &none, XBUS_NO_WAIT, 0, 0));
     EXPECT_EQ(
-        0, xbusIoctl(sender.context(), relay, 3, nullptr, 0, &outByte, &none, XBUS_NO_WAIT, 0, 0));
+        0, xbusIoctl(sender.context(), kRelay, 3, nullptr, 0, &outByte, &none, XBUS_NO_WAIT, 0, 0));
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(1, receiver.listen());
     }
@@ -186,11 +175,11 @@ TEST_F(Xbus, NullStaysNullAndEmptyStaysEmpty) {
 }
 
 TEST_F(Xbus, BuffersAreAlignedForAnyType) {
-    Module receiver(relay);
-    const Module sender(pnac);
+    Module receiver(kRelay);
+    const Module sender(kPnac);
     receiver.handler = [](const Invocation &call) {
         const auto offset = [](const uint8_t *at) {
-            return reinterpret_cast<std::uintptr_t>(at) % alignof(std::max_align_t);
+            return reinterpret_cast<uintptr_t>(at) % alignof(std::max_align_t);
         };
         EXPECT_EQ(0U, offset(call.buf.data()));
         EXPECT_EQ(0U, offset(call.out.data()));
@@ -200,19 +189,19 @@ TEST_F(Xbus, BuffersAreAlignedForAnyType) {
         Bytes out(size + 1);
         auto outLength = static_cast<uint32_t>(out.size());
         const Bytes buf(size);
-        ASSERT_EQ(0, xbusIoctl(sender.context(), relay, 1, buf.data(), size, out.data(), &outLength,
-                               XBUS_NO_WAIT, 0, 0));
+        ASSERT_EQ(0, xbusIoctl(sender.context(), kRelay, 1, buf.data(), size, out.data(),
+                               &outLength, XBUS_NO_WAIT, 0, 0));
         EXPECT_EQ(1, receiver.listen());
     }
 }
 
 TEST_F(Xbus, ANoticeIsHandedOverToAModuleThatDoesNotListenYet) {
-    Module receiver(relay);
-    const Module sender(pnac);
+    Module receiver(kRelay);
+    const Module sender(kPnac);
     Bytes out{1, 2, 3};
     uint32_t outLength = 3;
     const Bytes buf{7};
-    EXPECT_EQ(0, xbusIoctl(sender.context(), relay, 4, buf.data(), 1, out.data(), &outLength,
+    EXPECT_EQ(0, xbusIoctl(sender.context(), kRelay, 4, buf.data(), 1, out.data(), &outLength,
                            XBUS_NO_WAIT, 0, 0));
     receiver.handler = [](const Invocation &call) {
         EXPECT_EQ((Bytes{1, 2, 3}), Bytes(call.out.begin(), call.out.end()));
@@ -225,45 +214,45 @@ TEST_F(Xbus, ANoticeIsHandedOverToAModuleThatDoesNotListenYet) {
 }
 
 TEST_F(Xbus, AnAbsentModuleYieldsMinusOne) {
-    const Module sender(pnac);
-    EXPECT_EQ(-1, sender.notify(relay, 1));
-    EXPECT_EQ(-1, sender.call(relay, 1));
-    { const Module gone(relay); }
-    EXPECT_EQ(-1, sender.notify(relay, 1));
-    EXPECT_EQ(-1, sender.call(relay, 1));
+    const Module sender(kPnac);
+    EXPECT_EQ(-1, sender.notify(kRelay, 1));
+    EXPECT_EQ(-1, sender.call(kRelay, 1));
+    { const Module gone(kRelay); }
+    EXPECT_EQ(-1, sender.notify(kRelay, 1));
+    EXPECT_EQ(-1, sender.call(kRelay, 1));
     {
-        const Module gone(relay);
-        EXPECT_EQ(0, sender.notify(relay, 1));
+        const Module gone(kRelay);
+        EXPECT_EQ(0, sender.notify(kRelay, 1));
     }
-    EXPECT_EQ(-1, sender.notify(relay, 1)) << "also where there is a connection";
-    EXPECT_EQ(-1, sender.call(relay, 1));
+    EXPECT_EQ(-1, sender.notify(kRelay, 1)) << "also where there is a connection";
+    EXPECT_EQ(-1, sender.call(kRelay, 1));
 }
 
 TEST_F(Xbus, ImpossibleArgumentsAreRefused) {
-    Module receiver(relay);
-    const Module sender(pnac);
+    Module receiver(kRelay);
+    const Module sender(kPnac);
     const char byte = 0;
     uint32_t one = 1;
-    EXPECT_EQ(-1, xbusIoctl(nullptr, relay, 1, nullptr, 0, nullptr, nullptr, XBUS_NO_WAIT, 0, 0));
-    EXPECT_EQ(-1, xbusIoctl(sender.context(), relay, 1, nullptr, 1, nullptr, nullptr, XBUS_NO_WAIT,
+    EXPECT_EQ(-1, xbusIoctl(nullptr, kRelay, 1, nullptr, 0, nullptr, nullptr, XBUS_NO_WAIT, 0, 0));
+    EXPECT_EQ(-1, xbusIoctl(sender.context(), kRelay, 1, nullptr, 1, nullptr, nullptr, XBUS_NO_WAIT,
                             0, 0));
     EXPECT_EQ(-1,
-              xbusIoctl(sender.context(), relay, 1, &byte, 1, nullptr, &one, XBUS_NO_WAIT, 0, 0));
+              xbusIoctl(sender.context(), kRelay, 1, &byte, 1, nullptr, &one, XBUS_NO_WAIT, 0, 0));
     for (const uint32_t flags : {1U, 3U, 4U, 0x80000002U}) {
         EXPECT_EQ(-1,
-                  xbusIoctl(sender.context(), relay, 1, &byte, 1, nullptr, nullptr, flags, 0, 0));
+                  xbusIoctl(sender.context(), kRelay, 1, &byte, 1, nullptr, nullptr, flags, 0, 0));
     }
     EXPECT_EQ(0, receiver.listen(0us)) << "nothing was sent";
 }
 
 TEST_F(Xbus, ACallThatIsNotAnsweredEndsAfterFiveSeconds) {
-    const Module receiver(relay);
-    const Module sender(pnac);
+    const Module receiver(kRelay);
+    const Module sender(kPnac);
     Bytes out{1, 2, 3};
     {
         const ShortWaits waits;
         errno = 0;
-        EXPECT_EQ(-1, sender.call(relay, 1, {}, out));
+        EXPECT_EQ(-1, sender.call(kRelay, 1, {}, out));
         EXPECT_EQ(ETIMEDOUT, errno);
         ASSERT_EQ(1U, ShortWaits::asked().size());
         EXPECT_LE(ShortWaits::asked()[0], 5s);
@@ -273,12 +262,12 @@ TEST_F(Xbus, ACallThatIsNotAnsweredEndsAfterFiveSeconds) {
 }
 
 TEST_F(Xbus, ACallToAFullQueueEndsAfterFiveSeconds) {
-    const Module receiver(relay);
-    const Module sender(pnac);
-    while (sender.notify(relay, 1) == 0) {
+    const Module receiver(kRelay);
+    const Module sender(kPnac);
+    while (sender.notify(kRelay, 1) == 0) {
     }
     const ShortWaits waits;
-    EXPECT_EQ(-1, sender.call(relay, 1));
+    EXPECT_EQ(-1, sender.call(kRelay, 1));
     ASSERT_EQ(1U, ShortWaits::asked().size());
     EXPECT_LE(ShortWaits::asked()[0], 5s);
     EXPECT_GT(ShortWaits::asked()[0], 4s);
@@ -288,7 +277,7 @@ TEST_F(Xbus, ALateAnswerIsNotTakenForTheNextOne) {
     const Gate ready;
     const Gate start;
     Child child([&] {
-        Module module(relay);
+        Module module(kRelay);
         module.handler = [](const Invocation &call) { return static_cast<int>(call.command); };
         ready.open();
         if (!start.pass()) {
@@ -302,19 +291,19 @@ TEST_F(Xbus, ALateAnswerIsNotTakenForTheNextOne) {
         return 0;
     });
     ASSERT_TRUE(ready.pass());
-    const Module sender(pnac);
+    const Module sender(kPnac);
     {
         const ShortWaits waits;
-        EXPECT_EQ(-1, sender.call(relay, 101));
-        EXPECT_EQ(-1, sender.call(relay, 102));
+        EXPECT_EQ(-1, sender.call(kRelay, 101));
+        EXPECT_EQ(-1, sender.call(kRelay, 102));
     }
     start.open();
-    EXPECT_EQ(103, sender.call(relay, 103));
-    EXPECT_EQ(104, sender.call(relay, 104));
+    EXPECT_EQ(103, sender.call(kRelay, 103));
+    EXPECT_EQ(104, sender.call(kRelay, 104));
     EXPECT_EQ(0, child.wait());
 }
 
-/** Opened by the third signal. */
+// Opened by the third signal.
 const Gate *gateOfSignals = nullptr;
 volatile std::sig_atomic_t signalsLeft = 0;
 
@@ -331,12 +320,12 @@ TEST_F(Xbus, ACallWaitsOnThroughSignals) {
     const Gate ready;
     const Gate interrupted;
     Child child([&] {
-        Module module(relay);
+        Module module(kRelay);
         ready.open();
         return interrupted.pass() && module.listen() == 1 ? 0 : 1;
     });
     ASSERT_TRUE(ready.pass());
-    const Module sender(pnac);
+    const Module sender(kPnac);
     gateOfSignals = &interrupted;
     signalsLeft = 3;
     struct sigaction action {};
@@ -345,7 +334,7 @@ TEST_F(Xbus, ACallWaitsOnThroughSignals) {
     sigaction(SIGALRM, &action, &before);
     const itimerval every{{0, 5000}, {0, 5000}};
     setitimer(ITIMER_REAL, &every, nullptr);
-    EXPECT_EQ(0, sender.call(relay, 1));
+    EXPECT_EQ(0, sender.call(kRelay, 1));
     const itimerval never{};
     setitimer(ITIMER_REAL, &never, nullptr);
     sigaction(SIGALRM, &before, nullptr);
@@ -353,10 +342,10 @@ TEST_F(Xbus, ACallWaitsOnThroughSignals) {
 }
 
 TEST_F(Xbus, AFullQueueYieldsMinusOneAndLosesNothing) {
-    Module receiver(relay);
-    const Module sender(pnac);
+    Module receiver(kRelay);
+    const Module sender(kPnac);
     uint32_t sent = 0;
-    while (sender.notify(relay, sent, pattern(100, sent)) == 0) {
+    while (sender.notify(kRelay, sent, pattern(100, sent)) == 0) {
         ++sent;
         ASSERT_LT(sent, 1'000'000U) << "a queue without an end";
     }
@@ -368,19 +357,19 @@ TEST_F(Xbus, AFullQueueYieldsMinusOneAndLosesNothing) {
         ASSERT_EQ(pattern(100, i), receiver.received.back().buf);
     }
     EXPECT_EQ(0, receiver.listen(0us));
-    EXPECT_EQ(0, sender.notify(relay, sent)) << "there is room again";
+    EXPECT_EQ(0, sender.notify(kRelay, sent)) << "there is room again";
     EXPECT_EQ(1, receiver.listen(0us));
 }
 
 TEST_F(Xbus, ListeningHandlesOneMessageACall) {
-    Module receiver(relay);
-    const Module sender(pnac);
-    const Module other(pnac + 1);
+    Module receiver(kRelay);
+    const Module sender(kPnac);
+    const Module other(kPnac + 1);
     for (const uint32_t command : {1U, 2U, 3U}) {
-        EXPECT_EQ(0, sender.notify(relay, command));
-        EXPECT_EQ(0, other.notify(relay, command + 10));
+        EXPECT_EQ(0, sender.notify(kRelay, command));
+        EXPECT_EQ(0, other.notify(kRelay, command + 10));
     }
-    for (std::size_t handled = 1; handled <= 6; ++handled) {
+    for (size_t handled = 1; handled <= 6; ++handled) {
         EXPECT_EQ(1, receiver.listen());
         EXPECT_EQ(handled, receiver.received.size());
     }
@@ -388,7 +377,7 @@ TEST_F(Xbus, ListeningHandlesOneMessageACall) {
 }
 
 TEST_F(Xbus, ListeningEndsWithTheTimeout) {
-    Module receiver(relay);
+    Module receiver(kRelay);
     const auto start = Clock::now();
     EXPECT_EQ(0, receiver.listen(0us));
     EXPECT_EQ(0, receiver.listen(30ms));
@@ -397,19 +386,19 @@ TEST_F(Xbus, ListeningEndsWithTheTimeout) {
 }
 
 TEST_F(Xbus, ListeningWithoutATimeoutSeesWhatANewSenderSent) {
-    Module receiver(relay);
-    const Module sender(pnac);
-    EXPECT_EQ(0, sender.notify(relay, 1));
+    Module receiver(kRelay);
+    const Module sender(kPnac);
+    EXPECT_EQ(0, sender.notify(kRelay, 1));
     EXPECT_EQ(1, receiver.listen(0us));
 }
 
 TEST_F(Xbus, ListeningIsWokenByAMessage) {
     const Gate listening;
     Child child([&listening] {
-        const Module sender(pnac);
-        return listening.pass() && sender.notify(relay, 1) == 0 ? 0 : 1;
+        const Module sender(kPnac);
+        return listening.pass() && sender.notify(kRelay, 1) == 0 ? 0 : 1;
     });
-    Module receiver(relay);
+    Module receiver(kRelay);
     listening.open();
     const auto start = Clock::now();
     EXPECT_EQ(1, receiver.listen());
@@ -417,7 +406,7 @@ TEST_F(Xbus, ListeningIsWokenByAMessage) {
     EXPECT_EQ(0, child.wait());
 }
 
-/** Sends a signal to the thread that makes it, again and again until it is destroyed. */
+// Sends a signal to the thread that makes it, again and again until it is destroyed.
 class Signals {
   public:
     Signals() {
@@ -449,7 +438,7 @@ class Signals {
 };
 
 TEST_F(Xbus, ASignalEndsListening) {
-    Module receiver(relay);
+    Module receiver(kRelay);
     const Signals signals;
     const auto start = Clock::now();
     EXPECT_EQ(0, receiver.listen());
@@ -463,9 +452,9 @@ TEST_F(Xbus, AnErrorWaitsOutTheTimeout) {
     EXPECT_GE(Clock::now() - start, 30ms);
 
     // No descriptor is left for the sender's connection.
-    Module receiver(relay);
-    const Module sender(pnac);
-    EXPECT_EQ(0, sender.notify(relay, 1));
+    Module receiver(kRelay);
+    const Module sender(kPnac);
+    EXPECT_EQ(0, sender.notify(kRelay, 1));
     const int firstFree = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
     ASSERT_NE(-1, firstFree);
     close(firstFree);
@@ -484,13 +473,13 @@ TEST_F(Xbus, AnErrorWaitsOutTheTimeout) {
 }
 
 TEST_F(Xbus, WhoIsConnectedIsServedWhileNobodyElseCanConnect) {
-    Module receiver(relay);
-    const Module connected(pnac);
-    const Module stranger(pnac + 1);
-    EXPECT_EQ(0, connected.notify(relay, 1));
+    Module receiver(kRelay);
+    const Module connected(kPnac);
+    const Module stranger(kPnac + 1);
+    EXPECT_EQ(0, connected.notify(kRelay, 1));
     EXPECT_EQ(1, receiver.listen());
-    EXPECT_EQ(0, stranger.notify(relay, 2));
-    EXPECT_EQ(0, connected.notify(relay, 3));
+    EXPECT_EQ(0, stranger.notify(kRelay, 2));
+    EXPECT_EQ(0, connected.notify(kRelay, 3));
     rlimit before{};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
     const int firstFree = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
@@ -507,11 +496,11 @@ TEST_F(Xbus, WhoIsConnectedIsServedWhileNobodyElseCanConnect) {
 TEST_F(Xbus, CarriesMessagesOf64KiBInEachBuffer) {
     const Gate ready;
     Child child([&ready] {
-        Module module(relay);
+        Module module(kRelay);
         module.handler = [](const Invocation &call) {
             const Bytes buf(call.buf.begin(), call.buf.end());
             const Bytes out(call.out.begin(), call.out.end());
-            if (buf != pattern(most, 1) || out != pattern(most, 2)) {
+            if (buf != pattern(kMost, 1) || out != pattern(kMost, 2)) {
                 return -2;
             }
             std::copy(buf.rbegin(), buf.rend(), call.out.begin());
@@ -521,36 +510,36 @@ TEST_F(Xbus, CarriesMessagesOf64KiBInEachBuffer) {
         return module.listen() == 1 && module.listen() == 1 ? 0 : 1;
     });
     ASSERT_TRUE(ready.pass());
-    const Module sender(pnac);
-    const Bytes buf = pattern(most, 1);
-    Bytes out = pattern(most, 2);
-    uint32_t outLength = most;
-    EXPECT_EQ(0, xbusIoctl(sender.context(), relay, 1, buf.data(), most, out.data(), &outLength,
+    const Module sender(kPnac);
+    const Bytes buf = pattern(kMost, 1);
+    Bytes out = pattern(kMost, 2);
+    uint32_t outLength = kMost;
+    EXPECT_EQ(0, xbusIoctl(sender.context(), kRelay, 1, buf.data(), kMost, out.data(), &outLength,
                            XBUS_NO_WAIT, 0, 0));
-    EXPECT_EQ(1, sender.call(relay, 1, buf, out));
+    EXPECT_EQ(1, sender.call(kRelay, 1, buf, out));
     EXPECT_EQ(Bytes(buf.rbegin(), buf.rend()), out);
     EXPECT_EQ(0, child.wait());
 }
 
 TEST_F(Xbus, RefusesToSendMoreThan64KiB) {
-    Module receiver(relay);
-    const Module sender(pnac);
-    EXPECT_EQ(-1, sender.notify(relay, 1, Bytes(most + 1)));
-    Bytes out(most + 1);
-    EXPECT_EQ(-1, sender.call(relay, 1, {}, out));
+    Module receiver(kRelay);
+    const Module sender(kPnac);
+    EXPECT_EQ(-1, sender.notify(kRelay, 1, Bytes(kMost + 1)));
+    Bytes out(kMost + 1);
+    EXPECT_EQ(-1, sender.call(kRelay, 1, {}, out));
     EXPECT_THAT(errors(), ElementsAre(HasSubstr("oversized"), HasSubstr("oversized")));
     EXPECT_EQ(0, receiver.listen(0us));
-    EXPECT_EQ(0, sender.notify(relay, 2, Bytes(most)));
+    EXPECT_EQ(0, sender.notify(kRelay, 2, Bytes(kMost)));
     EXPECT_EQ(1, receiver.listen(0us));
 }
 
 TEST_F(Xbus, AHandlerMaySend) {
-    Module receiver(relay);
-    Module sender(pnac);
+    Module receiver(kRelay);
+    Module sender(kPnac);
     receiver.handler = [&receiver](const Invocation &call) {
-        return receiver.notify(pnac, call.command + 1);
+        return receiver.notify(kPnac, call.command + 1);
     };
-    EXPECT_EQ(0, sender.notify(relay, 1));
+    EXPECT_EQ(0, sender.notify(kRelay, 1));
     EXPECT_EQ(1, receiver.listen());
     EXPECT_EQ(1, sender.listen());
     EXPECT_THAT(sender.receivedCommands(), ElementsAre(2));
@@ -559,7 +548,7 @@ TEST_F(Xbus, AHandlerMaySend) {
 TEST_F(Xbus, AHandlerMayCall) {
     const Gate ready;
     Child child([&ready] {
-        Module module(pnac + 1);
+        Module module(kPnac + 1);
         module.handler = [](const Invocation &call) {
             std::fill(call.out.begin(), call.out.end(), uint8_t{9});
             return 7;
@@ -568,50 +557,50 @@ TEST_F(Xbus, AHandlerMayCall) {
         return module.listen() == 1 ? 0 : 1;
     });
     ASSERT_TRUE(ready.pass());
-    Module receiver(relay);
-    const Module sender(pnac);
+    Module receiver(kRelay);
+    const Module sender(kPnac);
     receiver.handler = [&receiver](const Invocation &call) {
-        Bytes out(most);
-        EXPECT_EQ(7, receiver.call(pnac + 1, 1, Bytes(most, 8), out));
-        EXPECT_EQ(Bytes(most, 9), out);
-        EXPECT_EQ(pattern(most, 1), Bytes(call.buf.begin(), call.buf.end()));
-        EXPECT_EQ(pattern(most, 2), Bytes(call.out.begin(), call.out.end()));
+        Bytes out(kMost);
+        EXPECT_EQ(7, receiver.call(kPnac + 1, 1, Bytes(kMost, 8), out));
+        EXPECT_EQ(Bytes(kMost, 9), out);
+        EXPECT_EQ(pattern(kMost, 1), Bytes(call.buf.begin(), call.buf.end()));
+        EXPECT_EQ(pattern(kMost, 2), Bytes(call.out.begin(), call.out.end()));
         return 0;
     };
-    const Bytes buf = pattern(most, 1);
-    Bytes out = pattern(most, 2);
-    uint32_t outLength = most;
-    EXPECT_EQ(0, xbusIoctl(sender.context(), relay, 1, buf.data(), most, out.data(), &outLength,
+    const Bytes buf = pattern(kMost, 1);
+    Bytes out = pattern(kMost, 2);
+    uint32_t outLength = kMost;
+    EXPECT_EQ(0, xbusIoctl(sender.context(), kRelay, 1, buf.data(), kMost, out.data(), &outLength,
                            XBUS_NO_WAIT, 0, 0));
     EXPECT_EQ(1, receiver.listen());
     EXPECT_EQ(0, child.wait());
 }
 
 TEST_F(Xbus, LateAnswersLeaveRoomForTheNext) {
-    constexpr int lateCalls = 3;  // as many as fill both queues with the largest messages
+    constexpr int kLateCalls = 3;  // as many as fill both queues with the largest messages
     const Gate start;
     const Gate over;
     Child child([&] {
-        Module module(relay);
+        Module module(kRelay);
         module.handler = [](const Invocation &call) { return static_cast<int>(call.command); };
         over.open();
         bool isSound = start.pass();
-        for (int i = 0; i < lateCalls; ++i) {
+        for (int i = 0; i < kLateCalls; ++i) {
             isSound = isSound && module.listen() == 1;
         }
         over.open();
         return isSound && module.listen() == 1 ? 0 : 1;
     });
     ASSERT_TRUE(over.pass());
-    const Module sender(pnac);
-    Bytes out(most);
-    for (int i = 0; i < lateCalls; ++i) {
+    const Module sender(kPnac);
+    Bytes out(kMost);
+    for (int i = 0; i < kLateCalls; ++i) {
         const ShortWaits waits;
-        EXPECT_EQ(-1, sender.call(relay, 1, {}, out));
+        EXPECT_EQ(-1, sender.call(kRelay, 1, {}, out));
     }
     start.open();
     ASSERT_TRUE(over.pass());
-    EXPECT_EQ(2, sender.call(relay, 2, {}, out));
+    EXPECT_EQ(2, sender.call(kRelay, 2, {}, out));
     EXPECT_EQ(0, child.wait());
 }
 
@@ -619,8 +608,8 @@ TEST_F(Xbus, LateAnswersLeaveRoomForTheNext) {
 using XbusDeathTest = Xbus;
 
 TEST_F(XbusDeathTest, AddressSanitizerSeesWhereBuffersEnd) {
-    Module receiver(relay);
-    const Module sender(pnac);
+    Module receiver(kRelay);
+    const Module sender(kPnac);
     for (const bool isOut : {false, true}) {
         receiver.handler = [isOut](const Invocation &call) {
             const std::span<uint8_t> part = isOut ? call.out : call.buf;
@@ -629,21 +618,21 @@ TEST_F(XbusDeathTest, AddressSanitizerSeesWhereBuffersEnd) {
         Bytes out(5);
         uint32_t outLength = 5;
         const Bytes buf(3);
-        ASSERT_EQ(0, xbusIoctl(sender.context(), relay, 1, buf.data(), 3, out.data(), &outLength,
+        ASSERT_EQ(0, xbusIoctl(sender.context(), kRelay, 1, buf.data(), 3, out.data(), &outLength,
                                XBUS_NO_WAIT, 0, 0));
         EXPECT_DEATH(receiver.listen(), "use-after-poison");
     }
 }
 
 TEST_F(XbusDeathTest, AddressSanitizerSeesUseAfterTheHandler) {
-    Module receiver(relay);
-    const Module sender(pnac);
+    Module receiver(kRelay);
+    const Module sender(kPnac);
     const volatile uint8_t *kept = nullptr;
     receiver.handler = [&kept](const Invocation &call) {
         kept = call.buf.data();
         return 0;
     };
-    ASSERT_EQ(0, sender.notify(relay, 1, Bytes(3)));
+    ASSERT_EQ(0, sender.notify(kRelay, 1, Bytes(3)));
     ASSERT_EQ(1, receiver.listen());
     EXPECT_DEATH((void)kept[0], "use-after-poison");
 }
@@ -652,7 +641,7 @@ TEST_F(XbusDeathTest, AddressSanitizerSeesUseAfterTheHandler) {
 TEST_F(Xbus, AHandlerCannotSendBackMoreThanItGot) {
     const Gate ready;
     Child child([&ready] {
-        Module module(relay);
+        Module module(kRelay);
         module.handler = [](const Invocation &call) {
             *call.outLength = 1'000'000;
             return 0;
@@ -661,12 +650,13 @@ TEST_F(Xbus, AHandlerCannotSendBackMoreThanItGot) {
         return module.listen() == 1 ? 0 : 1;
     });
     ASSERT_TRUE(ready.pass());
-    const Module sender(pnac);
+    const Module sender(kPnac);
     Bytes out{1, 2, 3};
-    EXPECT_EQ(0, sender.call(relay, 1, {}, out));
+    EXPECT_EQ(0, sender.call(kRelay, 1, {}, out));
     EXPECT_EQ((Bytes{1, 2, 3}), out);
     EXPECT_EQ(0, child.wait());
     EXPECT_THAT(errors(), IsEmpty());
 }
 
 }  // namespace
+}  // namespace lanyard::test
