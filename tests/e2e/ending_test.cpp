@@ -51,7 +51,7 @@ class Ending : public EndToEnd {
     }
 };
 
-TEST_F(Ending, ByASignalRunsTheProgram) {
+TEST_F(Ending, Signal_RunsTheProgram) {
     for (const int signal : {SIGTERM, SIGINT, SIGQUIT, SIGUSR2, SIGALRM, SIGXCPU, SIGRTMIN}) {
         std::filesystem::remove(portFile());
         const auto alice = supplicant();
@@ -63,7 +63,7 @@ TEST_F(Ending, ByASignalRunsTheProgram) {
     }
 }
 
-TEST_F(Ending, ByTheLinkRunsTheProgram) {
+TEST_F(Ending, LinkDown_RunsTheProgram) {
     const auto alice = supplicant();
     device().startAuthenticator(options());
     EXPECT_TRUE(portIs("authorized, accepted\n"));
@@ -72,7 +72,7 @@ TEST_F(Ending, ByTheLinkRunsTheProgram) {
     setLink("up");
 }
 
-TEST_F(Ending, IsNoMatterOfSighup) {
+TEST_F(Ending, Sighup_EndsNoSession) {
     const auto alice = supplicant();
     device().startAuthenticator(options());
     ASSERT_TRUE(portIs("authorized, accepted\n"));
@@ -86,7 +86,7 @@ TEST_F(Ending, IsNoMatterOfSighup) {
     EXPECT_TRUE(portIs("authorized, accepted\nunauthorized, logoff\n"));
 }
 
-TEST_F(Ending, IsNoMatterOfATerminalThatIsClosed) {
+TEST_F(Ending, TerminalClosed_EndsNoSession) {
     std::optional<FileDescriptor> terminal(std::in_place,
                                            posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC), "terminal");
     ASSERT_EQ(0, grantpt(terminal->get()));

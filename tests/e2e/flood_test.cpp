@@ -140,12 +140,12 @@ class Flood : public EndToEnd {
     }
 };
 
-TEST_F(Flood, OfLongNamesIsRefusedAtOnce) {
+TEST_F(Flood, FloodOfLongNames_RefusedAtOnce) {
     const auto answers = survive(1400, false);
     EXPECT_EQ((std::map<EapCode, unsigned>{{EapCode::kFailure, kIdentities}}), answers);
 }
 
-TEST_F(Flood, OfNamesFromAnAddressEachIsAnsweredToTheEnd) {
+TEST_F(Flood, FloodOfNamesFromAnAddressEach_AnsweredToTheEnd) {
     unsigned all = 0;
     for (const auto &[code, count] : survive(253, true)) {
         all += count;

@@ -48,7 +48,7 @@ class Login : public EndToEnd {
     std::unique_ptr<Supplicant> supplicant_;
 };
 
-TEST_F(Login, WithMd5IsWithoutKeys) {
+TEST_F(Login, Md5_AcceptedWithoutKeys) {
     const Event event = logIn(md5Account("alice", "wonderland"));
     EXPECT_FALSE(event.contains("recv_key"));
     EXPECT_FALSE(event.contains("send_key"));
@@ -57,35 +57,35 @@ TEST_F(Login, WithMd5IsWithoutKeys) {
     EXPECT_EQ("terminate", event.at("then"));
 }
 
-TEST_F(Login, WithPeapGivesBothEndsTheSameKeys) {
+TEST_F(Login, Peap_GivesBothEndsTheSameKeys) {
     expectKeys(logIn(peapAccount(server(), "alice", "wonderland")));
 }
 
-TEST_F(Login, WithTtlsGivesBothEndsTheSameKeys) {
+TEST_F(Login, Ttls_GivesBothEndsTheSameKeys) {
     expectKeys(logIn(ttlsAccount(server(), "alice", "wonderland")));
 }
 
-TEST_F(Login, WithTlsGivesBothEndsTheSameKeys) {
+TEST_F(Login, Tls_GivesBothEndsTheSameKeys) {
     expectKeys(logIn(tlsAccount(server(), "alice")));
 }
 
-TEST_F(Login, WithMd5AndAWrongPasswordIsRefused) {
+TEST_F(Login, Md5WithAWrongPassword_Refused) {
     expectRefusal(md5Account("alice", "looking-glass"));
 }
 
-TEST_F(Login, WithPeapAndAWrongPasswordIsRefused) {
+TEST_F(Login, PeapWithAWrongPassword_Refused) {
     expectRefusal(peapAccount(server(), "alice", "looking-glass"));
 }
 
-TEST_F(Login, WithTtlsAndAWrongPasswordIsRefused) {
+TEST_F(Login, TtlsWithAWrongPassword_Refused) {
     expectRefusal(ttlsAccount(server(), "alice", "looking-glass"));
 }
 
-TEST_F(Login, WithTlsAndACertificateOfAnotherAuthorityIsRefused) {
+TEST_F(Login, TlsWithACertificateOfAnotherAuthority_Refused) {
     expectRefusal(tlsAccount(server(), "alice", "stranger"));
 }
 
-TEST_F(Login, EndsWithTheSupplicantsLogoff) {
+TEST_F(Login, Logoff_EndsTheSession) {
     logIn(md5Account("alice", "wonderland"));
     supplicant().logOff();
     const auto event =
@@ -95,7 +95,7 @@ TEST_F(Login, EndsWithTheSupplicantsLogoff) {
     EXPECT_EQ("logoff", event->at("reason"));
 }
 
-TEST_F(Login, IsRepeatedWhenTheServerWantsThat) {
+TEST_F(Login, ServerWantsReauthentication_LoginRepeated) {
     const auto supplicant = connect(md5Account("erin", "through-the-glass"));
     const std::optional<Event> first = device().firstEventOf(VirtualWire::kUserAddress);
     ASSERT_TRUE(first);

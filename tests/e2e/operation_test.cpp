@@ -10,7 +10,7 @@ namespace {
 
 using Operation = EndToEnd;
 
-TEST_F(Operation, FollowsChangesOfTheServers) {
+TEST_F(Operation, ServersChange_NextLoginFollows) {
     const Account alice = md5Account("alice", "wonderland");
     device().startAuthenticator();
     EXPECT_EQ("authorized", knock(alice).at("event"));
@@ -26,7 +26,7 @@ TEST_F(Operation, FollowsChangesOfTheServers) {
     EXPECT_EQ("authorized", knock(alice).at("event"));
 }
 
-TEST_F(Operation, LetsFiftySupplicantsInAtOnce) {
+TEST_F(Operation, FiftySupplicantsAtOnce_AllLetIn) {
     const std::array<Account, 4> accounts = {
         md5Account("alice", "wonderland"), peapAccount(server(), "alice", "wonderland"),
         ttlsAccount(server(), "alice", "wonderland"), tlsAccount(server(), "alice")};

@@ -21,7 +21,7 @@ class Outage : public EndToEnd {
     }
 };
 
-TEST_F(Outage, OfTheFirstServerLeavesTheSecond) {
+TEST_F(Outage, FirstServerSilent_SecondIsAsked) {
     const SilentServer silent("127.0.0.2");
     device().change({"del", "127.0.0.1"});
     device().addServer("127.0.0.2", silent.port(), "unheard");
@@ -32,7 +32,7 @@ TEST_F(Outage, OfTheFirstServerLeavesTheSecond) {
     EXPECT_GT(silent.packets(), 0);
 }
 
-TEST_F(Outage, OfTheServerInAConversationEndsThatConversationOnly) {
+TEST_F(Outage, ServerDiesInAConversation_EndsThatConversationOnly) {
     const auto supplicant = connect(peapAccount(server(), "alice"));
     // The tunnel stands, and the server waits for what comes out of it.
     ASSERT_TRUE(supplicant->asksForPassword());
@@ -48,7 +48,7 @@ TEST_F(Outage, OfTheServerInAConversationEndsThatConversationOnly) {
     expectLogin();
 }
 
-TEST_F(Outage, OfTheRelayIsOverWhenItIsStartedAndHasTheServersAgain) {
+TEST_F(Outage, RelayRestartedWithItsServers_LogsInAgain) {
     const auto supplicant = connect(md5Account("alice", "wonderland"));
     ASSERT_TRUE(supplicant->succeeds());
     device().endRelay(SIGKILL);
@@ -57,7 +57,7 @@ TEST_F(Outage, OfTheRelayIsOverWhenItIsStartedAndHasTheServersAgain) {
     expectLogin();
 }
 
-TEST_F(Outage, OfTheRelayIsOverWithoutAServiceToo) {
+TEST_F(Outage, RelayRestartedWithoutTheService_LogsInAgain) {
     device().endService();
     device().endRelay(SIGKILL);
     device().startRelay();
@@ -66,7 +66,7 @@ TEST_F(Outage, OfTheRelayIsOverWithoutAServiceToo) {
     expectLogin();
 }
 
-TEST_F(Outage, OfTheRelayIsToldToTheSupplicant) {
+TEST_F(Outage, RelayDead_TheSupplicantIsTold) {
     device().endRelay(SIGKILL);
     device().startAuthenticator({"--relay-timeout", "0.2"});
     const Event event = knock(md5Account("alice", "wonderland"));
@@ -78,7 +78,7 @@ TEST_F(Outage, OfTheRelayIsToldToTheSupplicant) {
 }
 
 // For longer than a call on the bus waits.
-TEST_F(Outage, OfTheFirstServerIsOverWithAChangeThatIsMadeMeanwhile) {
+TEST_F(Outage, FirstServerSilent_AChangeMadeMeanwhileArrives) {
     const SilentServer silent;
     device().change(
         {"set", "127.0.0.1", "--port", std::to_string(silent.port()), "--timeout", "7"});
@@ -91,13 +91,13 @@ TEST_F(Outage, OfTheFirstServerIsOverWithAChangeThatIsMadeMeanwhile) {
     expectLogin();
 }
 
-TEST_F(Outage, OfTheRelayTakesLessThanASecondWhenItIsAskedTo) {
+TEST_F(Outage, RelayAskedToEnd_EndsWithinASecond) {
     device().startAuthenticator();
     expectLogin();
     EXPECT_LT(device().endRelay(SIGTERM), 1000ms);
 }
 
-TEST_F(Outage, OfTheRelayTakesLessThanASecondWhileItWaitsForAServer) {
+TEST_F(Outage, RelayAskedToEndWhileItWaitsForAServer_EndsWithinASecond) {
     const SilentServer silent;
     device().change(
         {"set", "127.0.0.1", "--port", std::to_string(silent.port()), "--timeout", "30"});

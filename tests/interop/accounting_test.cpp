@@ -22,7 +22,7 @@ class Accounting : public Interop {
 class AccountingStatus : public Accounting,
                          public testing::WithParamInterface<std::tuple<uint32_t, const char *>> {};
 
-TEST_P(AccountingStatus, IsRecordedByTheServer) {
+TEST_P(AccountingStatus, EachStatus_IsRecordedByTheServer) {
     const uint32_t status = std::get<0>(GetParam());
     const std::string name = std::get<1>(GetParam());
     configure(servers(server().secret()));
@@ -44,7 +44,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, AccountingStatus,
                                          std::tuple{8U, "Accounting-Off"},
                                          std::tuple{4711U, "4711"}));
 
-TEST_F(Accounting, WrongSharedSecretMeetsSilence) {
+TEST_F(Accounting, WrongSharedSecret_MeetsSilence) {
     configure(servers("not-the-secret"));
     const std::string before = server().accountingRecords();
     int result = -2;
@@ -55,7 +55,7 @@ TEST_F(Accounting, WrongSharedSecretMeetsSilence) {
     EXPECT_EQ(before, server().accountingRecords());
 }
 
-TEST_F(Accounting, NeedsAnAccountingServer) {
+TEST_F(Accounting, NoAccountingServer_Fails) {
     configure("authserver " + entry(server().authPort()) + "\n");
     int result = -2;
     const Written written = capture([&] { result = radAcct(7); });

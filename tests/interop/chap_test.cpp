@@ -50,7 +50,7 @@ class Chap : public Interop {
     }
 };
 
-TEST_F(Chap, RightPasswordIsAcceptedAndTheReplyShown) {
+TEST_F(Chap, RightPassword_AcceptedAndTheReplyShown) {
     int result = -2;
     const Written written = capture([&] { result = login("alice", Exchange("wonderland")); });
     EXPECT_EQ(0, result);
@@ -62,7 +62,7 @@ TEST_F(Chap, RightPasswordIsAcceptedAndTheReplyShown) {
     EXPECT_EQ("", written.err);
 }
 
-TEST_F(Chap, WrongPasswordIsRefused) {
+TEST_F(Chap, WrongPassword_Refused) {
     int result = -2;
     const Written written = capture([&] { result = login("alice", Exchange("wonderlanD")); });
     EXPECT_EQ(-1, result);
@@ -70,7 +70,7 @@ TEST_F(Chap, WrongPasswordIsRefused) {
     EXPECT_THAT(written.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
 }
 
-TEST_F(Chap, ResponseToAnotherChallengeIsRefused) {
+TEST_F(Chap, ResponseToAnotherChallenge_Refused) {
     Exchange exchange("wonderland");
     exchange.challenge[15] ^= 1;
     int result = -2;
@@ -78,7 +78,7 @@ TEST_F(Chap, ResponseToAnotherChallengeIsRefused) {
     EXPECT_EQ(-1, result);
 }
 
-TEST_F(Chap, ServerSeesTheRequestAsItWasMeant) {
+TEST_F(Chap, Request_ReachesTheServerAsItWasMeant) {
     capture([] { login("alice", Exchange("wonderland")); });
     const std::string request = lastRequest();
     EXPECT_THAT(request, HasSubstr("User-Name = \"alice\"\n"));
@@ -90,7 +90,7 @@ TEST_F(Chap, ServerSeesTheRequestAsItWasMeant) {
     EXPECT_THAT(request, Not(HasSubstr("User-Password")));
 }
 
-TEST_F(Chap, PasswordOf48CharactersCountsToItsLastOne) {
+TEST_F(Chap, PasswordOf48Characters_CountsToItsLastOne) {
     const std::string password = kLongPassword;
     int whole = -2;
     int cut = -2;
@@ -102,7 +102,7 @@ TEST_F(Chap, PasswordOf48CharactersCountsToItsLastOne) {
     EXPECT_EQ(-1, cut);
 }
 
-TEST_F(Chap, LimitsComeBackInMinutesRoundedUp) {
+TEST_F(Chap, Limits_ComeBackInMinutesRoundedUp) {
     int idle = kUntouched;
     int session = kUntouched;
     int result = -2;
@@ -115,7 +115,7 @@ TEST_F(Chap, LimitsComeBackInMinutesRoundedUp) {
     EXPECT_EQ(121, session);  // 7201 s
 }
 
-TEST_F(Chap, LimitsOfARefusalStayUntouched) {
+TEST_F(Chap, Refusal_LeavesTheLimitsUntouched) {
     int idle = kUntouched;
     int session = kUntouched;
     int result = -2;

@@ -94,7 +94,7 @@ INSTANTIATE_TEST_SUITE_P(Methods, MschapStorm,
                                          Storm{"Mschapv2InTheProcess", radMschapv2, true, 21}),
                          [](const auto &instance) { return std::string(instance.param.name); });
 
-TEST_P(MschapStorm, EveryLoginGetsItsOwnResult) {
+TEST_P(MschapStorm, ManyLoginsOfOneName_EachGetsItsOwnResult) {
     std::vector<Mistakes> all(kThreads);
     const Written written = capture([&all] {
         // The processes first, while there is but one thread to fork and nothing to write twice.

@@ -77,15 +77,15 @@ class Mschap : public Interop {
 
 // --- MS-CHAP --------------------------------------------------------------------------------------
 
-TEST_F(Mschap, RightPasswordIsAccepted) {
+TEST_F(Mschap, RightPassword_Accepted) {
     expectAccepted(login(radMschap, "alice", "wonderland"));
 }
 
-TEST_F(Mschap, WrongPasswordIsRefused) {
+TEST_F(Mschap, WrongPassword_Refused) {
     expectRefused(login(radMschap, "alice", "wonderlanD"));
 }
 
-TEST_F(Mschap, ServerSeesTheRequestAsItWasMeant) {
+TEST_F(Mschap, Request_ReachesTheServerAsItWasMeant) {
     login(radMschap, "alice", "wonderland");
     const std::string request = lastRequest();
     EXPECT_THAT(request, HasSubstr("User-Name = \"alice\"\n"));
@@ -97,19 +97,19 @@ TEST_F(Mschap, ServerSeesTheRequestAsItWasMeant) {
     EXPECT_THAT(request, Not(HasSubstr("User-Password")));
 }
 
-TEST_F(Mschap, PasswordsAreUtf8OfAnyLength) {
+TEST_F(Mschap, Utf8PasswordsOfAnyLength_Accepted) {
     EXPECT_EQ(0, login(radMschap, "dave", "p\u00e4ssw\u00f6rd\u20ac").result);
     EXPECT_EQ(-1, login(radMschap, "dave", "passw\u00f6rd\u20ac").result);
     EXPECT_EQ(0, login(radMschap, "bob", kLongPassword).result);
 }
 
-TEST_F(Mschap, WithoutTheProgramTheServerRefuses) {
+TEST_F(Mschap, NoProgram_TheServerRefuses) {
     std::filesystem::remove_all(root().path() / "nexa2.0");
     expectRefused(login(radMschap, "alice", "wonderland"));
     EXPECT_THAT(lastRequest(), HasSubstr("MS-CHAP-Response = 0xb901" + std::string(96, '0')));
 }
 
-TEST_F(Mschap, LimitsComeBackInMinutesRoundedUp) {
+TEST_F(Mschap, Limits_ComeBackInMinutesRoundedUp) {
     const Login outcome = loginForLimits(radMschapAndGetAttributes, "alice", "wonderland");
     EXPECT_EQ(0, outcome.result);
     EXPECT_THAT(outcome.written.out, HasSubstr("Reply-Message: Welcome, alice\n"));
@@ -118,7 +118,7 @@ TEST_F(Mschap, LimitsComeBackInMinutesRoundedUp) {
     EXPECT_EQ(121U, outcome.session);  // 7201 s
 }
 
-TEST_F(Mschap, NothingIsLeftInTheFolderOfTheProgram) {
+TEST_F(Mschap, Login_LeavesNothingInTheFolderOfTheProgram) {
     login(radMschap, "alice", "wonderland");
     login(radMschap, "alice", "wrong");
     EXPECT_TRUE(std::filesystem::is_empty(root().path() / "tmp"));
@@ -126,12 +126,12 @@ TEST_F(Mschap, NothingIsLeftInTheFolderOfTheProgram) {
 
 // --- MS-CHAPv2 ------------------------------------------------------------------------------------
 
-TEST_F(Mschap, Version2IsRefusedWithTheOwnSha1) {
+TEST_F(Mschap, Version2WithTheOwnSha1_Refused) {
     expectRefused(login(radMschapv2, "alice", "wonderland"));
     EXPECT_THAT(lastRequest(), HasSubstr("MS-CHAP2-Response = 0xb900"));
 }
 
-TEST_F(Mschap, Version2IsAcceptedWithThePublishedSha1) {
+TEST_F(Mschap, Version2WithThePublishedSha1_Accepted) {
     radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
     expectAccepted(login(radMschapv2, "alice", "wonderland"));
     const std::string request = lastRequest();
@@ -142,20 +142,20 @@ TEST_F(Mschap, Version2IsAcceptedWithThePublishedSha1) {
     EXPECT_THAT(request, Not(HasSubstr("User-Password")));
 }
 
-TEST_F(Mschap, Version2RefusesAWrongPasswordEitherWay) {
+TEST_F(Mschap, Version2WithAWrongPassword_RefusedEitherWay) {
     expectRefused(login(radMschapv2, "alice", "wonderlanD"));
     radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
     expectRefused(login(radMschapv2, "alice", "wonderlanD"));
 }
 
-TEST_F(Mschap, Version2AcceptsEveryTime) {
+TEST_F(Mschap, Version2ManyTimes_AcceptedEachTime) {
     radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
     for (int logins = 0; logins < 20; ++logins) {
         expectAccepted(login(radMschapv2, "alice", "wonderland"));
     }
 }
 
-TEST_F(Mschap, LimitsOfVersion2ComeBackInMinutesRoundedUp) {
+TEST_F(Mschap, LimitsOfVersion2_ComeBackInMinutesRoundedUp) {
     const Login refused = loginForLimits(radMschapv2AndGetAttributes, "alice", "wonderland");
     EXPECT_EQ(-1, refused.result);
     EXPECT_EQ(kUntouched, refused.idle);
@@ -235,7 +235,7 @@ void addVendor(RadPair **request, int type, const Bytes &data) {
     ASSERT_NE(nullptr, radPairAdd(request, RAD_ATTR_VENDOR_SPECIFIC, value.data(), length));
 }
 
-TEST_F(Mschap, KeysOfAnAcceptAreThoseThatThePasswordMakes) {
+TEST_F(Mschap, KeysOfAnAccept_AreThoseThatThePasswordMakes) {
     radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
     const Bytes authenticatorChallenge(16, 1);
     Bytes peerChallenge(16);

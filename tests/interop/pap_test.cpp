@@ -24,7 +24,7 @@ class Pap : public Interop {
     }
 };
 
-TEST_F(Pap, RightPasswordIsAcceptedAndTheReplyShown) {
+TEST_F(Pap, RightPassword_AcceptedAndTheReplyShown) {
     configureWith(server().authPort());
     int result = -2;
     const Written written = capture([&] { result = radAuth("alice", "wonderland"); });
@@ -37,7 +37,7 @@ TEST_F(Pap, RightPasswordIsAcceptedAndTheReplyShown) {
     EXPECT_EQ("", written.err);
 }
 
-TEST_F(Pap, WrongPasswordIsRefused) {
+TEST_F(Pap, WrongPassword_Refused) {
     configureWith(server().authPort());
     int result = -2;
     const Written written = capture([&] { result = radAuth("alice", "wonderlanD"); });
@@ -46,7 +46,7 @@ TEST_F(Pap, WrongPasswordIsRefused) {
     EXPECT_THAT(written.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
 }
 
-TEST_F(Pap, ServerSeesTheRequestAsItWasMeant) {
+TEST_F(Pap, Request_ReachesTheServerAsItWasMeant) {
     configureWith(server().authPort());
     capture([] { radAuth("alice", "wonderland"); });
     const std::string request = lastRequest();
@@ -58,7 +58,7 @@ TEST_F(Pap, ServerSeesTheRequestAsItWasMeant) {
     EXPECT_THAT(request, Not(HasSubstr("NAS-Identifier")));
 }
 
-TEST_F(Pap, NasIdentifierOfTheServerEntryTakesThePlaceOfTheAddress) {
+TEST_F(Pap, NasIdentifierInTheServerEntry_TakesThePlaceOfTheAddress) {
     configure("authserver " + entry(server().authPort()) + ":gateway-7\n");
     int result = -2;
     capture([&] { result = radAuth("alice", "wonderland"); });
@@ -67,7 +67,7 @@ TEST_F(Pap, NasIdentifierOfTheServerEntryTakesThePlaceOfTheAddress) {
     EXPECT_THAT(lastRequest(), Not(HasSubstr("NAS-IP-Address")));
 }
 
-TEST_F(Pap, PasswordOf48CharactersArrivesWhole) {
+TEST_F(Pap, PasswordOf48Characters_ArrivesWhole) {
     configureWith(server().authPort());
     const std::string password = kLongPassword;
     ASSERT_EQ(size_t{RAD_PASSWORD_MAX}, password.size());
@@ -81,7 +81,7 @@ TEST_F(Pap, PasswordOf48CharactersArrivesWhole) {
     EXPECT_EQ(-1, cut);
 }
 
-TEST_F(Pap, LimitsComeBackInMinutesRoundedUp) {
+TEST_F(Pap, Limits_ComeBackInMinutesRoundedUp) {
     configureWith(server().authPort());
     uint32_t idle = kUntouched;
     uint32_t session = kUntouched;
@@ -92,7 +92,7 @@ TEST_F(Pap, LimitsComeBackInMinutesRoundedUp) {
     EXPECT_EQ(121U, session);  // 7201 s
 }
 
-TEST_F(Pap, LimitsThatTheReplyDoesNotCarryStayUntouched) {
+TEST_F(Pap, LimitsThatTheReplyLacks_StayUntouched) {
     configureWith(server().authPort());
     uint32_t idle = kUntouched;
     uint32_t session = kUntouched;
@@ -110,7 +110,7 @@ TEST_F(Pap, LimitsThatTheReplyDoesNotCarryStayUntouched) {
     EXPECT_EQ(kUntouched, session);
 }
 
-TEST_F(Pap, AttributeThatTheBuiltInDictionaryLacksIsSkippedWithAWarning) {
+TEST_F(Pap, AttributeThatTheBuiltInDictionaryLacks_SkippedWithAWarning) {
     configureWith(server().authPort());
     int result = -2;
     const Written written = capture([&] { result = radAuth("carol", "looking-glass"); });
@@ -123,7 +123,7 @@ TEST_F(Pap, AttributeThatTheBuiltInDictionaryLacksIsSkippedWithAWarning) {
     EXPECT_THAT(written.err, HasSubstr("radPairGen: received unknown attribute 25 of length 3"));
 }
 
-TEST_F(Pap, ShippedDictionaryKnowsThatAttribute) {
+TEST_F(Pap, AttributeOfTheShippedDictionary_Shown) {
     std::filesystem::create_directories(root().path() / "etc");
     std::filesystem::copy_file(LANYARD_DICTIONARY, root().path() / "etc/radius.dict");
     configureWith(server().authPort(), "dictionary /etc/radius.dict\n");
@@ -134,7 +134,7 @@ TEST_F(Pap, ShippedDictionaryKnowsThatAttribute) {
     EXPECT_EQ("", written.err);
 }
 
-TEST_F(Pap, RepliesWithAMessageAuthenticatorAreTakenOnceItIsVerified) {
+TEST_F(Pap, RepliesWithAMessageAuthenticator_TakenOnceItIsVerified) {
     configureWith(server().signedPort());
     int accepted = -2;
     const Written accept = capture([&] { accepted = radAuth("alice", "wonderland"); });
@@ -154,7 +154,7 @@ TEST_F(Pap, RepliesWithAMessageAuthenticatorAreTakenOnceItIsVerified) {
     EXPECT_THAT(reject.err, HasSubstr("\"alice\" RADIUS Authentication failure"));
 }
 
-TEST_F(Pap, WrongSharedSecretMeetsSilence) {
+TEST_F(Pap, WrongSharedSecret_MeetsSilence) {
     configure("authserver " + entry(server().authPort(), "not-the-secret") + "\n");
     int result = -2;
     const auto start = std::chrono::steady_clock::now();

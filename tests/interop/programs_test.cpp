@@ -57,7 +57,7 @@ class Programs : public Interop {
     }
 };
 
-TEST_F(Programs, RadauthAcceptsTheRightPassword) {
+TEST_F(Programs, RadauthWithTheRightPassword_Accepts) {
     const ProgramResult result = run("radauth", {"alice", "wonderland"});
     EXPECT_EQ(0, result.status);
     EXPECT_EQ(
@@ -68,7 +68,7 @@ TEST_F(Programs, RadauthAcceptsTheRightPassword) {
     EXPECT_EQ("", result.err);
 }
 
-TEST_F(Programs, RadauthRefusesTheWrongOneInOneLineAndNamesTheServer) {
+TEST_F(Programs, RadauthWithTheWrongPassword_RefusesInOneLineAndNamesTheServer) {
     const ProgramResult result = run("radauth", {"alice", "wrong"});
     EXPECT_EQ(1, result.status);
     EXPECT_EQ("", result.out);
@@ -77,7 +77,7 @@ TEST_F(Programs, RadauthRefusesTheWrongOneInOneLineAndNamesTheServer) {
     EXPECT_THAT(result.err, EndsWith("\n" + rejectedBy(server().authPort())));
 }
 
-TEST_F(Programs, WrongPasswordWrongSecretAndDeadServerReadDifferently) {
+TEST_F(Programs, WrongPasswordWrongSecretAndDeadServer_ReadDifferently) {
     const SilentServer silent;
     writeConfiguration("authserver " + entry(silent.port()) + ", " +
                        entry(server().authPort(), "not-the-secret") + ", " +
@@ -89,7 +89,7 @@ TEST_F(Programs, WrongPasswordWrongSecretAndDeadServerReadDifferently) {
     EXPECT_THAT(result.err, Not(HasSubstr("not-the-secret")));
 }
 
-TEST_F(Programs, RadauthReadsAnotherFileAndTakesV) {
+TEST_F(Programs, RadauthWithAnotherFileAndV_ReadsIt) {
     root().write("elsewhere/other.conf", "authserver " + entry(server().signedPort()) + "\n");
     const ProgramResult result =
         run("radauth", {"-v", "-f", "/elsewhere/other.conf", "alice", "wonderland"});
@@ -97,7 +97,7 @@ TEST_F(Programs, RadauthReadsAnotherFileAndTakesV) {
     EXPECT_THAT(result.out, HasSubstr("Message-Authenticator: 0x"));
 }
 
-TEST_F(Programs, RadauthExplainsItself) {
+TEST_F(Programs, RadauthWithBadArguments_ExplainsItself) {
     const ProgramResult none = run("radauth", {});
     EXPECT_EQ(1, none.status);
     EXPECT_EQ(usage("radauth"), none.out);
@@ -111,7 +111,7 @@ TEST_F(Programs, RadauthExplainsItself) {
     EXPECT_EQ(usage("radauth"), unknown.out);
 }
 
-TEST_F(Programs, RadauthWithoutUserOrPasswordBehindTheOptionsFails) {
+TEST_F(Programs, RadauthWithoutUserOrPasswordAfterTheOptions_Fails) {
     const ProgramResult neither = run("radauth", {"-f", "/var/radius.conf"});
     EXPECT_EQ(1, neither.status);
     EXPECT_THAT(neither.out + neither.err, Not(IsEmpty()));
@@ -125,7 +125,7 @@ TEST_F(Programs, RadauthWithoutUserOrPasswordBehindTheOptionsFails) {
     EXPECT_THAT(noFile.out + noFile.err, Not(IsEmpty()));
 }
 
-TEST_F(Programs, RadauthRefusesNamesAndPasswordsThatAreTooLong) {
+TEST_F(Programs, RadauthWithNamesAndPasswordsThatAreTooLong_Refuses) {
     const ProgramResult name = run("radauth", {std::string(65, 'n'), "password"});
     EXPECT_EQ(1, name.status);
     EXPECT_THAT(name.err, HasSubstr("Invalid username or password"));
@@ -136,7 +136,7 @@ TEST_F(Programs, RadauthRefusesNamesAndPasswordsThatAreTooLong) {
     EXPECT_THAT(password.err, Not(HasSubstr("ppp")));
 }
 
-TEST_F(Programs, MissingFileIsReported) {
+TEST_F(Programs, MissingFile_Reported) {
     for (const char *program : {"radauth", "radauth-all", "radauth-portal"}) {
         const ProgramResult result = run(program, {"-f", "/var/none.conf", "alice", "wonderland"});
         EXPECT_EQ(1, result.status) << program;
@@ -149,7 +149,7 @@ TEST_F(Programs, MissingFileIsReported) {
     EXPECT_THAT(result.err, HasSubstr("can't open /var/none.conf"));
 }
 
-TEST_F(Programs, BrokenFileIsReportedWithItsLine) {
+TEST_F(Programs, BrokenFile_ReportedWithItsLine) {
     writeConfiguration("# The servers.\nauthserver " + entry(server().authPort()) +
                        "\n\nTimeout 3\n");
     for (const char *program : {"radauth", "radauth-all", "radauth-portal"}) {
@@ -164,14 +164,14 @@ TEST_F(Programs, BrokenFileIsReportedWithItsLine) {
     EXPECT_THAT(result.err, HasSubstr("line 4: unrecognized keyword: Timeout"));
 }
 
-TEST_F(Programs, FileWithoutServersIsReported) {
+TEST_F(Programs, FileWithoutServers_Reported) {
     writeConfiguration("timeout 3\n");
     const ProgramResult result = run("radauth", {"alice", "wonderland"});
     EXPECT_EQ(1, result.status);
     EXPECT_THAT(result.err, HasSubstr("radConfAssert: No AuthServer Specified"));
 }
 
-TEST_F(Programs, RadauthAllShowsEveryServerBehindTheLastReply) {
+TEST_F(Programs, RadauthAll_ShowsEveryServerAfterTheLastReply) {
     const SilentServer silent;
     writeConfiguration("authserver " + entry(server().signedPort()) + ", " + entry(silent.port()) +
                        ", " + entry(server().authPort()) + "\n");
@@ -192,7 +192,7 @@ TEST_F(Programs, RadauthAllShowsEveryServerBehindTheLastReply) {
         wrong.out);
 }
 
-TEST_F(Programs, RadauthAllSaysWhenNobodyWasAsked) {
+TEST_F(Programs, RadauthAllWithoutAnybodyAsked_SaysSo) {
     const ProgramResult none = run("radauth-all", {});
     EXPECT_EQ(1, none.status);
     EXPECT_EQ("", none.out);
@@ -205,7 +205,7 @@ TEST_F(Programs, RadauthAllSaysWhenNobodyWasAsked) {
     EXPECT_THAT(tooLong.err, HasSubstr("no server was asked"));
 }
 
-TEST_F(Programs, RadauthPortalShowsTheLimits) {
+TEST_F(Programs, RadauthPortal_ShowsTheLimits) {
     const ProgramResult both = run("radauth-portal", {"alice", "wonderland"});
     EXPECT_EQ(0, both.status);
     EXPECT_EQ(
@@ -221,7 +221,7 @@ TEST_F(Programs, RadauthPortalShowsTheLimits) {
     EXPECT_THAT(one.out, HasSubstr("Idle: not limited\nSession: 1 minute\n"));
 }
 
-TEST_F(Programs, RadauthPortalRefusesTheWrongPasswordAndNamesTheServer) {
+TEST_F(Programs, RadauthPortalWithTheWrongPassword_RefusesAndNamesTheServer) {
     const ProgramResult result = run("radauth-portal", {"alice", "wrong"});
     EXPECT_EQ(1, result.status);
     EXPECT_EQ("", result.out);
@@ -229,7 +229,7 @@ TEST_F(Programs, RadauthPortalRefusesTheWrongPasswordAndNamesTheServer) {
               result.err);
 }
 
-TEST_F(Programs, RadauthPortalExplainsItself) {
+TEST_F(Programs, RadauthPortalWithBadArguments_ExplainsItself) {
     const ProgramResult none = run("radauth-portal", {});
     EXPECT_EQ(1, none.status);
     EXPECT_EQ(usage("radauth-portal"), none.out);
@@ -239,7 +239,7 @@ TEST_F(Programs, RadauthPortalExplainsItself) {
     EXPECT_EQ(usage("radauth-portal"), unknown.out);
 }
 
-TEST_F(Programs, RadacctSendsItsStatus) {
+TEST_F(Programs, Radacct_SendsItsStatus) {
     const size_t before = server().accountingRecords().size();
     const ProgramResult result = run("radacct", {"-s", "8"});
     EXPECT_EQ(0, result.status);
@@ -249,7 +249,7 @@ TEST_F(Programs, RadacctSendsItsStatus) {
                 HasSubstr("Acct-Status-Type = Accounting-Off\n"));
 }
 
-TEST_F(Programs, RadacctSaysWhatIsWrong) {
+TEST_F(Programs, RadacctWithBadArgumentsOrNoServer_SaysWhatIsWrong) {
     const ProgramResult unknown = run("radacct", {"-x"});
     EXPECT_EQ(1, unknown.status);
     EXPECT_EQ("Usage: " + path("radacct") + " [-v] [ -f confFile] [-s status]\n", unknown.out);
@@ -305,7 +305,7 @@ INSTANTIATE_TEST_SUITE_P(
         return name;
     });
 
-TEST_P(LoginPrograms, AcceptTheRightPassword) {
+TEST_P(LoginPrograms, RightPassword_Accepted) {
     const ProgramResult result = login("alice", "wonderland");
     EXPECT_EQ(0, result.status);
     EXPECT_EQ("", result.err);
@@ -318,7 +318,7 @@ TEST_P(LoginPrograms, AcceptTheRightPassword) {
     }
 }
 
-TEST_P(LoginPrograms, RefuseTheWrongOneInOneLineAndNameTheServer) {
+TEST_P(LoginPrograms, WrongPassword_RefusedInOneLineThatNamesTheServer) {
     const ProgramResult result = login("alice", "wrong");
     EXPECT_EQ(1, result.status);
     EXPECT_EQ("", result.out);
@@ -333,7 +333,7 @@ TEST_P(LoginPrograms, RefuseTheWrongOneInOneLineAndNameTheServer) {
     }
 }
 
-TEST_P(LoginPrograms, ShowOnlyTheLimitsThatAreThere) {
+TEST_P(LoginPrograms, LimitsThatTheReplyLacks_NotShown) {
     const ProgramResult result = login("carol", "looking-glass");
     EXPECT_EQ(0, result.status);
     if (GetParam().isPortal) {
@@ -341,7 +341,7 @@ TEST_P(LoginPrograms, ShowOnlyTheLimitsThatAreThere) {
     }
 }
 
-TEST_P(LoginPrograms, ReadAnotherFile) {
+TEST_P(LoginPrograms, AnotherFile_IsRead) {
     root().write("elsewhere/other.conf", "authserver " + entry(server().signedPort()) + "\n");
     std::filesystem::remove(root().path() / "var/radius.conf");
     std::vector<std::string> arguments = GetParam().options;
@@ -351,7 +351,7 @@ TEST_P(LoginPrograms, ReadAnotherFile) {
     EXPECT_EQ(0, run(GetParam().name, arguments).status);
 }
 
-TEST_P(LoginPrograms, ExplainThemselves) {
+TEST_P(LoginPrograms, BadArguments_ShowTheUsage) {
     const std::string program = GetParam().name;
     for (const std::vector<std::string> &more : {std::vector<std::string>{},
                                                  {"alice"},
@@ -367,7 +367,7 @@ TEST_P(LoginPrograms, ExplainThemselves) {
     }
 }
 
-TEST_P(LoginPrograms, MissingFileIsReported) {
+TEST_P(LoginPrograms, MissingFile_Reported) {
     std::vector<std::string> arguments = GetParam().options;
     for (const char *argument : {"-f", "/var/none.conf", "alice", "wonderland"}) {
         arguments.emplace_back(argument);
@@ -378,7 +378,7 @@ TEST_P(LoginPrograms, MissingFileIsReported) {
                 HasSubstr("radConfigure: can't open /var/none.conf: No such file or directory"));
 }
 
-TEST_F(Programs, RadmschapNeedsTheNtResponseProgram) {
+TEST_F(Programs, RadmschapWithoutTheNtResponseProgram_Fails) {
     for (const char *program : {"radmschap", "radmschap-portal"}) {
         EXPECT_EQ(1, run(program, {"alice", "wonderland"}).status);
     }
@@ -426,7 +426,7 @@ INSTANTIATE_TEST_SUITE_P(
                                 true}),
     [](const auto &instance) { return std::string(instance.param.name); });
 
-TEST_P(PlantedFiles, HelpNobodyBeforeTheLogin) {
+TEST_P(PlantedFiles, PlantedBeforeTheLogin_HelpsNobody) {
     const std::string plant =
         "cd " + root().path().string() + " && rm -f tmp/mschap_alice && " + GetParam().commands;
     for (const char *wrong : {"wonderlanD", "\xff"}) {
@@ -438,7 +438,7 @@ TEST_P(PlantedFiles, HelpNobodyBeforeTheLogin) {
 }
 
 // The device's program itself stands in for somebody who is quicker.
-TEST_P(PlantedFiles, HelpNobodyDuringTheLogin) {
+TEST_P(PlantedFiles, PlantedDuringTheLogin_HelpsNobody) {
     const std::string program = "nexa2.0/bin/orvane_getNTResponse";
     root().write(program,
                  "#!/bin/sh\ncd \"$PAL_ROOT\" && " + std::string(GetParam().commands) + "\n");
@@ -451,7 +451,7 @@ TEST_P(PlantedFiles, HelpNobodyDuringTheLogin) {
     EXPECT_THAT(result.err, HasSubstr("RADIUS Authentication failure"));
 }
 
-TEST_F(Programs, ResponseThatWasLeftOverLetsNobodyIn) {
+TEST_F(Programs, ResponseThatWasLeftOver_LetsNobodyIn) {
     installNtResponse();
     for (const char *wrong : {"\xff", "wonderlanD"}) {
         root().write("tmp/mschap_alice", kResponseOfAlice);
@@ -460,7 +460,7 @@ TEST_F(Programs, ResponseThatWasLeftOverLetsNobodyIn) {
     }
 }
 
-TEST_F(Programs, BuiltinNeedsNeitherProgramNorFolder) {
+TEST_F(Programs, BuiltinWithoutProgramAndFolder_LogsIn) {
     for (const char *program : {"radmschap", "radmschap-portal"}) {
         EXPECT_EQ(0, run(program, {"--builtin", "alice", "wonderland"}).status) << program;
         EXPECT_EQ(1, run(program, {"--builtin", "alice", "wonderlanD"}).status) << program;
@@ -479,7 +479,7 @@ TEST_F(Programs, BuiltinNeedsNeitherProgramNorFolder) {
     EXPECT_FALSE(std::filesystem::exists(root().path() / "tmp"));
 }
 
-TEST_F(Programs, Radmschapv2NeedsThePublishedSha1ForAStandardServer) {
+TEST_F(Programs, Radmschapv2AtAStandardServer_NeedsThePublishedSha1) {
     installNtResponse();
     for (const char *program : {"radmschapv2", "radmschapv2-portal"}) {
         EXPECT_EQ(1, run(program, {"alice", "wonderland"}).status) << program;
@@ -487,7 +487,7 @@ TEST_F(Programs, Radmschapv2NeedsThePublishedSha1ForAStandardServer) {
     }
 }
 
-TEST_F(Programs, OptionsOfMschapStandInFrontOrNowhere) {
+TEST_F(Programs, OptionsOfMschapAfterOthers_Refused) {
     for (const char *program : {"radmschapv2", "radmschapv2-portal"}) {
         for (const std::vector<std::string> &arguments :
              {std::vector<std::string>{"-v", "--standard-sha1", "alice", "wonderful"},

@@ -42,7 +42,7 @@ bool portBecomesFree(uint16_t port) {
     return false;
 }
 
-TEST(RealServer, HoldsItsPortsAndFreesThemAtItsEnd) {
+TEST(RealServer, Ports_HeldUntilItsEnd) {
     std::optional<RealServer> server(std::in_place);
     const std::array<uint16_t, 3> ports = {server->authPort(), server->signedPort(),
                                            server->acctPort()};
@@ -55,7 +55,7 @@ TEST(RealServer, HoldsItsPortsAndFreesThemAtItsEnd) {
     }
 }
 
-TEST(RealServer, EndsWithTheProcessThatStartedIt) {
+TEST(RealServer, ProcessThatStartedItDies_EndsToo) {
     const ScratchFolder folder;
     std::array<int, 2> ends = {-1, -1};
     ASSERT_EQ(0, pipe(ends.data()));

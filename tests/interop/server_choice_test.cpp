@@ -21,7 +21,7 @@ class ServerChoice : public Interop {
     SilentServer silent_;
 };
 
-TEST_F(ServerChoice, SilentServerIsPassedOver) {
+TEST_F(ServerChoice, SilentServer_PassedOver) {
     configure("authserver " + entry(silent().port()) + ", " + entry(server().authPort()) + "\n");
     int result = -2;
     const Written written = capture([&] { result = radAuth("alice", "wonderland"); });
@@ -32,7 +32,7 @@ TEST_F(ServerChoice, SilentServerIsPassedOver) {
     EXPECT_THAT(written.out, HasSubstr("Welcome, alice"));
 }
 
-TEST_F(ServerChoice, SilentServerIsAskedAgainAsOftenAsConfigured) {
+TEST_F(ServerChoice, SilentServer_AskedAgainAsOftenAsConfigured) {
     configure("authserver 127.0.0.1:" + std::to_string(silent().port()) +
               ":1:1:" + server().secret() + " " + entry(server().authPort()) + "\n");
     int result = -2;
@@ -41,7 +41,7 @@ TEST_F(ServerChoice, SilentServerIsAskedAgainAsOftenAsConfigured) {
     EXPECT_EQ(2, silent().packets());
 }
 
-TEST_F(ServerChoice, SilentAccountingServerIsPassedOver) {
+TEST_F(ServerChoice, SilentAccountingServer_PassedOver) {
     configure("authserver " + entry(server().authPort()) + "\nacctserver " +
               entry(silent().port()) + " " + entry(server().acctPort()) + "\n");
     const size_t before = server().accountingRecords().size();
@@ -55,7 +55,7 @@ TEST_F(ServerChoice, SilentAccountingServerIsPassedOver) {
     EXPECT_THAT(record, HasSubstr("Acct-Status-Type = Accounting-On\n"));
 }
 
-TEST_F(ServerChoice, RejectIsFinal) {
+TEST_F(ServerChoice, Reject_IsFinal) {
     configure("authserver " + entry(server().authPort()) + " " + entry(silent().port()) + "\n");
     int result = -2;
     capture([&] { result = radAuth("alice", "wrong"); });
@@ -63,7 +63,7 @@ TEST_F(ServerChoice, RejectIsFinal) {
     EXPECT_EQ(0, silent().packets());
 }
 
-TEST_F(ServerChoice, AllServersAreAskedAndReportedInOrder) {
+TEST_F(ServerChoice, AllServers_AskedAndReportedInOrder) {
     configure("authserver " + entry(server().authPort()) + " " + entry(silent().port()) + " " +
               entry(server().signedPort()) + "\n");
     std::array<int32_t, 4> results = {0, 0, 0, 4711};

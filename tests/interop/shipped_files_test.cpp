@@ -58,7 +58,7 @@ class ShippedFiles : public testing::Test {
     static constexpr const char *kDictionary = LANYARD_ETC "/radius.dict";
 };
 
-TEST_F(ShippedFiles, DictionaryHoldsTheWholeBuiltInTable) {
+TEST_F(ShippedFiles, Dictionary_HoldsTheWholeBuiltInTable) {
     ASSERT_EQ(0, radDictLoad(nullptr));
     const Dictionary builtIn = loadedDictionary();
     ASSERT_THAT(builtIn.attributes, SizeIs(43));
@@ -78,7 +78,7 @@ TEST_F(ShippedFiles, DictionaryHoldsTheWholeBuiltInTable) {
     }
 }
 
-TEST_F(ShippedFiles, DictionaryAddsTheRestOfTheBaseRfcs) {
+TEST_F(ShippedFiles, Dictionary_AddsTheRestOfTheBaseRfcs) {
     ASSERT_EQ(0, radDictLoad(kDictionary));
     const Dictionary file = loadedDictionary();
     EXPECT_THAT(file.attributes, SizeIs(71));
@@ -105,7 +105,7 @@ TEST_F(ShippedFiles, DictionaryAddsTheRestOfTheBaseRfcs) {
     }
 }
 
-TEST_F(ShippedFiles, DictionaryDefinesNothingTwiceAndNoLineIsTooLong) {
+TEST_F(ShippedFiles, Dictionary_DefinesNothingTwiceAndNoLineIsTooLong) {
     std::ifstream stream(kDictionary);
     std::map<std::string, int> definitions;
     std::string line;
@@ -138,7 +138,7 @@ TEST_F(ShippedFiles, DictionaryDefinesNothingTwiceAndNoLineIsTooLong) {
     }
 }
 
-TEST_F(ShippedFiles, SampleConfigurationIsUsableAsItStands) {
+TEST_F(ShippedFiles, SampleConfiguration_UsableAsItStands) {
     ASSERT_EQ(0, radConfigure(LANYARD_ETC "/radius.conf.sample"));
     ASSERT_EQ(2, radConfGetNumServers(RAD_SERVER_AUTH));
     EXPECT_EQ(0, radConfGetNumServers(RAD_SERVER_ACCT));
@@ -153,7 +153,7 @@ TEST_F(ShippedFiles, SampleConfigurationIsUsableAsItStands) {
 }
 
 // Every option that the sample shows commented out is right as well.
-TEST_F(ShippedFiles, SampleConfigurationIsUsableWithEveryOptionTurnedOn) {
+TEST_F(ShippedFiles, SampleConfigurationWithEveryOptionTurnedOn_Usable) {
     const ScratchFolder root;
     std::ifstream stream(LANYARD_ETC "/radius.conf.sample");
     std::string text;

@@ -12,7 +12,7 @@
 namespace lanyard::test {
 namespace {
 
-TEST(Ciph, MakesMd5UsableAnyNumberOfTimes) {
+TEST(Ciph, InitManyTimes_Md5Usable) {
     EXPECT_EQ(0, ciphMD5Init());
     EXPECT_EQ(0, ciphMD5Init());
 
@@ -29,7 +29,7 @@ TEST(Ciph, MakesMd5UsableAnyNumberOfTimes) {
               digest);
 }
 
-TEST(Ciph, MakesMd5UsableFromSeveralThreads) {
+TEST(Ciph, InitFromSeveralThreads_Succeeds) {
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
     threads.reserve(4);

@@ -107,7 +107,7 @@ class DbAccess : public testing::Test {
     std::unique_ptr<sqlite3, Closer> db_;
 };
 
-TEST_F(DbAccess, AResultHasTheNamesAndThenTheRows) {
+TEST_F(DbAccess, Query_ReturnsTheNamesAndThenTheRows) {
     for (const Result &result :
          {byHandle("SELECT * from radiusClient "), byFile("SELECT * from radiusClient ")}) {
         EXPECT_FALSE(result.isNull);
@@ -118,7 +118,7 @@ TEST_F(DbAccess, AResultHasTheNamesAndThenTheRows) {
     }
 }
 
-TEST_F(DbAccess, AResultWithoutRowsIsEmptyAndNoFailure) {
+TEST_F(DbAccess, QueryWithoutRows_EmptyAndNoFailure) {
     const Result result = byHandle("SELECT * FROM radiusClient WHERE rowid=7");
     EXPECT_FALSE(result.isNull);
     EXPECT_EQ(0, result.columns);
@@ -134,7 +134,7 @@ TEST_F(DbAccess, AResultWithoutRowsIsEmptyAndNoFailure) {
     sqlite3_free_table(table);
 }
 
-TEST_F(DbAccess, AllKindsOfReadingAreRun) {
+TEST_F(DbAccess, EveryKindOfReading_Runs) {
     for (const char *sql : {
              "SELECT count(*), upper(authserver) FROM radiusClient GROUP BY note",
              "WITH RECURSIVE n(x) AS (SELECT 1 UNION SELECT x+1 FROM n WHERE x<3) SELECT * FROM n",
@@ -152,7 +152,7 @@ TEST_F(DbAccess, AllKindsOfReadingAreRun) {
     }
 }
 
-TEST_F(DbAccess, NothingButOneReadingStatementIsRun) {
+TEST_F(DbAccess, AllButOneReadingStatement_Refused) {
     const std::string attach = "ATTACH '" + folder_ + "/other.db' AS other";
     const std::string into = "VACUUM INTO '" + folder_ + "/copy.db'";
     const auto before = byHandle("SELECT * FROM radiusClient").texts;
@@ -202,14 +202,14 @@ TEST_F(DbAccess, NothingButOneReadingStatementIsRun) {
     EXPECT_NE(0, sqlite3_get_autocommit(db_.get()));
 }
 
-TEST_F(DbAccess, TheConnectionMayDoEverythingAgainAfterwards) {
+TEST_F(DbAccess, ConnectionAfterAQuery_MayWriteAgain) {
     EXPECT_FALSE(byHandle("SELECT 1").isNull);
     run("UPDATE radiusClient SET authport=7");
     EXPECT_TRUE(byHandle("DELETE FROM radiusClient").isNull);
     run("DELETE FROM radiusClient");
 }
 
-TEST_F(DbAccess, OnlyExistingFilesAreOpened) {
+TEST_F(DbAccess, FileThatIsMissing_NotCreated) {
     const std::string missing = folder_ + "/missing.db";
     EXPECT_TRUE(query(nullptr, missing.c_str(), "SELECT 1").isNull);
     EXPECT_FALSE(fs::exists(missing));
@@ -217,7 +217,7 @@ TEST_F(DbAccess, OnlyExistingFilesAreOpened) {
     EXPECT_TRUE(query(nullptr, "", "SELECT 1").isNull);
 }
 
-TEST_F(DbAccess, AFileThatIsNoDatabaseFails) {
+TEST_F(DbAccess, FileThatIsNoDatabase_Fails) {
     const std::string path = folder_ + "/text";
     FILE *file = std::fopen(path.c_str(), "we");
     ASSERT_NE(nullptr, file);
@@ -228,7 +228,7 @@ TEST_F(DbAccess, AFileThatIsNoDatabaseFails) {
     EXPECT_TRUE(query(nullptr, path.c_str(), "SELECT * FROM radiusClient").isNull);
 }
 
-TEST_F(DbAccess, WithoutADatabaseOrAStatementThereIsNoResult) {
+TEST_F(DbAccess, NoDatabaseOrNoStatement_NoResult) {
     EXPECT_TRUE(query(nullptr, nullptr, "SELECT 1").isNull);
     EXPECT_TRUE(byHandle(nullptr).isNull);
     EXPECT_TRUE(byFile(nullptr).isNull);
@@ -237,19 +237,19 @@ TEST_F(DbAccess, WithoutADatabaseOrAStatementThereIsNoResult) {
     EXPECT_EQ(nullptr, sqlite3QueryResGet(db_.get(), nullptr, "SELECT 1", &count, nullptr));
 }
 
-TEST_F(DbAccess, AnOpenDatabaseGoesBeforeAFile) {
+TEST_F(DbAccess, OpenDatabaseAndFile_TakesTheDatabase) {
     const std::string missing = folder_ + "/missing.db";
     EXPECT_FALSE(query(db_.get(), missing.c_str(), "SELECT * FROM radiusClient").isNull);
 }
 
-TEST_F(DbAccess, AQueryOfAFileWaitsForItsLock) {
+TEST_F(DbAccess, FileLockedForAWhile_Waits) {
     run("BEGIN EXCLUSIVE");
     onDelay = [this] { run("COMMIT"); };
     EXPECT_EQ(2, byFile("SELECT * FROM radiusClient").rows);
     EXPECT_THAT(delays, ElementsAre(1));
 }
 
-TEST_F(DbAccess, AQueryOfAFileThatStaysLockedFailsAtLast) {
+TEST_F(DbAccess, FileLockedForGood_FailsAtLast) {
     run("BEGIN EXCLUSIVE");
     EXPECT_TRUE(byFile("SELECT * FROM radiusClient").isNull);
     const int total = std::accumulate(delays.begin(), delays.end(), 0);
@@ -258,7 +258,7 @@ TEST_F(DbAccess, AQueryOfAFileThatStaysLockedFailsAtLast) {
     run("COMMIT");
 }
 
-TEST_F(DbAccess, AConnectionIsSharedByThreads) {
+TEST_F(DbAccess, ConnectionSharedByThreads_EachGetsItsResult) {
     // One writes through the connection while others read through it: a query never runs without
     // its check, and the check stops nobody else's statement.
     std::atomic<int> failures{0};
@@ -281,7 +281,7 @@ TEST_F(DbAccess, AConnectionIsSharedByThreads) {
     EXPECT_EQ(2, byHandle("SELECT * FROM radiusClient").rows);
 }
 
-TEST(DbBusyHandler, WaitsLongerEachTimeAndGivesUp) {
+TEST(DbBusyHandler, RisingCount_WaitsLongerAndGivesUp) {
     delays.clear();
     int calls = 0;
     while (sqliteBusyHandler(nullptr, calls) == 1) {
@@ -301,7 +301,7 @@ TEST(DbBusyHandler, WaitsLongerEachTimeAndGivesUp) {
     EXPECT_THAT(delays, IsEmpty());
 }
 
-TEST(DbBusyHandler, DoesNotLookAtTheContext) {
+TEST(DbBusyHandler, InvalidContext_NotLookedAt) {
     EXPECT_EQ(1, sqliteBusyHandler(reinterpret_cast<void *>(1), 0));
 }
 

@@ -61,20 +61,20 @@ std::string levelEntry(const char *word, int level) {
 const std::string kDefaultEntries =
     levelEntry("critical", 4) + levelEntry("error", 8) + levelEntry("warning", 16);
 
-TEST(DebugLog, ShowsErrorsAndWarningsByDefault) {
+TEST(DebugLog, NoSetting_ShowsErrorsAndWarnings) {
     const RoleResult result = runRole("log-levels");
     EXPECT_EQ(kDefaultEntries, result.allErr());
     EXPECT_EQ("", result.out);
 }
 
-TEST(DebugLog, ShowsTheLevelsThatTheEnvironmentNames) {
+TEST(DebugLog, LevelsInTheEnvironment_ShowsThose) {
     EXPECT_EQ(kDefaultEntries + levelEntry("trace", 128) + levelEntry("packet", 256),
               runRole("log-levels", {"PAL_DEBUG_LEVELS=412"}).allErr());
     EXPECT_EQ(levelEntry("error", 8), runRole("log-levels", {"PAL_DEBUG_LEVELS=8"}).allErr());
     EXPECT_EQ("", runRole("log-levels", {"PAL_DEBUG_LEVELS=0"}).allErr());
 }
 
-TEST(DebugLog, KeepsTheDefaultForWhatIsNoSumOfLevels) {
+TEST(DebugLog, NoSumOfLevels_KeepsTheDefault) {
     for (const char *value : {"", "all", "-1", "8 16", "0x1c", "99999999999999"}) {
         EXPECT_EQ(kDefaultEntries,
                   runRole("log-levels", {std::string("PAL_DEBUG_LEVELS=") + value}).allErr())
@@ -89,7 +89,7 @@ const Role onceRole("log-environment-once", [](const Arguments & /*arguments*/) 
     return 0;
 });
 
-TEST(DebugLog, ReadsTheEnvironmentOnce) {
+TEST(DebugLog, EnvironmentChangedLater_NotReadAgain) {
     EXPECT_EQ("", runRole("log-environment-once").allErr());
 }
 
@@ -105,7 +105,7 @@ const Role unformattedRole("log-unformatted", [](const Arguments & /*arguments*/
     return 0;
 });
 
-TEST(DebugLog, FormatsNothingThatIsNotShown) {
+TEST(DebugLog, LevelNotShown_NothingFormatted) {
     const RoleResult result = runRole("log-unformatted");
     EXPECT_EQ(0, result.status);
     EXPECT_EQ("", result.allErr());
@@ -124,7 +124,7 @@ const Role formatRole("log-format", [](const Arguments & /*arguments*/) {
     return errno == ENOENT ? 0 : 1;
 });
 
-TEST(DebugLog, WritesALineThatAPersonCanRead) {
+TEST(DebugLog, Message_WrittenAsALine) {
     const RoleResult result = runRole("log-format");
     EXPECT_EQ(0, result.status);
     EXPECT_EQ(
@@ -168,7 +168,7 @@ const Role forgedRole("log-forged", [](const Arguments & /*arguments*/) {
     return 0;
 });
 
-TEST(DebugLog, TextFromOutsideForgesNothing) {
+TEST(DebugLog, TextFromOutside_ForgesNothing) {
     std::string expected;
     for (const auto &[text, shown] : kShownText) {
         expected += std::string("error[7:1] radAuth: <") + shown + ">\n";
@@ -185,7 +185,7 @@ const Role singleWriteRole("log-single-write", [](const Arguments & /*arguments*
     return 0;
 });
 
-TEST(DebugLog, WritesEachEntryWithOneCall) {
+TEST(DebugLog, EachEntry_WrittenWithOneCall) {
     const RoleResult result = runRole("log-single-write", {}, ErrorStream::kPackets);
     ASSERT_EQ(3U, result.err.size());
     EXPECT_EQ("error[7:1] radAuth: short\n", result.err[0]);
@@ -209,7 +209,7 @@ const Role threadsRole("log-threads", [](const Arguments & /*arguments*/) {
     return 0;
 });
 
-TEST(DebugLog, LinesOfThreadsDoNotMix) {
+TEST(DebugLog, ManyThreads_LinesDoNotMix) {
     std::istringstream lines(runRole("log-threads").allErr());
     int count = 0;
     for (std::string line; std::getline(lines, line); ++count) {
@@ -234,7 +234,7 @@ const Role dumpRole("log-dump", [](const Arguments & /*arguments*/) {
     return errno == EXDEV ? 0 : 1;
 });
 
-TEST(DebugLog, DumpsBytes) {
+TEST(DebugLog, Bytes_Dumped) {
     const RoleResult result = runRole("log-dump");
     EXPECT_EQ(0, result.status);
     EXPECT_EQ(
@@ -278,14 +278,14 @@ std::string inSyslog() {
     return expected;
 }
 
-TEST(DebugLog, ADaemonLogsToSyslogAsWell) {
+TEST(DebugLog, Daemon_LogsToSyslogAsWell) {
     EXPECT_EQ(inSyslog(), runRole("log-daemon", {}, ErrorStream::kNull).out);
     const RoleResult result = runRole("log-daemon", {}, ErrorStream::kPipe);
     EXPECT_EQ(inSyslog(), result.out);
     EXPECT_EQ(kDaemonEntries, result.allErr());
 }
 
-TEST(DebugLog, ATerminalOrAFileReplacesSyslog) {
+TEST(DebugLog, TerminalOrFile_ReplacesSyslog) {
     const RoleResult file = runRole("log-daemon", {}, ErrorStream::kFile);
     EXPECT_EQ("", file.out);
     EXPECT_EQ(kDaemonEntries, file.allErr());
@@ -295,7 +295,7 @@ TEST(DebugLog, ATerminalOrAFileReplacesSyslog) {
     EXPECT_NE(std::string::npos, terminal.allErr().find("critical[8:1] radEapInit: critical"));
 }
 
-TEST(DebugLog, WithoutATaskNameNothingGoesToSyslog) {
+TEST(DebugLog, NoTaskName_NothingGoesToSyslog) {
     EXPECT_EQ("", runRole("log-levels", {}, ErrorStream::kNull).out);
 }
 
@@ -319,7 +319,7 @@ class DebugLogFile : public testing::Test {
     std::string folder_;
 };
 
-TEST_F(DebugLogFile, ReplacesStandardErrorAndSyslog) {
+TEST_F(DebugLogFile, FileNamed_ReplacesStandardErrorAndSyslog) {
     const RoleResult result = runRole("log-daemon", {variable()}, ErrorStream::kPipe);
     EXPECT_EQ("", result.allErr());
     EXPECT_EQ("", result.out);
@@ -329,14 +329,14 @@ TEST_F(DebugLogFile, ReplacesStandardErrorAndSyslog) {
                            "[0-9]+ critical\\[8:1\\] radEapInit: critical"));
 }
 
-TEST_F(DebugLogFile, IsAppendedTo) {
+TEST_F(DebugLogFile, FileThatIsThere_AppendedTo) {
     std::ofstream(path()) << "before\n";
     runRole("log-daemon", {variable()});
     EXPECT_EQ("before\n", content().substr(0, 7));
     EXPECT_NE(std::string::npos, content().find("radEapInit"));
 }
 
-TEST_F(DebugLogFile, IsTheOwnersAlone) {
+TEST_F(DebugLogFile, NewFile_IsTheOwnersAlone) {
     const mode_t mask = umask(0);
     runRole("log-daemon", {variable()});
     umask(mask);
@@ -345,7 +345,7 @@ TEST_F(DebugLogFile, IsTheOwnersAlone) {
     EXPECT_EQ(0600U, status.st_mode & 07777U);
 }
 
-TEST_F(DebugLogFile, IsNotTakenThroughALink) {
+TEST_F(DebugLogFile, Link_NotFollowed) {
     const std::string target = path() + ".target";
     fs::create_symlink(target, path());
     const RoleResult result = runRole("log-format", {variable()});
@@ -354,13 +354,13 @@ TEST_F(DebugLogFile, IsNotTakenThroughALink) {
     EXPECT_NE(std::string::npos, result.allErr().find("\nerror[7:41] radAuth: "));
 }
 
-TEST(DebugLog, AFullDiskSendsEntriesToStandardErrorWithTheReasonOnce) {
+TEST(DebugLog, FullDisk_EntriesGoToStandardErrorWithTheReasonOnce) {
     const RoleResult result = runRole("log-levels", {"PAL_DEBUG_FILE=/dev/full"});
     EXPECT_EQ("warning: can't write to PAL_DEBUG_FILE: No space left on device\n" + kDefaultEntries,
               result.allErr());
 }
 
-TEST(DebugLog, ADaemonWithAFullDiskLogsToSyslog) {
+TEST(DebugLog, DaemonWithAFullDisk_LogsToSyslog) {
     const RoleResult result =
         runRole("log-daemon", {"PAL_DEBUG_FILE=/dev/full"}, ErrorStream::kNull);
     EXPECT_EQ(std::to_string(LOG_DAEMON | LOG_WARNING) +
@@ -389,7 +389,7 @@ const Role limitedRole("log-limited", [](const Arguments & /*arguments*/) {
     return 0;
 });
 
-TEST_F(DebugLogFile, AnEntryAfterOneThatWasCutBeginsALine) {
+TEST_F(DebugLogFile, EntryAfterOneThatWasCut_BeginsALine) {
     const RoleResult result = runRole("log-limited", {variable()});
     EXPECT_EQ(0, result.status);
     EXPECT_EQ(
@@ -402,7 +402,7 @@ TEST_F(DebugLogFile, AnEntryAfterOneThatWasCutBeginsALine) {
                     "[-0-9T:.]{20}\n[-0-9T:.]+Z [0-9]+ error\\[7:4\\] radAuth: room again\n"));
 }
 
-TEST_F(DebugLogFile, EmptyMeansNone) {
+TEST_F(DebugLogFile, EmptyName_MeansNoFile) {
     EXPECT_EQ(kDefaultEntries, runRole("log-levels", {"PAL_DEBUG_FILE="}).allErr());
 }
 

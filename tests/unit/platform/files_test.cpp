@@ -61,7 +61,7 @@ class Files : public testing::Test {
     std::string folder_;
 };
 
-TEST_F(Files, WritesAndReadsText) {
+TEST_F(Files, Text_WrittenAndReadBack) {
     FILE *file = palFileOpen(at("text").c_str(), "w");
     ASSERT_NE(nullptr, file);
     EXPECT_EQ(14, palFilePrintf(file, "%s %d\nsecond", "first", 1));
@@ -80,14 +80,14 @@ TEST_F(Files, WritesAndReadsText) {
     EXPECT_EQ(0, palFileClose(file));
 }
 
-TEST_F(Files, PrintsToStandardOutput) {
+TEST_F(Files, StandardOutput_Printed) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(8, palFilePrintf(stdout, "%s\n", "Lanyard"));
     (void)std::fflush(stdout);
     EXPECT_EQ("Lanyard\n", testing::internal::GetCapturedStdout());
 }
 
-TEST_F(Files, ReportsWhyAFileCannotBeOpened) {
+TEST_F(Files, FileThatCannotBeOpened_SetsErrno) {
     errno = 0;
     EXPECT_EQ(nullptr, palFileOpen(at("missing").c_str(), "r"));
     EXPECT_EQ(ENOENT, errno);
@@ -106,7 +106,7 @@ TEST_F(Files, ReportsWhyAFileCannotBeOpened) {
     EXPECT_EQ(EBADF, errno);
 }
 
-TEST_F(Files, ReportsDataThatCouldNotBeWritten) {
+TEST_F(Files, DataThatCannotBeWritten_CloseFails) {
     FILE *file = palFileOpen("/dev/full", "w");
     ASSERT_NE(nullptr, file);
     EXPECT_EQ(4, palFilePrintf(file, "text"));
@@ -115,7 +115,7 @@ TEST_F(Files, ReportsDataThatCouldNotBeWritten) {
     EXPECT_EQ(ENOSPC, errno);
 }
 
-TEST_F(Files, RefusesNull) {
+TEST_F(Files, Null_Refused) {
     char line[4];
     EXPECT_EQ(nullptr, palFileOpen(nullptr, "r"));
     EXPECT_EQ(nullptr, palFileOpen(at("text").c_str(), nullptr));
@@ -130,7 +130,7 @@ TEST_F(Files, RefusesNull) {
     EXPECT_EQ(-1, palOpen(nullptr, O_RDONLY, 0));
 }
 
-TEST_F(Files, OpensCreatesReadsAndRemoves) {
+TEST_F(Files, Descriptor_OpensCreatesReadsAndRemoves) {
     const mode_t mask = umask(0);
     const int created = palOpen(at("raw").c_str(), O_WRONLY | O_CREAT | O_EXCL, 0640);
     umask(mask);
@@ -154,35 +154,35 @@ TEST_F(Files, OpensCreatesReadsAndRemoves) {
     EXPECT_FALSE(fs::exists(at("raw")));
 }
 
-TEST_F(Files, ReplacesAFileWhole) {
+TEST_F(Files, Rename_ReplacesAFileWhole) {
     put("old", "old\n");
     put("new", "new\n");
     FILE *reader = palFileOpen(at("old").c_str(), "r");
-    ASSERT_NE(reader, nullptr);
-    EXPECT_EQ(palFileRename(at("new").c_str(), at("old").c_str()), 0);
-    EXPECT_EQ(firstLine(at("old")), "new\n");
+    ASSERT_NE(nullptr, reader);
+    EXPECT_EQ(0, palFileRename(at("new").c_str(), at("old").c_str()));
+    EXPECT_EQ("new\n", firstLine(at("old")));
     EXPECT_FALSE(fs::exists(at("new")));
     char line[8] = "";
-    EXPECT_STREQ(palFileGets(line, sizeof line, reader), "old\n");
-    EXPECT_EQ(palFileClose(reader), 0);
+    EXPECT_STREQ("old\n", palFileGets(line, sizeof line, reader));
+    EXPECT_EQ(0, palFileClose(reader));
 
     errno = 0;
-    EXPECT_EQ(palFileRename(at("new").c_str(), at("old").c_str()), -1);
+    EXPECT_EQ(-1, palFileRename(at("new").c_str(), at("old").c_str()));
     EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(firstLine(at("old")), "new\n");
-    EXPECT_EQ(palFileRename(nullptr, at("old").c_str()), -1);
-    EXPECT_EQ(palFileRename(at("old").c_str(), nullptr), -1);
+    EXPECT_EQ("new\n", firstLine(at("old")));
+    EXPECT_EQ(-1, palFileRename(nullptr, at("old").c_str()));
+    EXPECT_EQ(-1, palFileRename(at("old").c_str(), nullptr));
 }
 
 TEST_F(Files, ARootTakesBothPathsOfAReplacement) {
     put("var/new", "new\n");
     palRootSet(at("").c_str());
-    EXPECT_EQ(palFileRename("/var/new", "/var/../var/old"), 0);
+    EXPECT_EQ(0, palFileRename("/var/new", "/var/../var/old"));
     palRootSet(nullptr);
     EXPECT_EQ(firstLine(at("var/old")), "new\n");
 }
 
-TEST_F(Files, DescriptorsCloseOnExec) {
+TEST_F(Files, OpenedFiles_CloseOnExec) {
     put("text", "a\n");
     const int fd = palOpen(at("text").c_str(), O_RDONLY, 0);
     EXPECT_TRUE(closesOnExec(fd));
@@ -195,7 +195,7 @@ TEST_F(Files, DescriptorsCloseOnExec) {
     }
 }
 
-TEST_F(Files, SignalsDoNotInterruptReading) {
+TEST_F(Files, SignalsWhileReading_NotSeen) {
     int ends[2] = {-1, -1};
     ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
     char byte = 0;
@@ -209,7 +209,7 @@ TEST_F(Files, SignalsDoNotInterruptReading) {
     palClose(ends[1]);
 }
 
-TEST_F(Files, SignalsDoNotInterruptOpening) {
+TEST_F(Files, SignalsWhileOpening_NotSeen) {
     // Opening a FIFO for reading waits for a writer.
     ASSERT_EQ(0, mkfifo(at("fifo").c_str(), 0600));
     int writer = -1;
@@ -227,7 +227,7 @@ TEST_F(Files, SignalsDoNotInterruptOpening) {
     palClose(writer);
 }
 
-TEST_F(Files, ARootTakesAbsolutePathsUnderItsFolder) {
+TEST_F(Files, AbsolutePath_TakenUnderTheRoot) {
     put("root/var/radius.conf", "inside\n");
     palRootSet(at("root").c_str());
     EXPECT_EQ("inside\n", firstLine("/var/radius.conf"));
@@ -241,7 +241,7 @@ TEST_F(Files, ARootTakesAbsolutePathsUnderItsFolder) {
     EXPECT_FALSE(fs::exists(at("root/var/created")));
 }
 
-TEST_F(Files, ARootMayEndInASlash) {
+TEST_F(Files, RootThatEndsInASlash_Taken) {
     put("root/var/radius.conf", "inside\n");
     palRootSet((at("root") + "/").c_str());
     EXPECT_EQ("inside\n", firstLine("/var/radius.conf"));
@@ -249,7 +249,7 @@ TEST_F(Files, ARootMayEndInASlash) {
     EXPECT_EQ("inside\n", firstLine(at("root/var/radius.conf")));
 }
 
-TEST_F(Files, ARootIsSwitchedOffWithNullOrNothing) {
+TEST_F(Files, NullOrEmptyRoot_SwitchesItOff) {
     put("text", "outside\n");
     for (const char *off : {static_cast<const char *>(nullptr), ""}) {
         palRootSet(at("root").c_str());
@@ -259,7 +259,7 @@ TEST_F(Files, ARootIsSwitchedOffWithNullOrNothing) {
     }
 }
 
-TEST_F(Files, ARootLeavesDevicesAndRelativePathsAlone) {
+TEST_F(Files, DevicesAndRelativePaths_NotTakenUnderTheRoot) {
     put("root/radius.conf", "inside\n");
     palRootSet(at("root").c_str());
     for (const char *path : {"/dev/urandom", "//dev/./urandom", "/var/../dev/urandom"}) {
@@ -274,7 +274,7 @@ TEST_F(Files, ARootLeavesDevicesAndRelativePathsAlone) {
     fs::current_path(before);
 }
 
-TEST_F(Files, ARelativeRootIsTakenFromTheWorkingFolder) {
+TEST_F(Files, RelativeRoot_TakenFromTheWorkingFolder) {
     put("root/var/radius.conf", "inside\n");
     const fs::path before = fs::current_path();
     fs::current_path(at("."));
@@ -283,7 +283,7 @@ TEST_F(Files, ARelativeRootIsTakenFromTheWorkingFolder) {
     EXPECT_EQ("inside\n", firstLine("/var/radius.conf"));
 }
 
-TEST_F(Files, NoPathLeadsOutOfARoot) {
+TEST_F(Files, PathWithDots_StaysInTheRoot) {
     put("secret", "outside\n");
     put("root/secret", "inside\n");
     put("root/dev", "inside\n");
@@ -302,7 +302,7 @@ TEST_F(Files, NoPathLeadsOutOfARoot) {
     EXPECT_EQ("dots\n", firstLine("/..secret"));
 }
 
-TEST_F(Files, APathThatIsTooLongUnderARootIsRefused) {
+TEST_F(Files, PathThatIsTooLongUnderTheRoot_Refused) {
     palRootSet(at("root").c_str());
     const std::string longPath = "/" + std::string(PATH_MAX, 'x');
     EXPECT_EQ("errno " + std::to_string(ENAMETOOLONG), firstLine(longPath));
@@ -310,7 +310,7 @@ TEST_F(Files, APathThatIsTooLongUnderARootIsRefused) {
     EXPECT_EQ(ENAMETOOLONG, errno);
 }
 
-TEST_F(Files, ARootThatCannotBeUsedDoesNotExposeTheMachine) {
+TEST_F(Files, RootThatCannotBeUsed_DoesNotExposeTheMachine) {
     put("text", "outside\n");
     palRootSet(("/" + std::string(PATH_MAX, 'x')).c_str());
     EXPECT_EQ("errno " + std::to_string(ENOENT), firstLine(at("text")));
@@ -323,7 +323,7 @@ int catRadiusConf(const std::vector<std::string> & /*arguments*/) {
 }
 const Role catRole("cat-radius-conf", catRadiusConf);
 
-TEST_F(Files, TheRootComesFromTheEnvironment) {
+TEST_F(Files, RootInTheEnvironment_Taken) {
     put("root/var/radius.conf", "inside\n");
     const RoleResult result = runRole("cat-radius-conf", {"PAL_ROOT=" + at("root")});
     EXPECT_EQ(0, result.status);

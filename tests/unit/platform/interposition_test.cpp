@@ -18,7 +18,7 @@ void *palMemPartAlloc(PalMemPartId /*part*/, uint32_t size) {
 namespace lanyard::test {
 namespace {
 
-TEST(Interposition, ThePortCallsTheProgramsDefinition) {
+TEST(Interposition, DefinitionOfTheProgram_CalledByThePort) {
     allocationsLeft = 1;
     char *copy = palMemPartStrDup(0, "text");
     ASSERT_NE(nullptr, copy);

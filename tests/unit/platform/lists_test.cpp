@@ -43,25 +43,25 @@ class Lists : public testing::Test {
     PalListNode a{}, b{}, c{}, stray{};
 };
 
-TEST_F(Lists, IsEmptyAfterInit) {
+TEST_F(Lists, Init_EmptiesTheList) {
     EXPECT_EQ(nullptr, list.first);
     EXPECT_EQ(nullptr, list.last);
 }
 
-TEST_F(Lists, AppendsAtTheEnd) {
+TEST_F(Lists, Append_PutsNodesAtTheEnd) {
     fill();
     EXPECT_EQ((Nodes{&a, &b, &c}), forwards(list));
     EXPECT_EQ((Nodes{&c, &b, &a}), backwards(list));
 }
 
-TEST_F(Lists, RemovesTheFirst) {
+TEST_F(Lists, RemoveFirst_LeavesTheOthers) {
     fill();
     EXPECT_EQ(0, palListNodeRemove(&list, &a));
     EXPECT_EQ((Nodes{&b, &c}), forwards(list));
     EXPECT_EQ((Nodes{&c, &b}), backwards(list));
 }
 
-TEST_F(Lists, RemovesFromTheMiddle) {
+TEST_F(Lists, RemoveFromTheMiddle_JoinsTheNeighbours) {
     fill();
     EXPECT_EQ(0, palListNodeRemove(&list, &b));
     EXPECT_EQ((Nodes{&a, &c}), forwards(list));
@@ -70,7 +70,7 @@ TEST_F(Lists, RemovesFromTheMiddle) {
     EXPECT_EQ(nullptr, b.prev);
 }
 
-TEST_F(Lists, RemovesTheLastUntilEmpty) {
+TEST_F(Lists, RemoveFromTheEnd_LeavesNothingAtLast) {
     fill();
     EXPECT_EQ(0, palListNodeRemove(&list, &c));
     EXPECT_EQ((Nodes{&b, &a}), backwards(list));
@@ -80,7 +80,7 @@ TEST_F(Lists, RemovesTheLastUntilEmpty) {
     EXPECT_EQ(nullptr, list.last);
 }
 
-TEST_F(Lists, RefusesANodeThatIsNotInTheList) {
+TEST_F(Lists, NodeThatIsNotInTheList_Refused) {
     fill();
     EXPECT_EQ(-1, palListNodeRemove(&list, &stray));
     EXPECT_EQ(0, palListNodeRemove(&list, &a));
@@ -92,7 +92,7 @@ TEST_F(Lists, RefusesANodeThatIsNotInTheList) {
     EXPECT_EQ((Nodes{&b, &c}), forwards(list));
 }
 
-TEST_F(Lists, RefusesNull) {
+TEST_F(Lists, Null_Refused) {
     EXPECT_EQ(-1, palListInit(nullptr));
     EXPECT_EQ(-1, palListNodeAppend(nullptr, &a));
     EXPECT_EQ(-1, palListNodeAppend(&list, nullptr));

@@ -42,7 +42,7 @@ class Partition {
     PalMemPartId id_;
 };
 
-TEST(Memory, APartitionIsBoundedAndNeverFallsBackToTheHeap) {
+TEST(Memory, FullPartition_DoesNotFallBackToTheHeap) {
     constexpr uint32_t kSize = 4096;
     const Partition partition(kSize);
     const std::vector<void *> blocks = partition.allocateAll(64);
@@ -51,7 +51,7 @@ TEST(Memory, APartitionIsBoundedAndNeverFallsBackToTheHeap) {
     EXPECT_EQ(nullptr, partition.allocate(64));
 }
 
-TEST(Memory, BlocksDoNotOverlapAndAreAligned) {
+TEST(Memory, Blocks_AlignedAndApart) {
     const Partition partition(8192);
     std::vector<void *> blocks;
     uint32_t size = 1;
@@ -69,7 +69,7 @@ TEST(Memory, BlocksDoNotOverlapAndAreAligned) {
     }
 }
 
-TEST(Memory, HoldsTheRecordsOfARelayWith220Supplicants) {
+TEST(Memory, RecordsOfARelayWith220Supplicants_Fit) {
     // docs/porting.md names these figures: a partition of 100 KiB holds 228 times a queue entry,
     // a State pair and an identity, and not one more. The relay itself needs some of it, too.
     const Partition partition(102400);
@@ -81,7 +81,7 @@ TEST(Memory, HoldsTheRecordsOfARelayWith220Supplicants) {
     EXPECT_EQ(228, records);
 }
 
-TEST(Memory, FreedMemoryIsJoinedAndUsedAgain) {
+TEST(Memory, FreedBlocks_JoinedAndUsedAgain) {
     const Partition partition(65536);
     const std::vector<void *> before = partition.allocateAll(100);
     for (size_t i = 0; i < before.size(); i += 2) {
@@ -96,7 +96,7 @@ TEST(Memory, FreedMemoryIsJoinedAndUsedAgain) {
     EXPECT_EQ(before.size(), partition.allocateAll(100).size());
 }
 
-TEST(Memory, UsesTheMemoryThatItIsGiven) {
+TEST(Memory, MemoryOfTheCaller_Used) {
     for (size_t offset = 0; offset < 16; ++offset) {
         std::vector<std::byte> memory(4096 + 16, std::byte{0x5a});
         std::byte *start = memory.data() + offset;
@@ -119,14 +119,14 @@ TEST(Memory, UsesTheMemoryThatItIsGiven) {
     }
 }
 
-TEST(Memory, RefusesASizeThatIsTooSmallForAPool) {
+TEST(Memory, SizeTooSmallForAPool_Refused) {
     EXPECT_EQ(0U, palMemPartCreate("none", nullptr, 0));
     EXPECT_EQ(0U, palMemPartCreate("small", nullptr, 16));
     std::array<std::byte, 16> memory{};
     EXPECT_EQ(0U, palMemPartCreate("small", memory.data(), 16));
 }
 
-TEST(Memory, EverySizeThatIsAcceptedWorks) {
+TEST(Memory, EveryAcceptedSize_Works) {
     for (uint32_t size = 1; size < 400; ++size) {
         const Partition partition(size);
         if (partition.id() != 0) {
@@ -137,13 +137,13 @@ TEST(Memory, EverySizeThatIsAcceptedWorks) {
     }
 }
 
-TEST(Memory, NeedsNoName) {
+TEST(Memory, NoName_Created) {
     const PalMemPartId id = palMemPartCreate(nullptr, nullptr, 1024);
     EXPECT_NE(0U, id);
     EXPECT_EQ(0, palMemPartDestroy(id));
 }
 
-TEST(Memory, ASizeWithItsTopBitSetFails) {
+TEST(Memory, SizeWithItsTopBitSet_Fails) {
     const Partition partition(4096);
     for (const uint32_t size : {0x80000000U, 0x80000001U, 0xfffffff0U, 0xffffffffU}) {
         EXPECT_EQ(nullptr, partition.allocate(size));
@@ -153,7 +153,7 @@ TEST(Memory, ASizeWithItsTopBitSetFails) {
     EXPECT_NE(nullptr, partition.allocate(16));
 }
 
-TEST(Memory, SizeZeroYieldsABlockOfItsOwn) {
+TEST(Memory, SizeZero_ReturnsABlockOfItsOwn) {
     const Partition partition(4096);
     for (const PalMemPartId id : {PalMemPartId{0}, partition.id()}) {
         void *first = palMemPartAlloc(id, 0);
@@ -166,14 +166,14 @@ TEST(Memory, SizeZeroYieldsABlockOfItsOwn) {
     }
 }
 
-TEST(Memory, PartitionZeroIsTheHeap) {
+TEST(Memory, PartitionZero_IsTheHeap) {
     void *block = palMemPartAlloc(0, 1U << 20);
     ASSERT_NE(nullptr, block);
     std::memset(block, 1, 1U << 20);
     EXPECT_EQ(0, palMemPartFree(0, block));
 }
 
-TEST(Memory, ABlockReturnsToItsOwnPoolWhateverIdIsGiven) {
+TEST(Memory, FreeWithAnotherId_ReturnsTheBlockToItsOwnPool) {
     const Partition one(4096);
     const Partition two(4096);
     const size_t roomInOne = one.allocateAll(64).size();
@@ -188,13 +188,13 @@ TEST(Memory, ABlockReturnsToItsOwnPoolWhateverIdIsGiven) {
     EXPECT_EQ(3U, two.allocateAll(64).size());
 }
 
-TEST(Memory, IgnoresNull) {
+TEST(Memory, FreeOfNull_Ignored) {
     const Partition partition(4096);
     EXPECT_EQ(0, palMemPartFree(partition.id(), nullptr));
     EXPECT_EQ(0, palMemPartFree(0, nullptr));
 }
 
-TEST(Memory, RefusesADoubleFree) {
+TEST(Memory, DoubleFree_Refused) {
     const Partition partition(4096);
     for (const PalMemPartId id : {PalMemPartId{0}, partition.id()}) {
         void *block = palMemPartAlloc(id, 100);
@@ -205,7 +205,7 @@ TEST(Memory, RefusesADoubleFree) {
     }
 }
 
-TEST(Memory, RefusesWhatIsNoBlock) {
+TEST(Memory, FreeOfWhatIsNoBlock_Refused) {
     const Partition partition(4096);
     auto *block = static_cast<std::byte *>(partition.allocate(100));
     const std::array<std::byte, 100> before = [&] {
@@ -228,7 +228,7 @@ TEST(Memory, RefusesWhatIsNoBlock) {
     EXPECT_EQ(0, palMemPartFree(partition.id(), block));
 }
 
-TEST(Memory, DestroyingReleasesAllBlocksAtOnce) {
+TEST(Memory, Destroy_ReleasesAllBlocksAtOnce) {
     const PalMemPartId id = palMemPartCreate("gone", nullptr, 4096);
     void *first = palMemPartAlloc(id, 100);
     ASSERT_NE(nullptr, palMemPartAlloc(id, 200));
@@ -241,14 +241,14 @@ TEST(Memory, DestroyingReleasesAllBlocksAtOnce) {
     EXPECT_NE(id, next.id());
 }
 
-TEST(Memory, KnowsNoUnknownPartition) {
+TEST(Memory, UnknownPartition_Refused) {
     EXPECT_EQ(nullptr, palMemPartAlloc(0x7ffffff0U, 1));
     EXPECT_EQ(nullptr, palMemPartStrDup(0x7ffffff0U, "text"));
     EXPECT_EQ(-1, palMemPartDestroy(0x7ffffff0U));
     EXPECT_EQ(-1, palMemPartDestroy(0));
 }
 
-TEST(Memory, CopiesStrings) {
+TEST(Memory, StrDup_Copies) {
     const Partition partition(1024);
     for (const PalMemPartId id : {PalMemPartId{0}, partition.id()}) {
         for (const char *text : {"", "secret"}) {
@@ -264,7 +264,7 @@ TEST(Memory, CopiesStrings) {
     EXPECT_EQ(nullptr, palMemPartStrDup(partition.id(), large.c_str()));
 }
 
-TEST(Memory, ThreadsShareAPartition) {
+TEST(Memory, ThreadsOnOnePartition_KeepTheirBlocks) {
     const Partition partition(65536);
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
@@ -300,7 +300,7 @@ TEST(Memory, ThreadsShareAPartition) {
     EXPECT_NE(nullptr, partition.allocate(64000)) << "something was not given back";
 }
 
-TEST(Memory, ThreadsCreateAndDestroyPartitions) {
+TEST(Memory, ThreadsThatCreateAndDestroy_DoNotDisturbEachOther) {
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
     threads.reserve(4);
@@ -323,7 +323,7 @@ TEST(Memory, ThreadsCreateAndDestroyPartitions) {
 // Volatile, so that the compiler neither warns of the fault nor leaves it out.
 using Byte = volatile unsigned char;
 
-TEST(MemoryDeathTest, AddressSanitizerSeesOverruns) {
+TEST(MemoryDeathTest, Overrun_SeenByAddressSanitizer) {
     const Partition partition(4096);
     for (const uint32_t size : {0U, 1U, 16U, 72U, 320U}) {
         auto *block = static_cast<Byte *>(partition.allocate(size));
@@ -332,7 +332,7 @@ TEST(MemoryDeathTest, AddressSanitizerSeesOverruns) {
     }
 }
 
-TEST(MemoryDeathTest, AddressSanitizerSeesUseAfterFree) {
+TEST(MemoryDeathTest, UseAfterFree_SeenByAddressSanitizer) {
     const Partition partition(4096);
     auto *block = static_cast<Byte *>(partition.allocate(72));
     ASSERT_EQ(0, palMemPartFree(partition.id(), const_cast<unsigned char *>(block)));

@@ -40,7 +40,7 @@ const Role exitRole("exit-with", [](const std::vector<std::string> &arguments) {
     return std::stoi(arguments.at(0));
 });
 
-TEST(Programs, YieldTheirExitStatus) {
+TEST(Programs, Exit_ReturnsTheStatus) {
     for (const int status : {0, 1, 7, 255}) {
         EXPECT_EQ(status, runProgram(selfPath(), "exit-with", {std::to_string(status)}));
     }
@@ -51,12 +51,12 @@ const Role argumentsRole("expect-arguments", [](const std::vector<std::string> &
     return arguments == expected ? 0 : 1;
 });
 
-TEST(Programs, GetTheirArgumentsWithoutAShell) {
+TEST(Programs, Arguments_ArriveWithoutAShell) {
     EXPECT_EQ(0, runProgram(selfPath(), "expect-arguments",
                             {"", "two words", "$HOME;*`id`", "\xff\x01"}));
 }
 
-TEST(Programs, ThatCannotBeRunYieldMinusOne) {
+TEST(Programs, ProgramThatCannotBeRun_ReturnsMinusOne) {
     for (const auto &[program, error] :
          {std::pair{"/nonexistent/program", ENOENT}, std::pair{"/dev/null", EACCES},
           // Found along PATH by a shell, but not here.
@@ -75,7 +75,7 @@ const Role killedRole("killed", [](const std::vector<std::string> & /*arguments*
     return 0;
 });
 
-TEST(Programs, ThatASignalEndsYieldMinusOne) {
+TEST(Programs, ProgramThatASignalEnds_ReturnsMinusOne) {
     EXPECT_EQ(-1, runProgram(selfPath(), "killed"));
 }
 
@@ -83,7 +83,7 @@ const Role closedRole("expect-closed", [](const std::vector<std::string> &argume
     return fcntl(std::stoi(arguments.at(0)), F_GETFD) == -1 ? 0 : 1;
 });
 
-TEST(Programs, InheritNoDescriptor) {
+TEST(Programs, OpenDescriptor_NotInherited) {
     for (const int flags : {O_CLOEXEC, 0}) {
         int ends[2] = {-1, -1};
         ASSERT_EQ(0, pipe2(ends, flags));
@@ -101,7 +101,7 @@ const Role signalsRole("expect-signals", [](const std::vector<std::string> & /*a
     return sigismember(&blocked, SIGTERM) == 0 && pipeAction.sa_handler == SIG_DFL ? 0 : 1;
 });
 
-TEST(Programs, StartWithDefaultSignals) {
+TEST(Programs, SignalsBlockedAndIgnored_DefaultInTheProgram) {
     sigset_t terminate;
     sigset_t before;
     sigemptyset(&terminate);
@@ -122,7 +122,7 @@ const Role readRole("read-fifo", [](const std::vector<std::string> &arguments) {
     return read(fd, &byte, 1) == 1 ? byte : 0;
 });
 
-TEST(Programs, AreWaitedForThroughSignals) {
+TEST(Programs, SignalsWhileWaiting_NotSeen) {
     std::string folder = testing::TempDir() + "platform-programs-XXXXXX";
     ASSERT_NE(nullptr, mkdtemp(folder.data()));
     const std::string fifo = folder + "/fifo";
@@ -138,7 +138,7 @@ TEST(Programs, AreWaitedForThroughSignals) {
     fs::remove_all(folder);
 }
 
-TEST(Programs, AreFoundUnderTheRoot) {
+TEST(Programs, ProgramUnderTheRoot_Found) {
     std::string folder = testing::TempDir() + "platform-programs-XXXXXX";
     ASSERT_NE(nullptr, mkdtemp(folder.data()));
     fs::create_directories(folder + "/bin");
@@ -150,7 +150,7 @@ TEST(Programs, AreFoundUnderTheRoot) {
     fs::remove_all(folder);
 }
 
-TEST(Programs, LosingTheStatusYieldsMinusOne) {
+TEST(Programs, StatusLost_ReturnsMinusOne) {
     struct sigaction ignore {};
     struct sigaction before {};
     ignore.sa_handler = SIG_IGN;

@@ -39,11 +39,11 @@ void expectNoRepetition(Draw draw) {
     }
 }
 
-TEST_F(Random, DrawsFromTheKernelWithoutASource) {
+TEST_F(Random, NoSource_DrawsFromTheKernel) {
     expectNoRepetition(palRandGen);
 }
 
-TEST_F(Random, FillsLargeBuffersToTheEnd) {
+TEST_F(Random, LargeBuffer_FilledToTheEnd) {
     std::vector<uint8_t> bytes((1U << 20) + 3);
     ASSERT_EQ(0, palRandGen(bytes.data(), static_cast<uint32_t>(bytes.size())));
     // 64 zero bytes in a row come up once in 2^490 runs.
@@ -52,14 +52,14 @@ TEST_F(Random, FillsLargeBuffersToTheEnd) {
     EXPECT_FALSE(std::all_of(bytes.end() - 16, bytes.end(), [](uint8_t b) { return b == 0; }));
 }
 
-TEST_F(Random, WritesNoMoreThanAsked) {
+TEST_F(Random, OneByte_WritesNoMore) {
     std::array<uint8_t, 3> bytes{0xaa, 0xaa, 0xaa};
     ASSERT_EQ(0, palRandGen(bytes.data() + 1, 1));
     EXPECT_EQ(0xaa, bytes[0]);
     EXPECT_EQ(0xaa, bytes[2]);
 }
 
-TEST_F(Random, DrawsFromTheSourceThatWasSet) {
+TEST_F(Random, SourceThatWasSet_DrawnFrom) {
     Countdown countdown{{1}};
     ASSERT_EQ(0, palRandLibInit(drawSevens, &countdown));
     std::array<uint8_t, 4> bytes{};
@@ -68,14 +68,14 @@ TEST_F(Random, DrawsFromTheSourceThatWasSet) {
     EXPECT_EQ(1, countdown.calls);
 }
 
-TEST_F(Random, FailsWithTheSource) {
+TEST_F(Random, SourceThatFails_Fails) {
     Countdown countdown{{0}};
     palRandLibInit(drawSevens, &countdown);
     std::array<uint8_t, 4> bytes{};
     EXPECT_EQ(-1, palRandGen(bytes.data(), 4));
 }
 
-TEST_F(Random, ReturnsToTheKernelForANullSource) {
+TEST_F(Random, NullSource_ReturnsToTheKernel) {
     Countdown countdown{{0}};
     palRandLibInit(drawSevens, &countdown);
     ASSERT_EQ(0, palRandLibInit(nullptr, &countdown));
@@ -83,21 +83,21 @@ TEST_F(Random, ReturnsToTheKernelForANullSource) {
     EXPECT_EQ(0, countdown.calls);
 }
 
-TEST_F(Random, RefusesNullUnlessNothingIsAsked) {
+TEST_F(Random, NullBuffer_RefusedUnlessNothingIsAsked) {
     EXPECT_EQ(-1, palRandGen(nullptr, 1));
     EXPECT_EQ(0, palRandGen(nullptr, 0));
     EXPECT_EQ(-1, palCiphPRNGInit(nullptr, nullptr, 1));
     EXPECT_EQ(0, palCiphPRNGInit(nullptr, nullptr, 0));
 }
 
-TEST_F(Random, OffersTheCryptoLibrarysGeneratorAsASource) {
+TEST_F(Random, CryptoLibrarysGenerator_WorksAsASource) {
     expectNoRepetition(
         [](uint8_t *out, uint32_t length) { return palCiphPRNGInit(nullptr, out, length); });
     ASSERT_EQ(0, palRandLibInit(palCiphPRNGInit, nullptr));
     expectNoRepetition(palRandGen);
 }
 
-TEST_F(Random, SourceMayChangeWhileThreadsDraw) {
+TEST_F(Random, SourceChangedWhileThreadsDraw_NoneFails) {
     Countdown countdown{{1'000'000}};
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;

@@ -116,7 +116,7 @@ bool awaitGone(const std::string &name) {
     return true;
 }
 
-TEST(Tasks, ADaemonIsFoundByItsTaskName) {
+TEST(Tasks, Daemon_FoundByItsTaskName) {
     const std::string name = uniqueName("d");
     OtherProcess other([&name] {
         setTaskName(name);
@@ -131,7 +131,7 @@ TEST(Tasks, ADaemonIsFoundByItsTaskName) {
     EXPECT_TRUE(awaitGone(name));
 }
 
-TEST(Tasks, AProcessInTheForegroundIsFoundAfterItsFirstTaskCall) {
+TEST(Tasks, ProcessInTheForeground_FoundAfterItsFirstTaskCall) {
     const std::string name = uniqueName("f");
     const OtherProcess other([&name] {
         setTaskName(name);
@@ -141,7 +141,7 @@ TEST(Tasks, AProcessInTheForegroundIsFoundAfterItsFirstTaskCall) {
     EXPECT_EQ(other.id(), palTaskNameToId(name.c_str()));
 }
 
-TEST(Tasks, FifteenBytesOfANameCount) {
+TEST(Tasks, LongName_FifteenBytesCount) {
     const std::string name = (uniqueName("l") + "0123456789abcdef").substr(0, 15);
     const OtherProcess other([&name] {
         setTaskName(name);
@@ -151,7 +151,7 @@ TEST(Tasks, FifteenBytesOfANameCount) {
     EXPECT_EQ(other.id(), palTaskNameToId((name + "more").c_str()));
 }
 
-TEST(Tasks, ANameMayHoldWhatTheKernelsTablesUse) {
+TEST(Tasks, NameWithParenthesesAndSpaces_Found) {
     const std::string name = uniqueName(") (");
     const OtherProcess other([&name] {
         setTaskName(name);
@@ -161,14 +161,14 @@ TEST(Tasks, ANameMayHoldWhatTheKernelsTablesUse) {
     EXPECT_EQ(-1, palTaskNameToId(uniqueName("").c_str()));
 }
 
-TEST(Tasks, AProcessWithoutATaskNameKeepsItsOwn) {
+TEST(Tasks, NoTaskName_KeepsTheNameOfTheProcess) {
     palTaskDelay(0);
     char name[17] = "";
     prctl(PR_GET_NAME, name);
     EXPECT_EQ("platform_test", std::string(name));
 }
 
-TEST(Tasks, ATaskNeverFindsItself) {
+TEST(Tasks, OwnName_NotFound) {
     const OtherProcess other([] {
         const std::string name = uniqueName("s");
         setTaskName(name);
@@ -185,7 +185,7 @@ TEST(Tasks, ATaskNeverFindsItself) {
     EXPECT_GT(other.id(), 0) << "it found itself";
 }
 
-TEST(Tasks, AnEndedTaskIsNotFoundEvenWhenItIsNotReaped) {
+TEST(Tasks, EndedTaskThatIsNotReaped_NotFound) {
     const std::string name = uniqueName("z");
     OtherProcess other([&name] {
         setTaskName(name);
@@ -196,7 +196,7 @@ TEST(Tasks, AnEndedTaskIsNotFoundEvenWhenItIsNotReaped) {
     EXPECT_EQ(-1, palTaskNameToId(name.c_str()));
 }
 
-TEST(Tasks, AnotherUsersProcessIsNoTask) {
+TEST(Tasks, ProcessOfAnotherUser_NotFound) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can start a process of another user";
     }
@@ -214,13 +214,13 @@ TEST(Tasks, AnotherUsersProcessIsNoTask) {
     EXPECT_EQ(-1, palTaskNameToId(name.c_str()));
 }
 
-TEST(Tasks, NoNameIsNoTask) {
+TEST(Tasks, NullEmptyOrUnknownName_NotFound) {
     EXPECT_EQ(-1, palTaskNameToId(nullptr));
     EXPECT_EQ(-1, palTaskNameToId(""));
     EXPECT_EQ(-1, palTaskNameToId(uniqueName("none").c_str()));
 }
 
-TEST(Tasks, DelayLastsAsLongAsAskedThroughSignals) {
+TEST(Tasks, DelayWithSignals_LastsAsLongAsAsked) {
     const auto start = Clock::now();
     {
         const Interruptions interruptions(20, [] {});
@@ -229,12 +229,12 @@ TEST(Tasks, DelayLastsAsLongAsAskedThroughSignals) {
     }
 }
 
-TEST(Tasks, DelayOfNothingReturnsAtOnce) {
+TEST(Tasks, DelayOfNothing_ReturnsAtOnce) {
     EXPECT_EQ(0, palTaskDelay(0));
     EXPECT_EQ(0, palTaskDelay(-1));
 }
 
-TEST(Tasks, CallsLeaveErrnoAlone) {
+TEST(Tasks, AnyCall_LeavesErrnoAlone) {
     errno = EXDEV;
     EXPECT_EQ(-1, palTaskNameToId(uniqueName("none").c_str()));
     EXPECT_EQ(EXDEV, errno);
@@ -251,7 +251,7 @@ void pollFromHandler(int /*signal*/) {
     }
 }
 
-TEST(Tasks, CallsMayRunInASignalHandler) {
+TEST(Tasks, CallsInASignalHandler_ComeBack) {
     // The handler breaks into the allocator, the partitions and the log; if it needed any of their
     // locks the process would stand still.
     const OtherProcess other([] {

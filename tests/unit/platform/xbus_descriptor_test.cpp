@@ -95,7 +95,7 @@ TEST_F(XbusDescriptor, MessagesSent_ReadableUntilTheLastIsHandled) {
     EXPECT_EQ(descriptor, xbusDescriptor(receiver.context()));
 }
 
-TEST_F(XbusDescriptor, ACallFromElsewhere_EndsTheWait) {
+TEST_F(XbusDescriptor, CallFromElsewhere_EndsTheWait) {
     Module receiver(kRelay);
     receiver.handler = [](const Invocation &call) { return static_cast<int>(call.command); };
     Child child([] {
@@ -131,7 +131,7 @@ TEST_F(XbusDescriptor, SendersComeAndGo_ListeningSeesToThem) {
     EXPECT_EQ(1, receiver.listen(0us));
 }
 
-TEST_F(XbusDescriptor, AMalformedMessage_IsNotLeftReadable) {
+TEST_F(XbusDescriptor, MalformedMessage_NotLeftReadable) {
     Module receiver(kRelay);
     RawPeer peer(socketPath(kRelay));
     ASSERT_TRUE(peer.send(Bytes(7)));
@@ -141,7 +141,7 @@ TEST_F(XbusDescriptor, AMalformedMessage_IsNotLeftReadable) {
     EXPECT_THAT(errors(), ElementsAre(HasSubstr("malformed")));
 }
 
-TEST_F(XbusDescriptor, ADaemon_WaitsWithTheDescriptorOfItsRegistration) {
+TEST_F(XbusDescriptor, Daemon_WaitsWithTheDescriptorOfItsRegistration) {
     const Gate ready;
     const Gate over;
     Child child([&] {
@@ -166,7 +166,7 @@ TEST_F(XbusDescriptor, ADaemon_WaitsWithTheDescriptorOfItsRegistration) {
     EXPECT_TRUE(over.pass());
 }
 
-TEST_F(XbusDescriptor, ASenderLeavesWhileAChildHoldsItsConnection_NotLeftReadable) {
+TEST_F(XbusDescriptor, SenderLeavesWhileAChildHoldsItsConnection_NotLeftReadable) {
     Module receiver(kRelay);
     const Gate leave;
     Child sender([&leave] {

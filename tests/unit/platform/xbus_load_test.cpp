@@ -35,7 +35,7 @@ bool notifyAtLast(const Module &module, uint32_t destination, uint32_t command) 
     return true;
 }
 
-TEST_F(XbusLoad, KeepsTheOrderOf100000MessagesAndLosesNone) {
+TEST_F(XbusLoad, HundredThousandMessages_AllArriveInOrder) {
     constexpr uint32_t kCount = 100'000;
     constexpr uint32_t kCallEvery = 97;
     Module receiver(kRelay);
@@ -63,7 +63,7 @@ TEST_F(XbusLoad, KeepsTheOrderOf100000MessagesAndLosesNone) {
     EXPECT_EQ(0, receiver.listen(0us));
 }
 
-TEST_F(XbusLoad, KeepsTheOrderBehindACallThatWasNotAnswered) {
+TEST_F(XbusLoad, MessageAfterACallThatWasNotAnswered_ArrivesInOrder) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     EXPECT_EQ(0, sender.notify(kRelay, 1));
@@ -78,7 +78,7 @@ TEST_F(XbusLoad, KeepsTheOrderBehindACallThatWasNotAnswered) {
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 2, 3, 4));
 }
 
-TEST_F(XbusLoad, TwoModulesMayFillEachOthersQueues) {
+TEST_F(XbusLoad, TwoModulesThatFillEachOthersQueues_BothGetAll) {
     constexpr uint32_t kCount = 10'000;
     const auto exchange = [](uint32_t own, uint32_t other) {
         Module module(own);
@@ -110,7 +110,7 @@ TEST_F(XbusLoad, TwoModulesMayFillEachOthersQueues) {
     EXPECT_EQ(0, second.wait());
 }
 
-TEST_F(XbusLoad, SendersTakeTurns) {
+TEST_F(XbusLoad, LoudAndQuietSender_TakeTurns) {
     Module receiver(kRelay);
     const Module loud(kPnac);
     const Module quiet(kPnac + 1);
@@ -126,7 +126,7 @@ TEST_F(XbusLoad, SendersTakeTurns) {
     }
 }
 
-TEST_F(XbusLoad, TurnsSurviveThatSendersLeave) {
+TEST_F(XbusLoad, SendersLeave_OthersKeepTheirTurns) {
     Module receiver(kRelay);
     std::vector<std::unique_ptr<Module>> senders;
     for (uint32_t i = 0; i < 6; ++i) {
@@ -146,7 +146,7 @@ TEST_F(XbusLoad, TurnsSurviveThatSendersLeave) {
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(0, 1, 2, 3, 4, 5, 2, 3, 4, 5));
 }
 
-TEST_F(XbusLoad, ServesSeveralHundredProcesses) {
+TEST_F(XbusLoad, SeveralHundredProcesses_Served) {
     constexpr uint32_t kCount = 200;
     Module receiver(kRelay);
     receiver.handler = [](const Invocation &call) { return static_cast<int>(call.command); };
@@ -172,7 +172,7 @@ TEST_F(XbusLoad, ServesSeveralHundredProcesses) {
     }
 }
 
-TEST_F(XbusLoad, ServesMoreConnectionsThanSelectCould) {
+TEST_F(XbusLoad, MoreConnectionsThanSelectCould_Served) {
     constexpr uint32_t kCount = FD_SETSIZE + 200;
     rlimit before{};
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));

@@ -77,7 +77,7 @@ class Server {
     Child child_;
 };
 
-TEST_F(XbusPeers, WhatACrashedModuleLeftIsReplaced) {
+TEST_F(XbusPeers, SocketOfACrashedModule_Replaced) {
     Server crashed(kRelay);
     const Module sender(kPnac);
     EXPECT_EQ(5, sender.call(kRelay, 5));
@@ -90,7 +90,7 @@ TEST_F(XbusPeers, WhatACrashedModuleLeftIsReplaced) {
     EXPECT_EQ(0, next.wait());
 }
 
-TEST_F(XbusPeers, AFileInThePlaceOfASocketIsReplaced) {
+TEST_F(XbusPeers, FileInThePlaceOfASocket_Replaced) {
     root_.write("/run/xbus/8", "no socket");
     Module receiver(kRelay);
     const Module sender(kPnac);
@@ -98,7 +98,7 @@ TEST_F(XbusPeers, AFileInThePlaceOfASocketIsReplaced) {
     EXPECT_EQ(1, receiver.listen());
 }
 
-TEST_F(XbusPeers, ASenderNoticesNothingOfARestart) {
+TEST_F(XbusPeers, ModuleRestarted_ItsSenderNoticesNothing) {
     const Module sender(kPnac);
     for (const bool waits : {true, false, true, false}) {
         Server server(kRelay);
@@ -110,7 +110,7 @@ TEST_F(XbusPeers, ASenderNoticesNothingOfARestart) {
     }
 }
 
-TEST_F(XbusPeers, ASenderNoticesNothingOfANewRegistration) {
+TEST_F(XbusPeers, ModuleRegisteredAnew_ItsSenderNoticesNothing) {
     const Module sender(kPnac);
     for (uint32_t command = 1; command < 4; ++command) {
         Module receiver(kRelay);
@@ -120,7 +120,7 @@ TEST_F(XbusPeers, ASenderNoticesNothingOfANewRegistration) {
     }
 }
 
-TEST_F(XbusPeers, ACallEndsWithTheModuleThatItWaitsFor) {
+TEST_F(XbusPeers, ModuleDiesDuringACall_TheCallEnds) {
     const Gate ready;
     Child child([&ready] {
         Module module(kRelay);
@@ -148,7 +148,7 @@ void becomeServingDaemon(const Gate &ready) {
 
 class XbusDaemon : public XbusPeers, public testing::WithParamInterface<bool> {};
 
-TEST_P(XbusDaemon, KeepsItsRegistration) {
+TEST_P(XbusDaemon, RegisteredBeforeDaemon_KeepsTheModule) {
     const Gate ready;
     Child child([&ready] {
         if (GetParam()) {
@@ -240,7 +240,7 @@ const Nonsense kNonsenses[] = {
 
 class XbusNonsense : public XbusPeers, public testing::WithParamInterface<Nonsense> {};
 
-TEST_P(XbusNonsense, ClosesItsSendersConnectionAndNoOther) {
+TEST_P(XbusNonsense, Nonsense_ClosesItsSendersConnectionAndNoOther) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     EXPECT_EQ(0, sender.notify(kRelay, 1));
@@ -263,7 +263,7 @@ TEST_P(XbusNonsense, ClosesItsSendersConnectionAndNoOther) {
 
 INSTANTIATE_TEST_SUITE_P(Each, XbusNonsense, testing::ValuesIn(kNonsenses));
 
-TEST_F(XbusPeers, ARawPeerThatMakesSenseIsHeard) {
+TEST_F(XbusPeers, RawPeerThatMakesSense_Heard) {
     Module receiver(kRelay);
     RawPeer peer(socketPath(kRelay));
     ASSERT_TRUE(peer.send(packetOf(noticeHead(5, 3, 2), {1, 2, 3}, {4, 5})));
@@ -318,7 +318,7 @@ class FalseModule {
     bool isThere_ = false;
 };
 
-TEST_F(XbusPeers, AFalseAnswerIsDropped) {
+TEST_F(XbusPeers, FalseAnswer_Dropped) {
     const Module sender(kPnac);
     const FalseModule module(socketPath(kRelay));
     ASSERT_TRUE(module.isThere());
@@ -348,7 +348,7 @@ TEST_F(XbusPeers, AFalseAnswerIsDropped) {
     EXPECT_THAT(errors(), testing::Each(HasSubstr("malformed")));
 }
 
-TEST_F(XbusPeers, AFalseAnswerClosesItsConnection) {
+TEST_F(XbusPeers, FalseAnswer_ClosesItsConnection) {
     const Module sender(kPnac);
     const FalseModule module(socketPath(kRelay));
     ASSERT_TRUE(module.isThere());
@@ -359,7 +359,7 @@ TEST_F(XbusPeers, AFalseAnswerClosesItsConnection) {
     other.join();
 }
 
-TEST_F(XbusPeers, AnAnswerToSomebodyElseIsNotTaken) {
+TEST_F(XbusPeers, AnswerToSomebodyElse_NotTaken) {
     const Module sender(kPnac);
     const FalseModule module(socketPath(kRelay));
     ASSERT_TRUE(module.isThere());
@@ -376,7 +376,7 @@ TEST_F(XbusPeers, AnAnswerToSomebodyElseIsNotTaken) {
     EXPECT_THAT(errors(), IsEmpty());
 }
 
-TEST_F(XbusPeers, APeerThatDiesInMidMessageHoldsUpNobody) {
+TEST_F(XbusPeers, PeerThatDiesInMidMessage_HoldsUpNobody) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     const std::string path = socketPath(kRelay);
@@ -394,7 +394,7 @@ TEST_F(XbusPeers, APeerThatDiesInMidMessageHoldsUpNobody) {
     EXPECT_THAT(errors(), ElementsAre(HasSubstr("malformed")));
 }
 
-TEST_F(XbusPeers, ASilentPeerHoldsUpNobody) {
+TEST_F(XbusPeers, SilentPeer_HoldsUpNobody) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     std::vector<RawPeer> silent;
@@ -408,7 +408,7 @@ TEST_F(XbusPeers, ASilentPeerHoldsUpNobody) {
     EXPECT_THAT(errors(), IsEmpty());
 }
 
-TEST_F(XbusPeers, WhatADeadSenderHandedOverStillArrives) {
+TEST_F(XbusPeers, MessagesOfADeadSender_StillArrive) {
     Module receiver(kRelay);
     Child sender([] {
         const Module module(kPnac);
@@ -429,7 +429,7 @@ TEST_F(XbusPeers, WhatADeadSenderHandedOverStillArrives) {
     EXPECT_THAT(errors(), IsEmpty());
 }
 
-TEST_F(XbusPeers, NothingIsLostBehindAnAnswerThatWasNotRead) {
+TEST_F(XbusPeers, MessagesAfterAnAnswerThatWasNotRead_NotLost) {
     Module receiver(kRelay);
     {
         const Module sender(kPnac);
@@ -446,7 +446,7 @@ TEST_F(XbusPeers, NothingIsLostBehindAnAnswerThatWasNotRead) {
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 2, 3));
 }
 
-TEST_F(XbusPeers, ACallerThatDoesNotReadItsAnswersHoldsUpNobody) {
+TEST_F(XbusPeers, CallerThatDoesNotReadItsAnswers_HoldsUpNobody) {
     Module receiver(kRelay);
     RawPeer peer(socketPath(kRelay));
     Head call = noticeHead(1, 0, 65536);
@@ -483,7 +483,7 @@ class XbusUsers : public XbusPeers {
     }
 };
 
-TEST_F(XbusUsers, TheFolderKeepsOthersOut) {
+TEST_F(XbusUsers, OtherUser_KeptOutByTheFolder) {
     Module receiver(kRelay);
     const std::string path = socketPath(kRelay);
     EXPECT_EQ(0, asNobody([&path] {
@@ -501,7 +501,7 @@ TEST_F(XbusUsers, TheFolderKeepsOthersOut) {
     EXPECT_EQ(0, receiver.listen(0us));
 }
 
-TEST_F(XbusUsers, InAnOpenFolderSendersAreChecked) {
+TEST_F(XbusUsers, SenderOfAnotherUserInAnOpenFolder_Refused) {
     Module receiver(kRelay);
     openFolder();
     const std::string path = socketPath(kRelay);
@@ -515,7 +515,7 @@ TEST_F(XbusUsers, InAnOpenFolderSendersAreChecked) {
     EXPECT_THAT(errors(), ElementsAre(AllOf(HasSubstr("of user 65534 is refused"))));
 }
 
-TEST_F(XbusUsers, InAnOpenFolderReceiversAreChecked) {
+TEST_F(XbusUsers, ReceiverOfAnotherUserInAnOpenFolder_Refused) {
     const Module sender(kPnac);
     openFolder();
     const std::string path = socketPath(kRelay);
@@ -538,7 +538,7 @@ TEST_F(XbusUsers, InAnOpenFolderReceiversAreChecked) {
                                       HasSubstr("of user 65534 is refused")));
 }
 
-TEST_F(XbusUsers, TheFoldersOwnerAndRootTalkToEachOther) {
+TEST_F(XbusUsers, FoldersOwnerAndRoot_TalkToEachOther) {
     ASSERT_EQ(0, chown(root_.path("/run/xbus").c_str(), kNobody, kNobody));
     Module receiver(kRelay);
     // The owner could not open root's socket file, but takes it for its own folder's.

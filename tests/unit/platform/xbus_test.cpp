@@ -49,7 +49,7 @@ Bytes pattern(size_t size, size_t seed) {
     return bytes;
 }
 
-TEST_F(Xbus, IsItsOwnersAlone) {
+TEST_F(Xbus, FolderAndFiles_AreTheirOwnersAlone) {
     const Module module(kRelay);
     EXPECT_EQ(0700U, root_.mode("/run/xbus"));
     struct stat status {};
@@ -59,13 +59,13 @@ TEST_F(Xbus, IsItsOwnersAlone) {
     EXPECT_EQ(0600U, root_.mode("/run/xbus/8.lock"));
 }
 
-TEST_F(Xbus, InitClosesAFolderThatIsOpenToOthers) {
+TEST_F(Xbus, InitWithAFolderThatIsOpenToOthers_ClosesIt) {
     ASSERT_EQ(0, chmod(root_.path("/run/xbus").c_str(), 0777));
     EXPECT_EQ(0, xbusInit());
     EXPECT_EQ(0700U, root_.mode("/run/xbus"));
 }
 
-TEST_F(Xbus, InitFailsWithoutAPlaceForTheFolder) {
+TEST_F(Xbus, InitWithoutAPlaceForTheFolder_Fails) {
     root_.remove("/run");
     root_.write("/run", "a file");
     EXPECT_NE(0, xbusInit());
@@ -77,7 +77,7 @@ TEST_F(Xbus, InitFailsWithoutAPlaceForTheFolder) {
     palRootSet(root_.folder().c_str());
 }
 
-TEST_F(Xbus, RegisteringNeedsTheFolderAndAHandler) {
+TEST_F(Xbus, RegisterWithoutFolderOrHandler_Refused) {
     errno = 0;
     EXPECT_EQ(nullptr, xbusRegister(kRelay, XBUS_MODE_HANDLER, nullptr, nullptr));
     EXPECT_EQ(EINVAL, errno);
@@ -87,7 +87,7 @@ TEST_F(Xbus, RegisteringNeedsTheFolderAndAHandler) {
     EXPECT_EQ(ENOENT, errno);
 }
 
-TEST_F(Xbus, AModuleIsThereOnce) {
+TEST_F(Xbus, RegisterTwice_SecondRefused) {
     {
         Module first(kRelay);
         errno = 0;
@@ -108,13 +108,13 @@ TEST_F(Xbus, AModuleIsThereOnce) {
     const Module again(kRelay);
 }
 
-TEST_F(Xbus, UnregisteringLeavesNoSocket) {
+TEST_F(Xbus, Unregister_LeavesNoSocket) {
     { const Module module(kRelay); }
     EXPECT_THAT(root_.list("/run/xbus"), ElementsAre("8.lock"));
     EXPECT_EQ(-1, xbusUnRegister(nullptr));
 }
 
-TEST_F(Xbus, WorksBelowALongRoot) {
+TEST_F(Xbus, LongRoot_Works) {
     const std::string folder = root_.folder().string() + "/" + std::string(200, 'x');
     ASSERT_EQ(0, mkdir(folder.c_str(), 0700));
     palRootSet(folder.c_str());
@@ -129,7 +129,7 @@ TEST_F(Xbus, WorksBelowALongRoot) {
     EXPECT_EQ(1, receiver.listen());
 }
 
-TEST_F(Xbus, ACallCarriesBothBuffersThereAndBack) {
+TEST_F(Xbus, Call_CarriesBothBuffersThereAndBack) {
     const Gate ready;
     Child child([&ready] {
         Module module(kRelay);
@@ -155,7 +155,7 @@ TEST_F(Xbus, ACallCarriesBothBuffersThereAndBack) {
     EXPECT_EQ(0, child.wait());
 }
 
-TEST_F(Xbus, NullStaysNullAndEmptyStaysEmpty) {
+TEST_F(Xbus, NullAndEmptyBuffers_ArriveAsSuch) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     const char byte = 0;
@@ -174,7 +174,7 @@ TEST_F(Xbus, NullStaysNullAndEmptyStaysEmpty) {
                                                Received{3, {}, Bytes{}}));
 }
 
-TEST_F(Xbus, BuffersAreAlignedForAnyType) {
+TEST_F(Xbus, Buffers_AlignedForAnyType) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     receiver.handler = [](const Invocation &call) {
@@ -195,7 +195,7 @@ TEST_F(Xbus, BuffersAreAlignedForAnyType) {
     }
 }
 
-TEST_F(Xbus, ANoticeIsHandedOverToAModuleThatDoesNotListenYet) {
+TEST_F(Xbus, NoticeToAModuleThatDoesNotListenYet_HandedOver) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     Bytes out{1, 2, 3};
@@ -213,7 +213,7 @@ TEST_F(Xbus, ANoticeIsHandedOverToAModuleThatDoesNotListenYet) {
     EXPECT_EQ(3U, outLength);
 }
 
-TEST_F(Xbus, AnAbsentModuleYieldsMinusOne) {
+TEST_F(Xbus, AbsentModule_ReturnsMinusOne) {
     const Module sender(kPnac);
     EXPECT_EQ(-1, sender.notify(kRelay, 1));
     EXPECT_EQ(-1, sender.call(kRelay, 1));
@@ -228,7 +228,7 @@ TEST_F(Xbus, AnAbsentModuleYieldsMinusOne) {
     EXPECT_EQ(-1, sender.call(kRelay, 1));
 }
 
-TEST_F(Xbus, ImpossibleArgumentsAreRefused) {
+TEST_F(Xbus, ImpossibleArguments_Refused) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     const char byte = 0;
@@ -245,7 +245,7 @@ TEST_F(Xbus, ImpossibleArgumentsAreRefused) {
     EXPECT_EQ(0, receiver.listen(0us)) << "nothing was sent";
 }
 
-TEST_F(Xbus, ACallThatIsNotAnsweredEndsAfterFiveSeconds) {
+TEST_F(Xbus, CallThatIsNotAnswered_EndsAfterFiveSeconds) {
     const Module receiver(kRelay);
     const Module sender(kPnac);
     Bytes out{1, 2, 3};
@@ -261,7 +261,7 @@ TEST_F(Xbus, ACallThatIsNotAnsweredEndsAfterFiveSeconds) {
     EXPECT_EQ((Bytes{1, 2, 3}), out);
 }
 
-TEST_F(Xbus, ACallToAFullQueueEndsAfterFiveSeconds) {
+TEST_F(Xbus, CallToAFullQueue_EndsAfterFiveSeconds) {
     const Module receiver(kRelay);
     const Module sender(kPnac);
     while (sender.notify(kRelay, 1) == 0) {
@@ -273,7 +273,7 @@ TEST_F(Xbus, ACallToAFullQueueEndsAfterFiveSeconds) {
     EXPECT_GT(ShortWaits::asked()[0], 4s);
 }
 
-TEST_F(Xbus, ALateAnswerIsNotTakenForTheNextOne) {
+TEST_F(Xbus, LateAnswer_NotTakenForTheNextOne) {
     const Gate ready;
     const Gate start;
     Child child([&] {
@@ -316,7 +316,7 @@ void openGateAtLast(int /*signal*/) {
     }
 }
 
-TEST_F(Xbus, ACallWaitsOnThroughSignals) {
+TEST_F(Xbus, SignalsDuringACall_ItWaitsOn) {
     const Gate ready;
     const Gate interrupted;
     Child child([&] {
@@ -341,7 +341,7 @@ TEST_F(Xbus, ACallWaitsOnThroughSignals) {
     EXPECT_EQ(0, child.wait());
 }
 
-TEST_F(Xbus, AFullQueueYieldsMinusOneAndLosesNothing) {
+TEST_F(Xbus, FullQueue_ReturnsMinusOneAndLosesNothing) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     uint32_t sent = 0;
@@ -361,7 +361,7 @@ TEST_F(Xbus, AFullQueueYieldsMinusOneAndLosesNothing) {
     EXPECT_EQ(1, receiver.listen(0us));
 }
 
-TEST_F(Xbus, ListeningHandlesOneMessageACall) {
+TEST_F(Xbus, Listen_HandlesOneMessageACall) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     const Module other(kPnac + 1);
@@ -376,7 +376,7 @@ TEST_F(Xbus, ListeningHandlesOneMessageACall) {
     EXPECT_EQ(0, receiver.listen(0us));
 }
 
-TEST_F(Xbus, ListeningEndsWithTheTimeout) {
+TEST_F(Xbus, ListenWithoutMessages_EndsWithTheTimeout) {
     Module receiver(kRelay);
     const auto start = Clock::now();
     EXPECT_EQ(0, receiver.listen(0us));
@@ -385,14 +385,14 @@ TEST_F(Xbus, ListeningEndsWithTheTimeout) {
     EXPECT_LT(Clock::now() - start, 10s);
 }
 
-TEST_F(Xbus, ListeningWithoutATimeoutSeesWhatANewSenderSent) {
+TEST_F(Xbus, ListenWithoutATimeout_SeesWhatANewSenderSent) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     EXPECT_EQ(0, sender.notify(kRelay, 1));
     EXPECT_EQ(1, receiver.listen(0us));
 }
 
-TEST_F(Xbus, ListeningIsWokenByAMessage) {
+TEST_F(Xbus, MessageWhileListening_EndsTheWait) {
     const Gate listening;
     Child child([&listening] {
         const Module sender(kPnac);
@@ -437,7 +437,7 @@ class Signals {
     std::thread worker_;
 };
 
-TEST_F(Xbus, ASignalEndsListening) {
+TEST_F(Xbus, SignalWhileListening_EndsTheWait) {
     Module receiver(kRelay);
     const Signals signals;
     const auto start = Clock::now();
@@ -446,7 +446,7 @@ TEST_F(Xbus, ASignalEndsListening) {
     EXPECT_LT(Clock::now() - start, 10s);
 }
 
-TEST_F(Xbus, AnErrorWaitsOutTheTimeout) {
+TEST_F(Xbus, ListenThatFails_WaitsOutTheTimeout) {
     auto start = Clock::now();
     EXPECT_EQ(-1, xbusListen(nullptr, 30'000));
     EXPECT_GE(Clock::now() - start, 30ms);
@@ -472,7 +472,7 @@ TEST_F(Xbus, AnErrorWaitsOutTheTimeout) {
     EXPECT_EQ(1, receiver.listen(0us)) << "the message is still there";
 }
 
-TEST_F(Xbus, WhoIsConnectedIsServedWhileNobodyElseCanConnect) {
+TEST_F(Xbus, NobodyElseCanConnect_WhoIsConnectedIsServed) {
     Module receiver(kRelay);
     const Module connected(kPnac);
     const Module stranger(kPnac + 1);
@@ -493,7 +493,7 @@ TEST_F(Xbus, WhoIsConnectedIsServedWhileNobodyElseCanConnect) {
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 3));
 }
 
-TEST_F(Xbus, CarriesMessagesOf64KiBInEachBuffer) {
+TEST_F(Xbus, SixtyFourKiBInEachBuffer_Arrive) {
     const Gate ready;
     Child child([&ready] {
         Module module(kRelay);
@@ -521,7 +521,7 @@ TEST_F(Xbus, CarriesMessagesOf64KiBInEachBuffer) {
     EXPECT_EQ(0, child.wait());
 }
 
-TEST_F(Xbus, RefusesToSendMoreThan64KiB) {
+TEST_F(Xbus, MoreThan64KiB_NotSent) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     EXPECT_EQ(-1, sender.notify(kRelay, 1, Bytes(kMost + 1)));
@@ -533,7 +533,7 @@ TEST_F(Xbus, RefusesToSendMoreThan64KiB) {
     EXPECT_EQ(1, receiver.listen(0us));
 }
 
-TEST_F(Xbus, AHandlerMaySend) {
+TEST_F(Xbus, HandlerThatSends_IsHeard) {
     Module receiver(kRelay);
     Module sender(kPnac);
     receiver.handler = [&receiver](const Invocation &call) {
@@ -545,7 +545,7 @@ TEST_F(Xbus, AHandlerMaySend) {
     EXPECT_THAT(sender.receivedCommands(), ElementsAre(2));
 }
 
-TEST_F(Xbus, AHandlerMayCall) {
+TEST_F(Xbus, HandlerThatCalls_GetsItsAnswer) {
     const Gate ready;
     Child child([&ready] {
         Module module(kPnac + 1);
@@ -576,7 +576,7 @@ TEST_F(Xbus, AHandlerMayCall) {
     EXPECT_EQ(0, child.wait());
 }
 
-TEST_F(Xbus, LateAnswersLeaveRoomForTheNext) {
+TEST_F(Xbus, LateAnswers_LeaveRoomForTheNext) {
     constexpr int kLateCalls = 3;  // as many as fill both queues with the largest messages
     const Gate start;
     const Gate over;
@@ -607,7 +607,7 @@ TEST_F(Xbus, LateAnswersLeaveRoomForTheNext) {
 #ifdef __SANITIZE_ADDRESS__
 using XbusDeathTest = Xbus;
 
-TEST_F(XbusDeathTest, AddressSanitizerSeesWhereBuffersEnd) {
+TEST_F(XbusDeathTest, ReadPastABuffer_SeenByAddressSanitizer) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     for (const bool isOut : {false, true}) {
@@ -624,7 +624,7 @@ TEST_F(XbusDeathTest, AddressSanitizerSeesWhereBuffersEnd) {
     }
 }
 
-TEST_F(XbusDeathTest, AddressSanitizerSeesUseAfterTheHandler) {
+TEST_F(XbusDeathTest, UseAfterTheHandler_SeenByAddressSanitizer) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     const volatile uint8_t *kept = nullptr;
@@ -638,7 +638,7 @@ TEST_F(XbusDeathTest, AddressSanitizerSeesUseAfterTheHandler) {
 }
 #endif
 
-TEST_F(Xbus, AHandlerCannotSendBackMoreThanItGot) {
+TEST_F(Xbus, HandlerThatSendsBackMoreThanItGot_CutToThat) {
     const Gate ready;
     Child child([&ready] {
         Module module(kRelay);
