@@ -1,12 +1,9 @@
-/**
- * @file
- * ntresponse: computes the NT-Response of MS-CHAP (RFC 2433 section A.5, RFC 2759 section 8.5).
- *
- *     ntresponse PASSWORD CHALLENGE FILE
- *
- * The device knows it as /nexa2.0/bin/orvane_getNTResponse. PASSWORD is UTF-8, CHALLENGE is 8 raw
- * octets, FILE receives exactly 24 octets; it is created anew, for its owner alone.
- */
+// ntresponse: computes the NT-Response of MS-CHAP (RFC 2433 section A.5, RFC 2759 section 8.5).
+//
+//     ntresponse PASSWORD CHALLENGE FILE
+//
+// The device knows it as /nexa2.0/bin/orvane_getNTResponse. PASSWORD is UTF-8, CHALLENGE is 8 raw
+// bytes, FILE receives exactly 24 bytes; it is created anew, for its owner alone.
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>

@@ -1,17 +1,14 @@
-/**
- * @file
- * radeapd: the EAP relay as a service.
- *
- * It looks at its database before it becomes a daemon, while somebody reads what it says: without
- * database and dictionary a relay runs, and drops every packet.
- *
- * SIGHUP changes nothing. The database is read anew for each notice, and the dictionary is not
- * exchanged under the conversations that use it.
- *
- * SIGTERM ends it within a second. The relay ends between two packets, but a packet may wait for
- * silent servers for minutes. So the signal is taken by a thread of its own, which hands it to the
- * relay and ends the process if the relay has not done so by then.
- */
+// radeapd: the EAP relay as a service.
+//
+// It looks at its database before it becomes a daemon, while somebody reads what it says: without
+// database and dictionary a relay runs, and drops every packet.
+//
+// SIGHUP changes nothing. The database is read anew for each notice, and the dictionary is not
+// exchanged under the conversations that use it.
+//
+// SIGTERM ends it within a second. The relay ends between two packets, but a packet may wait for
+// silent servers for minutes. So the signal is taken by a thread of its own, which hands it to the
+// relay and ends the process if the relay has not done so by then.
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
