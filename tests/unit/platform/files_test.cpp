@@ -168,18 +168,18 @@ TEST_F(Files, Rename_ReplacesAFileWhole) {
 
     errno = 0;
     EXPECT_EQ(-1, palFileRename(at("new").c_str(), at("old").c_str()));
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(ENOENT, errno);
     EXPECT_EQ("new\n", firstLine(at("old")));
     EXPECT_EQ(-1, palFileRename(nullptr, at("old").c_str()));
     EXPECT_EQ(-1, palFileRename(at("old").c_str(), nullptr));
 }
 
-TEST_F(Files, ARootTakesBothPathsOfAReplacement) {
+TEST_F(Files, Rename_UnderARoot_TakesBothPathsThere) {
     put("var/new", "new\n");
     palRootSet(at("").c_str());
     EXPECT_EQ(0, palFileRename("/var/new", "/var/../var/old"));
     palRootSet(nullptr);
-    EXPECT_EQ(firstLine(at("var/old")), "new\n");
+    EXPECT_EQ("new\n", firstLine(at("var/old")));
 }
 
 TEST_F(Files, OpenedFiles_CloseOnExec) {
