@@ -31,6 +31,40 @@ std::vector<std::string> textsOf(const std::vector<LogLine> &lines) {
     return texts;
 }
 
+std::vector<std::string> logOf(const std::vector<LogLine> &lines) {
+    std::vector<std::string> log;
+    std::transform(lines.begin(), lines.end(), std::back_inserter(log), logText);
+    return log;
+}
+
+std::string levelName(int level) {
+    switch (level) {
+        case 4:
+            return "critical";
+        case 8:
+            return "error";
+        case 16:
+            return "warning";
+        case 128:
+            return "trace";
+        case 256:
+            return "packet";
+        default:
+            return std::to_string(level);
+    }
+}
+
+std::string moduleName(int module) {
+    switch (module) {
+        case kLibraryModule:
+            return "";
+        case kDeviceModule:
+            return "device ";
+        default:
+            return "module " + std::to_string(module) + ' ';
+    }
+}
+
 [[gnu::format(printf, 1, 0)]] std::string formatted(const char *format, va_list arguments) {
     va_list measured;
     va_copy(measured, arguments);
@@ -67,6 +101,18 @@ std::vector<LogLine> LogRecorder::lines() const {
 
 std::vector<LogLine> LogRecorder::lines(int level) const {
     return ofLevel(lines(), level);
+}
+
+std::vector<std::string> LogRecorder::log() const {
+    return logOf(lines());
+}
+
+std::vector<std::string> LogRecorder::log(int level) const {
+    return logOf(lines(level));
+}
+
+std::vector<std::string> LogRecorder::problemLog() const {
+    return logOf(problems());
 }
 
 std::vector<std::string> LogRecorder::texts() const {
@@ -129,6 +175,40 @@ testing::Matcher<const LogDump &> Dumped(int module, int level,
     return testing::AllOf(
         Field("module", &LogDump::module, module), Field("level", &LogDump::level, level),
         Field("title", &LogDump::title, title), Field("bytes", &LogDump::bytes, bytes));
+}
+
+std::string logText(const LogLine &line) {
+    std::string text = moduleName(line.module) + levelName(line.level) + ' ';
+    if (!line.text.starts_with(line.function + ": ")) {
+        text += line.function + "> ";
+    }
+    text += line.text;
+    if (text.ends_with('\n')) {
+        text.pop_back();
+    } else {
+        text += '\\';
+    }
+    return text;
+}
+
+testing::AssertionResult compareLogs(const char * /*expectedExpression*/,
+                                     const char *actualExpression,
+                                     const std::vector<std::string> &expected,
+                                     const std::vector<std::string> &actual) {
+    if (expected == actual) {
+        return testing::AssertionSuccess();
+    }
+    auto result = testing::AssertionFailure() << actualExpression << " differs";
+    for (size_t i = 0; i < std::max(expected.size(), actual.size()); ++i) {
+        const std::string wanted = i < expected.size() ? expected[i] : "(nothing)";
+        const std::string found = i < actual.size() ? actual[i] : "(nothing)";
+        if (wanted == found) {
+            result << "\n    " << found;
+        } else {
+            result << "\n  - " << wanted << "\n  + " << found;
+        }
+    }
+    return result;
 }
 
 void PrintTo(const LogLine &line, std::ostream *stream) {

@@ -2,9 +2,17 @@
 //
 //     LogRecorder log;
 //     EXPECT_EQ(-1, radConfAssert());
-//     EXPECT_LOGGED(log, 8, "radConfAssert", "radConfAssert: No AuthServer Specified\n");
+//     EXPECT_LOG(log, "error radConfAssert: No AuthServer Specified");
 //
-// EXPECT_LOGGED asks for one such line among others; EXPECT_ONLY_PROBLEM for that line and no other
+// EXPECT_LOG asks for these lines and no other, in order; EXPECT_PROBLEMS for these of the levels 4, 8
+// and 16. A line is its level (critical, error, warning, trace, packet for 4, 8, 16, 128, 256), the
+// function that it names, and its text without the newline:
+//
+//     "error radPairNew: out of memory"       function "radPairNew", text "radPairNew: out of memory\n"
+//     "trace radPairGen> Receiving State"     function "radPairGen", text "Receiving State\n"
+//     "device trace radeapd> up\\"             module 8, text "up" without a newline
+//
+// Where a line's text is not known to the letter there are matchers. EXPECT_LOGGED asks for one such line among others; EXPECT_ONLY_PROBLEM for that line and no other
 // of the levels 4, 8 and 16; EXPECT_NO_PROBLEM for none of these levels; EXPECT_NOTHING_LOGGED for
 // none of one level. Function and text may be matchers (StartsWith("...")), and lines() goes well
 // with EXPECT_THAT:
@@ -33,6 +41,8 @@ namespace lanyard::test {
 
 // The module of the library proper.
 inline constexpr int kLibraryModule = 7;
+// That of the EAP relay and the database.
+inline constexpr int kDeviceModule = 8;
 
 // The highest of the levels that the OS layer shows by default: 4, 8 and 16.
 inline constexpr int kProblemLevelMax = 16;
@@ -63,6 +73,11 @@ class LogRecorder {
     // All lines, or those of one level, in the order in which they were logged.
     [[nodiscard]] std::vector<LogLine> lines() const;
     [[nodiscard]] std::vector<LogLine> lines(int level) const;
+
+    // The lines as EXPECT_LOG takes them: all, those of one level, or those of 4, 8 and 16.
+    [[nodiscard]] std::vector<std::string> log() const;
+    [[nodiscard]] std::vector<std::string> log(int level) const;
+    [[nodiscard]] std::vector<std::string> problemLog() const;
 
     // Their texts alone.
     [[nodiscard]] std::vector<std::string> texts() const;
@@ -101,11 +116,27 @@ testing::Matcher<const LogDump &> Dumped(int module, int level,
                                          const testing::Matcher<const std::string &> &title,
                                          const Bytes &bytes);
 
+// A line as EXPECT_LOG takes it.
+std::string logText(const LogLine &line);
+
+// Behind EXPECT_LOG: the lines beside each other on failure.
+testing::AssertionResult compareLogs(const char *expectedExpression, const char *actualExpression,
+                                     const std::vector<std::string> &expected,
+                                     const std::vector<std::string> &actual);
+
 // How failures show them.
 void PrintTo(const LogLine &line, std::ostream *stream);
 void PrintTo(const LogDump &dump, std::ostream *stream);
 
 }  // namespace lanyard::test
+
+#define EXPECT_LOG(recorder, ...)                                                              \
+    EXPECT_PRED_FORMAT2(::lanyard::test::compareLogs, (std::vector<std::string>{__VA_ARGS__}), \
+                        (recorder).log())
+
+#define EXPECT_PROBLEMS(recorder, ...)                                                         \
+    EXPECT_PRED_FORMAT2(::lanyard::test::compareLogs, (std::vector<std::string>{__VA_ARGS__}), \
+                        (recorder).problemLog())
 
 #define EXPECT_LOGGED(recorder, level, function, text)                           \
     EXPECT_THAT((recorder).lines(), ::testing::Contains(::lanyard::test::Logged( \

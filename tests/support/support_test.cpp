@@ -329,6 +329,36 @@ TEST(LogRecorderTest, TellsLinesApart) {
     EXPECT_TRUE(log.nothingLogged(256));
 }
 
+TEST(LogRecorderTest, ShowsLinesAsText) {
+    const LogRecorder log;
+    EXPECT_LOG(log);
+    palModuleDebug(7, 8, "radAuth", 3, "radAuth: %s\n", "no");
+    palModuleDebug(7, 128, "radAuth", 4, "Sending %d\n", 2);
+    palModuleDebug(8, 4, "radAuth", 5, "radAuthentic: no\n");
+    palModuleDebug(9, 64, "main", 6, "two\nlines");
+    EXPECT_LOG(log, "error radAuth: no", "trace radAuth> Sending 2",
+               "device critical radAuth> radAuthentic: no", "module 9 64 main> two\nlines\\");
+    EXPECT_PROBLEMS(log, "error radAuth: no", "device critical radAuth> radAuthentic: no");
+    palModuleDebug(7, 16, "f", 7, "\n");
+    palModuleDebug(7, 256, "f", 8, "%s", "");
+    EXPECT_THAT(log.log(), SizeIs(6));
+    EXPECT_EQ("warning f> ", log.log()[4]);
+    EXPECT_EQ("packet f> \\", log.log()[5]);
+}
+
+TEST(LogRecorderTest, ShowsWhereTheLogDiffers) {
+    const LogRecorder log;
+    EXPECT_NONFATAL_FAILURE(EXPECT_LOG(log, "error f: no"), "- error f: no\n  + (nothing)");
+    palModuleDebug(7, 8, "f", 1, "f: no\n");
+    palModuleDebug(7, 128, "g", 2, "f: no\n");
+    EXPECT_NONFATAL_FAILURE(EXPECT_LOG(log), "- (nothing)\n  + error f: no\n");
+    EXPECT_NONFATAL_FAILURE(EXPECT_LOG(log, "error f: no", "trace f: no"),
+                            "    error f: no\n  - trace f: no\n  + trace g> f: no");
+    EXPECT_NONFATAL_FAILURE(EXPECT_PROBLEMS(log, "critical f: no"), "+ error f: no");
+    EXPECT_NONFATAL_FAILURE(EXPECT_PROBLEMS(log, "error f: no\\"), "+ error f: no");
+    EXPECT_NONFATAL_FAILURE(EXPECT_PROBLEMS(log), "+ error f: no");
+}
+
 TEST(LogRecorderTest, TakesLinesOfManyThreads) {
     const LogRecorder log;
     std::array<std::thread, 4> threads;

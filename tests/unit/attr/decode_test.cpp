@@ -20,7 +20,7 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr const char *kLengthMismatch =
-    "radPairGen: Length in packet header does not match total length of attributes\n";
+    "error radPairGen: Length in packet header does not match total length of attributes";
 
 Bytes packetOf(const Attributes &attributes) {
     return makePacket(2, 7, Bytes(16, 0xaa), attributes);
@@ -73,17 +73,16 @@ TEST_F(DecodeTest, DecodesThePublishedAccept) {
                 ElementsAre(Attribute{6, "00000001"_hex}, Attribute{15, "00000000"_hex},
                             Attribute{14, "c0a80103"_hex}));
     EXPECT_EQ(0xc0a80103U, radPairGet(decoded.list.get(), 14)->numValue);
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(Logged(7, 128, "radPairGen", "Receiving attribute: Service-Type\n"),
-                            Logged(7, 128, "radPairGen", "Receiving attribute: Login-Service\n"),
-                            Logged(7, 128, "radPairGen", "Receiving attribute: Login-IP-Host\n")));
+    EXPECT_LOG(log_, "trace radPairGen> Receiving attribute: Service-Type",
+               "trace radPairGen> Receiving attribute: Login-Service",
+               "trace radPairGen> Receiving attribute: Login-IP-Host");
 }
 
 TEST_F(DecodeTest, PacketWithoutAttributesIsTheEmptyList) {
     const Decoded decoded = decode(packetOf(Attributes()));
     EXPECT_EQ(0, decoded.status);
     EXPECT_EQ(nullptr, decoded.list);
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(DecodeTest, NothingIsNoPacketAndNoList) {
@@ -93,7 +92,7 @@ TEST_F(DecodeTest, NothingIsNoPacketAndNoList) {
     RadPair *list = &pair;
     EXPECT_EQ(-1, radPairGen(nullptr, &list));
     EXPECT_EQ(&pair, list);
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(DecodeTest, LengthBelowTheHeaderIsRefused) {
@@ -101,7 +100,7 @@ TEST_F(DecodeTest, LengthBelowTheHeaderIsRefused) {
         Bytes packet = packetOf(Attributes());
         setLengthField(packet, length);
         expectRefused(packet);
-        EXPECT_THAT(log_.lines(), ElementsAre(Logged(7, 8, "radPairGen", kLengthMismatch)));
+        EXPECT_LOG(log_, kLengthMismatch);
     }
 }
 
@@ -110,12 +109,9 @@ TEST_F(DecodeTest, LengthOctetBelow2IsRefused) {
         for (const int type : {1, 6, 17, 0, 255}) {
             const Bytes attribute = {static_cast<uint8_t>(type), length, 0, 0, 0, 0};
             expectRefused(packetOf(concatenate({"1203 41"_hex, attribute})));
-            EXPECT_THAT(
-                log_.lines(),
-                ElementsAre(Logged(7, 128, "radPairGen", "Receiving attribute: Reply-Message\n"),
-                            Logged(7, 8, "radPairGen",
-                                   "radPairGen: Attribute(" + std::to_string(type) +
-                                       ") has invalid length\n")));
+            EXPECT_LOG(
+                log_, "trace radPairGen> Receiving attribute: Reply-Message",
+                "error radPairGen: Attribute(" + std::to_string(type) + ") has invalid length");
         }
     }
 }
@@ -128,12 +124,10 @@ TEST_F(DecodeTest, NumbersHaveFourOctets) {
             continue;
         }
         expectRefused(packet);
-        EXPECT_THAT(log_.lines(),
-                    ElementsAre(Logged(7, 128, "radPairGen", "Receiving attribute: User-Name\n"),
-                                Logged(7, 128, "radPairGen", "Receiving attribute: Service-Type\n"),
-                                Logged(7, 8, "radPairGen",
-                                       "radPairGen: received attrbute 6 with invalid length " +
-                                           std::to_string(length) + "\n")));
+        EXPECT_LOG(
+            log_, "trace radPairGen> Receiving attribute: User-Name",
+            "trace radPairGen> Receiving attribute: Service-Type",
+            "error radPairGen: received attrbute 6 with invalid length " + std::to_string(length));
     }
 }
 
@@ -158,13 +152,10 @@ TEST_F(DecodeTest, UnknownAttributesAreSkipped) {
     ASSERT_EQ(0, decoded.status);
     EXPECT_THAT(attributesOf(decoded.list.get()),
                 ElementsAre(Attribute{1, fromText("nemo")}, Attribute{24, "01"_hex}));
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(Logged(7, 16, "radPairGen",
-                                   "radPairGen: received unknown attribute 0 of length 0\n"),
-                            Logged(7, 128, "radPairGen", "Receiving attribute: User-Name\n"),
-                            Logged(7, 16, "radPairGen",
-                                   "radPairGen: received unknown attribute 255 of length 253\n"),
-                            Logged(7, 128, "radPairGen", "Receiving attribute: State\n")));
+    EXPECT_LOG(log_, "warning radPairGen: received unknown attribute 0 of length 0",
+               "trace radPairGen> Receiving attribute: User-Name",
+               "warning radPairGen: received unknown attribute 255 of length 253",
+               "trace radPairGen> Receiving attribute: State");
 }
 
 TEST_F(DecodeTest, AttributesOfUnknownTypeAreSkipped) {
@@ -172,10 +163,9 @@ TEST_F(DecodeTest, AttributesOfUnknownTypeAreSkipped) {
     const Decoded decoded = decode(packetOf(Attributes().add(24, "0102"_hex).addText(1, "nemo")));
     ASSERT_EQ(0, decoded.status);
     EXPECT_THAT(attributesOf(decoded.list.get()), ElementsAre(Attribute{1, fromText("nemo")}));
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(Logged(7, 128, "radPairGen", "Receiving attribute: State\n"),
-                            Logged(7, 16, "radPairGen", "radPairGen: State has unknown type\n"),
-                            Logged(7, 128, "radPairGen", "Receiving attribute: User-Name\n")));
+    EXPECT_LOG(log_, "trace radPairGen> Receiving attribute: State",
+               "warning radPairGen: State has unknown type",
+               "trace radPairGen> Receiving attribute: User-Name");
 }
 
 TEST_F(DecodeTest, EapFragmentsStayPairsOfTheirOwn) {
@@ -228,10 +218,8 @@ TEST_F(DecodeTest, EmptyStringBeforeTooMuchTextIsRefused) {
     ASSERT_EQ(0, decoded.status);
     EXPECT_EQ(253, radPairValueLen(decoded.list.get()));
     expectRefused(packetOf(concatenate({"1802 01fe"_hex, Bytes(252, 'a')})));
-    EXPECT_THAT(
-        log_.lines(),
-        ElementsAre(Logged(7, 128, "radPairGen", "Receiving attribute: State\n"),
-                    Logged(7, 8, "radPairAssign", "radPairAssign: bad attribute value length\n")));
+    EXPECT_LOG(log_, "trace radPairGen> Receiving attribute: State",
+               "error radPairAssign: bad attribute value length");
 }
 
 // Attributes that run past the length of the packet.
@@ -241,43 +229,34 @@ TEST_F(DecodeTest, StringThatRunsPastTheEndIsAnnouncedThenRefused) {
     setLengthField(packet, packet.size() - 3);
     // Neither when the rest of it is there ...
     expectRefused(packet);
-    const auto expected =
-        ElementsAre(Logged(7, 128, "radPairGen", "Receiving attribute: Service-Type\n"),
-                    Logged(7, 128, "radPairGen", "Receiving attribute: User-Name\n"),
-                    Logged(7, 8, "radPairGen", kLengthMismatch));
-    EXPECT_THAT(log_.lines(), expected);
+    const std::vector<std::string> expected = {
+        "trace radPairGen> Receiving attribute: Service-Type",
+        "trace radPairGen> Receiving attribute: User-Name", kLengthMismatch};
+    EXPECT_EQ(expected, log_.log());
     // ... nor when it is not.
     packet.resize(packet.size() - 3);
     expectRefused(packet);
-    EXPECT_THAT(log_.lines(), expected);
+    EXPECT_EQ(expected, log_.log());
 }
 
 TEST_F(DecodeTest, NumberThatRunsPastTheEndIsAnnouncedThenRefused) {
     expectRefused(packetOf("060600"_hex));
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(Logged(7, 128, "radPairGen", "Receiving attribute: Service-Type\n"),
-                            Logged(7, 8, "radPairGen", kLengthMismatch)));
+    EXPECT_LOG(log_, "trace radPairGen> Receiving attribute: Service-Type", kLengthMismatch);
     // Its own length comes first.
     expectRefused(packetOf("060700"_hex));
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(Logged(7, 128, "radPairGen", "Receiving attribute: Service-Type\n"),
-                            Logged(7, 8, "radPairGen",
-                                   "radPairGen: received attrbute 6 with invalid length 5\n")));
+    EXPECT_LOG(log_, "trace radPairGen> Receiving attribute: Service-Type",
+               "error radPairGen: received attrbute 6 with invalid length 5");
 }
 
 TEST_F(DecodeTest, UnknownAttributeThatRunsPastTheEndIsAnnouncedThenRefused) {
     expectRefused(packetOf("11ff00"_hex));
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(Logged(7, 16, "radPairGen",
-                                   "radPairGen: received unknown attribute 17 of length 253\n"),
-                            Logged(7, 8, "radPairGen", kLengthMismatch)));
+    EXPECT_LOG(log_, "warning radPairGen: received unknown attribute 17 of length 253",
+               kLengthMismatch);
 }
 
 TEST_F(DecodeTest, TypeOctetAloneIsRefused) {
     expectRefused(packetOf("1203 41 01"_hex));
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(Logged(7, 128, "radPairGen", "Receiving attribute: Reply-Message\n"),
-                            Logged(7, 8, "radPairGen", kLengthMismatch)));
+    EXPECT_LOG(log_, "trace radPairGen> Receiving attribute: Reply-Message", kLengthMismatch);
 }
 
 // What the decoder is to make of an attribute area, worked out on its own.
@@ -303,12 +282,12 @@ Expectation expectationFor(ByteView area) {
         const RadDictAttr *attribute = radDictGetAttr(type);
         if (length < 2) {
             expected.problem =
-                "radPairGen: Attribute(" + std::to_string(type) + ") has invalid length\n";
+                "error radPairGen: Attribute(" + std::to_string(type) + ") has invalid length";
             break;
         }
         if (attribute != nullptr && attribute->type != RAD_TYPE_STRING && length != 6) {
-            expected.problem = "radPairGen: received attrbute " + std::to_string(type) +
-                               " with invalid length " + std::to_string(length - 2) + "\n";
+            expected.problem = "error radPairGen: received attrbute " + std::to_string(type) +
+                               " with invalid length " + std::to_string(length - 2);
             break;
         }
         if (length > area.size() - at) {
@@ -320,7 +299,7 @@ Expectation expectationFor(ByteView area) {
             const Bytes taken =
                 length == 2 ? textAt(area.subspan(at + 2)) : Bytes(value.begin(), value.end());
             if (taken.size() > RAD_VALUE_MAX) {
-                expected.problem = "radPairAssign: bad attribute value length\n";
+                expected.problem = "error radPairAssign: bad attribute value length";
                 break;
             }
             expected.pairs.push_back({type, taken});
@@ -348,8 +327,7 @@ class HostilePacketTest : public DecodeTest {
         } else {
             EXPECT_EQ(-1, decoded.status);
             EXPECT_EQ(nullptr, decoded.list);
-            ASSERT_THAT(log_.lines(8), SizeIs(1));
-            EXPECT_EQ(expected.problem, log_.lines(8).front().text);
+            EXPECT_THAT(log_.log(8), ElementsAre(expected.problem));
         }
     }
 };
@@ -427,7 +405,7 @@ TEST_F(DecodeTest, MorePairsThanThePartitionHoldsAreRefused) {
         attributes.addText(1, "x");
     }
     expectRefused(packetOf(attributes));
-    EXPECT_ONLY_PROBLEM(log_, 4, "radPairNew", "radPairNew: out of memory\n");
+    EXPECT_PROBLEMS(log_, "critical radPairNew: out of memory");
 }
 
 TEST_F(DecodeTest, EveryFailingAllocationRefusesThePacket) {
@@ -438,8 +416,7 @@ TEST_F(DecodeTest, EveryFailingAllocationRefusesThePacket) {
         EXPECT_EQ(allocationFailed() ? -1 : 0, decoded.status);
         EXPECT_EQ(allocationFailed(), decoded.list == nullptr);
         if (allocationFailed()) {
-            EXPECT_THAT(log_.lines(4),
-                        ElementsAre(Logged(7, 4, "radPairNew", "radPairNew: out of memory\n")));
+            EXPECT_THAT(log_.log(4), ElementsAre("critical radPairNew: out of memory"));
             EXPECT_THAT(log_.lines(8), IsEmpty());
         }
     });

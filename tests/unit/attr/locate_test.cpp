@@ -39,7 +39,7 @@ TEST_F(LocateTest, FindsTheFirstOfANumber) {
     EXPECT_EQ(6U, locate(area, 24));
     EXPECT_EQ(10U, locate(area, 6));
     EXPECT_EQ(std::nullopt, locate(area, 80));
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(LocateTest, NumbersAreComparedWhole) {
@@ -57,27 +57,27 @@ TEST_F(LocateTest, AreaOfLessThanAHeaderHoldsNothing) {
         EXPECT_EQ(nullptr, radPairLocate(attribute.data(), len, 80)) << len;
     }
     EXPECT_EQ(nullptr, radPairLocate(nullptr, 0, 80));
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(LocateTest, HeaderAtTheVeryEndIsFound) {
     EXPECT_EQ(0U, locate("5002"_hex, 80));
     EXPECT_EQ(3U, locate("180301 5002"_hex, 80));
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(LocateTest, ValueIsNotLookedAt) {
     EXPECT_EQ(0U, locate("5012"_hex, 80));
     EXPECT_EQ(0U, locate("50ff"_hex, 80));
     EXPECT_EQ(3U, locate("180301 0606"_hex, 6));
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(LocateTest, SearchEndsAtTheEndOfTheArea) {
     EXPECT_EQ(std::nullopt, locate("180401aa 50"_hex, 80));
     EXPECT_EQ(std::nullopt, locate("180501aa"_hex, 80));
     EXPECT_EQ(std::nullopt, locate("18ff01aa 5002"_hex, 80));
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(LocateTest, LengthOctetBelow2EndsTheSearch) {
@@ -87,10 +87,8 @@ TEST_F(LocateTest, LengthOctetBelow2EndsTheSearch) {
             const Bytes attribute = {static_cast<uint8_t>(type), length};
             EXPECT_EQ(std::nullopt,
                       locate(concatenate({"180301"_hex, attribute, "5002"_hex}), type));
-            EXPECT_THAT(log_.lines(),
-                        ElementsAre(Logged(7, 8, "radPairLocate",
-                                           "radPairLocate: Attribute(" + std::to_string(type) +
-                                               ") has invalid length\n")));
+            EXPECT_LOG(log_, "error radPairLocate: Attribute(" + std::to_string(type) +
+                                 ") has invalid length");
         }
     }
 }
@@ -105,60 +103,52 @@ TEST_F(LocateTest, NumberOfAnotherLengthEndsTheSearch) {
             if (length == 4) {
                 EXPECT_EQ(6U, locate(area, 80));
                 EXPECT_EQ(0U, locate(area, type));
-                EXPECT_THAT(log_.lines(), IsEmpty());
+                EXPECT_LOG(log_);
                 continue;
             }
             // Before it is compared, and before anything behind it.
-            const auto message =
-                Logged(7, 8, "radPairLocate",
-                       "radPairLocate: attribute " + std::to_string(type) +
-                           " with invalid length " + std::to_string(length) + "\n");
+            const std::string message = "error radPairLocate: attribute " + std::to_string(type) +
+                                        " with invalid length " + std::to_string(length);
             EXPECT_EQ(std::nullopt, locate(area, type));
             EXPECT_EQ(std::nullopt, locate(area, 80));
-            EXPECT_THAT(log_.lines(), ElementsAre(message, message));
+            EXPECT_LOG(log_, message, message);
         }
     }
 }
 
 TEST_F(LocateTest, UnknownAttributesAreReportedAndFound) {
     const Bytes area = "1103aa 0002 ff04bbcc 5002"_hex;
-    const auto first =
-        Logged(7, 16, "radPairLocate", "radPairLocate: unknown attribute 17 of length 1\n");
-    const auto second =
-        Logged(7, 16, "radPairLocate", "radPairLocate: unknown attribute 0 of length 0\n");
-    const auto third =
-        Logged(7, 16, "radPairLocate", "radPairLocate: unknown attribute 255 of length 2\n");
+    const std::string first = "warning radPairLocate: unknown attribute 17 of length 1";
+    const std::string second = "warning radPairLocate: unknown attribute 0 of length 0";
+    const std::string third = "warning radPairLocate: unknown attribute 255 of length 2";
     EXPECT_EQ(0U, locate(area, 17));
-    EXPECT_THAT(log_.lines(), ElementsAre(first));
+    EXPECT_LOG(log_, first);
     log_.clear();
     EXPECT_EQ(3U, locate(area, 0));
-    EXPECT_THAT(log_.lines(), ElementsAre(first, second));
+    EXPECT_LOG(log_, first, second);
     log_.clear();
     EXPECT_EQ(5U, locate(area, 255));
-    EXPECT_THAT(log_.lines(), ElementsAre(first, second, third));
+    EXPECT_LOG(log_, first, second, third);
     log_.clear();
     EXPECT_EQ(9U, locate(area, 80));
-    EXPECT_THAT(log_.lines(), ElementsAre(first, second, third));
+    EXPECT_LOG(log_, first, second, third);
 }
 
 TEST_F(LocateTest, AttributesOfUnknownTypeAreReportedAndFound) {
     makeTypeUnknown(RAD_ATTR_STATE);
-    const auto message = Logged(7, 16, "radPairLocate", "radPairLocate: State has unknown type\n");
+    const std::string message = "warning radPairLocate: State has unknown type";
     const Bytes area = "180301 5002"_hex;
     EXPECT_EQ(0U, locate(area, 24));
     EXPECT_EQ(3U, locate(area, 80));
-    EXPECT_THAT(log_.lines(), ElementsAre(message, message));
+    EXPECT_LOG(log_, message, message);
 }
 
 TEST_F(LocateTest, WorksWithoutADictionary) {
     ASSERT_EQ(0, radDictUnload());
     log_.clear();
     EXPECT_EQ(5U, locate("0605010203 50020000"_hex, 80));
-    EXPECT_THAT(
-        log_.lines(),
-        ElementsAre(
-            Logged(7, 16, "radPairLocate", "radPairLocate: unknown attribute 6 of length 3\n"),
-            Logged(7, 16, "radPairLocate", "radPairLocate: unknown attribute 80 of length 0\n")));
+    EXPECT_LOG(log_, "warning radPairLocate: unknown attribute 6 of length 3",
+               "warning radPairLocate: unknown attribute 80 of length 0");
 }
 
 // What is to be found where, worked out on its own, with the problem that ends the search.
@@ -174,12 +164,12 @@ Expectation expectationFor(ByteView area, int attrNum) {
         const size_t length = area[at + 1];
         const RadDictAttr *attribute = radDictGetAttr(type);
         if (length < 2) {
-            return {std::nullopt,
-                    "radPairLocate: Attribute(" + std::to_string(type) + ") has invalid length\n"};
+            return {std::nullopt, "error radPairLocate: Attribute(" + std::to_string(type) +
+                                      ") has invalid length"};
         }
         if (attribute != nullptr && attribute->type != RAD_TYPE_STRING && length != 6) {
-            return {std::nullopt, "radPairLocate: attribute " + std::to_string(type) +
-                                      " with invalid length " + std::to_string(length - 2) + "\n"};
+            return {std::nullopt, "error radPairLocate: attribute " + std::to_string(type) +
+                                      " with invalid length " + std::to_string(length - 2)};
         }
         if (type == attrNum) {
             return {at, ""};
@@ -198,8 +188,7 @@ class HostileAreaTest : public LocateTest {
         if (expected.problem.empty()) {
             EXPECT_THAT(log_.lines(8), IsEmpty());
         } else {
-            EXPECT_THAT(log_.lines(8),
-                        ElementsAre(Logged(7, 8, "radPairLocate", expected.problem)));
+            EXPECT_THAT(log_.log(8), ElementsAre(expected.problem));
         }
     }
 };

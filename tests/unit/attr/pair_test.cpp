@@ -20,9 +20,8 @@ namespace {
 
 using testing::Each;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
-constexpr const char *kBadLength = "radPairAssign: bad attribute value length\n";
+constexpr const char *kBadLength = "error radPairAssign: bad attribute value length";
 
 class PairTest : public AttrTest {
   protected:
@@ -68,7 +67,7 @@ TEST_F(PairTest, HoldsWhatTheDictionarySaysAndTheValue) {
     EXPECT_EQ(4U, pair->numValue);
     EXPECT_STREQ("nemo", pair->strValue);
     EXPECT_EQ(nullptr, pair->next);
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, HasTheTypeOfItsDefinition) {
@@ -123,9 +122,7 @@ TEST_F(PairTest, NeedsAnAttributeOfTheDictionary) {
     for (const int attrNum : {0, 17, 255, 256, -1, INT_MAX, INT_MIN}) {
         log_.clear();
         EXPECT_EQ(nullptr, radPairNew(attrNum, "nemo", 0));
-        EXPECT_THAT(log_.lines(), ElementsAre(Logged(7, 8, "radPairNew",
-                                                     "radPairNew: unknown attribute " +
-                                                         std::to_string(attrNum) + "\n")));
+        EXPECT_LOG(log_, "error radPairNew: unknown attribute " + std::to_string(attrNum));
     }
     EXPECT_EQ(allocations, allocationCount());
 }
@@ -133,7 +130,7 @@ TEST_F(PairTest, NeedsAnAttributeOfTheDictionary) {
 TEST_F(PairTest, NeedsAValue) {
     EXPECT_EQ(nullptr, radPairNew(RAD_ATTR_USER_NAME, nullptr, 0));
     EXPECT_EQ(nullptr, radPairNew(17, nullptr, 4));  // an unknown one is not even looked up
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, ReportsExhaustedMemory) {
@@ -142,8 +139,7 @@ TEST_F(PairTest, ReportsExhaustedMemory) {
     EXPECT_EQ(nullptr, radPairNew(RAD_ATTR_USER_NAME, Bytes(254, 'a').data(), 254));
     stopFailing();
     EXPECT_TRUE(allocationFailed());
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(Logged(7, 4, "radPairNew", "radPairNew: out of memory\n")));
+    EXPECT_LOG(log_, "critical radPairNew: out of memory");
 }
 
 TEST_F(PairTest, FreesThePairWhoseValueIsRefused) {
@@ -152,14 +148,13 @@ TEST_F(PairTest, FreesThePairWhoseValueIsRefused) {
     EXPECT_EQ(nullptr, radPairNew(RAD_ATTR_USER_NAME, Bytes(254, 'a').data(), 254));
     EXPECT_EQ(allocations + 1, allocationCount());
     EXPECT_EQ(blocks, liveBlocks());
-    EXPECT_THAT(log_.lines(), ElementsAre(Logged(7, 8, "radPairAssign", kBadLength)));
+    EXPECT_LOG(log_, kBadLength);
 
     makeTypeUnknown(RAD_ATTR_STATE);
     log_.clear();
     EXPECT_EQ(nullptr, radPairNew(RAD_ATTR_STATE, "x", 1));
     EXPECT_EQ(blocks, liveBlocks());
-    EXPECT_THAT(log_.lines(), ElementsAre(Logged(7, 8, "radPairAssign",
-                                                 "radPairAssign: unknown attribute type 7\n")));
+    EXPECT_LOG(log_, "error radPairAssign: unknown attribute type 7");
 }
 
 // Octets of an explicit length.
@@ -174,7 +169,7 @@ TEST_F(PairTest, TakesEveryLengthThatAnAttributeCanHave) {
         EXPECT_BYTES_EQ(octets, valueOf(*pair));
         EXPECT_EQ('\0', std::span(pair->strValue)[octets.size()]);
     }
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, KeepsEmbeddedNuls) {
@@ -191,7 +186,7 @@ TEST_F(PairTest, RefusesMoreThanAnAttributeCanHaveWithoutReadingIt) {
     for (const int length : {254, 255, 256, 65536, INT_MAX}) {
         log_.clear();
         EXPECT_EQ(-1, radPairAssign(pair.get(), value.data(), length));
-        EXPECT_THAT(log_.lines(), ElementsAre(Logged(7, 8, "radPairAssign", kBadLength)));
+        EXPECT_LOG(log_, kBadLength);
         EXPECT_BYTES_EQ(before, octetsOf(*pair));
     }
 }
@@ -219,7 +214,7 @@ TEST_F(PairTest, TakesTextUpToItsNul) {
             EXPECT_EQ(text, pair->strValue);
         }
     }
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, RefusesTextOf254Characters) {
@@ -228,7 +223,7 @@ TEST_F(PairTest, RefusesTextOf254Characters) {
     for (const size_t length : {254U, 300U}) {
         log_.clear();
         EXPECT_EQ(-1, radPairAssign(pair.get(), std::string(length, 'a').c_str(), 0));
-        EXPECT_THAT(log_.lines(), ElementsAre(Logged(7, 8, "radPairAssign", kBadLength)));
+        EXPECT_LOG(log_, kBadLength);
         EXPECT_BYTES_EQ(before, octetsOf(*pair));
     }
 }
@@ -261,7 +256,7 @@ TEST_F(PairTest, CutsTextOfNegativeLengthAndRecordsItsFullLength) {
         EXPECT_EQ(length, pair->numValue);
         EXPECT_EQ(static_cast<int>(length), radPairValueLen(pair.get()));
     }
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 // Numbers.
@@ -289,7 +284,7 @@ TEST_F(PairTest, TakesNumbersOfAnyAlignmentWhateverTheLength) {
             EXPECT_EQ(number, pair->numValue);
         }
     }
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 // Value types that there are none of.
@@ -299,15 +294,13 @@ TEST_F(PairTest, KnowsNoOtherTypes) {
     for (const int32_t type : {kUnknownType, 4, -1, INT32_MAX, INT32_MIN}) {
         pair->type = type;
         const Bytes before = octetsOf(*pair);
-        const std::string suffix = ": unknown attribute type " + std::to_string(type) + "\n";
+        const std::string suffix = ": unknown attribute type " + std::to_string(type);
         log_.clear();
         EXPECT_EQ(-1, radPairAssign(pair.get(), "nemo", 4));
         EXPECT_EQ(nullptr, radPairValue(pair.get()));
         EXPECT_EQ(-1, radPairValueLen(pair.get()));
-        EXPECT_THAT(log_.lines(),
-                    ElementsAre(Logged(7, 8, "radPairAssign", "radPairAssign" + suffix),
-                                Logged(7, 8, "radPairValue", "radPairValue" + suffix),
-                                Logged(7, 8, "radPairValueLen", "radPairValueLen" + suffix)));
+        EXPECT_LOG(log_, "error radPairAssign" + suffix, "error radPairValue" + suffix,
+                   "error radPairValueLen" + suffix);
         EXPECT_BYTES_EQ(before, octetsOf(*pair));
     }
 }
@@ -327,7 +320,7 @@ TEST_F(PairTest, NothingIsNoPairAndNoValue) {
     EXPECT_EQ(nullptr, radPairDup(nullptr));
     EXPECT_EQ(nullptr, radPairGet(nullptr, RAD_ATTR_STATE));
     radPairListFree(nullptr);
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, ValueOfAStringLiesInThePair) {
@@ -351,7 +344,7 @@ TEST_F(PairTest, AddsAtTheEnd) {
     EXPECT_THAT(membersOf(list), ElementsAre(first, second, third));
     EXPECT_EQ(nullptr, third->next);
     EXPECT_EQ(2U, second->numValue);
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, AddNeedsAListAndAValue) {
@@ -360,7 +353,7 @@ TEST_F(PairTest, AddNeedsAListAndAValue) {
     EXPECT_EQ(nullptr, radPairAdd(nullptr, 17, "nemo", 0));
     EXPECT_EQ(nullptr, radPairAdd(&list, RAD_ATTR_USER_NAME, nullptr, 0));
     EXPECT_EQ(nullptr, list);
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, AFailedAddLeavesTheListAsItWas) {
@@ -375,10 +368,8 @@ TEST_F(PairTest, AFailedAddLeavesTheListAsItWas) {
     stopFailing();
     EXPECT_EQ(before, membersOf(list));
     EXPECT_EQ(blocks, liveBlocks());
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(Logged(7, 8, "radPairNew", "radPairNew: unknown attribute 17\n"),
-                            Logged(7, 8, "radPairAssign", kBadLength),
-                            Logged(7, 4, "radPairNew", "radPairNew: out of memory\n")));
+    EXPECT_LOG(log_, "error radPairNew: unknown attribute 17", kBadLength,
+               "critical radPairNew: out of memory");
 }
 
 TEST_F(PairTest, EveryFailingAllocationOfAListIsAResult) {
@@ -427,7 +418,7 @@ TEST_F(PairTest, InsertBehindAGivenPairIsNotOffered) {
         EXPECT_EQ(before, membersOf(list));
         EXPECT_EQ(nullptr, pair->next);
     }
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, InsertRefusesAPairThatIsInAList) {
@@ -443,7 +434,7 @@ TEST_F(PairTest, InsertRefusesAPairThatIsInAList) {
     EXPECT_EQ(-1, radPairInsert(nullptr, nullptr, other));
     EXPECT_EQ(-1, radPairInsert(&list, nullptr, nullptr));
     EXPECT_EQ(3U, membersOf(list).size());
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, InsertOfTheListsOwnLastPair_LeavesTheList) {
@@ -459,7 +450,7 @@ TEST_F(PairTest, InsertOfTheListsOwnLastPair_LeavesTheList) {
     EXPECT_EQ(-1, radPairInsert(&single, nullptr, single));
     ASSERT_EQ(nullptr, single->next);
     EXPECT_EQ(singleOwner.get(), single);
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, GetFindsTheFirst) {
@@ -485,7 +476,7 @@ TEST_F(PairTest, RemoveUnlinksAtEveryPlace) {
         members.erase(members.begin() + static_cast<std::ptrdiff_t>(place));
         EXPECT_EQ(members, membersOf(list));
     }
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, RemoveOfTheOnlyPairLeavesTheEmptyList) {
@@ -510,7 +501,7 @@ TEST_F(PairTest, RemoveOfWhatIsNotInTheListChangesNothing) {
     EXPECT_EQ(before, membersOf(list));
     EXPECT_EQ(strangers, membersOf(stranger.get()));
     EXPECT_EQ(nullptr, empty);
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, DeleteTakesOnlyTheFirst) {
@@ -529,7 +520,7 @@ TEST_F(PairTest, DeleteTakesOnlyTheFirst) {
     EXPECT_EQ(-1, radPairDelete(&list, RAD_ATTR_STATE));
     EXPECT_EQ(-1, radPairDelete(nullptr, RAD_ATTR_STATE));
     EXPECT_EQ(blocks - 3, liveBlocks());
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, DupCopiesTheWholeRecordButItsPlace) {
@@ -557,7 +548,7 @@ TEST_F(PairTest, DupReportsExhaustedMemorySilently) {
     EXPECT_EQ(nullptr, radPairDup(pair.get()));
     stopFailing();
     EXPECT_TRUE(allocationFailed());
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(PairTest, ListFreeFreesFromTheGivenPairOn) {
@@ -568,7 +559,7 @@ TEST_F(PairTest, ListFreeFreesFromTheGivenPairOn) {
     EXPECT_EQ(blocks - 2, liveBlocks());
     radPairListFree(list);
     EXPECT_EQ(blocks - 3, liveBlocks());
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 }  // namespace

@@ -15,7 +15,6 @@ namespace lanyard::test::show_test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 // What octets look like: two digits below 0x80, eight from there on.
 std::string shownInHex(ByteView octets) {
@@ -39,15 +38,15 @@ class ShowTest : public AttrTest {
         const PairList pair(radPairNew(attrNum, value.data(), static_cast<int>(value.size())));
         log_.clear();
         std::string text = shown(pair.get());
-        EXPECT_THAT(log_.lines(), IsEmpty());
+        EXPECT_LOG(log_);
         return text;
     }
 
-    std::vector<LogLine> shownNumber(int attrNum, uint32_t number) {
+    std::vector<std::string> shownNumber(int attrNum, uint32_t number) {
         const PairList pair(radPairNew(attrNum, &number, 4));
         log_.clear();
         EXPECT_EQ("", shown(pair.get()));
-        return log_.lines();
+        return log_.log();
     }
 };
 
@@ -55,7 +54,7 @@ TEST_F(ShowTest, NothingIsNoPair) {
     StdoutCapture output;
     EXPECT_EQ(-1, radPairShow(nullptr));
     EXPECT_EQ("", output.finish());
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(ShowTest, AttributeThatTheDictionaryDoesNotKnow) {
@@ -64,37 +63,32 @@ TEST_F(ShowTest, AttributeThatTheDictionaryDoesNotKnow) {
         pair->attrNum = attrNum;
         log_.clear();
         EXPECT_EQ("", shown(pair.get()));
-        EXPECT_THAT(log_.lines(),
-                    ElementsAre(Logged(7, 8, "radPairShow",
-                                       "Unknown-Attribute[" + std::to_string(attrNum) + "]:\n")));
+        EXPECT_LOG(log_, "error radPairShow> Unknown-Attribute[" + std::to_string(attrNum) + "]:");
     }
 }
 
 TEST_F(ShowTest, NumbersGoToTheLogWithTheNameOfTheValue) {
     EXPECT_THAT(shownNumber(RAD_ATTR_SERVICE_TYPE, 2),
-                ElementsAre(Logged(7, 256, "radPairShow", "Service-Type: Framed-User\n")));
-    EXPECT_THAT(shownNumber(10, 0),
-                ElementsAre(Logged(7, 256, "radPairShow", "Framed-Routing: None\n")));
+                ElementsAre("packet radPairShow> Service-Type: Framed-User"));
+    EXPECT_THAT(shownNumber(10, 0), ElementsAre("packet radPairShow> Framed-Routing: None"));
 }
 
 TEST_F(ShowTest, NumbersWithoutANameAreShownAsSuch) {
     EXPECT_THAT(shownNumber(RAD_ATTR_SERVICE_TYPE, 99),
-                ElementsAre(Logged(7, 256, "radPairShow", "Service-Type: 99\n")));
+                ElementsAre("packet radPairShow> Service-Type: 99"));
     EXPECT_THAT(shownNumber(RAD_ATTR_SESSION_TIMEOUT, 4294967295U),
-                ElementsAre(Logged(7, 256, "radPairShow", "Session-Timeout: 4294967295\n")));
+                ElementsAre("packet radPairShow> Session-Timeout: 4294967295"));
     EXPECT_THAT(shownNumber(RAD_ATTR_FRAMED_MTU, 2147483648U),
-                ElementsAre(Logged(7, 256, "radPairShow", "Framed-MTU: 2147483648\n")));
+                ElementsAre("packet radPairShow> Framed-MTU: 2147483648"));
 }
 
 TEST_F(ShowTest, AddressesAndDatesAreNumbers) {
     EXPECT_THAT(shownNumber(RAD_ATTR_NAS_IP_ADDRESS, 0x7f000001),
-                ElementsAre(Logged(7, 256, "radPairShow", "NAS-IP-Address: 2130706433\n")));
+                ElementsAre("packet radPairShow> NAS-IP-Address: 2130706433"));
     ASSERT_EQ(0, radDictAddAttr("Event-Timestamp 55 date"));
     ASSERT_EQ(0, radDictAddValue("Event-Timestamp Epoch 0"));
-    EXPECT_THAT(shownNumber(55, 1),
-                ElementsAre(Logged(7, 256, "radPairShow", "Event-Timestamp: 1\n")));
-    EXPECT_THAT(shownNumber(55, 0),
-                ElementsAre(Logged(7, 256, "radPairShow", "Event-Timestamp: Epoch\n")));
+    EXPECT_THAT(shownNumber(55, 1), ElementsAre("packet radPairShow> Event-Timestamp: 1"));
+    EXPECT_THAT(shownNumber(55, 0), ElementsAre("packet radPairShow> Event-Timestamp: Epoch"));
 }
 
 TEST_F(ShowTest, StringsArePrintedInHexadecimal) {
@@ -174,7 +168,7 @@ TEST_F(ShowTest, BlankBehindANameOf32CharactersIsCut) {
     EXPECT_EQ(shorter + ": 0x01\n", shownString(201, "01"_hex));
     // In the log the blank stays.
     ASSERT_EQ(0, radDictAddAttr((name + " 202 integer").c_str()));
-    EXPECT_THAT(shownNumber(202, 5), ElementsAre(Logged(7, 256, "radPairShow", name + ": 5\n")));
+    EXPECT_THAT(shownNumber(202, 5), ElementsAre("packet radPairShow> " + name + ": 5"));
 }
 
 TEST_F(ShowTest, UnknownTypesArePrintedLikeStrings) {
@@ -186,13 +180,13 @@ TEST_F(ShowTest, UnknownTypesArePrintedLikeStrings) {
     const PairList message(radPairNew(RAD_ATTR_REPLY_MESSAGE, "nemo", 4));
     message->type = kUnknownType;
     EXPECT_EQ("Reply-Message: nemo\n", shown(message.get()));
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(ShowTest, ReplyMessageThatIsANumberGoesToTheLog) {
     ASSERT_EQ(0, radDictAddAttr("Reply-Number 18 integer"));
     EXPECT_THAT(shownNumber(RAD_ATTR_REPLY_MESSAGE, 3),
-                ElementsAre(Logged(7, 256, "radPairShow", "Reply-Number: 3\n")));
+                ElementsAre("packet radPairShow> Reply-Number: 3"));
 }
 
 }  // namespace

@@ -12,14 +12,12 @@
 
 #include <lanyard/radius/mgmt.h>
 
+#include "tests/support/log_recorder.h"
 #include "tests/support/temporary_root.h"
 #include "tests/unit/conf/conf_fixture.h"
 #include "tests/unit/device/database_file.h"
 
 namespace lanyard::test {
-
-// The module of the management functions.
-inline constexpr int kDeviceModule = 8;
 
 // The dictionary, which defines attribute number 250 "Test-Text" beside nothing else.
 inline constexpr const char *kDictionary = "/nexa2.0/etc/radius.dict";
