@@ -49,3 +49,18 @@ function(lanyard_test name)
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
   set_tests_properties(${name} PROPERTIES LABELS ${arg_LABEL} TIMEOUT 120)
 endfunction()
+
+# lanyard_interpose(TARGET SYMBOL...)
+#
+# The program, or every program that links the library TARGET, defines these functions itself and exports
+# them: shared libraries call them in place of their own or those of the libraries below them.
+function(lanyard_interpose target)
+  set(options ${ARGN})
+  list(TRANSFORM options PREPEND LINKER:--export-dynamic-symbol=)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL "EXECUTABLE")
+    target_link_options(${target} PRIVATE ${options})
+  else()
+    target_link_options(${target} INTERFACE ${options})
+  endif()
+endfunction()
