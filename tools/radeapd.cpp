@@ -31,7 +31,7 @@ namespace {
 
 // The relay forgets a conversation after RAD_EAP_LIFE passes, and a pass takes in one packet at most:
 // there are never more conversations than that, and one that comes in the pass that ends another.
-// All of them find room, whoever sends what: the library's own partition, or one for conversations
+// All of them find room, whatever is sent: the library's own partition, or one for conversations
 // of usual size, can be filled by anybody who is on a cable, and then nobody logs in.
 constexpr uint32_t kConversations = RAD_EAP_LIFE + 1;
 
@@ -42,7 +42,7 @@ constexpr uint32_t taken(size_t size) {
 }
 
 // The largest conversation: an Identity response that fills a packet, again with each round, and a
-// State. The name takes one octet more than the packet has of it, for its end.
+// State. The name takes one byte more than the packet has of it, for its end.
 constexpr size_t kIdentityHeaderSize = 5;
 constexpr uint32_t kConversationSize = taken(sizeof(RadEapQueueEntry)) + taken(RAD_EAP_PACKET_MAX) +
                                        taken(RAD_EAP_PACKET_MAX - kIdentityHeaderSize + 1) +

@@ -18,12 +18,12 @@ constexpr size_t kHmacBlockSize = 64;
 using Digest = std::array<uint8_t, RAD_DIGEST_SIZE>;
 using HmacPad = std::array<uint8_t, kHmacBlockSize>;
 
-// MD5 over a padded key and the octets behind it: one half of HMAC.
+// MD5 over a padded key and the bytes behind it: one half of HMAC.
 void keyedDigest(Digest &out, const HmacPad &key, uint8_t padding, const uint8_t *data,
                  size_t size) {
     HmacPad pad = key;
-    for (uint8_t &octet : pad) {
-        octet ^= padding;
+    for (uint8_t &byte : pad) {
+        byte ^= padding;
     }
     MD5_CTX context;
     MD5_Init(&context);
@@ -89,7 +89,7 @@ int radMd5Crypt(const char *secret, const uint8_t *authenticator, const uint8_t 
     }
     size_t digestedSize = chainedSize + saltSize;
     Digest digest{};
-    // Octets behind the last whole block are left alone: callers pad.
+    // Bytes behind the last whole block are left alone: callers pad.
     for (int done = 0; length - done >= static_cast<int>(kHidingBlockSize);
          done += static_cast<int>(kHidingBlockSize)) {
         rc_md5_calc(digest.data(), scratch.get(), static_cast<uint32_t>(digestedSize));

@@ -17,7 +17,7 @@
 namespace lanyard {
 namespace {
 
-// Octets of the value on the wire.
+// Bytes of the value on the wire.
 uint64_t encodedSize(const RadPair &pair) {
     const uint64_t length = pair.numValue;
     if (pair.attrNum == RAD_ATTR_USER_PASSWORD) {

@@ -38,7 +38,7 @@ void discardShort(const RadRecvCtx &ctx, size_t size) {
 }
 
 // Reads the waiting datagram, whose header says that it has `length` bytes, and tells how many
-// came. There is room for at least one octet more than that, so that a longer datagram shows.
+// came. There is room for at least one byte more than that, so that a longer datagram shows.
 PartitionPtr<uint8_t[]> readReply(const RadRecvCtx &ctx, size_t length, size_t &received,
                                   RadLastError &outcome) {
     const size_t size =

@@ -65,7 +65,7 @@ int radPairUnpackDefault(RadPair *pair, RadPair *list, RadPacket *reply, RadPack
                 return -1;
             }
             logProcessing(*pair);
-            // A cut text records a length beyond its octets; only what the pair holds is looked at.
+            // A cut text records a length beyond its bytes; only what the pair holds is looked at.
             return radVendorMessage(static_cast<uint8_t *>(radPairValue(pair)),
                                     std::min(radPairValueLen(pair), RAD_VALUE_MAX), secret,
                                     request->authenticator);

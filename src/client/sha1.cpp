@@ -1,5 +1,5 @@
 // SHA-1 as this library has it: FIPS 180-1 but for the message words, which are read least
-// significant octet first. Its digests are its own; MS-CHAPv2 takes its challenge hash with it, and
+// significant byte first. Its digests are its own; MS-CHAPv2 takes its challenge hash with it, and
 // devices in the field expect that one.
 #include <algorithm>
 #include <array>
@@ -19,7 +19,7 @@ constexpr size_t kCountSize = 8;
 
 using Schedule = std::array<uint32_t, 80>;
 
-// The 16 words of a block, least significant octet first, and the 64 that follow from them.
+// The 16 words of a block, least significant byte first, and the 64 that follow from them.
 Schedule expand(std::span<const uint8_t, kBlockSize> block) {
     Schedule words{};
     for (size_t t = 0; t < 16; ++t) {
@@ -48,13 +48,13 @@ size_t bufferedOctets(const SHA1_CTX &context) {
     return context.count[0] / 8 % kBlockSize;
 }
 
-void addToCount(SHA1_CTX &context, uint32_t octets) {
-    const uint32_t bits = octets << 3;
+void addToCount(SHA1_CTX &context, uint32_t bytes) {
+    const uint32_t bits = bytes << 3;
     context.count[0] += bits;
     if (context.count[0] < bits) {
         ++context.count[1];
     }
-    context.count[1] += octets >> 29;
+    context.count[1] += bytes >> 29;
 }
 
 }  // namespace
@@ -116,7 +116,7 @@ void SHA1Final(uint8_t digest[20], SHA1_CTX *ctx) {
     countWriter.u32(ctx->count[1]);
     countWriter.u32(ctx->count[0]);
 
-    // One octet 0x80 and zeros, until the count fills the last block.
+    // One byte 0x80 and zeros, until the count fills the last block.
     const size_t buffered = bufferedOctets(*ctx);
     const size_t paddedTo = buffered < kBlockSize - kCountSize ? kBlockSize : 2 * kBlockSize;
     SHA1Update(ctx, kPadding.data(), static_cast<uint32_t>(paddedTo - kCountSize - buffered));

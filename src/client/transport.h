@@ -1,4 +1,4 @@
-// One request to one server, for whoever records what became of it.
+// One request to one server, for those who record what became of it.
 #ifndef LANYARD_CLIENT_TRANSPORT_H
 #define LANYARD_CLIENT_TRANSPORT_H
 

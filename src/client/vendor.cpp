@@ -105,7 +105,7 @@ int radVendorMessage(uint8_t *value, int len, const char *secret, const uint8_t 
     }
     const int status = decryptKey(vendorValue.data, secret, requestAuth, work.get());
     if (status == 0) {
-        // The key moves to where the salt was; the last two octets are what the work buffer held
+        // The key moves to where the salt was; the last two bytes are what the work buffer held
         // there.
         std::memcpy(value + kVendorHeaderSize, work.get(), vendorValue.data.size());
     }
@@ -117,11 +117,11 @@ int radVendorAttrGet(const RadPair *pair, uint32_t vendorId, int vendorType, uin
         return -1;
     }
     *data = nullptr;
-    const std::span octets(reinterpret_cast<const uint8_t *>(pair->strValue),
-                           sizeof(pair->strValue));
+    const std::span bytes(reinterpret_cast<const uint8_t *>(pair->strValue),
+                          sizeof(pair->strValue));
     VendorValue vendorValue{};
     if (pair->numValue > RAD_VALUE_MAX ||
-        !parseVendorValue(octets.first(pair->numValue), vendorValue)) {
+        !parseVendorValue(bytes.first(pair->numValue), vendorValue)) {
         radLog(kLogError, "radVendorAttrGet: Invalid Length in Vendor Message\n");
         return -1;
     }
@@ -131,7 +131,7 @@ int radVendorAttrGet(const RadPair *pair, uint32_t vendorId, int vendorType, uin
     std::span<const uint8_t> wanted = vendorValue.data;
     if (vendorId != RAD_VENDOR_MICROSOFT) {
         radLog(kLogError, "radVendorAttrGet: Unknown Vendor ID:%d\n", static_cast<int>(vendorId));
-        wanted = octets.first(pair->numValue).subspan(kVendorIdSize);
+        wanted = bytes.first(pair->numValue).subspan(kVendorIdSize);
     } else if (vendorValue.type != vendorType) {
         return -1;
     }

@@ -12,14 +12,14 @@
 namespace lanyard {
 namespace {
 
-// What the digest of a response is taken over has less than this many octets.
+// What the digest of a response is taken over has less than this many bytes.
 constexpr size_t kDigestedSize = 255;
 
 // The response is measured as text, for it is one of the inputs with a limit on text, but never
 // beyond its end.
-bool isShortText(const uint8_t *octets, int length) {
-    return octets && length > 0 &&
-           strnlen(reinterpret_cast<const char *>(octets), static_cast<size_t>(length)) <=
+bool isShortText(const uint8_t *bytes, int length) {
+    return bytes && length > 0 &&
+           strnlen(reinterpret_cast<const char *>(bytes), static_cast<size_t>(length)) <=
                RAD_PASSWORD_MAX;
 }
 
@@ -54,14 +54,14 @@ int radChapRespMake(uint8_t *response, const uint8_t *password, int passwordLen,
     if (digested >= kDigestedSize || palRandGen(&identifier, sizeof(identifier)) != 0) {
         return 0;
     }
-    std::array<uint8_t, kDigestedSize> octets{};
-    ByteWriter writer(octets);
+    std::array<uint8_t, kDigestedSize> bytes{};
+    ByteWriter writer(bytes);
     writer.u8(identifier);
     writer.bytes({password, static_cast<size_t>(passwordLen)});
     writer.bytes({challenge, RAD_CHAP_CHALLENGE_SIZE});
     response[0] = identifier;
-    rc_md5_calc(response + 1, octets.data(), static_cast<uint32_t>(digested));
-    explicit_bzero(octets.data(), octets.size());
+    rc_md5_calc(response + 1, bytes.data(), static_cast<uint32_t>(digested));
+    explicit_bzero(bytes.data(), bytes.size());
     return RAD_CHAP_RESPONSE_SIZE;
 }
 

@@ -38,7 +38,7 @@ bool isWithin(const char *text, size_t limit);
 // Starts the request with User-Name. False when an input is refused, which has been told then.
 bool startRequest(const Login &login, bool inputsAreGood, PairList &request);
 
-// Sends the request, tells of the outcome and shows the reply.
+// Sends the request, reports the outcome and shows the reply.
 int finishLogin(const Login &login, const PairList &request);
 
 // Runs a login. `addAttributes` adds what the method sends behind User-Name.

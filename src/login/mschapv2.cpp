@@ -40,7 +40,7 @@ void drawPeerChallenge(uint8_t *peerChallenge) {
 }
 
 // ChallengeHash of RFC 2759 section 8.2 with the library's own SHA-1, or the published one where
-// the host asked for it; its first octets are the challenge.
+// the host asked for it; its first bytes are the challenge.
 Digest challengeHash(const uint8_t *peerChallenge, const uint8_t *authChallenge,
                      const char *userName) {
     const auto nameLength = static_cast<uint32_t>(std::strlen(userName));
@@ -68,7 +68,7 @@ bool holdsNul(const Digest &digest) {
            digest.begin() + kChallengeHashSize;
 }
 
-// Prints a key in hexadecimal, eight octets a line.
+// Prints a key in hexadecimal, eight bytes a line.
 void printKey(std::span<const uint8_t> key) {
     const auto text = allocateSecret(3 * key.size() + key.size() / 8 + 3);
     if (!text) {
@@ -77,8 +77,8 @@ void printKey(std::span<const uint8_t> key) {
     char *end = reinterpret_cast<char *>(text.get());
     *end++ = '\n';
     size_t printed = 0;
-    for (const uint8_t octet : key) {
-        end += std::sprintf(end, "%02x", octet);
+    for (const uint8_t byte : key) {
+        end += std::sprintf(end, "%02x", byte);
         if (++printed % 8 == 0) {
             *end++ = '\n';
         }
@@ -102,8 +102,8 @@ int showRecvKey(const RadPair &pair) {
     return status;
 }
 
-// What a refused login yields: the result of looking for a key in the last Vendor-Specific pair of
-// the reply. A refusal that ends with a key therefore yields 0, on purpose.
+// What a refused login returns: the result of looking for a key in the last Vendor-Specific pair of
+// the reply. A refusal that ends with a key therefore returns 0, as given.
 int showRecvKeys(RadPair *reply) {
     int status = -1;
     for (RadPair *pair = radPairGet(reply, RAD_ATTR_VENDOR_SPECIFIC); pair;

@@ -48,7 +48,7 @@ SampleArguments::~SampleArguments() {
 }
 
 bool SampleArguments::parseOptions(const SampleContract &contract, int argc, char *argv[]) {
-    optind = 0;  // from the start, whoever parsed before
+    optind = 0;  // from the start, also after another parser
     const bool parsed = readOptions(contract, argc, argv);
     firstPositional_ = optind;
     optind = 0;  // getopt() must not go on in an argument vector that may be gone

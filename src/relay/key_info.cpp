@@ -19,10 +19,10 @@ constexpr uint16_t kElementHeaderSize = 2;
 constexpr uint16_t kSessionElementSize = 6;
 constexpr uint32_t kRadiusRequest = 1;  // Termination-Action, RFC 2865 section 5.29
 
-// A decrypted key behind its length octet.
+// A decrypted key behind its length byte.
 class Key {
   public:
-    // Takes the key of a Vendor-Specific pair if it holds one of that type. One whose length octet
+    // Takes the key of a Vendor-Specific pair if it holds one of that type. One whose length byte
     // claims more than there is counts as none.
     void look(const RadPair &pair, int vendorType) {
         SubAttribute found;

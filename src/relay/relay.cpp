@@ -153,7 +153,7 @@ RadPair *nextEapMessage(RadPair *list) {
     return radPairGet(list, RAD_ATTR_EAP_MESSAGE);
 }
 
-// Octets of the EAP packet that the reply carries in pieces; 0, with the reason logged where there
+// Bytes of the EAP packet that the reply carries in pieces; 0, with the reason logged where there
 // is one to tell, when it cannot be relayed.
 uint16_t eapMessageSize(RadPair *reply) {
     uint16_t sum = 0;

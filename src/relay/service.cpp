@@ -42,7 +42,7 @@ void nameDaemon() {
 // Reads the options. False when the program may not go on; it has said why.
 bool parseOptions(int argc, char *argv[]) {
     const char *value = nullptr;  // what the last -d left
-    optind = 0;                   // from the start, whoever parsed before
+    optind = 0;                   // from the start, also after another parser
     for (int option = getopt(argc, argv, "vfd:"); option != -1;
          option = getopt(argc, argv, "vfd:")) {
         switch (option) {
