@@ -66,8 +66,8 @@ PAL_EXPORT int palUnlink(const char *path) {
 }
 
 PAL_EXPORT int palFileRename(const char *from, const char *to) {
-    const port::RootedPath rootedFrom(from);
-    const port::RootedPath rootedTo(to);
+    const RootedPath rootedFrom(from);
+    const RootedPath rootedTo(to);
     return rootedFrom.get() == nullptr || rootedTo.get() == nullptr
                ? -1
                : std::rename(rootedFrom.get(), rootedTo.get());
