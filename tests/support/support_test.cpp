@@ -5,9 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <gmock/gmock.h>
 #include <gtest/gtest-spi.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <thread>
@@ -20,15 +18,7 @@
 #include <lanyard/radius/frame.h>
 #include <palcore.h>
 
-#include "tests/support/bytes.h"
-#include "tests/support/configured_library.h"
-#include "tests/support/failing_partition.h"
-#include "tests/support/guard_page.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/radius_wire.h"
-#include "tests/support/scripted_server.h"
-#include "tests/support/stdout_capture.h"
-#include "tests/support/temporary_root.h"
+#include "tests/support/test.h"
 
 namespace lanyard::test::support_test {
 namespace {

@@ -1,15 +1,12 @@
 // From the attributes of a received packet to a pair list.
 #include <algorithm>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/dict.h>
 
-#include "tests/support/failing_partition.h"
-#include "tests/support/guard_page.h"
+#include "tests/support/test.h"
 #include "tests/unit/attr/attr_test.h"
 
 namespace lanyard::test::decode_test {

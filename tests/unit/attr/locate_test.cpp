@@ -1,14 +1,12 @@
 // One attribute in an undecoded attribute area.
 #include <climits>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <optional>
 #include <string>
 
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/dict.h>
 
-#include "tests/support/guard_page.h"
+#include "tests/support/test.h"
 #include "tests/unit/attr/attr_test.h"
 
 namespace lanyard::test::locate_test {

@@ -2,8 +2,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <string>
 
 #include <lanyard/radius/attr.h>
@@ -11,8 +9,7 @@
 #include <lanyard/radius/frame.h>
 #include <palcore.h>
 
-#include "tests/support/failing_partition.h"
-#include "tests/support/guard_page.h"
+#include "tests/support/test.h"
 #include "tests/unit/attr/attr_test.h"
 
 namespace lanyard::test::pair_test {

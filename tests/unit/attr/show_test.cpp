@@ -1,14 +1,12 @@
 // Display of one pair.
 #include <array>
 #include <cstdio>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <string>
 
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/dict.h>
 
-#include "tests/support/stdout_capture.h"
+#include "tests/support/test.h"
 #include "tests/unit/attr/attr_test.h"
 
 namespace lanyard::test::show_test {

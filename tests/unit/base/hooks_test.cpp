@@ -1,10 +1,7 @@
 // The installable per-attribute hooks.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <lanyard/radius/frame.h>
 
-#include "tests/support/log_recorder.h"
+#include "tests/support/test.h"
 #include "tests/unit/base/fresh_process.h"
 
 namespace lanyard::test::hooks_test {

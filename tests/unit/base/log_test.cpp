@@ -1,10 +1,7 @@
 // What the log macros hand to the OS layer.
 #include "base/log.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "tests/support/log_recorder.h"
+#include "tests/support/test.h"
 
 namespace lanyard::test::log_test {
 namespace {

@@ -1,12 +1,8 @@
 // The partition that all memory of the library comes from.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <lanyard/radius/frame.h>
 #include <palcore.h>
 
-#include "tests/support/failing_partition.h"
-#include "tests/support/log_recorder.h"
+#include "tests/support/test.h"
 #include "tests/unit/base/fresh_process.h"
 
 namespace lanyard::test::memory_test {

@@ -1,10 +1,7 @@
 // The options of the library as a whole.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <lanyard/radius/frame.h>
 
-#include "tests/support/log_recorder.h"
+#include "tests/support/test.h"
 #include "tests/unit/base/fresh_process.h"
 
 namespace lanyard::test::option_test {

@@ -2,13 +2,12 @@
 #include "base/partition.h"
 
 #include <algorithm>
-#include <gtest/gtest.h>
 #include <vector>
 
 #include <lanyard/radius/frame.h>
 #include <palcore.h>
 
-#include "tests/support/failing_partition.h"
+#include "tests/support/test.h"
 
 namespace {
 

@@ -2,7 +2,8 @@
 #include "base/text.h"
 
 #include <cerrno>
-#include <gtest/gtest.h>
+
+#include "tests/support/test.h"
 
 namespace lanyard::test::text_test {
 namespace {

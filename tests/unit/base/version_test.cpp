@@ -1,11 +1,7 @@
 // What the library says of itself.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <lanyard/radius/frame.h>
 
-#include "tests/support/log_recorder.h"
-#include "tests/support/stdout_capture.h"
+#include "tests/support/test.h"
 
 namespace lanyard::test::version_test {
 namespace {

@@ -2,10 +2,7 @@
 // access outside of them ends the test.
 #include "base/wire.h"
 
-#include <gtest/gtest.h>
-
-#include "tests/support/bytes.h"
-#include "tests/support/guard_page.h"
+#include "tests/support/test.h"
 
 namespace lanyard::test::wire_test {
 namespace {

@@ -3,11 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/bytes.h"
-#include "tests/support/configured_library.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/radius_wire.h"
-#include "tests/support/scripted_server.h"
+#include "tests/support/test.h"
 #include "tests/unit/client/exchange_fixture.h"
 
 namespace lanyard::test::fail_over_test {

@@ -1,18 +1,12 @@
 // MD5, HMAC-MD5 and the MD5 stream cipher.
 #include <algorithm>
 #include <array>
-#include <gtest/gtest.h>
 #include <numeric>
 #include <string>
 
 #include <lanyard/radius/engine.h>
 
-#include "tests/support/bytes.h"
-#include "tests/support/configured_library.h"
-#include "tests/support/failing_partition.h"
-#include "tests/support/guard_page.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/radius_wire.h"
+#include "tests/support/test.h"
 #include "tests/unit/client/fixture.h"
 
 namespace lanyard::test::md5_test {

@@ -1,14 +1,9 @@
 // The Message-Authenticator of a reply.
-#include <gtest/gtest.h>
 #include <initializer_list>
 
 #include <lanyard/radius/engine.h>
 
-#include "tests/support/bytes.h"
-#include "tests/support/configured_library.h"
-#include "tests/support/guard_page.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/radius_wire.h"
+#include "tests/support/test.h"
 #include "tests/unit/client/fixture.h"
 
 namespace lanyard::test::message_authenticator_test {

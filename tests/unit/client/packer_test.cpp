@@ -1,17 +1,11 @@
 // From pairs to the attributes of a request.
-#include <gtest/gtest.h>
 #include <initializer_list>
 #include <string>
 #include <vector>
 
 #include <lanyard/radius/engine.h>
 
-#include "tests/support/bytes.h"
-#include "tests/support/configured_library.h"
-#include "tests/support/failing_partition.h"
-#include "tests/support/guard_page.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/radius_wire.h"
+#include "tests/support/test.h"
 #include "tests/unit/client/fixture.h"
 
 namespace lanyard::test::packer_test {

@@ -1,14 +1,12 @@
 // The library's own processing of each attribute of a reply.
 #include <algorithm>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <iterator>
 #include <string>
 
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/dict.h>
 
-#include "tests/support/guard_page.h"
+#include "tests/support/test.h"
 #include "tests/unit/attr/attr_test.h"
 
 namespace lanyard::test::reply_test {

@@ -1,13 +1,11 @@
 // Host names to addresses.
 #include <arpa/inet.h>
 #include <cerrno>
-#include <gtest/gtest.h>
 #include <string>
 
 #include <lanyard/radius/engine.h>
 
-#include "tests/support/log_recorder.h"
-#include "tests/support/temporary_root.h"
+#include "tests/support/test.h"
 #include "tests/unit/client/fixture.h"
 #include "tests/unit/client/system_calls.h"
 

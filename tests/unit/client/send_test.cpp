@@ -5,7 +5,6 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <initializer_list>
 #include <pthread.h>
 #include <string>
@@ -15,12 +14,7 @@
 
 #include <lanyard/radius/engine.h>
 
-#include "tests/support/bytes.h"
-#include "tests/support/configured_library.h"
-#include "tests/support/failing_partition.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/radius_wire.h"
-#include "tests/support/scripted_server.h"
+#include "tests/support/test.h"
 #include "tests/unit/client/fixture.h"
 #include "tests/unit/client/system_calls.h"
 #include "tools/file_descriptor.h"

@@ -2,14 +2,11 @@
 // octets of each word turned round.
 #include <algorithm>
 #include <array>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <openssl/sha.h>
 
 #include <lanyard/radius/engine.h>
 
-#include "tests/support/bytes.h"
-#include "tests/support/guard_page.h"
+#include "tests/support/test.h"
 
 namespace lanyard::test::sha1_test {
 namespace {

@@ -4,7 +4,6 @@
 #include <array>
 #include <atomic>
 #include <functional>
-#include <gtest/gtest.h>
 #include <set>
 #include <string>
 #include <thread>
@@ -14,11 +13,7 @@
 #include <lanyard/radius/engine.h>
 #include <lanyard/radius/frame.h>
 
-#include "tests/support/bytes.h"
-#include "tests/support/configured_library.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/radius_wire.h"
-#include "tests/support/scripted_server.h"
+#include "tests/support/test.h"
 
 namespace lanyard::test::threads_test {
 namespace {

@@ -1,16 +1,13 @@
 // Vendor-Specific attributes.
 #include <climits>
 #include <cstring>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <string>
 
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/frame.h>
 #include <palcore.h>
 
-#include "tests/support/failing_partition.h"
-#include "tests/support/guard_page.h"
+#include "tests/support/test.h"
 #include "tests/unit/attr/attr_test.h"
 
 namespace lanyard::test::vendor_test {

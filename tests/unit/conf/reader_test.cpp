@@ -7,8 +7,7 @@
 #include <lanyard/radius/dict.h>
 #include <lanyard/radius/frame.h>
 
-#include "tests/support/failing_partition.h"
-#include "tests/support/temporary_root.h"
+#include "tests/support/test.h"
 #include "tests/unit/conf/conf_fixture.h"
 
 namespace lanyard::test::reader_test {

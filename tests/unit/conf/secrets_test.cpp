@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <gtest/gtest.h>
 #include <map>
 #include <string>
 #include <string_view>
@@ -12,7 +11,7 @@
 #include <lanyard/radius/frame.h>
 #include <palcore.h>
 
-#include "tests/support/temporary_root.h"
+#include "tests/support/test.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/failing_partition.h"
+#include "tests/support/test.h"
 #include "tests/unit/conf/conf_fixture.h"
 
 namespace lanyard::test::server_syntax_test {

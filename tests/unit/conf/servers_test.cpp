@@ -5,7 +5,7 @@
 #include <lanyard/radius/dict.h>
 #include <lanyard/radius/frame.h>
 
-#include "tests/support/failing_partition.h"
+#include "tests/support/test.h"
 #include "tests/unit/base/fresh_process.h"
 #include "tests/unit/conf/conf_fixture.h"
 

@@ -1,16 +1,11 @@
 // Start-up and shutdown of the library.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <ciph.h>
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/dict.h>
 #include <lanyard/radius/frame.h>
 #include <palcore.h>
 
-#include "tests/support/failing_partition.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/temporary_root.h"
+#include "tests/support/test.h"
 #include "tests/unit/base/fresh_process.h"
 
 namespace {

@@ -2,7 +2,7 @@
 #include <array>
 #include <tuple>
 
-#include "tests/support/failing_partition.h"
+#include "tests/support/test.h"
 #include "tests/unit/device/fixture.h"
 #include "tests/unit/device/system_calls.h"
 

@@ -2,6 +2,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "tests/support/test.h"
 #include "tests/unit/device/fixture.h"
 #include "tests/unit/device/system_calls.h"
 

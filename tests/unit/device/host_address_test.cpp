@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 #include <filesystem>
 
+#include "tests/support/test.h"
 #include "tests/unit/device/fixture.h"
 
 namespace lanyard::test::host_address_test {

@@ -7,8 +7,7 @@
 #include <lanyard/radius/dict.h>
 #include <lanyard/radius/mgmt.h>
 
-#include "tests/support/log_recorder.h"
-#include "tests/support/temporary_root.h"
+#include "tests/support/test.h"
 #include "tests/unit/device/database_file.h"
 
 namespace lanyard::test::order_test {

@@ -5,7 +5,7 @@
 
 #include <lanyard/radius/dict.h>
 
-#include "tests/support/failing_partition.h"
+#include "tests/support/test.h"
 #include "tests/unit/device/fixture.h"
 #include "tests/unit/device/system_calls.h"
 

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "tests/support/guard_page.h"
+#include "tests/support/test.h"
 #include "tests/unit/device/fixture.h"
 #include "tests/unit/device/system_calls.h"
 

@@ -3,12 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "tests/support/test.h"
 #include "tests/unit/dict/dict_fixture.h"
 
 namespace lanyard::test::builtin_test {

@@ -1,10 +1,8 @@
 // Single definitions, and looking them up.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
-#include "tests/support/guard_page.h"
+#include "tests/support/test.h"
 #include "tests/unit/dict/dict_fixture.h"
 
 namespace lanyard::test::definitions_test {

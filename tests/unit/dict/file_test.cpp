@@ -1,11 +1,9 @@
 // Dictionary files.
 #include <filesystem>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <iterator>
 #include <string>
 
-#include "tests/support/temporary_root.h"
+#include "tests/support/test.h"
 #include "tests/unit/dict/dict_fixture.h"
 
 namespace lanyard::test::file_test {

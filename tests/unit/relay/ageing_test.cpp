@@ -2,7 +2,7 @@
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/frame.h>
 
-#include "tests/support/failing_partition.h"
+#include "tests/support/test.h"
 #include "tests/unit/relay/fixture.h"
 
 namespace lanyard::test::ageing_test {

@@ -6,7 +6,7 @@
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/mgmt.h>
 
-#include "tests/support/failing_partition.h"
+#include "tests/support/test.h"
 #include "tests/unit/relay/fixture.h"
 
 namespace lanyard::test::bus_test {

@@ -4,7 +4,7 @@
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/mgmt.h>
 
-#include "tests/support/stdout_capture.h"
+#include "tests/support/test.h"
 #include "tests/unit/device/database_file.h"
 #include "tests/unit/relay/fixture.h"
 

@@ -5,7 +5,7 @@
 #include <lanyard/radius/engine.h>
 #include <lanyard/radius/frame.h>
 
-#include "tests/support/failing_partition.h"
+#include "tests/support/test.h"
 #include "tests/unit/relay/fixture.h"
 
 namespace lanyard::test::key_info_test {

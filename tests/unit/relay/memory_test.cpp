@@ -1,6 +1,6 @@
 // Whole relay passes with each of their allocations failing in turn: nothing is left behind, and
 // Pnac gets a whole packet or none.
-#include "tests/support/failing_partition.h"
+#include "tests/support/test.h"
 #include "tests/unit/relay/fixture.h"
 
 namespace lanyard::test::memory_test {

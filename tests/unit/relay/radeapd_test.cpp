@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <gmock/gmock.h>
 #include <optional>
 #include <poll.h>
 #include <sstream>
@@ -23,9 +22,7 @@
 #include <xbus.h>
 
 #include "tests/interop/child_process.h"
-#include "tests/support/bytes.h"
-#include "tests/support/scripted_server.h"
-#include "tests/support/temporary_root.h"
+#include "tests/support/test.h"
 #include "tests/unit/device/database_file.h"
 #include "tools/file_descriptor.h"
 

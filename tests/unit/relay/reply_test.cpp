@@ -5,6 +5,7 @@
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/frame.h>
 
+#include "tests/support/test.h"
 #include "tests/unit/relay/fixture.h"
 
 namespace lanyard::test::reply_test {

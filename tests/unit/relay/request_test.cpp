@@ -1,4 +1,5 @@
 // The relay pass, up to the server: which packet it takes, and what becomes of it on the wire.
+#include "tests/support/test.h"
 #include "tests/unit/relay/fixture.h"
 
 namespace lanyard::test::request_test {

@@ -2,7 +2,7 @@
 #include <csignal>
 #include <cstring>
 
-#include "tests/support/failing_partition.h"
+#include "tests/support/test.h"
 #include "tests/unit/relay/fixture.h"
 
 namespace lanyard::test::service_test {
