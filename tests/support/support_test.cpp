@@ -286,6 +286,25 @@ TEST(PortTest, SilentOneTakesAndRefusedOneRefuses) {
     EXPECT_EQ(ECONNREFUSED, errno);
 }
 
+TEST(FailingCallTest, StrikesTheNthCallOfTheThreadOnce) {
+    EXPECT_FALSE(strikes("bind"));
+    {
+        const FailingCall failure("bind", EADDRINUSE, 2);
+        std::thread([] { EXPECT_FALSE(strikes("bind")); }).join();
+        EXPECT_FALSE(strikes("socket"));
+        EXPECT_FALSE(strikes("bind"));
+        EXPECT_FALSE(failure.happened());
+        errno = 0;
+        EXPECT_TRUE(strikes("bind"));
+        EXPECT_EQ(EADDRINUSE, errno);
+        EXPECT_TRUE(failure.happened());
+        EXPECT_FALSE(strikes("bind"));
+    }
+    const FailingCall next("socket", EMFILE);
+    EXPECT_FALSE(strikes("bind"));
+    EXPECT_TRUE(strikes("socket"));
+}
+
 TEST(LogRecorderTest, RecordsWhatTheLibraryLogs) {
     const LogRecorder log;
     errno = EDOM;

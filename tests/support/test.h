@@ -24,6 +24,7 @@
 
 #include "tests/support/bytes.h"
 #include "tests/support/configured_library.h"
+#include "tests/support/failing_call.h"
 #include "tests/support/failing_partition.h"
 #include "tests/support/guard_page.h"
 #include "tests/support/log_recorder.h"

@@ -320,7 +320,7 @@ TEST_F(ReceiveTest, FailsWhenTheSocketCannotBeRead) {
 TEST_F(ReceiveTest, LeavesNothingBehindWhenTheDatagramIsGoneAfterThePeek) {
     arrive(reply(2));
     const size_t blocksBefore = liveBlocks();
-    const FailingCall failure(SystemCall::recvfrom, EIO, 2);
+    const FailingCall failure("recvfrom", EIO, 2);
     EXPECT_EQ(-1, receive());
     EXPECT_TRUE(failure.happened());
     EXPECT_EQ(blocksBefore, liveBlocks());

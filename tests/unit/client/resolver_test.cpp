@@ -139,7 +139,7 @@ TEST_F(HostAddress, IsTheAddressOfTheHostName) {
 }
 
 TEST_F(HostAddress, IsNoneWithoutAHostName) {
-    const FailingCall failure(SystemCall::gethostname, EFAULT);
+    const FailingCall failure("gethostname", EFAULT);
     const LogRecorder log;
     EXPECT_EQ(kNotFound, radGetHostIP());
     EXPECT_THAT(log.lines(),

@@ -1,31 +1,20 @@
 #include "tests/unit/client/system_calls.h"
 
 #include <arpa/inet.h>
-#include <cerrno>
 #include <cstring>
-#include <dlfcn.h>
 #include <map>
 #include <netdb.h>
 #include <optional>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "tests/support/failing_call.h"
+
 namespace lanyard::test {
 namespace {
 
-thread_local FailingCall *activeFailure = nullptr;
 std::optional<std::string> hostName;
 std::map<std::string, std::string> resolverEntries;
-
-bool strikes(SystemCall call) {
-    return activeFailure != nullptr && activeFailure->strikes(call);
-}
-
-// The C library's own function, or the sanitizer's in front of it.
-template <typename Function>
-Function *following(const char *name) {
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
 
 bool isDotted(const char *name) {
     in_addr address{};
@@ -33,23 +22,6 @@ bool isDotted(const char *name) {
 }
 
 }  // namespace
-
-FailingCall::FailingCall(SystemCall call, int error, int n) : call_(call), error_(error), left_(n) {
-    activeFailure = this;
-}
-
-FailingCall::~FailingCall() {
-    activeFailure = nullptr;
-}
-
-bool FailingCall::strikes(SystemCall call) {
-    if (call != call_ || left_ == 0 || --left_ > 0) {
-        return false;
-    }
-    happened_ = true;
-    errno = error_;
-    return true;
-}
 
 HostName::HostName(const std::string &name) {
     hostName = name;
@@ -71,37 +43,36 @@ ResolverEntry::~ResolverEntry() {
 
 using lanyard::test::following;
 using lanyard::test::strikes;
-using lanyard::test::SystemCall;
 
 int socket(int domain, int type, int protocol) noexcept {
     static auto *const real = following<decltype(socket)>("socket");
-    return strikes(SystemCall::socket) ? -1 : real(domain, type, protocol);
+    return strikes("socket") ? -1 : real(domain, type, protocol);
 }
 
 int bind(int fd, const sockaddr *addr, socklen_t len) noexcept {
     static auto *const real = following<decltype(bind)>("bind");
-    return strikes(SystemCall::bind) ? -1 : real(fd, addr, len);
+    return strikes("bind") ? -1 : real(fd, addr, len);
 }
 
 int getsockname(int fd, sockaddr *addr, socklen_t *len) noexcept {
     static auto *const real = following<decltype(getsockname)>("getsockname");
-    return strikes(SystemCall::getsockname) ? -1 : real(fd, addr, len);
+    return strikes("getsockname") ? -1 : real(fd, addr, len);
 }
 
 ssize_t sendto(int fd, const void *buf, size_t n, int flags, const sockaddr *addr,
                socklen_t addr_len) {
     static auto *const real = following<decltype(sendto)>("sendto");
-    return strikes(SystemCall::sendto) ? -1 : real(fd, buf, n, flags, addr, addr_len);
+    return strikes("sendto") ? -1 : real(fd, buf, n, flags, addr, addr_len);
 }
 
 ssize_t recvfrom(int fd, void *buf, size_t n, int flags, sockaddr *addr, socklen_t *addr_len) {
     static auto *const real = following<decltype(recvfrom)>("recvfrom");
-    return strikes(SystemCall::recvfrom) ? -1 : real(fd, buf, n, flags, addr, addr_len);
+    return strikes("recvfrom") ? -1 : real(fd, buf, n, flags, addr, addr_len);
 }
 
 int gethostname(char *name, size_t len) noexcept {
     static auto *const real = following<decltype(gethostname)>("gethostname");
-    if (strikes(SystemCall::gethostname)) {
+    if (strikes("gethostname")) {
         return -1;
     }
     if (!lanyard::test::hostName) {

@@ -1,5 +1,6 @@
 // Authentication servers come, change and go with the rows of the table "radiusClient".
 #include <array>
+#include <cerrno>
 #include <tuple>
 
 #include "tests/support/test.h"
@@ -295,9 +296,9 @@ TEST_F(AuthServerRows, TheRowIsReadBeforeTheChangeIsLookedAt) {
 
 TEST_F(AuthServerRows, WithoutMemoryForTheEntryTheHandlerEndsAtOnce) {
     addAuthServers(1);
-    failNext(Call::asprintf);
+    const FailingCall failure("asprintf", ENOMEM);
     EXPECT_EQ(-1, insert("'a', '1', 's1', '5', '2'"));
-    EXPECT_TRUE(hasFailed(Call::asprintf));
+    EXPECT_TRUE(failure.happened());
     EXPECT_THAT(
         log.lines(),
         ElementsAre(

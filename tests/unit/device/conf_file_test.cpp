@@ -1,4 +1,5 @@
 // The configuration file, written from the table "radiusClient".
+#include <cerrno>
 #include <fstream>
 #include <iterator>
 
@@ -241,9 +242,9 @@ TEST_F(ConfFile, EndsWhereAColumnIsMissing) {
 TEST_F(ConfFile, ThatDoesNotGetToTheDiskIsAFailure) {
     (void)database.addServer("'a', '1812', 's1', '5', '3'");
     root.write(kConfFile, "as it was");
-    failNext(Call::palFileClose);
+    const FailingCall failure("palFileClose", ENOSPC);
     EXPECT_EQ(-1, generate());
-    EXPECT_TRUE(hasFailed(Call::palFileClose));
+    EXPECT_TRUE(failure.happened());
     EXPECT_EQ("as it was", root.read(kConfFile));
     EXPECT_THAT(root.list("/var"), ElementsAre("radius.conf"));
     EXPECT_THAT(log.lines(), ElementsAre(line("Making radius.conf ... \n"), status(-1)));

@@ -6,40 +6,22 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 #include <utility>
 
 #include <dbaccess.h>
 #include <palcore.h>
 
+#include "tests/support/failing_call.h"
+
 namespace lanyard::test {
 namespace {
-
-// Plain data: calloc() is called before any constructor has run.
-constinit std::optional<Call> ordered;
 
 BusyHandler::Function &busyFunction() {
     static BusyHandler::Function function;
     return function;
 }
 
-bool strikes(Call call) {
-    if (ordered != call) {
-        return false;
-    }
-    ordered.reset();
-    return true;
-}
-
 }  // namespace
-
-void failNext(Call call) {
-    ordered = call;
-}
-
-bool hasFailed(Call call) {
-    return std::exchange(ordered, std::nullopt) != call;
-}
 
 BusyHandler::BusyHandler(Function function) {
     busyFunction() = std::move(function);
@@ -52,20 +34,19 @@ BusyHandler::~BusyHandler() {
 }  // namespace lanyard::test
 
 using lanyard::test::busyFunction;
-using lanyard::test::Call;
 using lanyard::test::strikes;
 
 int asprintf(char **text, const char *format, ...) noexcept {
     va_list arguments;
     va_start(arguments, format);
-    const int length = strikes(Call::asprintf) ? -1 : vasprintf(text, format, arguments);
+    const int length = strikes("asprintf") ? -1 : vasprintf(text, format, arguments);
     va_end(arguments);
     return length;
 }
 
 void *calloc(size_t count, size_t size) noexcept {
     size_t total = 0;
-    if (strikes(Call::calloc) || __builtin_mul_overflow(count, size, &total)) {
+    if (strikes("calloc") || __builtin_mul_overflow(count, size, &total)) {
         errno = ENOMEM;
         return nullptr;
     }
@@ -78,7 +59,7 @@ void *calloc(size_t count, size_t size) noexcept {
 
 int palFileClose(FILE *file) {
     const int result = std::fclose(file);
-    return strikes(Call::palFileClose) ? -1 : result;
+    return strikes("palFileClose") ? -1 : result;
 }
 
 int sqliteBusyHandler(void *context, int count) {

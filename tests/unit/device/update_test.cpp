@@ -1,5 +1,6 @@
 // Change notices: what is refused, what is read, and to whom it goes.
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "tests/support/test.h"
@@ -234,10 +235,10 @@ TEST_F(MgmtUpdate, EndsWithoutMemoryForTheOldValues) {
     for (const int opCode : {RAD_DB_DELETE, RAD_DB_UPDATE}) {
         log.clear();
         const RadDbUpdateInfo info = notice("radiusClient", opCode, 1, rowId);
-        failNext(Call::calloc);
+        const FailingCall failure("calloc", ENOMEM);
         const int result = radiusMgmtDBUpdateHandler(&info, sizeof(info), std::string(old).data(),
                                                      static_cast<uint32_t>(old.size()));
-        EXPECT_TRUE(hasFailed(Call::calloc));
+        EXPECT_TRUE(failure.happened());
         EXPECT_EQ(-1, result);
         EXPECT_THAT(problems(), IsEmpty());
     }

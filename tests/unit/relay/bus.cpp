@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <ostream>
 #include <stdexcept>
@@ -11,6 +10,8 @@
 
 #include <lanyard/radius/eap.h>
 #include <lanyard/radius/frame.h>
+
+#include "tests/support/failing_call.h"
 
 struct XbusCtx {
     int unused = 0;
@@ -35,11 +36,6 @@ TestBus &bus() {
 
 void note(const std::string &call) {
     bus().calls.push_back(call);
-}
-
-template <typename Function>
-Function *following(const char *name) {
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace
