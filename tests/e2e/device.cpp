@@ -20,6 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char *kRelayTask = "tRadEap";
+constexpr const char *kAuthenticatorTask = "pnac-wired";
 
 std::string hostName() {
     std::array<char, 256> name = {};
@@ -147,16 +148,20 @@ std::chrono::milliseconds Device::endRelay(int signal) {
 }
 
 void Device::runAuthenticator(std::vector<std::string> command,
-                              const std::vector<std::string> &options) {
+                              const std::vector<std::string> &options,
+                              const std::vector<std::string> &variables) {
     command.insert(command.end(), {LANYARD_PNAC_WIRED, "--json", "--show-keys"});
     command.insert(command.end(), options.begin(), options.end());
     command.emplace_back(VirtualWire::kPort);
     authenticator_.reset();
-    authenticator_.emplace(command, settings("authenticator"), root_.path() / "log/events");
+    std::vector<std::string> environment = settings("authenticator");
+    environment.insert(environment.end(), variables.begin(), variables.end());
+    authenticator_.emplace(command, environment, root_.path() / "log/events");
 }
 
-void Device::startAuthenticator(const std::vector<std::string> &options) {
-    runAuthenticator({}, options);
+void Device::startAuthenticator(const std::vector<std::string> &options,
+                                const std::vector<std::string> &variables) {
+    runAuthenticator({}, options, variables);
     if (!authenticator_->waitForOutput("\"ready\"")) {
         throw std::runtime_error("pnac-wired: " + authenticator_->output());
     }
@@ -165,6 +170,21 @@ void Device::startAuthenticator(const std::vector<std::string> &options) {
 void Device::startAuthenticatorAt(const std::string &output,
                                   const std::vector<std::string> &options) {
     runAuthenticator({"/bin/sh", "-c", "exec \"$@\" > '" + output + "'", "sh"}, options);
+}
+
+std::string Device::authenticatorsSwitches() const {
+    const std::optional<pid_t> process = findTask(kAuthenticatorTask);
+    if (!process) {
+        throw std::runtime_error("pnac-wired does not run: " + authenticator_->output());
+    }
+    std::ifstream status("/proc/" + std::to_string(*process) + "/status");
+    std::string switches;
+    for (std::string line; std::getline(status, line);) {
+        if (line.find("ctxt_switches") != std::string::npos) {
+            switches += line + "\n";
+        }
+    }
+    return switches;
 }
 
 std::optional<int> Device::awaitAuthenticatorsEnd() {

@@ -53,13 +53,17 @@ class Device {
     // Returns how long it took.
     std::chrono::milliseconds endRelay(int signal);
 
-    // Starts pnac-wired on the wire, which asks for identities at once.
-    void startAuthenticator(const std::vector<std::string> &options = {});
+    // Starts pnac-wired on the wire, which asks for identities at once. `variables`: "NAME=value" to
+    // add to its environment.
+    void startAuthenticator(const std::vector<std::string> &options = {},
+                            const std::vector<std::string> &variables = {});
     // The same, with a file for its standard output, such as a terminal: its events are nowhere
     // else. Returns when it runs, not when it is ready.
     void startAuthenticatorAt(const std::string &output, const std::vector<std::string> &options);
     // Sends it a signal.
     void signalAuthenticator(int signal) const { authenticator_->signal(signal); }
+    // How often it has gone to sleep so far, and has been put to it, as the system counts that.
+    std::string authenticatorsSwitches() const;
     // Waits for its end. Returns its exit status; nothing when it runs on.
     std::optional<int> awaitAuthenticatorsEnd();
     // Its events so far.
@@ -80,8 +84,8 @@ class Device {
     static const char *const kRelay;
 
     std::vector<std::string> settings(const std::string &log) const;
-    void runAuthenticator(std::vector<std::string> command,
-                          const std::vector<std::string> &options);
+    void runAuthenticator(std::vector<std::string> command, const std::vector<std::string> &options,
+                          const std::vector<std::string> &variables = {});
 
     void superviseRelay();
 

@@ -9,6 +9,9 @@
 
 #include "tools/pnac_wired/relay_record.h"
 
+// The project's own bus has it; a vendor's may not.
+#pragma weak xbusDescriptor
+
 namespace lanyard::pnac {
 namespace {
 
@@ -28,6 +31,9 @@ Bus::Bus(std::function<void(ByteView)> receiver) : receiver_(std::move(receiver)
         xbusDeInit();
         errno = error;
         refuse("management bus, module 6");
+    }
+    if (xbusDescriptor) {
+        descriptor_ = xbusDescriptor(context_);
     }
 }
 

@@ -24,9 +24,13 @@ class Bus {
     // Hands a record to the relay without waiting; false when it does not take it.
     bool send(ByteView record);
 
-    // Waits at most that long for one record and hands it to the receiver, whose exceptions come
-    // out of here. True when one came.
-    bool listen(std::chrono::microseconds wait);
+    // What to poll for input: listen() without a wait has something to do when it is readable. -1
+    // where the bus of this device has no descriptor; then only a listen() that waits is woken by it.
+    int awaited() const { return descriptor_; }
+
+    // Hands one record to the receiver, whose exceptions come out of here; waits for it at most that
+    // long. True when one came.
+    bool listen(std::chrono::microseconds wait = {});
 
   private:
     static int handle(void *busArg1, void *busArg2, uint32_t cmd, void *buf, uint32_t len,
@@ -35,6 +39,7 @@ class Bus {
     std::function<void(ByteView)> receiver_;
     std::exception_ptr failure_ = {};  // of the receiver
     XbusCtx *context_ = nullptr;
+    int descriptor_ = -1;  // the bus's own
 };
 
 }  // namespace lanyard::pnac

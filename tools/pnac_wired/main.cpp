@@ -2,11 +2,12 @@
 // supplicants' EAP packets to the EAP relay over the management bus. docs/eap-relay.md tells the
 // whole story.
 //
-// One thread does everything. Who speaks next is always known: while the relay has a packet, it is
-// the relay, so the program listens on the bus and looks for frames in between; otherwise it is a
-// supplicant, and the program sleeps on its sockets. A login of one supplicant is never delayed by
-// that; one of many waits for less time than the relay, which serves one packet at a time, would
-// make it wait.
+// One thread does everything. It waits for frames, records, signals, news of the link and the next
+// deadline at once, and does nothing while none of them comes.
+//
+// A bus without a descriptor cannot be waited for in that way. There the program waits for whoever
+// speaks next: for the relay while it has a packet, with a look at the rest in short turns; otherwise
+// for the rest, with a look at the bus now and then.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
@@ -16,6 +17,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <initializer_list>
+#include <optional>
 #include <poll.h>
 #include <random>
 #include <string>
@@ -33,7 +36,6 @@
 namespace lanyard::pnac {
 namespace {
 
-using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
 struct Options {
@@ -50,6 +52,16 @@ struct Options {
 
 Duration toDuration(double seconds) {
     return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds));
+}
+
+std::optional<Time> earliest(std::initializer_list<std::optional<Time>> deadlines) {
+    std::optional<Time> first;
+    for (const auto &deadline : deadlines) {
+        if (deadline && (!first || *deadline < *first)) {
+            first = deadline;
+        }
+    }
+    return first;
 }
 
 // All signals that would end the program come in here, blocked from now on, so that it ends the
@@ -115,21 +127,16 @@ class Program final : private Outlet {
     static constexpr int kFramesAtOnce = 64;
     static constexpr int kRecordsAtOnce = 64;
 
-    // How long frames may wait for the bus. A relay that has been silent for a while is waiting for
-    // its server and would not take what they bring.
-    static constexpr microseconds kListenMin{250};
-    static constexpr microseconds kListenMax{4000};
+    // How long the rest waits for a bus without a descriptor, and that for the rest.
+    static constexpr milliseconds kBusTurn{2};
+    static constexpr milliseconds kRestTurn{1000};
 
-    static constexpr milliseconds kSleepMax{1000};
     static constexpr milliseconds kFinish{700};
     static constexpr milliseconds kFinishOutput{100};
 
     void serve() {
-        if (authenticator_.awaitsRelay()) {
-            listenToRelay();
-        } else {
-            sleep();
-        }
+        wait();
+        readRecords();
         readSignals();
         readLink();
         readFrames();
@@ -163,43 +170,38 @@ class Program final : private Outlet {
                                         .linesLost = output_.linesLost()}));
     }
 
-    void listenToRelay() {
-        if (!bus_.listen(listen_)) {
-            listen_ = std::min(listen_ * 2, kListenMax);
+    // Waits until there is something to do.
+    void wait() {
+        const bool inTurns = bus_.awaited() < 0;
+        if (inTurns && authenticator_.awaitsRelay()) {
+            bus_.listen(kBusTurn);
             return;
         }
-        listen_ = kListenMin;
-        readRecords();
+        const auto turn = inTurns ? std::optional(Clock::now() + kRestTurn) : std::nullopt;
+        waitFor({bus_.awaited(), ethernet_.frames(), ethernet_.linkNews(), signals_.get()},
+                earliest({authenticator_.nextDeadline(), programs_.nextDeadline(), turn}));
+    }
+
+    // Waits for one of them, -1 for none, or for room at the output.
+    void waitFor(std::initializer_list<int> inputs, std::optional<Time> until) const {
+        std::array<pollfd, 5> polled = {};
+        polled[0] = {.fd = output_.awaited(), .events = POLLOUT, .revents = 0};
+        std::transform(inputs.begin(), inputs.end(), polled.begin() + 1,
+                       [](int fd) { return pollfd{.fd = fd, .events = POLLIN, .revents = 0}; });
+        timespec wait = {};
+        if (until) {
+            const auto left = std::max(*until - Clock::now(), Duration::zero());
+            const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+            wait.tv_sec = static_cast<time_t>(seconds.count());
+            wait.tv_nsec = static_cast<long>(std::chrono::nanoseconds(left - seconds).count());
+        }
+        ppoll(polled.data(), inputs.size() + 1, until ? &wait : nullptr, nullptr);
     }
 
     // What waits on the bus; a queue that is full would make the relay drop its answers.
     void readRecords() {
-        for (int i = 0; i < kRecordsAtOnce && bus_.listen(microseconds(0)); ++i) {
+        for (int i = 0; i < kRecordsAtOnce && bus_.listen(); ++i) {
         }
-    }
-
-    void sleep() {
-        listen_ = kListenMin;
-        Time until = Clock::now() + kSleepMax;
-        for (const auto deadline : {authenticator_.nextDeadline(), programs_.nextDeadline()}) {
-            until = std::min(until, deadline.value_or(until));
-        }
-        waitFor({ethernet_.frames(), ethernet_.linkNews(), signals_.get()}, until);
-        readRecords();
-    }
-
-    // Waits for one of them, or for room at the output.
-    void waitFor(std::initializer_list<int> inputs, Time until) const {
-        std::array<pollfd, 4> polled = {};
-        polled[0] = {.fd = output_.awaited(), .events = POLLOUT, .revents = 0};
-        std::transform(inputs.begin(), inputs.end(), polled.begin() + 1,
-                       [](int fd) { return pollfd{.fd = fd, .events = POLLIN, .revents = 0}; });
-        const auto left = std::max(until - Clock::now(), Duration::zero());
-        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-        const timespec wait = {
-            .tv_sec = static_cast<time_t>(seconds.count()),
-            .tv_nsec = static_cast<long>(std::chrono::nanoseconds(left - seconds).count())};
-        ppoll(polled.data(), inputs.size() + 1, &wait, nullptr);
     }
 
     void readFrames() {
@@ -285,7 +287,6 @@ class Program final : private Outlet {
     Reporter reporter_;
     std::random_device random_;
     Authenticator authenticator_;
-    microseconds listen_ = kListenMin;
     bool stopped_ = false;
     bool failed_ = false;
 };
