@@ -73,7 +73,7 @@ const std::array<Method, 4> kMethods = {{
 }};
 
 bool isSuccess(const EapolFrame &frame) {
-    return frame.code == static_cast<uint8_t>(pnac::EapCode::kSuccess);
+    return frame.code == static_cast<uint8_t>(EapCode::kSuccess);
 }
 
 void require(bool done, const std::string &what) {

@@ -45,7 +45,7 @@ Moment now() {
     return std::chrono::system_clock::now().time_since_epoch();
 }
 
-Bytes eapPacket(pnac::EapCode code, uint8_t identifier, uint8_t type, size_t size) {
+Bytes eapPacket(EapCode code, uint8_t identifier, uint8_t type, size_t size) {
     Bytes packet(size, 'x');
     packet[0] = static_cast<uint8_t>(code);
     packet[1] = identifier;
@@ -56,8 +56,8 @@ Bytes eapPacket(pnac::EapCode code, uint8_t identifier, uint8_t type, size_t siz
 }
 
 Bytes identityResponse(const std::string &identity) {
-    Bytes packet = eapPacket(pnac::EapCode::kResponse, 1, pnac::kEapTypeIdentity,
-                             pnac::kEapHeaderSize + 1 + identity.size());
+    Bytes packet =
+        eapPacket(EapCode::kResponse, 1, kEapTypeIdentity, kEapHeaderSize + 1 + identity.size());
     std::copy(identity.begin(), identity.end(),
               packet.end() - static_cast<ptrdiff_t>(identity.size()));
     return packet;
@@ -113,7 +113,7 @@ class Server {
     // Sends a challenge with an EAP packet of that size. @return when.
     Moment challenge(size_t size) {
         Attributes attributes;
-        const Bytes packet = eapPacket(pnac::EapCode::kRequest, 2, 4, size);
+        const Bytes packet = eapPacket(EapCode::kRequest, 2, 4, size);
         for (size_t at = 0; at < packet.size(); at += kAttributeMax) {
             attributes.add(
                 kEapMessageAttribute,
@@ -153,7 +153,7 @@ class Authenticator {
 
     struct Answer {
         Moment at{};
-        pnac::EapCode code = pnac::EapCode::kFailure;
+        EapCode code = EapCode::kFailure;
     };
     // Waits for the relay's answer; nothing when none comes.
     std::optional<Answer> receive() {
@@ -214,7 +214,7 @@ class Stage {
         }
         const Moment answered = server_.challenge(challengeSize);
         const auto answer = authenticator_->receive();
-        if (!answer || answer->code != pnac::EapCode::kRequest) {
+        if (!answer || answer->code != EapCode::kRequest) {
             return std::nullopt;
         }
         return Round{.in = *arrived - sent,
@@ -241,7 +241,7 @@ void measureRounds(Stage &stage, uint32_t cookie, size_t size) {
     std::vector<Moment> in;
     std::vector<Moment> out;
     stage.round(cookie, identityResponse("alice"), size);
-    const Bytes response = eapPacket(pnac::EapCode::kResponse, 2, 4, size);
+    const Bytes response = eapPacket(EapCode::kResponse, 2, 4, size);
     for (int i = 0; i < kWarmUp + kRounds; ++i) {
         const auto round = stage.round(cookie, response, size);
         if (!round || !round->hadState) {
@@ -274,7 +274,7 @@ uint32_t take(uint32_t number) {
 // @return how many of so many conversations of a new relay go on, each with its State.
 uint32_t goOn(uint32_t number) {
     Stage stage(LANYARD_SMALL_RELAY);
-    const Bytes response = eapPacket(pnac::EapCode::kResponse, 2, 4, kSmall);
+    const Bytes response = eapPacket(EapCode::kResponse, 2, 4, kSmall);
     uint32_t gone = 0;
     for (bool goes = openConversations(stage, number) == number; goes && gone < number;) {
         const auto round = stage.round(gone + 1, response, kSmall);

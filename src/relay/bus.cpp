@@ -2,7 +2,6 @@
 // Pnac.
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <span>
 
 #include <lanyard/radius/eap.h>
@@ -11,17 +10,15 @@
 
 #include "base/log.h"
 #include "base/partition.h"
+#include "base/wire.h"
+#include "relay/eap_packet.h"
 #include "relay/queue.h"
+#include "relay/record.h"
 
 XbusCtx *pRadEapXbusCtx = nullptr;
 
 namespace lanyard {
 namespace {
-
-// RFC 3748 section 4.
-constexpr uint8_t kEapResponse = 2;
-constexpr uint8_t kEapFailure = 4;
-constexpr uint8_t kEapHeaderSize = 4;
 
 int sendToPnac(uint32_t module, uint32_t command, std::span<const uint8_t> record) {
     uint32_t outLen = 0;
@@ -37,28 +34,23 @@ int sendToPnac(uint32_t module, uint32_t command, std::span<const uint8_t> recor
 // Tells Pnac that a response has found no room. There is none for the record either, and no
 // conversation that the usual way of an answer could look up.
 void refuse(uint32_t cookie, uint32_t command, uint8_t identifier) {
-    const RadEapXbusMsg head{.cookie = cookie, .command = RAD_EAP_NO_CMD, .length = kEapHeaderSize};
-    const std::array<uint8_t, kEapHeaderSize> failure = {kEapFailure, identifier, 0,
-                                                         kEapHeaderSize};
-    std::array<uint8_t, sizeof(head) + kEapHeaderSize> record = {};
-    std::memcpy(record.data(), &head, sizeof(head));
-    std::memcpy(record.data() + sizeof(head), failure.data(), failure.size());
+    std::array<uint8_t, kRecordHeadSize + kEapHeaderSize> record = {};
+    ByteWriter writer(record);
+    writeRecordHead(writer,
+                    {.cookie = cookie, .command = RAD_EAP_NO_CMD, .length = kEapHeaderSize});
+    writeEapHead(writer,
+                 {.code = EapCode::kFailure, .identifier = identifier, .length = kEapHeaderSize});
     sendToPnac(RAD_EAP_PNAC_MODULE, command, record);
 }
 
 // Queues the EAP packet of a record. A record that is shorter than it says is dropped; a response that
 // finds no room is refused.
 void receiveRecord(std::span<const uint8_t> record) {
-    RadEapXbusMsg head{};
-    auto length = static_cast<uint32_t>(record.size());
-    bool complete = record.size() >= sizeof(head);
-    if (complete) {
-        std::memcpy(&head, record.data(), sizeof(head));
-        record = record.subspan(sizeof(head));
-        length = head.length;
-        complete = head.length <= record.size();
-    }
-    if (!complete) {
+    ByteReader reader(record);
+    const RadEapXbusMsg head = readRecordHead(reader);
+    const auto length = reader.ok() ? head.length : static_cast<uint32_t>(record.size());
+    const auto packet = reader.take(head.length);
+    if (!reader.ok()) {
         radDeviceLogAs("radEapMsgQueueAdd", kLogError,
                        "radEapMsgQueueAdd: Invalid EAP packet length(%d)\n",
                        static_cast<int>(length));
@@ -67,10 +59,15 @@ void receiveRecord(std::span<const uint8_t> record) {
     // Looked up before, because a conversation without room ends.
     const RadEapQueueEntry *known = findEntry(head.cookie);
     const uint32_t command = known ? known->replyCmd : head.command;
-    if (radEapRecv(record.data(), static_cast<int32_t>(head.length), head.cookie,
-                   RAD_EAP_PNAC_MODULE, head.command) == -1 &&
-        head.cookie != 0 && record[0] == kEapResponse) {
-        refuse(head.cookie, command, record[1]);
+    if (radEapRecv(packet.data(), static_cast<int32_t>(packet.size()), head.cookie,
+                   RAD_EAP_PNAC_MODULE, head.command) != -1 ||
+        head.cookie == 0) {
+        return;
+    }
+    ByteReader packetReader(packet);
+    const EapHead eap = readEapHead(packetReader);
+    if (eap.code == EapCode::kResponse) {
+        refuse(head.cookie, command, eap.identifier);
     }
 }
 
@@ -129,15 +126,17 @@ int radEapSendRtn(const uint8_t *payload, int32_t length, uint32_t cookie) {
     if (!findDestination(cookie, module, command)) {
         return -1;
     }
-    const auto payloadSize = static_cast<uint32_t>(length);
-    const RadEapXbusMsg head{.cookie = cookie, .command = RAD_EAP_NO_CMD, .length = payloadSize};
-    const uint32_t size = payloadSize + sizeof(head);
+    const std::span content(payload, static_cast<size_t>(length));
+    const size_t size = kRecordHeadSize + content.size();
     const auto record = allocateSecret(size);
     if (!record) {
         radDeviceLog(kLogError, "radEapSendRtn: failed to allocate buffer\n");
         return -1;
     }
-    std::memcpy(record.get(), &head, sizeof(head));
-    std::memcpy(record.get() + sizeof(head), payload, payloadSize);
+    ByteWriter writer({record.get(), size});
+    writeRecordHead(writer, {.cookie = cookie,
+                             .command = RAD_EAP_NO_CMD,
+                             .length = static_cast<uint32_t>(content.size())});
+    writer.bytes(content);
     return sendToPnac(module, command, {record.get(), size});
 }

@@ -20,7 +20,6 @@ namespace {
 
 using pnac::Bytes;
 using pnac::ByteView;
-using pnac::EapCode;
 using pnac::Mac;
 
 // Speaks EAPOL by hand, for any address.
@@ -36,12 +35,12 @@ class Attacker {
         if (!request) {
             return std::nullopt;
         }
-        Bytes response(pnac::kEapHeaderSize + 1 + size, 'x');
+        Bytes response(kEapHeaderSize + 1 + size, 'x');
         response[0] = static_cast<uint8_t>(EapCode::kResponse);
         response[1] = request->identifier;
         response[2] = static_cast<uint8_t>(response.size() >> 8);
         response[3] = static_cast<uint8_t>(response.size());
-        response[4] = pnac::kEapTypeIdentity;
+        response[4] = kEapTypeIdentity;
         send(pnac::buildFrame(pnac::kPaeGroup, address, 1, response));
         const auto verdict = answer(address);
         send(address, pnac::EapolType::kLogoff);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <lanyard/radius/eap.h>
+
 #include "base/wire.h"
 
 namespace lanyard::pnac {
@@ -78,15 +80,13 @@ Bytes buildFrame(const Mac &destination, const Mac &source, uint8_t version, Byt
 
 std::optional<EapPacket> parseEap(ByteView bytes) {
     ByteReader header(bytes);
-    const uint8_t code = header.u8();
-    const uint8_t identifier = header.u8();
-    const size_t length = header.u16();
-    if (!header.ok() || length > bytes.size() || length > kEapPacketMax || code == 0 ||
-        code > static_cast<uint8_t>(EapCode::kFailure)) {
+    const EapHead head = readEapHead(header);
+    if (!header.ok() || head.length > bytes.size() || head.length > RAD_EAP_PACKET_MAX ||
+        head.code < EapCode::kRequest || head.code > EapCode::kFailure) {
         return std::nullopt;
     }
-    EapPacket packet{.code = static_cast<EapCode>(code), .identifier = identifier};
-    packet.bytes = bytes.first(length);
+    EapPacket packet{.code = head.code, .identifier = head.identifier};
+    packet.bytes = bytes.first(head.length);
     ByteReader reader(packet.bytes);
     reader.take(kEapHeaderSize);
     if (hasType(packet.code)) {

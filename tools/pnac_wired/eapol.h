@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "relay/eap_packet.h"
+
 namespace lanyard::pnac {
 
 using Bytes = std::vector<uint8_t>;
@@ -54,11 +56,6 @@ ParsedFrame parseFrame(ByteView bytes, const Mac &own);
 // An Ethernet frame with an EAP packet.
 Bytes buildFrame(const Mac &destination, const Mac &source, uint8_t version, ByteView eap);
 
-enum class EapCode : uint8_t { kRequest = 1, kResponse = 2, kSuccess = 3, kFailure = 4 };
-constexpr uint8_t kEapTypeIdentity = 1;
-constexpr size_t kEapHeaderSize = 4;
-constexpr size_t kEapPacketMax = 1500;  // what the relay takes and sends
-
 // An EAP packet; `bytes` is the packet up to its own end.
 struct EapPacket {
     EapCode code = EapCode::kFailure;
@@ -69,7 +66,8 @@ struct EapPacket {
 };
 
 // Reads the packet at the head of `bytes`; what lies behind it by its length field is left to the
-// caller. Nothing for a packet that does not hold together.
+// caller. Nothing for a packet that does not hold together, or is none for the relay: it takes and
+// sends up to RAD_EAP_PACKET_MAX bytes.
 std::optional<EapPacket> parseEap(ByteView bytes);
 
 std::array<uint8_t, kEapHeaderSize + 1> identityRequest(uint8_t identifier);

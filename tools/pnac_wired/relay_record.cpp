@@ -1,10 +1,9 @@
 #include "tools/pnac_wired/relay_record.h"
 
-#include <cstring>
-
 #include <lanyard/radius/eap.h>
 
 #include "base/wire.h"
+#include "relay/record.h"
 
 namespace lanyard::pnac {
 namespace {
@@ -47,22 +46,20 @@ bool readElement(uint8_t type, ByteView value, KeyInfo &info) {
 }  // namespace
 
 Bytes buildRecord(uint32_t cookie, ByteView eap) {
-    const RadEapXbusMsg head{
-        .cookie = cookie, .command = kRecordCommand, .length = static_cast<uint32_t>(eap.size())};
-    Bytes record(sizeof(head) + eap.size());
-    std::memcpy(record.data(), &head, sizeof(head));
-    ByteWriter(std::span(record).subspan(sizeof(head))).bytes(eap);
+    Bytes record(kRecordHeadSize + eap.size());
+    ByteWriter writer(record);
+    writeRecordHead(
+        writer,
+        {.cookie = cookie, .command = kRecordCommand, .length = static_cast<uint32_t>(eap.size())});
+    writer.bytes(eap);
     return record;
 }
 
 std::optional<RelayRecord> parseRecord(ByteView bytes) {
-    RadEapXbusMsg head = {};
-    if (bytes.size() < sizeof(head)) {
-        return std::nullopt;
-    }
-    std::memcpy(&head, bytes.data(), sizeof(head));
-    const ByteView payload = bytes.subspan(sizeof(head));
-    if (head.length != payload.size()) {
+    ByteReader reader(bytes);
+    const RadEapXbusMsg head = readRecordHead(reader);
+    const ByteView payload = reader.rest();
+    if (!reader.ok() || head.length != payload.size()) {
         return std::nullopt;
     }
     const auto eap = parseEap(payload);

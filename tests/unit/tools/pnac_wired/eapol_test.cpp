@@ -7,7 +7,6 @@
 namespace lanyard::test {
 namespace {
 
-using pnac::EapCode;
 using pnac::EapolType;
 using pnac::FrameFault;
 using pnac::parseEap;

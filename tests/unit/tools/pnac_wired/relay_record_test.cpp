@@ -7,7 +7,6 @@
 namespace lanyard::test {
 namespace {
 
-using pnac::EapCode;
 using pnac::parseKeyInfo;
 using pnac::parseRecord;
 using pnac::SessionRule;
