@@ -6,11 +6,11 @@
 #include <optional>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <lanyard/radius/engine.h>
 #include <palcore.h>
 
+#include "base/descriptor.h"
 #include "base/log.h"
 #include "base/partition.h"
 #include "base/text.h"
@@ -20,23 +20,6 @@
 
 namespace lanyard {
 namespace {
-
-class Socket {
-  public:
-    explicit Socket(int descriptor) : descriptor_(descriptor) {}
-    Socket(const Socket &) = delete;
-    Socket &operator=(const Socket &) = delete;
-    ~Socket() {
-        if (descriptor_ >= 0) {
-            close(descriptor_);
-        }
-    }
-
-    int descriptor() const { return descriptor_; }
-
-  private:
-    int descriptor_;
-};
 
 sockaddr *asAddress(sockaddr_in *address) {
     return reinterpret_cast<sockaddr *>(address);
@@ -166,15 +149,15 @@ int sendToServer(const RadRequestDesc &desc, const RadPair *pairs, RadPair **rep
     radLogAs("radSendtoServer", kLogTrace, "Server found: %s, secret: %s\n", desc.host,
              shownSecret(desc.secret));
 
-    const Socket socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (socket.descriptor() < 0) {
+    const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!socket.isOpen()) {
         failAt(outcome, RAD_STEP_SOCKET, errno);
         radLogAs("radSendtoServer", kLogError, "radSendtoServer: socket: %s\n",
                  ErrorText(outcome.reason).text());
         return -1;
     }
     sockaddr_in local{};
-    if (!bindToAnyPort(socket.descriptor(), local)) {
+    if (!bindToAnyPort(socket.get(), local)) {
         failAt(outcome, RAD_STEP_BIND, errno);
         radLogAs("radSendtoServer", kLogError, "radSendtoServer: bind() Failed: %s: %s\n",
                  desc.host, ErrorText(outcome.reason).text());
@@ -186,7 +169,7 @@ int sendToServer(const RadRequestDesc &desc, const RadPair *pairs, RadPair **rep
         return status;
     }
     const int result =
-        exchange(desc, socket.descriptor(), local, server, *request.packet, replyOut, outcome);
+        exchange(desc, socket.get(), local, server, *request.packet, replyOut, outcome);
     // Given: a name that is in neither the resolver nor a readable hosts file is sent to as
     // 255.255.255.255. The reason is the name, not what the system says of that address.
     if (server.sin_addr.s_addr == INADDR_NONE && outcome.step == RAD_STEP_SEND &&

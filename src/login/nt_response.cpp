@@ -11,11 +11,13 @@
 #include <openssl/crypto.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include <lanyard/radius/frame.h>
 #include <lanyard/radius/methods.h>
 #include <palcore.h>
 
+#include "base/descriptor.h"
 #include "base/log.h"
 #include "login/nt_response_compute.h"
 #include "login/nt_response_lock.h"
@@ -72,15 +74,15 @@ bool clear(const char *path) {
 // Opens what the program has left, if no other user can have put it there.
 Descriptor openResponse(const char *path, struct stat &status) {
     Descriptor file(palOpen(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0));
-    const bool isLink = file.get() < 0 && errno == ELOOP;
-    const bool isOurs = file.get() >= 0 && fstat(file.get(), &status) == 0 &&
+    const bool isLink = !file.isOpen() && errno == ELOOP;
+    const bool isOurs = file.isOpen() && fstat(file.get(), &status) == 0 &&
                         S_ISREG(status.st_mode) && status.st_nlink == 1 &&
                         (status.st_uid == geteuid() || status.st_uid == 0);
-    if (isLink || (file.get() >= 0 && !isOurs)) {
+    if (isLink || (file.isOpen() && !isOurs)) {
         radLogAs("radMschapNtResponse", kLogError,
                  "%s is not read: it is no file of this user or root alone\n", path);
     }
-    return isOurs ? static_cast<Descriptor &&>(file) : Descriptor();
+    return isOurs ? std::move(file) : Descriptor();
 }
 
 // Where the file ends early the end-of-file value stands in the response; the server refuses it.
@@ -135,11 +137,11 @@ int radMschapNtResponse(const char *password, uint8_t *ntResponse, const uint8_t
     }
     struct stat status {};
     Descriptor file = openResponse(path.get(), status);
-    if (file.get() < 0) {
+    if (!file.isOpen()) {
         return 0;
     }
     NtResponse response = readResponse(file);
-    file = Descriptor();
+    file.reset();
     const int removed = palUnlink(path.get());
     // A file of root's that this user cannot remove may come from a login of root's.
     if (removed == 0 || status.st_uid == geteuid()) {

@@ -9,6 +9,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include <palcore.h>
 
@@ -58,13 +59,6 @@ int64_t nowInMilliseconds() {
 
 }  // namespace
 
-void Descriptor::reset(int fd) {
-    if (fd_ >= 0) {
-        palClose(fd_);
-    }
-    fd_ = fd;
-}
-
 NtResponseLock::NtResponseLock(const char *userName, int patience) {
     std::snprintf(folderName_.data(), folderName_.size(), "lanyard-%u",
                   static_cast<unsigned>(geteuid()));
@@ -105,7 +99,7 @@ NtResponseLock::Outcome NtResponseLock::takeBelow(const char *parentPath) {
     struct stat status {};
 
     const Descriptor parent(palOpen(parentPath, kFolderFlags, 0));
-    if (parent.get() < 0) {
+    if (!parent.isOpen()) {
         return failure();
     }
     if (fstat(parent.get(), &status) != 0 || !keepsEntries(status)) {
@@ -117,7 +111,7 @@ NtResponseLock::Outcome NtResponseLock::takeBelow(const char *parentPath) {
         return Outcome::kFailed;
     }
     Descriptor folder(openat(parent.get(), folderName_.data(), kFolderFlags));
-    if (folder.get() < 0) {
+    if (!folder.isOpen()) {
         // Somebody is clearing up.
         return isThere && errno == ENOENT ? Outcome::kBusy : failure();
     }
@@ -128,7 +122,7 @@ NtResponseLock::Outcome NtResponseLock::takeBelow(const char *parentPath) {
     Descriptor file(openat(folder.get(), fileName_.data(),
                            O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
                            S_IRUSR | S_IWUSR));
-    if (file.get() < 0) {
+    if (!file.isOpen()) {
         return errno == ENOENT ? Outcome::kBusy : failure();
     }
     if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
@@ -138,8 +132,8 @@ NtResponseLock::Outcome NtResponseLock::takeBelow(const char *parentPath) {
     if (fstat(file.get(), &status) != 0 || status.st_nlink == 0) {
         return Outcome::kBusy;
     }
-    folder_ = static_cast<Descriptor &&>(folder);
-    file_ = static_cast<Descriptor &&>(file);
+    folder_ = std::move(folder);
+    file_ = std::move(file);
     return Outcome::kHeld;
 }
 

@@ -5,33 +5,9 @@
 
 #include <array>
 
+#include "base/descriptor.h"
+
 namespace lanyard {
-
-// A file descriptor, or none.
-class Descriptor {
-  public:
-    explicit Descriptor(int fd = -1) : fd_(fd) {}
-    Descriptor(Descriptor &&other) noexcept : fd_(other.release()) {}
-    Descriptor &operator=(Descriptor &&other) noexcept {
-        reset(other.release());
-        return *this;
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    ~Descriptor() { reset(-1); }
-
-    [[nodiscard]] int get() const { return fd_; }
-
-  private:
-    int release() {
-        const int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-    void reset(int fd);
-
-    int fd_;
-};
 
 // Excludes threads and processes of this user. It is a lock on a file in a folder that nobody else
 // can enter, so that no other user can hold it. The file is there only while somebody needs it, the
@@ -47,7 +23,7 @@ class NtResponseLock {
     NtResponseLock &operator=(const NtResponseLock &) = delete;
     ~NtResponseLock();
 
-    [[nodiscard]] bool isHeld() const { return file_.get() >= 0; }
+    [[nodiscard]] bool isHeld() const { return file_.isOpen(); }
 
   private:
     enum class Outcome { kHeld, kBusy, kNoPlace, kFailed };
