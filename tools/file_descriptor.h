@@ -2,7 +2,9 @@
 #ifndef LANYARD_TOOLS_FILE_DESCRIPTOR_H
 #define LANYARD_TOOLS_FILE_DESCRIPTOR_H
 
+#include <array>
 #include <cerrno>
+#include <fcntl.h>
 #include <string>
 #include <system_error>
 #include <unistd.h>
@@ -25,16 +27,37 @@ class FileDescriptor {
     FileDescriptor(const FileDescriptor &) = delete;
     FileDescriptor &operator=(const FileDescriptor &) = delete;
     FileDescriptor &operator=(FileDescriptor &&) = delete;
-    ~FileDescriptor() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
+    ~FileDescriptor() { reset(); }
 
     [[nodiscard]] int get() const { return fd_; }
 
+    // Closes it now.
+    void reset() {
+        if (fd_ >= 0) {
+            close(std::exchange(fd_, -1));
+        }
+    }
+
   private:
     int fd_;
+};
+
+// A pipe.
+struct Pipe {
+    explicit Pipe(int flags = O_CLOEXEC) : Pipe(make(flags)) {}
+
+    FileDescriptor readEnd;
+    FileDescriptor writeEnd;
+
+  private:
+    explicit Pipe(const std::array<int, 2> &ends)
+        : readEnd(ends[0], "pipe"), writeEnd(ends[1], "pipe") {}
+
+    static std::array<int, 2> make(int flags) {
+        std::array<int, 2> ends = {};
+        checked(pipe2(ends.data(), flags), "pipe");
+        return ends;
+    }
 };
 
 }  // namespace lanyard

@@ -12,6 +12,8 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "tools/file_descriptor.h"
+
 namespace lanyard::test {
 namespace {
 
@@ -24,13 +26,8 @@ void require(bool done, const std::string &what) {
 }
 
 void writeTo(const char *path, const std::string &text) {
-    const int file = open(path, O_WRONLY | O_CLOEXEC);
-    require(file >= 0, path);
-    const bool done = write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    const int reason = errno;
-    close(file);
-    errno = reason;
-    require(done, path);
+    const FileDescriptor file(open(path, O_WRONLY | O_CLOEXEC), path);
+    require(write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()), path);
 }
 
 // In a new user namespace the user is root, over what is in there.

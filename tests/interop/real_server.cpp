@@ -18,7 +18,8 @@
 #include <vector>
 
 #include "tests/interop/certificates.h"
-#include "tests/interop/exec_texts.h"
+#include "tools/file_descriptor.h"
+#include "tools/spawn.h"
 
 namespace lanyard::test {
 namespace {
@@ -47,30 +48,21 @@ std::string randomSecret() {
 // Holds a free UDP port of 127.0.0.1 while others are looked for.
 class FreePort {
   public:
-    FreePort() : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    FreePort() : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "no free port") {
         sockaddr_in address = {};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t length = sizeof address;
         auto *generic = reinterpret_cast<sockaddr *>(&address);
-        if (socket_ < 0 || bind(socket_, generic, length) != 0 ||
-            getsockname(socket_, generic, &length) != 0) {
-            const int reason = errno;
-            close(socket_);
-            throw std::system_error(reason, std::generic_category(), "no free port");
-        }
+        checked(bind(socket_.get(), generic, length), "no free port");
+        checked(getsockname(socket_.get(), generic, &length), "no free port");
         number_ = ntohs(address.sin_port);
     }
-    ~FreePort() { close(socket_); }
-    FreePort(const FreePort &) = delete;
-    FreePort &operator=(const FreePort &) = delete;
-    FreePort(FreePort &&) = delete;
-    FreePort &operator=(FreePort &&) = delete;
 
     uint16_t number() const { return number_; }
 
   private:
-    int socket_;
+    FileDescriptor socket_;
     uint16_t number_ = 0;
 };
 

@@ -4,24 +4,21 @@
 
 #include <cstdint>
 
+#include "tools/file_descriptor.h"
+
 namespace lanyard::test {
 
 // A UDP port of this machine that takes packets and never answers.
 class SilentServer {
   public:
     explicit SilentServer(const char *address = "127.0.0.1");
-    ~SilentServer();
-    SilentServer(const SilentServer &) = delete;
-    SilentServer &operator=(const SilentServer &) = delete;
-    SilentServer(SilentServer &&) = delete;
-    SilentServer &operator=(SilentServer &&) = delete;
 
     uint16_t port() const { return port_; }
     // Number of packets that came in since the last call.
     int packets() const;
 
   private:
-    int socket_ = -1;
+    FileDescriptor socket_;
     uint16_t port_ = 0;
 };
 

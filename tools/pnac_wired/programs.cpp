@@ -1,94 +1,41 @@
 #include "tools/pnac_wired/programs.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <iterator>
-#include <spawn.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
 #include "tools/pnac_wired/report.h"
+#include "tools/spawn.h"
 
 namespace lanyard::pnac {
 namespace {
 
-// Owners of what posix_spawn() takes.
-class FileActions {
-  public:
-    FileActions() { posix_spawn_file_actions_init(&actions_); }
-    ~FileActions() { posix_spawn_file_actions_destroy(&actions_); }
-    FileActions(const FileActions &) = delete;
-    FileActions &operator=(const FileActions &) = delete;
-    posix_spawn_file_actions_t *get() { return &actions_; }
-
-  private:
-    posix_spawn_file_actions_t actions_ = {};
-};
-
-class SpawnAttributes {
-  public:
-    SpawnAttributes() { posix_spawnattr_init(&attributes_); }
-    ~SpawnAttributes() { posix_spawnattr_destroy(&attributes_); }
-    SpawnAttributes(const SpawnAttributes &) = delete;
-    SpawnAttributes &operator=(const SpawnAttributes &) = delete;
-    posix_spawnattr_t *get() { return &attributes_; }
-
-  private:
-    posix_spawnattr_t attributes_ = {};
-};
-
 // With nothing of this process's but standard error, where its standard output goes too: ours is
-// for events. Yields 0 when the program could not be started.
-pid_t spawn(const std::string &program, const std::vector<std::string> &environment) {
-    FileActions actions;
-    posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(actions.get(), STDERR_FILENO, STDOUT_FILENO);
-
-    sigset_t none;
-    sigset_t all;
-    sigemptyset(&none);
-    sigfillset(&all);
-    SpawnAttributes attributes;
-    posix_spawnattr_setsigmask(attributes.get(), &none);
-    posix_spawnattr_setsigdefault(attributes.get(), &all);
-    posix_spawnattr_setpgroup(attributes.get(), 0);  // so that its own children end with it
-    posix_spawnattr_setflags(
-        attributes.get(), POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-
-    std::string name = program;
-    char *const arguments[] = {name.data(), nullptr};
-    std::vector<std::string> strings = environment;
-    std::vector<char *> pointers;
-    pointers.reserve(strings.size() + 1);
-    for (std::string &string : strings) {
-        pointers.push_back(string.data());
-    }
-    pointers.push_back(nullptr);
-
-    pid_t pid = 0;
-    const int error = posix_spawn(&pid, program.c_str(), actions.get(), attributes.get(), arguments,
-                                  pointers.data());
-    if (error != 0) {
+// for events. In a group of its own, so that its own children end with it. Returns 0 when the program
+// could not be started.
+pid_t startProgram(const std::string &program, std::vector<std::string> environment) {
+    try {
+        return spawn({program}, std::move(environment),
+                     {.out = STDERR_FILENO, .resetsSignals = true, .leadsGroup = true});
+    } catch (const std::system_error &error) {
         (void)std::fprintf(stderr, "pnac-wired: cannot run %s: %s\n", program.c_str(),
-                           std::strerror(error));
+                           std::strerror(error.code().value()));
         return 0;
     }
-    return pid;
 }
 
 }  // namespace
 
 Programs::Job Programs::jobOf(const std::string &program, const Event &event) const {
     Job job{.program = &program};
-    for (char **variable = environ; *variable; ++variable) {
-        if (std::strncmp(*variable, "PNAC_", 5) != 0) {
-            job.environment.emplace_back(*variable);
-        }
-    }
+    job.environment = ownEnvironment();
+    std::erase_if(job.environment,
+                  [](const auto &variable) { return variable.starts_with("PNAC_"); });
     const auto set = [&](const char *name, std::string_view value) {
         job.environment.push_back(std::string(name) + '=' + std::string(value));
     };
@@ -131,7 +78,7 @@ void Programs::startWaiting(Time now) {
 }
 
 void Programs::start(Slot &slot, Time now) {
-    slot.pid = spawn(*slot.next->program, slot.next->environment);
+    slot.pid = startProgram(*slot.next->program, std::move(slot.next->environment));
     slot.next.reset();
     slot.killAt = now + settings_.limits.lifetime;
     running_ += slot.pid != 0 ? 1 : 0;

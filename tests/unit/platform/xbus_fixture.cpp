@@ -129,29 +129,18 @@ void Child::kill() const {
     ::kill(pid_, SIGKILL);
 }
 
-Gate::Gate() {
-    if (pipe2(ends_, O_CLOEXEC) != 0) {
-        throw std::runtime_error("pipe2");
-    }
-}
-
-Gate::~Gate() {
-    close(ends_[0]);
-    close(ends_[1]);
-}
-
 void Gate::open() const {
-    EXPECT_EQ(1, write(ends_[1], "", 1));
+    EXPECT_EQ(1, write(pipe_.writeEnd.get(), "", 1));
 }
 
 bool Gate::pass() const {
-    pollfd entry{ends_[0], POLLIN, 0};
+    pollfd entry{pipe_.readEnd.get(), POLLIN, 0};
     char byte = 0;
-    return poll(&entry, 1, kGateMilliseconds) == 1 && read(ends_[0], &byte, 1) == 1;
+    return poll(&entry, 1, kGateMilliseconds) == 1 && read(pipe_.readEnd.get(), &byte, 1) == 1;
 }
 
 RawPeer::RawPeer(const std::string &socketPath)
-    : socket_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+    : socket_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "peer") {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (socketPath.size() >= sizeof address.sun_path) {
@@ -160,29 +149,20 @@ RawPeer::RawPeer(const std::string &socketPath)
     socketPath.copy(address.sun_path, socketPath.size());
     // Above what any message takes, to send more than that.
     constexpr int kSendBuffer = 1 << 18;
-    setsockopt(socket_, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
-    if (connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+    setsockopt(socket_.get(), SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
+    if (connect(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
         error_ = errno;
     }
 }
 
-RawPeer::~RawPeer() {
-    if (socket_ != -1) {
-        close(socket_);
-    }
-}
-
-RawPeer::RawPeer(RawPeer &&other) noexcept
-    : socket_(std::exchange(other.socket_, -1)), error_(other.error_) {}
-
 bool RawPeer::send(const Bytes &packet) {
-    const ssize_t sent = ::send(socket_, packet.data(), packet.size(), MSG_NOSIGNAL);
+    const ssize_t sent = ::send(socket_.get(), packet.data(), packet.size(), MSG_NOSIGNAL);
     error_ = sent == -1 ? errno : 0;
     return sent == static_cast<ssize_t>(packet.size());
 }
 
 bool RawPeer::isClosed() const {
-    pollfd entry{socket_, POLLRDHUP, 0};
+    pollfd entry{socket_.get(), POLLRDHUP, 0};
     return poll(&entry, 1, kGateMilliseconds) == 1;
 }
 

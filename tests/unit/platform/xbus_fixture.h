@@ -19,6 +19,7 @@
 #include "tests/support/bytes.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/temporary_root.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test {
 
@@ -105,19 +106,12 @@ class Child {
 // Lets processes wait for each other: each pass() takes one open().
 class Gate {
   public:
-    Gate();
-    ~Gate();
-    Gate(const Gate &) = delete;
-    Gate &operator=(const Gate &) = delete;
-    Gate(Gate &&) = delete;
-    Gate &operator=(Gate &&) = delete;
-
     void open() const;
     // Returns false when nobody has opened it for long.
     [[nodiscard]] bool pass() const;
 
   private:
-    int ends_[2] = {-1, -1};
+    lanyard::Pipe pipe_;
 };
 
 // A peer that speaks for itself, without the functions of the bus.
@@ -125,11 +119,6 @@ class RawPeer {
   public:
     // Connects; see error().
     explicit RawPeer(const std::string &socketPath);
-    ~RawPeer();
-    RawPeer(const RawPeer &) = delete;
-    RawPeer &operator=(const RawPeer &) = delete;
-    RawPeer(RawPeer &&other) noexcept;
-    RawPeer &operator=(RawPeer &&) = delete;
 
     // 0, or `errno` of what failed last.
     int error() const { return error_; }
@@ -138,7 +127,7 @@ class RawPeer {
     bool isClosed() const;
 
   private:
-    int socket_ = -1;
+    lanyard::FileDescriptor socket_;
     int error_ = 0;
 };
 

@@ -275,46 +275,40 @@ TEST_F(XbusPeers, RawPeerThatMakesSense_Heard) {
 class FalseModule {
   public:
     explicit FalseModule(const std::string &path)
-        : listener_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+        : listener_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "module") {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         path.copy(address.sun_path, sizeof address.sun_path - 1);
-        isThere_ =
-            bind(listener_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
-            listen(listener_, 10) == 0;
+        isThere_ = bind(listener_.get(), reinterpret_cast<const sockaddr *>(&address),
+                        sizeof address) == 0 &&
+                   listen(listener_.get(), 10) == 0;
     }
-    ~FalseModule() { close(listener_); }
-    FalseModule(const FalseModule &) = delete;
-    FalseModule &operator=(const FalseModule &) = delete;
-    FalseModule(FalseModule &&) = delete;
-    FalseModule &operator=(FalseModule &&) = delete;
 
     bool isThere() const { return isThere_; }
 
-    void answerOnce(const std::function<Bytes(Head)> &answer) const { close(answerFirst(answer)); }
+    void answerOnce(const std::function<Bytes(Head)> &answer) const { (void)answerFirst(answer); }
 
     // Returns whether the sender closes its connection after an answer.
     bool answersInVain(const std::function<Bytes(Head)> &answer) const {
         constexpr int kPatienceMilliseconds = 20000;
-        pollfd entry{answerFirst(answer), POLLRDHUP, 0};
-        const bool isClosed = poll(&entry, 1, kPatienceMilliseconds) == 1;
-        close(entry.fd);
-        return isClosed;
+        const FileDescriptor sender = answerFirst(answer);
+        pollfd entry{sender.get(), POLLRDHUP, 0};
+        return poll(&entry, 1, kPatienceMilliseconds) == 1;
     }
 
   private:
     // Returns the connection.
-    int answerFirst(const std::function<Bytes(Head)> &answer) const {
-        const int sender = accept(listener_, nullptr, nullptr);
+    FileDescriptor answerFirst(const std::function<Bytes(Head)> &answer) const {
+        FileDescriptor sender(accept(listener_.get(), nullptr, nullptr), "sender");
         Head head;
-        EXPECT_GE(recv(sender, &head, sizeof head, 0), static_cast<ssize_t>(sizeof head));
+        EXPECT_GE(recv(sender.get(), &head, sizeof head, 0), static_cast<ssize_t>(sizeof head));
         const Bytes packet = answer(head);
         EXPECT_EQ(static_cast<ssize_t>(packet.size()),
-                  send(sender, packet.data(), packet.size(), 0));
+                  send(sender.get(), packet.data(), packet.size(), 0));
         return sender;
     }
 
-    int listener_ = -1;
+    lanyard::FileDescriptor listener_;
     bool isThere_ = false;
 };
 

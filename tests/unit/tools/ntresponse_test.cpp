@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -19,6 +18,7 @@
 #include "tests/support/bytes.h"
 #include "tests/support/temporary_root.h"
 #include "tools/file_descriptor.h"
+#include "tools/spawn.h"
 
 namespace lanyard::test {
 namespace {
@@ -246,35 +246,26 @@ TEST_F(NtResponseProgram, RefusalLeavesAnEarlierFileAlone) {
 // The message of this run is longer than what goes into its standard error, so that the program
 // stands still in the middle of it.
 TEST_F(NtResponseProgram, PasswordIsWipedFromTheProcessList) {
-    std::array<int, 2> ends{};
-    ASSERT_EQ(0, pipe2(ends.data(), O_CLOEXEC));
-    const FileDescriptor readEnd(ends[0], "pipe");
-    FileDescriptor writeEnd(ends[1], "pipe");
-    const int room = fcntl(readEnd.get(), F_SETPIPE_SZ, 4096);
+    Pipe standardError;
+    const int room = fcntl(standardError.readEnd.get(), F_SETPIPE_SZ, 4096);
     ASSERT_GT(room, 0);
 
-    std::string program = LANYARD_NTRESPONSE;
-    std::string password = "opensesame";
-    std::string challenge = kChallenge;
-    std::string path = "/" + std::string(static_cast<size_t>(room) * 2, 'x');
-    std::array<char *, 5> argv = {program.data(), password.data(), challenge.data(), path.data(),
-                                  nullptr};
-    posix_spawn_file_actions_t actions;
-    ASSERT_EQ(0, posix_spawn_file_actions_init(&actions));
-    ASSERT_EQ(0, posix_spawn_file_actions_adddup2(&actions, writeEnd.get(), STDERR_FILENO));
-    pid_t child = -1;
-    ASSERT_EQ(0, posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), environ));
-    posix_spawn_file_actions_destroy(&actions);
-    { const FileDescriptor closed = std::move(writeEnd); }
+    const std::string program = LANYARD_NTRESPONSE;
+    const std::string password = "opensesame";
+    const std::string challenge = kChallenge;
+    const std::string path = "/" + std::string(static_cast<size_t>(room) * 2, 'x');
+    const pid_t child = spawn({program, password, challenge, path}, ownEnvironment(),
+                              {.err = standardError.writeEnd.get()});
+    standardError.writeEnd.reset();
 
-    pollfd message = {readEnd.get(), POLLIN, 0};
+    pollfd message = {standardError.readEnd.get(), POLLIN, 0};
     EXPECT_EQ(1, poll(&message, 1, 10000));
     std::ifstream stream("/proc/" + std::to_string(child) + "/cmdline", std::ios::binary);
     const std::string commandLine{std::istreambuf_iterator<char>(stream), {}};
     std::string text;
     std::array<char, 4096> octets;
     for (ssize_t count = 1; count > 0;) {
-        count = read(readEnd.get(), octets.data(), octets.size());
+        count = read(standardError.readEnd.get(), octets.data(), octets.size());
         text.append(octets.data(), static_cast<size_t>(std::max<ssize_t>(count, 0)));
     }
     int status = 0;
