@@ -13,6 +13,7 @@
 #include "base/log.h"
 #include "base/partition.h"
 #include "base/wire.h"
+#include "relay/eap_packet.h"
 #include "relay/queue.h"
 
 namespace lanyard {
@@ -20,22 +21,11 @@ namespace {
 
 constexpr const char *kTag = "radEapRecvTask";
 
-// RFC 3748 sections 4 and 5.1.
-enum EapCode : uint8_t { kEapResponse = 2, kEapSuccess = 3, kEapFailure = 4 };
-constexpr uint8_t kEapTypeIdentity = 1;
-constexpr size_t kEapHeaderSize = 4;
-constexpr size_t kEapLengthOffset = 2;
-
 constexpr uint32_t kServiceTypeFramed = 2;
 constexpr uint32_t kFramedMtu = 1420;
 
 std::span<const uint8_t> pendingPacket(const RadEapQueueEntry &entry) {
     return {entry.packet, entry.packetLen};
-}
-
-// The length field of an EAP packet of at least a header.
-uint16_t eapLength(std::span<const uint8_t> packet) {
-    return ByteReader(packet.subspan(kEapLengthOffset)).u16();
 }
 
 // The first conversation with a packet that waits; null when none waits.
@@ -52,13 +42,16 @@ RadEapQueueEntry *firstPending() {
 }
 
 bool isRelayable(std::span<const uint8_t> packet) {
-    if (packet[0] != kEapResponse) {
-        radDeviceLogAs(kTag, kLogError, "radEapRecvTask: invalid EAP code:%d\n", packet[0]);
+    ByteReader reader(packet);
+    const EapHead head = readEapHead(reader);
+    if (head.code != EapCode::kResponse) {
+        radDeviceLogAs(kTag, kLogError, "radEapRecvTask: invalid EAP code:%d\n",
+                       static_cast<int>(head.code));
         return false;
     }
-    if (eapLength(packet) != packet.size()) {
+    if (head.length != packet.size()) {
         radDeviceLogAs(kTag, kLogError, "radEapRecvTask: Packet length mismatch %d, %d \n",
-                       eapLength(packet), static_cast<int>(packet.size()));
+                       head.length, static_cast<int>(packet.size()));
         return false;
     }
     return true;
@@ -214,19 +207,24 @@ void relayChallenge(RadEapQueueEntry &entry, RadPair *reply) {
     }
 }
 
+// Answers the response that waits.
+void sendVerdict(const RadEapQueueEntry &entry, EapCode code, const uint8_t *block, uint32_t size) {
+    radEapSendResult(entry.packet, entry.cookie, static_cast<uint8_t>(code), block, size);
+}
+
 void relayAccept(RadEapQueueEntry &entry, RadPair *reply) {
     KeyInfo info;
     if (buildKeyInfo(reply, RAD_CODE_ACCESS_ACCEPT, info)) {
         radDeviceLogAs(kTag, kLogTrace,
                        "RADIUS Authentication Successful; Sending EAP-Success to Pnac\n");
-        radEapSendResult(entry.packet, entry.cookie, kEapSuccess, info.block.get(), info.size);
+        sendVerdict(entry, EapCode::kSuccess, info.block.get(), info.size);
     }
     radEapCtxClear(&entry);
 }
 
 void relayFailure(RadEapQueueEntry &entry) {
     radDeviceLogAs(kTag, kLogTrace, "RADIUS Authentication Failed; Sending EAP-Failure to Pnac\n");
-    radEapSendResult(entry.packet, entry.cookie, kEapFailure, nullptr, 0);
+    sendVerdict(entry, EapCode::kFailure, nullptr, 0);
     radEapCtxClear(&entry);
 }
 
@@ -257,7 +255,7 @@ void relay(RadEapQueueEntry &entry) {
 
 void expire(RadEapQueueEntry &entry) {
     if (entry.packet && entry.cookie) {
-        radEapSendResult(entry.packet, entry.cookie, kEapFailure, nullptr, 0);
+        sendVerdict(entry, EapCode::kFailure, nullptr, 0);
     }
     radEapCtxClear(&entry);
     radEapMsgQueueRelease(&entry);
@@ -290,9 +288,9 @@ int radEapSendResult(const uint8_t *eapResponse, uint32_t cookie, uint8_t eapCod
     }
     // The block behind the packet is outside of the EAP length, which stays that of the header.
     ByteWriter writer({payload.get(), size});
-    writer.u8(eapCode);
-    writer.u8(eapResponse[1]);
-    writer.u16(kEapHeaderSize);
+    writeEapHead(writer, {.code = static_cast<EapCode>(eapCode),
+                          .identifier = eapResponse[1],
+                          .length = kEapHeaderSize});
     writer.bytes(behind);
     radEapSendRtn(payload.get(), static_cast<int32_t>(size), cookie);
     return 0;
