@@ -79,11 +79,12 @@ OwnedPacket packRequest(const RadRequestDesc &desc, const RadPair *pairs, int &s
         outcome.reason = RAD_REASON_NO_RANDOM;
         return {};
     }
+    // Before packing: a hook may write to the length field.
+    const auto packet = Packet::ofCaller(record);
     status = radPackList(pairs, RAD_PACK, record, desc.secret);
     if (status != 0) {
         return {};
     }
-    const auto packet = Packet::ofCaller(record);
     if (desc.code == RAD_CODE_ACCOUNTING_REQUEST) {
         signAccountingRequest(*packet, desc.secret);
     }

@@ -411,6 +411,26 @@ TEST_F(SendTest, HandsTheHooksErrorOn) {
     EXPECT_EQ(2, send(to(server, kPlenty)));
 }
 
+// The length field is the hook's to read; what was measured and allocated is what is sent.
+TEST_F(SendTest, HookThatWritesTheLengthField_SendsWhatWasMeasured) {
+    for (const uint8_t code : std::initializer_list<uint8_t>{1, 4}) {
+        for (const unsigned length : {0U, 19U, 0xFFFFU}) {
+            const SilentPort server;
+            const Hooks hooks([length](const uint8_t *value, const uint8_t * /*length*/,
+                                       const RadPair * /*pair*/, const char * /*secret*/,
+                                       RadPacket *request) {
+                if (value != nullptr) {
+                    request->length[0] = static_cast<uint8_t>(length >> 8);
+                    request->length[1] = static_cast<uint8_t>(length);
+                }
+                return 1;
+            });
+            expectFailure(to(server, 0, 0, code));
+            EXPECT_THAT(server.received(), ElementsAre(SizeIs(26)));
+        }
+    }
+}
+
 std::atomic<int> signalsHandled{0};
 
 void countSignal(int /*signal*/) {
