@@ -204,6 +204,7 @@ int radBuildAndSendReq(int code, RadPair *pairs, RadPair **replyOut) {
 int radBuildAndSendReqCheckAllServer(int code, RadPair *pairs, RadPair **replyOut,
                                      int32_t *results) {
     if (!results) {
+        forgetOutcomes();
         if (replyOut) {
             *replyOut = nullptr;
         }

@@ -403,6 +403,16 @@ TEST_F(LastErrorTest, EveryRequestBeginsAnew) {
     EXPECT_EQ(nullptr, radLastError());
 }
 
+TEST_F(LastErrorTest, RequestWithoutResults_ForgetsTheOneBefore) {
+    const SilentPort server;
+    const ConfiguredLibrary library({.authServers = {serverEntry(server, 0)}});
+    EXPECT_EQ(-1, exchange(kAccess));
+    ASSERT_NE(nullptr, radLastError());
+    RadPair *reply = nullptr;
+    EXPECT_EQ(-1, radBuildAndSendReqCheckAllServer(kAccess, nemo().get(), &reply, nullptr));
+    EXPECT_EQ(nullptr, radLastError());
+}
+
 TEST_F(LastErrorTest, RequestToOneServer_IsRecordedAlone) {
     const SilentPort first;
     const ScriptedServer second(kSecret, {reject()});
