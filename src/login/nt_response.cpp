@@ -19,6 +19,7 @@
 
 #include "base/descriptor.h"
 #include "base/log.h"
+#include "base/text.h"
 #include "login/nt_response_compute.h"
 #include "login/nt_response_lock.h"
 
@@ -129,7 +130,7 @@ int radMschapNtResponse(const char *password, uint8_t *ntResponse, const uint8_t
         return 0;
     }
     if (!clear(path.get())) {
-        radLog(kLogError, "%s cannot be removed: %s\n", path.get(), std::strerror(errno));
+        radLog(kLogError, "%s cannot be removed: %s\n", path.get(), ErrorText(errno).text());
         return 0;
     }
     if (runProgram(password, challenge, path.get()) == -1) {
