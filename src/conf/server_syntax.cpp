@@ -43,7 +43,7 @@ bool parseCount(const char *field, const char *what, const Entry &entry, int &co
     return true;
 }
 
-// Takes one field. The last one is never a number: it is the secret.
+// Takes one field. The last one is never taken for a number, as a secret may look like one.
 bool parseField(const char *field, bool followedByMore, Entry &entry) {
     if (!entry.host) {
         entry.host = field;
