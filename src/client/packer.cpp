@@ -119,16 +119,21 @@ int packByDefault(uint8_t *place, size_t room, const RadPair &pair, const char *
 // Packs one attribute at the start of `room`, which may end right behind the last attribute, and
 // tells how much of it the attribute took. A pair that comes then may still add nothing: it is
 // encoded aside.
-int packAttribute(std::span<uint8_t> room, const RadPair &pair, const char *secret,
-                  RadPacket *packet, size_t &taken) {
+int packAttribute(std::span<uint8_t> room, const RadPair &pair, const char *secret, Packet packet,
+                  size_t &taken) {
+    RadPacket &record = packet.record();
     std::array<uint8_t, kAttributeHeaderSize + kAttributeMax> aside{};
     uint8_t *place = room.size() < kAttributeHeaderSize ? aside.data() : room.data();
     place[0] = static_cast<uint8_t>(pair.attrNum);
     place[1] = 0;
     const RadPackHook hook = packHook();
-    int status = hook ? hook(place + kAttributeHeaderSize, place + 1, &pair, secret, packet) : 1;
+    int status = hook ? hook(place + kAttributeHeaderSize, place + 1, &pair, secret, &record) : 1;
+    // A hook may write to the packet; with a longer length the signature would read past its end.
+    if (lengthField(record) > packet.bytes().size()) {
+        setLengthField(record, packet.bytes().size());
+    }
     if (status == 1) {
-        status = packByDefault(place, room.size(), pair, secret, packet);
+        status = packByDefault(place, room.size(), pair, secret, &record);
     }
     taken = place[1];
     return status == 0 && taken > room.size() ? -1 : status;
@@ -139,7 +144,7 @@ int pack(const RadPair *pairs, Packet packet, const char *secret) {
     for (const RadPair *pair = pairs; pair; pair = pair->next) {
         radLogAs("radPackList", kLogTrace, "Packing attribute: %s\n", pair->name);
         size_t taken = 0;
-        const int status = packAttribute(room, *pair, secret, &packet.record(), taken);
+        const int status = packAttribute(room, *pair, secret, packet, taken);
         if (status != 0) {
             return status;
         }

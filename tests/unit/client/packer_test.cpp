@@ -341,6 +341,20 @@ TEST_F(PackList, HookFindsTheTypeInFrontOfTheLength_MeasuringAndPacking) {
     EXPECT_THAT(types, ElementsAre(1, 5, 255));
 }
 
+TEST_F(PackList, HookThatWritesALongerLength_SignsNoMoreThanThePacket) {
+    const PairRecords pairs({textPair(1, "nemo"), textPair(80, std::string(16, '\0'))});
+    const Bytes expected = packed(pairs);
+    const Hooks hooks([](const uint8_t *value, const uint8_t * /*length*/, const RadPair * /*pair*/,
+                         const char * /*secret*/, RadPacket *request) {
+        if (value != nullptr) {
+            request->length[0] = 0xFF;
+            request->length[1] = 0xFF;
+        }
+        return 1;
+    });
+    EXPECT_BYTES_EQ(expected, packed(pairs));
+}
+
 TEST_F(PackList, TakesWhatTheHookEncodes) {
     const PairRecords pairs(
         {textPair(1, "nemo"), textPair(2, "arctangent"), numberPair(5, 3), textPair(18, "end")});
