@@ -19,9 +19,9 @@ class PairAppender {
     // `list` is empty.
     explicit PairAppender(RadPair **list) : end_(list) {}
 
-    // False for null.
+    // False for null, and for a pair that is in a list.
     [[nodiscard]] bool append(PartitionPtr<RadPair> pair) {
-        if (!pair) {
+        if (!pair || pair->next) {
             return false;
         }
         *end_ = pair.release();

@@ -164,7 +164,8 @@ LANYARD_API int radEapSendRtn(const uint8_t *payload, int32_t length, uint32_t c
  * and defaults; servers come as change notices (mgmt.h).
  *
  * @param argc  number of arguments, the program's name included.
- * @param argv  the arguments: [-v] [-f] [-d DATABASE]. -v and -f change nothing.
+ * @param argv  the arguments: [-v] [-f] [-d DATABASE]. -v changes nothing, nor does -f
+ *              after a -d; before one it is refused.
  * @return 0 when the service ran and stopped; -1 otherwise. A usage error prints a line to standard
  *         output; others are logged at level 8.
  */

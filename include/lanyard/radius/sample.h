@@ -39,7 +39,8 @@ extern "C" {
 LANYARD_API int radAuthSampleMain(int argc, char *argv[]);
 
 /**
- * Logs in with radAuthCheckAllServer(). Logs at level 128 alone, usage errors too.
+ * Logs in with radAuthCheckAllServer(). Logs at level 128 alone, usage errors too; string
+ * attributes of the last reply go to standard output.
  *
  * @param argc     number of arguments.
  * @param argv     the arguments, as above.
