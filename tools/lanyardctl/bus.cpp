@@ -32,11 +32,14 @@ using Clock = std::chrono::steady_clock;
 // A call without an answer takes five seconds, and a refusal none.
 constexpr std::chrono::seconds kUnanswered{4};
 
-// This project's port of the bus has these files for a module. Where a vendor's has not, the relay
-// is the task of this name.
+// This project's port of the bus has these files for a module, the service's lock among them. Where a
+// vendor's has not, the relay is the task of this name; with the port, such a task may be the relay of
+// another root folder.
 constexpr const char *kBusFolder = "/run/xbus";
 const std::string kRelaySocket = std::to_string(RAD_EAP_MODULE);
 const std::string kRelayLock = std::string(kBusFolder) + "/" + kRelaySocket + ".lock";
+const std::string kServiceLock =
+    std::string(kBusFolder) + "/" + std::to_string(kServiceModule) + ".lock";
 constexpr const char *kRelayTask = "tRadEap";
 
 std::optional<FileDescriptor> openPath(const std::string &path) {
@@ -152,8 +155,8 @@ std::string BusRelay::run() {
                " of " + std::to_string(made->st_mtim.tv_sec) + "." +
                std::to_string(made->st_mtim.tv_nsec);
     }
-    const int task = palTaskNameToId(kRelayTask);
-    return openPath(kRelayLock) || task == -1 ? "" : "task " + std::to_string(task);
+    const int task = openPath(kServiceLock) ? -1 : palTaskNameToId(kRelayTask);
+    return task == -1 ? "" : "task " + std::to_string(task);
 }
 
 // A call would have to wait for the relay, and would stay in its queue when it has waited in vain: a
@@ -198,10 +201,13 @@ Relay::Answer BusRelay::send(const RadDbUpdateInfo &notice, std::string oldValue
 // of the process that registered it, which has ended since when the relay became a daemon. So it is
 // looked for who has the lock's file open.
 bool BusRelay::end() {
-    const auto lock = statusOf(openPath(kRelayLock));
-    if (!lock) {
+    if (!openPath(kServiceLock)) {
         const int task = palTaskNameToId(kRelayTask);
         return task != -1 && endProcess(task, [&] { return palTaskNameToId(kRelayTask) == task; });
+    }
+    const auto lock = statusOf(openPath(kRelayLock));
+    if (!lock) {
+        return false;
     }
     bool told = false;
     std::error_code error;

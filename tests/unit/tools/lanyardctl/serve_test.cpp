@@ -1,8 +1,11 @@
 // The service as a process, between programs that change the database and a relay on a real bus.
 #include <chrono>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <thread>
+
+#include <palcore.h>
 
 #include "tests/unit/tools/lanyardctl/serve_fixture.h"
 #include "tools/lanyardctl/cli.h"
@@ -82,6 +85,16 @@ TEST_F(Serve, GivesARelayThatStartsLaterEverything) {
     stopRelay();
     startRelay();
     expectAllDone();
+}
+
+TEST_F(Serve, LeavesTheRelayOfAnotherRootFolderAlone) {
+    const auto program = device_.root().path("/tRadEap");
+    std::filesystem::create_symlink("/bin/sleep", program);
+    const RunningProgram other({program, "600"}, {}, device_.root().path("/other-output"));
+    ASSERT_TRUE(waitUntil([] { return palTaskNameToId("tRadEap") != -1; }));
+    startService();
+    EXPECT_TRUE(service_->waitForOutput("relay: none answers on the bus")) << service_->output();
+    EXPECT_THAT(service_->output(), Not(HasSubstr("told to end")));
 }
 
 TEST_F(Serve, ReplayWorksWithAndWithoutTheService) {
