@@ -20,8 +20,8 @@ mapfile -d '' -t sources < <(git ls-files -z -- \
 [[ ${#sources[@]} -gt 50 ]] || { echo "check-arm: found only ${#sources[@]} files" >&2; exit 1; }
 
 # As CMake's Release has it: some warnings come from the optimiser.
-printf '%s\0' "${sources[@]}" | xargs -0 -P 2 -n 1 "$compiler" -std=c++20 -O3 -DNDEBUG -fPIC -c -o /dev/null \
+printf '%s\0' "${sources[@]}" | xargs -0 -P "$(nproc)" -n 1 "$compiler" -std=c++20 -O3 -DNDEBUG -fPIC -c -o /dev/null \
     -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Werror \
-    -DOPENSSL_API_COMPAT=0x10100000L -DLANYARD_VERSION='""' \
+    -DOPENSSL_API_COMPAT=0x10100000L -DLANYARD_VERSION='""' -DLANYARD_PROGRAM='"radauth"' \
     -I . -I src -I include -I platform/include -isystem "$headers"
 echo "check-arm: ${#sources[@]} files compile"
