@@ -111,6 +111,7 @@ class Signals {
         handle(SIGTERM, stop);
         handle(SIGINT, stop);
         handle(SIGALRM, [](int) { _exit(0); });
+        handle(SIGPIPE, SIG_IGN);  // It serves on when nobody reads what it says.
         return signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC);
     }
 

@@ -1,13 +1,17 @@
 // The service as a process, between programs that change the database and a relay on a real bus.
 #include <chrono>
+#include <fcntl.h>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 #include <palcore.h>
 
 #include "tests/unit/tools/lanyardctl/serve_fixture.h"
+#include "tools/file_descriptor.h"
 #include "tools/lanyardctl/cli.h"
 
 namespace lanyard::test {
@@ -85,6 +89,24 @@ TEST_F(Serve, GivesARelayThatStartsLaterEverything) {
     stopRelay();
     startRelay();
     expectAllDone();
+}
+
+TEST_F(Serve, GoesOnWhenNobodyReadsWhatItSays) {
+    const auto pipe = device_.root().path("/pipe");
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    std::optional<FileDescriptor> reader(std::in_place,
+                                         open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), "");
+    service_.emplace(
+        std::vector<std::string>{"/bin/sh", "-c", "exec \"$0\" db serve -d \"$1\" >\"$2\" 2>&1",
+                                 LANYARDCTL, device_.file(), pipe},
+        settings(), device_.root().path("/service-output"));
+    char first = 0;
+    ASSERT_TRUE(waitUntil([&] { return read(reader->get(), &first, 1) == 1; }));
+    reader.reset();
+    for (const char *host : {"a", "b"}) {
+        device_.change(insertion(host));
+        EXPECT_TRUE(waitUntil([this] { return fileHasTable(); })) << device_.confFile();
+    }
 }
 
 TEST_F(Serve, LeavesTheRelayOfAnotherRootFolderAlone) {
