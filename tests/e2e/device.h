@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "tests/interop/child_process.h"
-#include "tests/interop/scratch_folder.h"
+#include "tests/support/temporary_folder.h"
 
 namespace lanyard::test {
 
@@ -89,7 +89,7 @@ class Device {
 
     void superviseRelay();
 
-    ScratchFolder root_;
+    TemporaryFolder root_;
     std::string database_;
     std::optional<RunningProgram> service_;
     std::optional<RunningProgram> authenticator_;

@@ -35,7 +35,7 @@ std::string authority(const RealServer &server) {
 }
 
 // Writes the configuration. Returns the command.
-std::vector<std::string> prepare(const ScratchFolder &folder, const Account &account,
+std::vector<std::string> prepare(const TemporaryFolder &folder, const Account &account,
                                  const std::string &interface) {
     folder.write("supplicant.conf", "ctrl_interface=" + (folder.path() / "control").string() +
                                         "\nap_scan=0\nnetwork={\nkey_mgmt=IEEE8021X\n" +

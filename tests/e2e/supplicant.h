@@ -6,7 +6,7 @@
 
 #include "tests/e2e/virtual_wire.h"
 #include "tests/interop/child_process.h"
-#include "tests/interop/scratch_folder.h"
+#include "tests/support/temporary_folder.h"
 
 namespace lanyard::test {
 
@@ -58,7 +58,7 @@ class Supplicant {
     void command(const std::string &text);
 
     std::string interface_;
-    ScratchFolder folder_;
+    TemporaryFolder folder_;
     RunningProgram program_;
 };
 

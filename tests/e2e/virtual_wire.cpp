@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "tests/interop/child_process.h"
-#include "tests/interop/scratch_folder.h"
+#include "tests/support/temporary_folder.h"
 
 namespace lanyard::test {
 namespace {
@@ -36,7 +36,7 @@ FileDescriptor newNetwork(int own) {
 }
 
 void ip(const std::string &commands) {
-    const ScratchFolder folder;
+    const TemporaryFolder folder;
     folder.write("commands", commands);
     const ProgramResult result =
         runProgram({kIp, "-batch", (folder.path() / "commands").string()}, {});

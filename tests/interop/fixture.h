@@ -9,8 +9,8 @@
 #include <string>
 
 #include "tests/interop/real_server.h"
-#include "tests/interop/scratch_folder.h"
 #include "tests/interop/silent_server.h"
+#include "tests/support/temporary_folder.h"
 
 namespace lanyard::test {
 
@@ -37,7 +37,7 @@ class Interop : public testing::Test {
     // Returns the newest Access-Request that the server took, as text.
     static std::string lastRequest();
 
-    const ScratchFolder &root() const { return root_; }
+    const TemporaryFolder &root() const { return root_; }
 
     // Returns what a piece of code wrote to standard output and standard error.
     struct Written {
@@ -48,7 +48,7 @@ class Interop : public testing::Test {
 
   private:
     static std::unique_ptr<RealServer> server_;
-    ScratchFolder root_;
+    TemporaryFolder root_;
 };
 
 // Returns how often a text stands in another.

@@ -8,7 +8,7 @@
 #include <string>
 #include <sys/types.h>
 
-#include "tests/interop/scratch_folder.h"
+#include "tests/support/temporary_folder.h"
 
 namespace lanyard::test {
 
@@ -60,7 +60,7 @@ class RealServer {
     bool waitUntilReady();
     void stop();
 
-    ScratchFolder folder_;
+    TemporaryFolder folder_;
     std::string secret_;
     uint16_t authPort_ = 0;
     uint16_t signedPort_ = 0;

@@ -14,7 +14,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "tests/interop/scratch_folder.h"
+#include "tests/support/temporary_folder.h"
 
 namespace lanyard::test::real_server_test {
 namespace {
@@ -56,7 +56,7 @@ TEST(RealServer, Ports_HeldUntilItsEnd) {
 }
 
 TEST(RealServer, ProcessThatStartedItDies_EndsToo) {
-    const ScratchFolder folder;
+    const TemporaryFolder folder;
     std::array<int, 2> ends = {-1, -1};
     ASSERT_EQ(0, pipe(ends.data()));
     const pid_t child = fork();

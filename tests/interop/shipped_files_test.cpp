@@ -11,7 +11,7 @@
 #include <lanyard/radius/frame.h>
 #include <palroot.h>
 
-#include "tests/interop/scratch_folder.h"
+#include "tests/support/temporary_folder.h"
 
 namespace lanyard::test::shipped_files_test {
 namespace {
@@ -154,7 +154,7 @@ TEST_F(ShippedFiles, SampleConfiguration_UsableAsItStands) {
 
 // Every option that the sample shows commented out is right as well.
 TEST_F(ShippedFiles, SampleConfigurationWithEveryOptionTurnedOn_Usable) {
-    const ScratchFolder root;
+    const TemporaryFolder root;
     std::ifstream stream(LANYARD_ETC "/radius.conf.sample");
     std::string text;
     std::string line;

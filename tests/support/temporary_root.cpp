@@ -1,8 +1,6 @@
 #include "tests/support/temporary_root.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -17,32 +15,22 @@ namespace lanyard::test {
 namespace fs = std::filesystem;
 
 TemporaryRoot::TemporaryRoot() {
-    std::string name = (fs::temp_directory_path() / "lanyard-root-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), name);
-    }
-    folder_ = name;
-    palRootSet(folder_.c_str());
+    palRootSet(folder().c_str());
 }
 
 TemporaryRoot::~TemporaryRoot() {
     palRootSet(nullptr);
-    std::error_code error;
-    fs::remove_all(folder_, error);
-    EXPECT_FALSE(error) << folder_ << ": " << error.message();
+    const std::error_code error = folder_.remove();
+    EXPECT_FALSE(error) << folder() << ": " << error.message();
 }
 
 fs::path TemporaryRoot::path(std::string_view devicePath) const {
-    return folder_ / fs::path(devicePath).relative_path();
+    return folder() / fs::path(devicePath).relative_path();
 }
 
 void TemporaryRoot::write(std::string_view devicePath, std::string_view text, mode_t mode) const {
     const fs::path file = path(devicePath);
-    fs::create_directories(file.parent_path());
-    std::ofstream stream(file, std::ios::binary | std::ios::trunc);
-    stream << text;
-    stream.close();
-    ASSERT_TRUE(stream) << "cannot write " << file;
+    folder_.write(file, text);
     ASSERT_EQ(0, chmod(file.c_str(), mode)) << file;
 }
 

@@ -18,6 +18,8 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "tests/support/temporary_folder.h"
+
 namespace lanyard::test {
 
 class TemporaryRoot {
@@ -29,7 +31,7 @@ class TemporaryRoot {
 
     // The folder itself, and where a path of the device really lies: "/var/x" and "var/x" are the
     // same.
-    [[nodiscard]] const std::filesystem::path &folder() const { return folder_; }
+    [[nodiscard]] const std::filesystem::path &folder() const { return folder_.path(); }
     [[nodiscard]] std::filesystem::path path(std::string_view devicePath) const;
 
     // Writes a whole file and makes the folders that it needs.
@@ -46,7 +48,7 @@ class TemporaryRoot {
     [[nodiscard]] std::vector<std::string> list(std::string_view devicePath) const;
 
   private:
-    std::filesystem::path folder_;
+    TemporaryFolder folder_;
 };
 
 }  // namespace lanyard::test

@@ -1,14 +1,13 @@
-#include "tests/interop/scratch_folder.h"
+#include "tests/support/temporary_folder.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <system_error>
 
 namespace lanyard::test {
 
-ScratchFolder::ScratchFolder() {
+TemporaryFolder::TemporaryFolder() {
     std::string name = (std::filesystem::temp_directory_path() / "lanyard-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) {
         throw std::system_error(errno, std::generic_category(), name);
@@ -16,12 +15,17 @@ ScratchFolder::ScratchFolder() {
     path_ = name;
 }
 
-ScratchFolder::~ScratchFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+TemporaryFolder::~TemporaryFolder() {
+    (void)remove();
 }
 
-void ScratchFolder::write(const std::string &name, std::string_view content) const {
+std::error_code TemporaryFolder::remove() const {
+    std::error_code error;
+    std::filesystem::remove_all(path_, error);
+    return error;
+}
+
+void TemporaryFolder::write(const std::filesystem::path &name, std::string_view content) const {
     const std::filesystem::path file = path_ / name;
     std::filesystem::create_directories(file.parent_path());
     std::ofstream stream(file, std::ios::binary | std::ios::trunc);
@@ -30,7 +34,7 @@ void ScratchFolder::write(const std::string &name, std::string_view content) con
     stream.close();
 }
 
-std::string ScratchFolder::read(const std::string &name) const {
+std::string TemporaryFolder::read(const std::filesystem::path &name) const {
     std::ifstream stream(path_ / name, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
