@@ -8,7 +8,7 @@
 #include "tests/support/failing_partition.h"
 #include "tests/unit/login/outcome.h"
 
-namespace lanyard::test {
+namespace lanyard::test::accounting_test {
 namespace {
 
 using testing::ElementsAre;
@@ -172,4 +172,4 @@ TEST(Accounting, EveryAllocationMayFail) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::accounting_test

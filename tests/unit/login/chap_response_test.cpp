@@ -11,7 +11,7 @@
 #include "tests/support/guard_page.h"
 #include "tests/unit/login/outcome.h"
 
-namespace lanyard::test {
+namespace lanyard::test::chap_response_test {
 namespace {
 
 using testing::ElementsAre;
@@ -144,4 +144,4 @@ TEST(RadChapRespMake, MissingArgumentsAreRefused) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::chap_response_test

@@ -9,7 +9,7 @@
 #include "tests/support/guard_page.h"
 #include "tests/unit/login/outcome.h"
 
-namespace lanyard::test {
+namespace lanyard::test::chap_test {
 namespace {
 
 using testing::ElementsAre;
@@ -137,4 +137,4 @@ TEST_P(ChapLogin, ValueThatNoAttributeHoldsFailsWithTheMessageOfThePair) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::chap_test

@@ -12,7 +12,7 @@
 #include "tests/support/failing_partition.h"
 #include "tests/unit/login/methods.h"
 
-namespace lanyard::test {
+namespace lanyard::test::login_contract_test {
 namespace {
 
 using testing::Contains;
@@ -356,4 +356,4 @@ TEST_P(LoginForLimits, PlacesMayBeMissing) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::login_contract_test

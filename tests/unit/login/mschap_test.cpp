@@ -7,7 +7,7 @@
 #include "tests/unit/login/methods.h"
 #include "tests/unit/login/mschapv2_challenge.h"
 
-namespace lanyard::test {
+namespace lanyard::test::mschap_test {
 namespace {
 
 using testing::ElementsAre;
@@ -141,4 +141,4 @@ TEST_P(MschapV1Login, KnownAnswerIsComputedInTheProcess) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::mschap_test

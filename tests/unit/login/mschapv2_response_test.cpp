@@ -12,7 +12,7 @@
 #include "tests/unit/login/nt_response_program.h"
 #include "tests/unit/login/outcome.h"
 
-namespace lanyard::test {
+namespace lanyard::test::mschapv2_response_test {
 namespace {
 
 constexpr size_t kNtResponseSize = 24;
@@ -286,4 +286,4 @@ TEST_F(GenerateMschapv2Response, StaysWithinItsArguments) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::mschapv2_response_test

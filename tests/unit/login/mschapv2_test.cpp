@@ -12,7 +12,7 @@
 #include "tests/unit/login/methods.h"
 #include "tests/unit/login/mschapv2_challenge.h"
 
-namespace lanyard::test {
+namespace lanyard::test::mschapv2_test {
 namespace {
 
 using testing::Not;
@@ -296,4 +296,4 @@ TEST_P(Mschapv2Login, EveryAllocationMayFailOnTheWayToAKey) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::mschapv2_test

@@ -12,7 +12,7 @@
 #include "tests/support/temporary_root.h"
 #include "tests/unit/login/nt_response_program.h"
 
-namespace lanyard::test {
+namespace lanyard::test::nt_response_file_test {
 namespace {
 
 using testing::ElementsAre;
@@ -224,4 +224,4 @@ TEST_F(OrdinaryUser, FolderThatIsPreparedForItIsUsed) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::nt_response_file_test

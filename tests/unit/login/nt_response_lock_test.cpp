@@ -17,7 +17,7 @@
 
 #include "tests/support/temporary_root.h"
 
-namespace lanyard::test {
+namespace lanyard::test::nt_response_lock_test {
 namespace {
 
 using testing::ElementsAre;
@@ -288,4 +288,4 @@ TEST_F(ResponseLock, FolderOfAnotherUserIsNoPlace) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::nt_response_lock_test

@@ -44,7 +44,7 @@ extern "C" const char *__tsan_default_options() {
 }
 #endif
 
-namespace lanyard::test {
+namespace lanyard::test::nt_response_test {
 namespace {
 
 using testing::ElementsAre;
@@ -459,4 +459,4 @@ TEST_F(NtResponse, WithoutMemoryForTheNameOfTheFileThereIsNoOutputAndNoFailure) 
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::nt_response_test

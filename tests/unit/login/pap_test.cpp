@@ -7,7 +7,7 @@
 
 #include "tests/unit/login/methods.h"
 
-namespace lanyard::test {
+namespace lanyard::test::pap_test {
 namespace {
 
 using testing::ElementsAre;
@@ -138,4 +138,4 @@ TEST(RadAuthCheckAllServer, RefusedInputsLeaveTheResultsAlone) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::pap_test

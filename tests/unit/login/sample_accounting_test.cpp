@@ -8,7 +8,7 @@
 #include "tests/support/failing_partition.h"
 #include "tests/unit/login/outcome.h"
 
-namespace lanyard::test {
+namespace lanyard::test::sample_accounting_test {
 namespace {
 
 using testing::AnyOf;
@@ -207,4 +207,4 @@ TEST_F(AccountingProgram, EveryAllocationMayFail) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::sample_accounting_test

@@ -38,7 +38,7 @@ int palCiphPRNGInit(void *context, uint8_t *out, uint32_t length) {
     return 0;
 }
 
-namespace lanyard::test {
+namespace lanyard::test::sample_login_test {
 namespace {
 
 using testing::Contains;
@@ -545,4 +545,4 @@ TEST(SamplePrograms, AllServersOneHandsOutTheResults) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::sample_login_test

@@ -20,7 +20,7 @@
 #include "tools/file_descriptor.h"
 #include "tools/spawn.h"
 
-namespace lanyard::test {
+namespace lanyard::test::ntresponse_test {
 namespace {
 
 using testing::ElementsAre;
@@ -280,4 +280,4 @@ TEST_F(NtResponseProgram, PasswordIsWipedFromTheProcessList) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::ntresponse_test

@@ -16,7 +16,7 @@
 #include "tests/support/scripted_server.h"
 #include "tests/support/temporary_root.h"
 
-namespace lanyard::test {
+namespace lanyard::test::requests_test {
 namespace {
 
 using testing::EndsWith;
@@ -198,4 +198,4 @@ TEST_P(RequestProgram, Success_TellsOfNoServerThatWasAskedBefore) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::requests_test

@@ -7,7 +7,7 @@
 #include "tests/unit/tools/lanyardctl/device.h"
 #include "tools/lanyardctl/servers.h"
 
-namespace lanyard::test {
+namespace lanyard::test::access_test {
 namespace {
 
 using lanyardctl::Database;
@@ -127,4 +127,4 @@ TEST_F(Access, ThatCannotBeTakenIsAFailure) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::access_test

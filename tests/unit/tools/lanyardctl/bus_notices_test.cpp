@@ -12,7 +12,7 @@
 #include "tests/unit/tools/lanyardctl/device.h"
 #include "tests/unit/tools/lanyardctl/recording_relay.h"
 
-namespace lanyard::test {
+namespace lanyard::test::bus_notices_test {
 namespace {
 
 using testing::ElementsAre;
@@ -156,4 +156,4 @@ TEST_F(BusNotices, ChangesComeInOrderWithTheRowAsItWas) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::bus_notices_test

@@ -8,7 +8,7 @@
 #include "tests/unit/tools/lanyardctl/device.h"
 #include "tools/lanyardctl/cli.h"
 
-namespace lanyard::test {
+namespace lanyard::test::command_test {
 namespace {
 
 using lanyardctl::kDone;
@@ -342,4 +342,4 @@ TEST_F(Commands, ATableWithoutItsColumnsIsNamed) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::command_test

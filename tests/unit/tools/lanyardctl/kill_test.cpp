@@ -18,7 +18,7 @@
 #include "tests/unit/tools/lanyardctl/serve_fixture.h"
 #include "tools/file_descriptor.h"
 
-namespace lanyard::test {
+namespace lanyard::test::kill_test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -173,4 +173,4 @@ INSTANTIATE_TEST_SUITE_P(All, Kill,
                                           testing::Values("service", "relay")));
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::kill_test

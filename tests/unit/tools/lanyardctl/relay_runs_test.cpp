@@ -7,7 +7,7 @@
 
 #include "tests/unit/tools/lanyardctl/service_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::relay_runs_test {
 namespace {
 
 using lanyardctl::Service;
@@ -227,4 +227,4 @@ TEST_F(RelayRuns, ReplayPutsRightWhatTheServiceDoesNotKnowOf) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::relay_runs_test

@@ -7,7 +7,7 @@
 
 #include "tests/unit/tools/lanyardctl/service_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::rounds_test {
 namespace {
 
 class Rounds : public ServedDevice, public testing::WithParamInterface<unsigned> {
@@ -156,4 +156,4 @@ TEST_P(Rounds, WithFaultsEndWithTheTable) {
 INSTANTIATE_TEST_SUITE_P(Seeds, Rounds, testing::Range(1U, 7U));
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::rounds_test

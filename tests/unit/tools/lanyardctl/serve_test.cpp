@@ -14,7 +14,7 @@
 #include "tools/file_descriptor.h"
 #include "tools/lanyardctl/cli.h"
 
-namespace lanyard::test {
+namespace lanyard::test::serve_test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -290,4 +290,4 @@ TEST_F(Serve, SpeaksJson) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::serve_test

@@ -6,7 +6,7 @@
 
 #include "tests/unit/tools/lanyardctl/service_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::service_test {
 namespace {
 
 using testing::AllOf;
@@ -283,4 +283,4 @@ TEST_F(ChangeService, WritesTheFileThatTheLibraryReads) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::service_test

@@ -1,7 +1,7 @@
 // How a supplicant logs in, or does not.
 #include "tests/unit/tools/pnac_wired/world.h"
 
-namespace lanyard::test {
+namespace lanyard::test::attempt_test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -655,4 +655,4 @@ TEST(Attempt, HasACookieThatIsNotZeroNorUsedNorGuessed) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::attempt_test

@@ -4,7 +4,7 @@
 #include "tests/support/guard_page.h"
 #include "tests/unit/tools/pnac_wired/world.h"
 
-namespace lanyard::test {
+namespace lanyard::test::eapol_test {
 namespace {
 
 using pnac::EapolType;
@@ -192,4 +192,4 @@ TEST(Eap, HasAsManyOctetsAsTheRelayTakes) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::eapol_test

@@ -15,7 +15,7 @@
 #include "tests/unit/tools/pnac_wired/world.h"
 #include "tools/file_descriptor.h"
 
-namespace lanyard::test {
+namespace lanyard::test::ethernet_test {
 namespace {
 
 using pnac::Ethernet;
@@ -128,4 +128,4 @@ TEST_F(EthernetTest, HasToBeAnEthernetThatThereIs) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::ethernet_test

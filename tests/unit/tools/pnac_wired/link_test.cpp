@@ -1,7 +1,7 @@
 // The link: who is asked when it comes up, and what ends when it goes down.
 #include "tests/unit/tools/pnac_wired/world.h"
 
-namespace lanyard::test {
+namespace lanyard::test::link_test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -163,4 +163,4 @@ TEST(Link, EndsAllSessionsWithTheProgram) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::link_test

@@ -3,7 +3,7 @@
 
 #include "tests/unit/tools/pnac_wired/world.h"
 
-namespace lanyard::test {
+namespace lanyard::test::load_test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -285,4 +285,4 @@ TEST(Load, ComesToRestAfterAnySequence) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::load_test

@@ -13,7 +13,7 @@
 
 #include "tools/file_descriptor.h"
 
-namespace lanyard::test {
+namespace lanyard::test::output_test {
 namespace {
 
 using pnac::Output;
@@ -139,4 +139,4 @@ TEST(Output, MayBeClosed) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::output_test

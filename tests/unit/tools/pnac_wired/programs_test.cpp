@@ -11,7 +11,7 @@
 #include "tests/support/temporary_root.h"
 #include "tests/unit/tools/pnac_wired/world.h"
 
-namespace lanyard::test {
+namespace lanyard::test::programs_test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -220,4 +220,4 @@ TEST_F(ProgramsTest, HaveNoSignalBlocked) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::programs_test

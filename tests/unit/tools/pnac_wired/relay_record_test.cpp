@@ -4,7 +4,7 @@
 #include "tests/support/guard_page.h"
 #include "tests/unit/tools/pnac_wired/world.h"
 
-namespace lanyard::test {
+namespace lanyard::test::relay_record_test {
 namespace {
 
 using pnac::parseKeyInfo;
@@ -185,4 +185,4 @@ TEST(KeyInfo, OfRandomOctetsNeverReadsBeyondItsEnd) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::relay_record_test

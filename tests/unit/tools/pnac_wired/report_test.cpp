@@ -5,7 +5,7 @@
 
 #include "tests/unit/tools/pnac_wired/world.h"
 
-namespace lanyard::test {
+namespace lanyard::test::report_test {
 namespace {
 
 using nlohmann::json;
@@ -175,4 +175,4 @@ TEST(Report, ShowsTheCounters) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::report_test

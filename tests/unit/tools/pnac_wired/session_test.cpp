@@ -1,7 +1,7 @@
 // What becomes of a supplicant that has logged in.
 #include "tests/unit/tools/pnac_wired/world.h"
 
-namespace lanyard::test {
+namespace lanyard::test::session_test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -232,4 +232,4 @@ TEST(Session, LosesItsEndWithASecondLoginThatHasNone) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::session_test
