@@ -8,7 +8,9 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <new>
 #include <type_traits>
+#include <utility>
 
 #include <lanyard/radius/frame.h>
 #include <palcore.h>
@@ -32,6 +34,26 @@ requires std::is_trivially_copyable_v<T>
         std::memset(block, 0, sizeof(T));
     }
     return PartitionPtr<T>(static_cast<T *>(block));
+}
+
+// An object with a constructor and a destructor.
+template <typename T>
+struct ObjectDeleter {
+    void operator()(T *object) const {
+        object->~T();
+        palMemPartFree(radMemPartId, object);
+    }
+};
+
+template <typename T>
+using ObjectPtr = std::unique_ptr<T, ObjectDeleter<T>>;
+
+// Null when memory is exhausted; the arguments are left alone then.
+template <typename T, typename... Arguments>
+[[nodiscard]] ObjectPtr<T> allocateObject(Arguments &&...arguments) {
+    static_assert(alignof(T) <= 8, "a partition aligns its blocks to 8 bytes");
+    void *block = palMemPartAlloc(radMemPartId, sizeof(T));
+    return ObjectPtr<T>(block ? new (block) T(std::forward<Arguments>(arguments)...) : nullptr);
 }
 
 // Zeroed bytes; null when memory is exhausted.

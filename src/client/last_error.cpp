@@ -109,23 +109,26 @@ void forgetOutcomes() {
     outcomes.count = 0;
 }
 
-RadLastError outcomeAt(const char *host, uint32_t port) {
-    RadLastError outcome{};
-    outcome.port = port;
-    std::memcpy(outcome.host, host, strnlen(host, sizeof(outcome.host) - 1));
-    return outcome;
-}
-
-int failAt(RadLastError &outcome, int32_t step, int32_t reason) {
+int failAt(Outcome &outcome, int32_t step, int32_t reason) {
     outcome.step = step;
     outcome.reason = reason;
     return -1;
 }
 
-void noteOutcome(const RadLastError &outcome) {
-    // A hook that makes requests of its own may fill the list: the last server is the one to keep.
-    outcomes.count = std::min(outcomes.count + 1, outcomes.records.size());
-    outcomes.records[outcomes.count - 1] = outcome;
+void noteOutcome(const char *host, uint32_t port, const Outcome &outcome) {
+    if (outcomes.count == outcomes.records.size()) {
+        return;
+    }
+    RadLastError &record = outcomes.records[outcomes.count++];
+    record = {.host = {},
+              .port = port,
+              .step = outcome.step,
+              .reason = outcome.reason,
+              .code = outcome.code,
+              .attribute = outcome.attribute,
+              .tries = outcome.tries,
+              .timeout = outcome.timeout};
+    std::memcpy(record.host, host, strnlen(host, sizeof(record.host) - 1));
 }
 
 }  // namespace lanyard

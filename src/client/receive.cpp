@@ -37,16 +37,15 @@ void discardShort(const RadRecvCtx &ctx, size_t size) {
     receive(ctx, bytes.data(), size, 0);
 }
 
-// Reads the waiting datagram, whose header says that it has `length` bytes, and tells how many
-// came. There is room for at least one byte more than that, so that a longer datagram shows.
-PartitionPtr<uint8_t[]> readReply(const RadRecvCtx &ctx, size_t length, size_t &received,
-                                  RadLastError &outcome) {
+// Reads the waiting datagram, whose header says that it has `length` bytes. There is room for at
+// least one byte more than that, so that a longer datagram shows.
+Datagram readWhole(const RadRecvCtx &ctx, size_t length, Outcome &outcome) {
     const size_t size =
         std::min<size_t>(length, RAD_PACKET_MAX) + std::max<size_t>(std::strlen(ctx.secret), 1);
     auto bytes = allocateBytes(std::max<size_t>(size, RAD_HEADER_SIZE));
     if (!bytes) {
         failAt(outcome, RAD_STEP_RECEIVE, RAD_REASON_NO_MEMORY);
-        return nullptr;
+        return {};
     }
     radLogAs("radRecvfromServer", kLogTrace, "Receiving Reply Packet....\n");
     const ssize_t count = receive(ctx, bytes.get(), size, 0);
@@ -54,22 +53,21 @@ PartitionPtr<uint8_t[]> readReply(const RadRecvCtx &ctx, size_t length, size_t &
         failAt(outcome, RAD_STEP_RECEIVE, errno);
         radLogAs("radRecvfromServer", kLogError, "radRecvfromServer: recvfrom() Failed: %s\n",
                  ErrorText(outcome.reason).text());
-        return nullptr;
+        return {};
     }
-    received = static_cast<size_t>(count);
     palModuleDebugHex(kModuleLibrary, kLogDump, "RADIUS Rx Buffer", bytes.get(),
-                      static_cast<int>(received));
-    return bytes;
+                      static_cast<int>(count));
+    return {.owner = std::move(bytes), .size = static_cast<size_t>(count)};
 }
 
-int32_t refuse(RadLastError &outcome, int32_t reason) {
+int32_t refuse(Outcome &outcome, int32_t reason) {
     return failAt(outcome, RAD_STEP_REPLY, reason);
 }
 
 // Turns what was received into the reply to a request: the one check of its length, identifier and
 // response authenticator.
 std::optional<Packet> checkReply(std::span<uint8_t> received, const RadPacket &request,
-                                 const char *secret, RadLastError &outcome) {
+                                 const char *secret, Outcome &outcome) {
     constexpr const char *kTag = "radCheckReply";
     const auto reply = Packet::received(received);
     if (!reply) {
@@ -97,6 +95,19 @@ std::optional<Packet> checkReply(std::span<uint8_t> received, const RadPacket &r
     return reply;
 }
 
+// Whether a reply that has to be signed is (RFC 3579 section 3.2).
+bool checkSignature(Packet reply, const uint8_t *requestAuthenticator, const char *secret,
+                    Outcome &outcome) {
+    const auto attributes = reply.attributes();
+    const bool isSigned = radPairLocate(attributes.data(), static_cast<int>(attributes.size()),
+                                        RAD_ATTR_MESSAGE_AUTHENTICATOR) != nullptr;
+    if (radCheckMsgAuth(&reply.record(), secret, requestAuthenticator) == 0) {
+        return true;
+    }
+    refuse(outcome, isSigned ? RAD_REASON_REPLY_SIGNATURE : RAD_REASON_REPLY_UNSIGNED);
+    return false;
+}
+
 // Why the default processing refuses an attribute.
 int32_t refusalOf(int32_t attrNum) {
     switch (attrNum) {
@@ -110,7 +121,7 @@ int32_t refusalOf(int32_t attrNum) {
 }
 
 int processPair(RadPair *pair, RadPair *list, RadPacket *reply, RadPacket *request,
-                const char *secret, RadLastError &outcome) {
+                const char *secret, Outcome &outcome) {
     const RadUnpackHook hook = pRadFuncTbl ? pRadFuncTbl->radUnpackHook : nullptr;
     const int32_t attrNum = pair->attrNum;
     int32_t refusal = RAD_REASON_REPLY_HOOK;
@@ -128,7 +139,7 @@ int processPair(RadPair *pair, RadPair *list, RadPacket *reply, RadPacket *reque
 
 // Decodes a checked reply. On failure no list is left.
 int decodeReply(Packet reply, RadPacket &request, const char *secret, RadPair **replyOut,
-                RadLastError &outcome) {
+                Outcome &outcome) {
     if (!decodeAttributes(reply.attributes(), replyOut)) {
         return refuse(outcome, RAD_REASON_REPLY_ATTRIBUTES);
     }
@@ -149,28 +160,32 @@ int decodeReply(Packet reply, RadPacket &request, const char *secret, RadPair **
 
 }  // namespace
 
-int receiveReply(const RadRecvCtx &ctx, RadPacket &request, RadPair **replyOut,
-                 RadLastError &outcome) {
-    *replyOut = nullptr;
+Datagram readDatagram(const RadRecvCtx &ctx, Outcome &outcome) {
     RadPacket header{};
     const ssize_t peeked = receive(ctx, &header, sizeof(header), MSG_PEEK);
     if (peeked < 0) {
         failAt(outcome, RAD_STEP_RECEIVE, errno);
         radLogAs("radRecvfromServer", kLogError, "radRecvfromServer: recvfrom() Failed: %s\n",
                  ErrorText(outcome.reason).text());
-        return -1;
+        return {};
     }
     if (static_cast<size_t>(peeked) < sizeof(header)) {
         discardShort(ctx, static_cast<size_t>(peeked));
-        return refuse(outcome, RAD_REASON_REPLY_SHORT);
+        refuse(outcome, RAD_REASON_REPLY_SHORT);
+        return {};
     }
-    size_t received = 0;
-    const auto bytes = readReply(ctx, lengthField(header), received, outcome);
-    if (!bytes) {
+    return readWhole(ctx, lengthField(header), outcome);
+}
+
+int readReply(std::span<uint8_t> datagram, RadPacket &request, const char *secret,
+              bool mustBeSigned, RadPair **replyOut, Outcome &outcome) {
+    *replyOut = nullptr;
+    const auto reply = checkReply(datagram, request, secret, outcome);
+    if (!reply ||
+        (mustBeSigned && !checkSignature(*reply, request.authenticator, secret, outcome))) {
         return -1;
     }
-    const auto reply = checkReply({bytes.get(), received}, request, ctx.secret, outcome);
-    return reply ? decodeReply(*reply, request, ctx.secret, replyOut, outcome) : -1;
+    return decodeReply(*reply, request, secret, replyOut, outcome);
 }
 
 }  // namespace lanyard
@@ -181,6 +196,10 @@ int radRecvfromServer(const RadRecvCtx *ctx, RadPacket *request, RadPair **reply
     if (!ctx || !request || !replyOut || ctx->socket < 0 || !ctx->source || !ctx->secret) {
         return -1;
     }
-    RadLastError unrecorded{};
-    return receiveReply(*ctx, *request, replyOut, unrecorded);
+    Outcome unrecorded;
+    const Datagram datagram = readDatagram(*ctx, unrecorded);
+    *replyOut = nullptr;
+    return datagram.owner
+               ? readReply(datagram.bytes(), *request, ctx->secret, false, replyOut, unrecorded)
+               : -1;
 }

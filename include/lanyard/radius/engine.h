@@ -40,7 +40,8 @@ enum {
     RAD_CODE_ACCESS_REJECT = 3,
     RAD_CODE_ACCOUNTING_REQUEST = 4,
     RAD_CODE_ACCOUNTING_RESPONSE = 5,
-    RAD_CODE_ACCESS_CHALLENGE = 11
+    RAD_CODE_ACCESS_CHALLENGE = 11,
+    RAD_CODE_STATUS_SERVER = 12 /**< RFC 5997; sent by the library alone */
 };
 
 /** Bytes of the packet header. */

@@ -182,6 +182,35 @@ enum {
      * a program of its own that computes something else.
      */
     RAD_OPTION_BUILTIN_NT_RESPONSE,
+    /**
+     * Not 0: all requests are resilient, as those of a loop (loop.h): servers that do not answer are
+     * remembered and asked last, waits follow RFC 5080 section 2.2.1, what is no valid reply is
+     * ignored, and a State goes to the server that gave it. 0: each server of the list is asked in
+     * turn, and the first datagram ends the wait for it.
+     */
+    RAD_OPTION_RESILIENT,
+    /**
+     * Seconds for which a server that does not answer is asked last, for resilient requests. 0: 60
+     * seconds. Negative: it is not remembered.
+     */
+    RAD_OPTION_DEAD_TIME,
+    /**
+     * Not 0: after that time a Status-Server packet (RFC 5997) asks whether the server is back, in
+     * loops. 0: one request does.
+     */
+    RAD_OPTION_STATUS_SERVER,
+    /**
+     * Positive: a reply to an Access-Request counts only with a valid Message-Authenticator (RFC
+     * 3579 section 3.2), which is the answer to replies that were forged by a collision of MD5
+     * (docs/security.md). 0: resilient requests with an EAP-Message ask that of their replies.
+     * Negative: none does; one that is there has to be valid in any case.
+     */
+    RAD_OPTION_REQUIRE_MESSAGE_AUTHENTICATOR,
+    /**
+     * How many requests of the EAP relay may wait for servers at a time (radEapInit()). 0 and 1: one
+     * after the other.
+     */
+    RAD_OPTION_EAP_IN_FLIGHT,
     RAD_OPTION_COUNT /**< number of options, not an option */
 };
 

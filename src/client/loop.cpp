@@ -1,0 +1,495 @@
+// Many exchanges in flight, over connected sockets and one descriptor.
+#include "client/loop.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <limits>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+#include <utility>
+
+#include <palcore.h>
+
+#include "base/clock.h"
+#include "base/descriptor.h"
+#include "base/log.h"
+#include "base/partition.h"
+#include "client/channel.h"
+#include "client/exchange.h"
+#include "client/server_table.h"
+
+using namespace lanyard;
+
+struct RadRequest : PalListNode {
+    RadRequest(RadLoop *itsLoop, Exchange::Resilient description, RadDone itsDone, void *itsContext)
+        : PalListNode{},
+          loop(itsLoop),
+          exchange(std::move(description)),
+          done(itsDone),
+          context(itsContext) {}
+
+    RadLoop *const loop;
+    Exchange exchange;
+    Channel *channel = nullptr;  // while it has an identifier there
+    int64_t deadline = 0;
+    const RadDone done;
+    void *const context;
+    uint8_t identifier = 0;
+    bool hasEnded = false;
+};
+
+namespace lanyard {
+namespace {
+
+constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
+constexpr int64_t kMillisecond = 1000;
+constexpr int64_t kChannelLife = 30 * kSecond;  // without a request
+constexpr int kEventsMax = 16;
+constexpr int kDatagramsMax = 256;  // of one channel, before the others have their turn
+
+bool isUnreachable(int error) {
+    return error == ECONNREFUSED || error == ENETUNREACH || error == EHOSTUNREACH ||
+           error == ENETDOWN || error == EHOSTDOWN;
+}
+
+// A full queue loses datagrams as the network does.
+bool isLoss(int error) {
+    return error == EAGAIN || error == ENOBUFS || error == ENOMEM;
+}
+
+// The nodes of a list, each of which may leave it when its turn has come.
+template <typename Visit>
+void forEach(const PalList &list, Visit visit) {
+    for (PalListNode *node = list.first; node;) {
+        PalListNode *next = node->next;
+        visit(node);
+        node = next;
+    }
+}
+
+}  // namespace
+}  // namespace lanyard
+
+struct RadLoop {
+    RadLoop(Descriptor events, Descriptor timer)
+        : events_(std::move(events)), timer_(std::move(timer)) {}
+    RadLoop(const RadLoop &) = delete;
+    RadLoop &operator=(const RadLoop &) = delete;
+
+    ~RadLoop() {
+        forEach(inFlight_, [this](PalListNode *node) { destroy(static_cast<RadRequest *>(node)); });
+        forEach(ended_, [this](PalListNode *node) { destroy(static_cast<RadRequest *>(node)); });
+        forEach(channels_, [this](PalListNode *node) { destroy(static_cast<Channel *>(node)); });
+    }
+
+    int descriptor() const { return events_.get(); }
+    bool isRunning() const { return running_; }
+    bool isCurrent(const RadRequest *request) const { return request == current_; }
+    void doom() { doomed_ = true; }
+    bool isDoomed() const { return doomed_; }
+
+    ServerSet::Owner servers(const ServerChoice &choice, int code);
+    void start(RadRequest *request);
+    int run(int64_t patience);
+
+    void cancel(RadRequest *request) {
+        leaveChannel(*request);
+        destroy(request);
+    }
+
+  private:
+    void drive(RadRequest &request, Next next);
+    Next open(RadRequest &request);
+    Next send(RadRequest &request);
+    Channel *channelTo(const sockaddr_in &server);
+    void leaveChannel(RadRequest &request);
+    bool wait(int64_t until, bool &interrupted);
+    void receive(Channel &channel);
+    void take(Channel &channel, std::span<uint8_t> datagram);
+    void refuse(Channel &channel, int error);
+    void expire();
+    void wakeAt(int64_t time);
+    int deliver();
+
+    void destroy(RadRequest *request) {
+        palListNodeRemove(request->hasEnded ? &ended_ : &inFlight_, request);
+        ObjectDeleter<RadRequest>()(request);
+    }
+    void destroy(Channel *channel) {
+        palListNodeRemove(&channels_, channel);
+        ObjectDeleter<Channel>()(channel);
+    }
+
+    Descriptor events_;
+    Descriptor timer_;
+    PalList inFlight_{};
+    PalList ended_{};  // their callbacks are still to come
+    PalList channels_{};
+    std::array<ServerSet::Owner, 2> sets_{};  // for authentication, for accounting
+    // When the timer wakes: at the first deadline or before.
+    int64_t wake_ = kNever;
+    RadRequest *current_ = nullptr;  // whose callback runs
+    bool running_ = false;
+    bool doomed_ = false;
+};
+
+static_assert(sizeof(RadRequest) < 700 && sizeof(RadLoop) < 4096);
+
+// The servers as configured now; those of earlier requests while nothing has changed.
+ServerSet::Owner RadLoop::servers(const ServerChoice &choice, int code) {
+    ServerSet::Owner &set = sets_[code == RAD_CODE_ACCOUNTING_REQUEST ? 1 : 0];
+    if (!set || !set->isCopyOf(choice, monotonicMicroseconds())) {
+        set = ServerSet::copy(choice);
+    }
+    return set ? set->share() : nullptr;
+}
+
+void RadLoop::start(RadRequest *request) {
+    palListNodeAppend(&inFlight_, request);
+    drive(*request, request->exchange.start());
+}
+
+// Takes a request as far as it gets without waiting.
+void RadLoop::drive(RadRequest &request, Next next) {
+    for (;;) {
+        switch (next) {
+            case Next::kServer:
+                leaveChannel(request);
+                next = request.exchange.nextServer();
+                break;
+            case Next::kOpen:
+                next = open(request);
+                break;
+            case Next::kSend:
+                next = send(request);
+                break;
+            case Next::kWait:
+                return;
+            case Next::kEnd:
+                leaveChannel(request);
+                palListNodeRemove(&inFlight_, &request);
+                request.hasEnded = true;
+                palListNodeAppend(&ended_, &request);
+                wakeAt(0);
+                return;
+        }
+    }
+}
+
+Channel *RadLoop::channelTo(const sockaddr_in &server) {
+    for (PalListNode *node = channels_.first; node; node = node->next) {
+        auto *channel = static_cast<Channel *>(node);
+        if (!channel->isFull() && isSame(channel->server(), server)) {
+            return channel;
+        }
+    }
+    Descriptor socket = Channel::connect(server);
+    if (!socket.isOpen()) {
+        return nullptr;
+    }
+    const int fd = socket.get();
+    auto channel = allocateObject<Channel>(std::move(socket), server);
+    if (!channel) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    epoll_event event{.events = EPOLLIN, .data = {.ptr = channel.get()}};
+    if (epoll_ctl(events_.get(), EPOLL_CTL_ADD, fd, &event) != 0) {
+        return nullptr;
+    }
+    palListNodeAppend(&channels_, channel.get());
+    return channel.release();
+}
+
+void RadLoop::leaveChannel(RadRequest &request) {
+    Channel *channel = std::exchange(request.channel, nullptr);
+    if (channel) {
+        const int64_t now = monotonicMicroseconds();
+        channel->leave(request.identifier, now);
+        if (channel->isIdle()) {
+            wakeAt(now + kChannelLife);
+        }
+    }
+}
+
+Next RadLoop::open(RadRequest &request) {
+    request.channel = channelTo(request.exchange.address());
+    if (!request.channel) {
+        const int error = errno;
+        return isUnreachable(error) ? request.exchange.refused(error)
+                                    : request.exchange.failed(RAD_STEP_SOCKET, error);
+    }
+    request.identifier = request.channel->enter(&request);
+    return request.exchange.opened(request.identifier);
+}
+
+Next RadLoop::send(RadRequest &request) {
+    const auto bytes = request.exchange.sending().bytes();
+    const auto trySend = [&] {
+        return ::send(request.channel->socket(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    };
+    // An error may be the answer to an earlier datagram of this socket.
+    const bool isSent = trySend() >= 0 || (errno == ECONNREFUSED && trySend() >= 0);
+    const int error = errno;
+    Next next = Next::kWait;
+    if (isSent || isLoss(error)) {
+        next = request.exchange.sent();
+    } else if (isUnreachable(error)) {
+        next = request.exchange.refused(error);
+    } else {
+        next = request.exchange.failed(RAD_STEP_SEND, error);
+    }
+    if (next == Next::kWait) {
+        request.deadline = monotonicMicroseconds() + request.exchange.patience();
+        wakeAt(request.deadline);
+    }
+    return next;
+}
+
+void RadLoop::receive(Channel &channel) {
+    for (int count = 0; count < kDatagramsMax; ++count) {
+        std::array<uint8_t, RAD_PACKET_MAX + 1> buffer;  // NOLINT: filled by the next call
+        const ssize_t size = recv(channel.socket(), buffer.data(), buffer.size(), 0);
+        if (size < 0 && isUnreachable(errno)) {
+            refuse(channel, errno);
+        } else if (size < 0) {
+            return;
+        } else {
+            take(channel, std::span(buffer).first(static_cast<size_t>(size)));
+        }
+    }
+}
+
+void RadLoop::take(Channel &channel, std::span<uint8_t> datagram) {
+    noteHeard(channel.server(), monotonicMicroseconds());
+    palModuleDebugHex(kModuleLibrary, kLogDump, "RADIUS Rx Buffer", datagram.data(),
+                      static_cast<int>(datagram.size()));
+    if (datagram.size() < RAD_HEADER_SIZE) {
+        noteStray(channel.server(), RAD_REASON_REPLY_SHORT);
+        return;
+    }
+    RadRequest *request =
+        channel.waiting(reinterpret_cast<const RadPacket *>(datagram.data())->identifier);
+    if (request) {
+        drive(*request, request->exchange.received(datagram));
+    } else {
+        noteStray(channel.server(), RAD_REASON_REPLY_IDENTIFIER);
+    }
+}
+
+// The network says that nobody is at the server's port.
+void RadLoop::refuse(Channel &channel, int error) {
+    for (int identifier = 0; identifier <= UINT8_MAX; ++identifier) {
+        RadRequest *request = channel.waiting(static_cast<uint8_t>(identifier));
+        if (request) {
+            drive(*request, request->exchange.refused(error));
+        }
+    }
+}
+
+// Ends the waits that are over, and channels that nobody has used for long.
+void RadLoop::expire() {
+    const int64_t now = monotonicMicroseconds();
+    wake_ = kNever;
+    int64_t wake = kNever;
+    forEach(inFlight_, [&](PalListNode *node) {
+        auto &request = *static_cast<RadRequest *>(node);
+        if (request.deadline <= now) {
+            drive(request, request.exchange.timedOut());
+        } else {
+            wake = std::min(wake, request.deadline);
+        }
+    });
+    forEach(channels_, [&](PalListNode *node) {
+        auto *channel = static_cast<Channel *>(node);
+        const int64_t end = channel->idleSince() + kChannelLife;
+        if (channel->isIdle() && end <= now) {
+            destroy(channel);
+        } else if (channel->isIdle()) {
+            wake = std::min(wake, end);
+        }
+    });
+    wakeAt(wake);
+}
+
+// Has the timer wake at that time or before; it is not set back.
+void RadLoop::wakeAt(int64_t time) {
+    if (time >= wake_) {
+        return;
+    }
+    wake_ = time;
+    // All zeros would stop the timer.
+    const int64_t set = std::max<int64_t>(time, 1);
+    const itimerspec alarm{.it_interval = {},
+                           .it_value = {.tv_sec = set / kSecond, .tv_nsec = set % kSecond * 1000}};
+    timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &alarm, nullptr);
+}
+
+// Waits for something to do, and does it. False on an error.
+bool RadLoop::wait(int64_t until, bool &interrupted) {
+    int64_t timeout = -1;
+    if (until != kNever) {
+        const int64_t left = std::max<int64_t>(until - monotonicMicroseconds(), 0);
+        timeout = std::min<int64_t>((left + kMillisecond - 1) / kMillisecond, INT_MAX);
+    }
+    std::array<epoll_event, kEventsMax> events;  // NOLINT: filled by the next call
+    const int count =
+        epoll_wait(events_.get(), events.data(), kEventsMax, static_cast<int>(timeout));
+    interrupted = count < 0 && errno == EINTR;
+    bool timeIsUp = false;
+    for (int index = 0; index < count; ++index) {
+        auto *channel = static_cast<Channel *>(events[static_cast<size_t>(index)].data.ptr);
+        if (channel) {
+            receive(*channel);
+        } else {
+            timeIsUp = true;
+        }
+    }
+    // Last, because it closes channels.
+    if (timeIsUp) {
+        uint64_t expirations = 0;
+        [[maybe_unused]] const ssize_t size = read(timer_.get(), &expirations, sizeof(expirations));
+        expire();
+    }
+    return count >= 0 || interrupted;
+}
+
+// Tells as many requests as have ended so far; those that end meanwhile have their turn later.
+int RadLoop::deliver() {
+    size_t turns = 0;
+    forEach(ended_, [&turns](PalListNode *) { ++turns; });
+    int count = 0;
+    for (; turns > 0 && ended_.first && !doomed_; --turns) {
+        auto *request = static_cast<RadRequest *>(ended_.first);
+        if (request->done) {
+            request->exchange.publishOutcomes();
+            current_ = request;
+            request->done(request->context, request, request->exchange.result(),
+                          request->exchange.takeReply());
+            current_ = nullptr;
+            ++count;
+        }
+        destroy(request);
+    }
+    if (ended_.first) {
+        wakeAt(0);
+    }
+    return count;
+}
+
+int RadLoop::run(int64_t patience) {
+    const int64_t until = patience < 0 ? kNever : monotonicMicroseconds() + patience;
+    running_ = true;
+    bool isGood = true;
+    bool interrupted = false;
+    int count = 0;
+    do {
+        const bool hasWork = inFlight_.first || ended_.first;
+        if (until == kNever && !hasWork) {
+            break;
+        }
+        isGood = wait(ended_.first ? 0 : until, interrupted);
+        count += deliver();
+    } while (isGood && !interrupted && !doomed_ && count == 0 && monotonicMicroseconds() < until);
+    running_ = false;
+    return isGood || count > 0 ? count : -1;
+}
+
+namespace lanyard {
+namespace {
+
+// Has Status-Server packets ask those servers that are due (RFC 5997).
+void probe(RadLoop &loop, ServerSet &servers) {
+    PairList pairs;
+    // Completing a request needs a list that is not empty; this pair is replaced by that.
+    if (!pairs.addNumber(RAD_ATTR_NAS_IP_ADDRESS, 0)) {
+        return;
+    }
+    const int64_t now = monotonicMicroseconds();
+    for (int index = 0; index < servers.choice().count; ++index) {
+        const sockaddr_in &server = servers.address(static_cast<size_t>(index));
+        if (standingOf(server, now) == Standing::kDue && claimProbe(server, now)) {
+            startRequest(
+                loop, {.code = RAD_CODE_STATUS_SERVER, .servers = servers.share(), .only = index},
+                pairs.head(), nullptr, nullptr);
+        }
+    }
+}
+
+}  // namespace
+
+RadRequest *startRequest(RadLoop &loop, Exchange::Resilient description, const RadPair *pairs,
+                         RadDone done, void *context) {
+    auto request = allocateObject<RadRequest>(&loop, std::move(description), done, context);
+    if (!request || !request->exchange.copyPairs(pairs)) {
+        return nullptr;
+    }
+    loop.start(request.get());
+    return request.release();
+}
+
+}  // namespace lanyard
+
+RadLoop *radLoopCreate(void) {
+    Descriptor events(epoll_create1(EPOLL_CLOEXEC));
+    Descriptor timer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+    epoll_event event{.events = EPOLLIN, .data = {.ptr = nullptr}};
+    if (!events.isOpen() || !timer.isOpen() ||
+        epoll_ctl(events.get(), EPOLL_CTL_ADD, timer.get(), &event) != 0) {
+        return nullptr;
+    }
+    return allocateObject<RadLoop>(std::move(events), std::move(timer)).release();
+}
+
+int radLoopDescriptor(const RadLoop *loop) {
+    return loop ? loop->descriptor() : -1;
+}
+
+int radLoopRun(RadLoop *loop, int milliseconds) {
+    if (!loop || loop->isRunning()) {
+        return -1;
+    }
+    const int count = loop->run(milliseconds * kMillisecond);
+    if (loop->isDoomed()) {
+        ObjectDeleter<RadLoop>()(loop);
+    }
+    return count;
+}
+
+void radLoopDestroy(RadLoop *loop) {
+    if (loop && loop->isRunning()) {
+        loop->doom();
+    } else if (loop) {
+        ObjectDeleter<RadLoop>()(loop);
+    }
+}
+
+RadRequest *radRequestStart(RadLoop *loop, int code, const RadPair *pairs, RadDone done,
+                            void *context) {
+    const ServerDefaults defaults = serverDefaults();
+    if (!loop || !pairs || !done) {
+        return nullptr;
+    }
+    Exchange::Resilient description{.code = code};
+    ServerChoice choice;
+    if (findServers("radBuildAndSendReq", code, defaults, choice, description.outcome)) {
+        description.servers = loop->servers(choice, code);
+        if (!description.servers) {
+            return nullptr;
+        }
+        if (radOptionGet(RAD_OPTION_STATUS_SERVER) != 0) {
+            probe(*loop, *description.servers);
+        }
+    }
+    return startRequest(*loop, std::move(description), pairs, done, context);
+}
+
+void radRequestCancel(RadRequest *request) {
+    if (request && !request->loop->isCurrent(request)) {
+        request->loop->cancel(request);
+    }
+}

@@ -1,0 +1,263 @@
+// The table of servers.
+#include "client/server_table.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <pthread.h>
+
+#include <lanyard/radius/engine.h>
+#include <lanyard/radius/error.h>
+#include <lanyard/radius/frame.h>
+#include <lanyard/radius/status.h>
+
+#include "base/clock.h"
+
+namespace lanyard {
+namespace {
+
+constexpr size_t kServersMax = 32;
+constexpr size_t kRoundTripsMax = 64;
+constexpr size_t kStatesMax = 4096;
+constexpr int kDefaultDeadTime = 60;  // seconds
+constexpr int64_t kSlowestPercentile = 95;
+
+struct Server {
+    uint32_t address = 0;  // network order; 0 for a free place
+    uint16_t port = 0;     // network order
+    bool dead = false;
+    int64_t deadSince = 0;
+    int64_t askAgain = 0;  // while dead
+    int64_t lastUse = 0;
+    int64_t lastHeard = -1;
+    uint32_t answered = 0;  // round trips noted so far
+    std::array<uint32_t, kRoundTripsMax> roundTrips{};
+    RadServerStatus counters{};
+};
+
+// Where a State came from: a part of its hash, and the server's place plus 1.
+struct StateOrigin {
+    uint32_t check = 0;
+    uint32_t place = 0;
+};
+
+pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+constinit std::array<Server, kServersMax> servers{};
+constinit std::array<StateOrigin, kStatesMax> states{};
+
+class Lock {
+  public:
+    Lock() { pthread_mutex_lock(&mutex); }
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+    ~Lock() { pthread_mutex_unlock(&mutex); }
+};
+
+Server *find(const sockaddr_in &address) {
+    const auto found = std::find_if(servers.begin(), servers.end(), [&](const Server &server) {
+        return server.address == address.sin_addr.s_addr && server.port == address.sin_port;
+    });
+    return found == servers.end() ? nullptr : &*found;
+}
+
+// The server's place, or a new one: a free one, else that of the server which was asked longest ago.
+Server &placeOf(const sockaddr_in &address) {
+    Server *known = find(address);
+    if (!known) {
+        known = &*std::min_element(
+            servers.begin(), servers.end(),
+            [](const Server &one, const Server &other) { return one.lastUse < other.lastUse; });
+        const auto place = static_cast<uint32_t>(known - servers.data()) + 1;
+        for (StateOrigin &state : states) {
+            if (state.place == place) {
+                state = {};
+            }
+        }
+        *known = {.address = address.sin_addr.s_addr, .port = address.sin_port};
+    }
+    known->lastUse = monotonicMicroseconds();
+    return *known;
+}
+
+// 0 for none.
+int64_t deadTime() {
+    const int seconds = radOptionGet(RAD_OPTION_DEAD_TIME);
+    return (seconds == 0 ? kDefaultDeadTime : std::max(0, seconds)) * kSecond;
+}
+
+// FNV-1a, 64 bits: fast, and a State that is made to collide only costs its own conversation the
+// right server.
+uint64_t hashOf(std::span<const uint8_t> bytes) {
+    uint64_t hash = 0xcbf29ce484222325;
+    for (const uint8_t byte : bytes) {
+        hash = (hash ^ byte) * 0x100000001b3;
+    }
+    return hash;
+}
+
+StateOrigin &originOf(uint64_t hash) {
+    return states[hash % kStatesMax];
+}
+
+uint32_t checkOf(uint64_t hash) {
+    return static_cast<uint32_t>(hash >> 32);
+}
+
+uint64_t &counterOf(RadServerStatus &counters, uint8_t code) {
+    switch (code) {
+        case RAD_CODE_ACCESS_ACCEPT:
+            return counters.accepts;
+        case RAD_CODE_ACCESS_REJECT:
+            return counters.rejects;
+        case RAD_CODE_ACCESS_CHALLENGE:
+            return counters.challenges;
+        default:
+            return counters.responses;
+    }
+}
+
+uint64_t &strayCounterOf(RadServerStatus &counters, int32_t reason) {
+    switch (reason) {
+        case RAD_REASON_REPLY_IDENTIFIER:
+            return counters.strays;
+        case RAD_REASON_REPLY_AUTHENTICATOR:
+        case RAD_REASON_REPLY_SIGNATURE:
+        case RAD_REASON_REPLY_UNSIGNED:
+            return counters.badAuthenticators;
+        default:
+            return counters.malformed;
+    }
+}
+
+void describe(const Server &server, RadServerStatus &status) {
+    status = server.counters;
+    inet_ntop(AF_INET, &server.address, status.host, sizeof(status.host));
+    status.port = ntohs(server.port);
+    status.alive = server.dead ? 0 : 1;
+    if (server.dead) {
+        status.deadSeconds =
+            static_cast<uint32_t>((monotonicMicroseconds() - server.deadSince) / kSecond);
+    }
+    auto sorted = server.roundTrips;
+    const size_t count = std::min<size_t>(server.answered, sorted.size());
+    if (count > 0) {
+        std::sort(sorted.begin(), sorted.begin() + static_cast<ptrdiff_t>(count));
+        status.medianMicroseconds = sorted[count / 2];
+        status.slowMicroseconds = sorted[(count - 1) * kSlowestPercentile / 100];
+    }
+}
+
+}  // namespace
+
+Standing standingOf(const sockaddr_in &server, int64_t now) {
+    const Lock lock;
+    const Server *known = find(server);
+    if (!known || !known->dead) {
+        return Standing::kAlive;
+    }
+    return now < known->askAgain ? Standing::kDead : Standing::kDue;
+}
+
+bool claimProbe(const sockaddr_in &server, int64_t now) {
+    const Lock lock;
+    Server *known = find(server);
+    if (!known || !known->dead || now < known->askAgain) {
+        return false;
+    }
+    known->askAgain = now + std::max(deadTime(), kSecond);
+    return true;
+}
+
+void noteSent(const sockaddr_in &server, bool again) {
+    const Lock lock;
+    RadServerStatus &counters = placeOf(server).counters;
+    if (again) {
+        ++counters.retransmissions;
+    } else {
+        ++counters.requests;
+        ++counters.pending;
+    }
+}
+
+void noteLeft(const sockaddr_in &server) {
+    const Lock lock;
+    Server *known = find(server);
+    if (known && known->counters.pending > 0) {
+        --known->counters.pending;
+    }
+}
+
+void noteHeard(const sockaddr_in &server, int64_t now) {
+    const Lock lock;
+    placeOf(server).lastHeard = now;
+}
+
+void noteReply(const sockaddr_in &server, uint8_t code, int64_t roundTrip) {
+    const Lock lock;
+    Server &known = placeOf(server);
+    known.dead = false;
+    ++counterOf(known.counters, code);
+    known.roundTrips[known.answered++ % kRoundTripsMax] = static_cast<uint32_t>(roundTrip);
+}
+
+void noteStray(const sockaddr_in &server, int32_t reason) {
+    const Lock lock;
+    ++strayCounterOf(placeOf(server).counters, reason);
+}
+
+void noteTimeout(const sockaddr_in &server) {
+    const Lock lock;
+    ++placeOf(server).counters.timeouts;
+}
+
+void noteSilence(const sockaddr_in &server, int64_t since, int64_t now) {
+    const int64_t life = deadTime();
+    const Lock lock;
+    Server &known = placeOf(server);
+    if (known.lastHeard >= since || life == 0) {
+        return;
+    }
+    if (!known.dead) {
+        known.dead = true;
+        known.deadSince = now;
+    }
+    known.askAgain = now + life;
+}
+
+void noteState(std::span<const uint8_t> state, const sockaddr_in &server) {
+    const uint64_t hash = hashOf(state);
+    const Lock lock;
+    originOf(hash) = {.check = checkOf(hash),
+                      .place = static_cast<uint32_t>(&placeOf(server) - servers.data()) + 1};
+}
+
+bool findStateOrigin(std::span<const uint8_t> state, sockaddr_in &server) {
+    const uint64_t hash = hashOf(state);
+    const Lock lock;
+    const StateOrigin origin = originOf(hash);
+    if (origin.place == 0 || origin.check != checkOf(hash)) {
+        return false;
+    }
+    const Server &known = servers[origin.place - 1];
+    server.sin_addr.s_addr = known.address;
+    server.sin_port = known.port;
+    return true;
+}
+
+}  // namespace lanyard
+
+using namespace lanyard;
+
+int radServerStatusAt(int index, RadServerStatus *status) {
+    if (!status || index < 0) {
+        return -1;
+    }
+    const Lock lock;
+    for (const Server &server : servers) {
+        if (server.address != 0 && index-- == 0) {
+            describe(server, *status);
+            return 0;
+        }
+    }
+    return -1;
+}
