@@ -26,6 +26,8 @@ conf.h:    conf
 attr.h:    attr
 engine.h:  client
 error.h:   client
+loop.h:    client
+status.h:  client
 methods.h: login
 sample.h:  login
 mgmt.h:    device
