@@ -9,6 +9,8 @@
 // SIGTERM ends it within a second. The relay ends between two packets, but a packet may wait for
 // silent servers for minutes. So the signal is taken by a thread of its own, which hands it to the
 // relay and ends the process if the relay has not done so by then.
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
@@ -29,9 +31,8 @@
 
 namespace {
 
-// The relay forgets a conversation after RAD_EAP_LIFE passes, and a pass takes in one packet at most:
-// there are never more conversations than that, and one that comes in the pass that ends another.
-// All of them find room, whatever is sent: the library's own partition, or one for conversations
+// There are never more conversations than RAD_EAP_LIFE and one: without requests in flight because the
+// relay forgets one after as many passes, and a pass takes in one packet at most. All of them find room, whatever is sent: the library's own partition, or one for conversations
 // of usual size, can be filled by anybody who is on a cable, and then nobody logs in.
 constexpr uint32_t kConversations = RAD_EAP_LIFE + 1;
 
@@ -42,19 +43,24 @@ constexpr uint32_t taken(size_t size) {
 }
 
 // The largest conversation: an Identity response that fills a packet, again with each round, and a
-// State. The name takes one byte more than the packet has of it, for its end.
+// State. The name takes one byte more than the packet has of it, for its end. And what the relay keeps
+// beside the public record, port information above all.
 constexpr size_t kIdentityHeaderSize = 5;
+constexpr uint32_t kBesideSize = 400;
 constexpr uint32_t kConversationSize = taken(sizeof(RadEapQueueEntry)) + taken(RAD_EAP_PACKET_MAX) +
                                        taken(RAD_EAP_PACKET_MAX - kIdentityHeaderSize + 1) +
-                                       taken(sizeof(RadPair));
+                                       taken(sizeof(RadPair)) + kBesideSize;
 
-// For the one exchange that is under way, whose reply may hold two thousand empty attributes
-// (650 KiB), and for dictionary and servers.
-constexpr uint32_t kWorkingSize = 2U << 20U;
+// For a reply of two thousand empty attributes (650 KiB), dictionary and servers, and for requests in
+// flight: each keeps its packet and a copy of its attributes, which are as long as the EAP packet, and
+// not quite 700 bytes.
+constexpr long kInFlightMax = 256;
+constexpr uint32_t kRequestSize = 5000;
+constexpr uint32_t kWorkingSize = (2U << 20U) + kInFlightMax * kRequestSize;
 
-// 12 MiB of addresses. The system gives it a page of memory when the pool first uses that; with the
+// 15 MiB of addresses. The system gives it a page of memory when the pool first uses that; with the
 // logins of an ordinary day it is a few of them.
-constexpr uint32_t kPartitionSize = 12U << 20U;
+constexpr uint32_t kPartitionSize = 15U << 20U;
 static_assert(kPartitionSize >= kConversations * kConversationSize + kWorkingSize);
 
 constexpr long kEndNanoseconds = 800'000'000;
@@ -165,10 +171,67 @@ bool canWork(int argc, char *argv[]) {
     return true;
 }
 
+// An option of this program, with a number or without.
+struct Option {
+    const char *name;
+    int number;  // RAD_OPTION_
+    bool hasValue;
+    int value;  // without one of its own
+    long most;
+};
+
+constexpr std::array kOptions{
+    Option{"--in-flight", RAD_OPTION_EAP_IN_FLIGHT, true, 0, kInFlightMax},
+    Option{"--dead-time", RAD_OPTION_DEAD_TIME, true, 0, 86400},
+    Option{"--status-server", RAD_OPTION_STATUS_SERVER, false, 1, 0},
+    Option{"--accept-unsigned", RAD_OPTION_REQUIRE_MESSAGE_AUTHENTICATOR, false, -1, 0},
+};
+
+constexpr int kInFlight = 64;
+
+const Option *findOption(const char *argument) {
+    const auto *const found =
+        std::find_if(kOptions.begin(), kOptions.end(),
+                     [&](const Option &option) { return std::strcmp(option.name, argument) == 0; });
+    return found == kOptions.end() ? nullptr : found;
+}
+
+// Sets this program's options and takes them from the command line: the relay has its own.
+bool takeOptions(int &argc, char *argv[]) {
+    radOptionSet(RAD_OPTION_EAP_IN_FLIGHT, kInFlight);
+    int kept = 1;
+    for (int index = 1; index < argc; ++index) {
+        const Option *option = findOption(argv[index]);
+        if (!option) {
+            argv[kept++] = argv[index];
+            continue;
+        }
+        int value = option->value;
+        if (option->hasValue) {
+            char *end = nullptr;
+            const char *text = ++index < argc ? argv[index] : "";
+            const long number = std::strtol(text, &end, 10);
+            if (end == text || *end != '\0' || number < 1 || number > option->most) {
+                std::fprintf(stderr, "radeapd: %s takes a number from 1 to %ld, not '%s'\n",
+                             option->name, option->most, text);
+                return false;
+            }
+            value = static_cast<int>(number);
+        }
+        radOptionSet(option->number, value);
+    }
+    argc = kept;
+    argv[argc] = nullptr;
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char *argv[]) {
     std::signal(SIGHUP, SIG_IGN);
+    if (!takeOptions(argc, argv)) {
+        return EXIT_FAILURE;
+    }
     radiusPartIdInit(palMemPartCreate("radeapd", nullptr, kPartitionSize));
     if (!canWork(argc, argv)) {
         return EXIT_FAILURE;

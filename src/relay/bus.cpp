@@ -11,8 +11,9 @@
 #include "base/log.h"
 #include "base/partition.h"
 #include "base/wire.h"
+#include "relay/conversation.h"
 #include "relay/eap_packet.h"
-#include "relay/queue.h"
+#include "relay/in_flight.h"
 #include "relay/record.h"
 
 XbusCtx *pRadEapXbusCtx = nullptr;
@@ -57,11 +58,21 @@ void receiveRecord(std::span<const uint8_t> record) {
         return;
     }
     // Looked up before, because a conversation without room ends.
-    const RadEapQueueEntry *known = findEntry(head.cookie);
+    Conversation *known = findConversation(head.cookie);
     const uint32_t command = known ? known->replyCmd : head.command;
+    if (known && known->request && !supersedes(*known, packet)) {
+        return;
+    }
+    if (!known && servesManyAtOnce()) {
+        makeRoom();
+    }
     if (radEapRecv(packet.data(), static_cast<int32_t>(packet.size()), head.cookie,
                    RAD_EAP_PNAC_MODULE, head.command) != -1 ||
         head.cookie == 0) {
+        Conversation *conversation = findConversation(head.cookie);
+        if (conversation) {
+            keepPortInfo(*conversation, reader.rest());
+        }
         return;
     }
     ByteReader packetReader(packet);
@@ -75,13 +86,13 @@ void receiveRecord(std::span<const uint8_t> record) {
 // one with that cookie. False when there is no conversation at all.
 bool findDestination(uint32_t cookie, uint32_t &module, uint32_t &command) {
     command = RAD_EAP_NO_CMD;
-    for (const RadEapQueueEntry *entry = firstEntry(); entry; entry = nextEntry(entry)) {
+    for (const Conversation *entry = firstConversation(); entry; entry = nextConversation(entry)) {
         module = entry->destModule;
         if (entry->cookie == cookie) {
             command = entry->replyCmd;
         }
     }
-    return firstEntry() != nullptr;
+    return firstConversation() != nullptr;
 }
 
 }  // namespace
@@ -111,6 +122,9 @@ int radEapIoctlHandler(void * /*busArg1*/, void * /*busArg2*/, uint32_t cmd, voi
     }
     if (cmd == RAD_EAP_CMD_DB_UPDATE) {
         return radiusMgmtDBUpdateHandler(buf, len, static_cast<char *>(out), outLen ? *outLen : 0);
+    }
+    if (cmd == RAD_EAP_CMD_STATUS && servesManyAtOnce()) {
+        return writeStatus(static_cast<char *>(out), outLen);
     }
     receiveRecord({static_cast<const uint8_t *>(buf), len});
     return 0;

@@ -10,12 +10,11 @@
 #include "base/partition.h"
 #include "base/wire.h"
 #include "client/vendor.h"
+#include "relay/element.h"
 
 namespace lanyard {
 namespace {
 
-constexpr uint16_t kBlockHeaderSize = 2;
-constexpr uint16_t kElementHeaderSize = 2;
 constexpr uint16_t kSessionElementSize = 6;
 constexpr uint32_t kRadiusRequest = 1;  // Termination-Action, RFC 2865 section 5.29
 

@@ -1,14 +1,15 @@
 // The conversations of the relay, in the order of their first packets. Each holds the one EAP
 // packet that waits, and what outlives a packet: the identity, and the State of the last challenge.
-#include "relay/queue.h"
-
 #include <cstring>
+#include <utility>
 
 #include <lanyard/radius/eap.h>
 #include <palcore.h>
 
 #include "base/log.h"
 #include "base/partition.h"
+#include "relay/conversation.h"
+#include "relay/in_flight.h"
 
 PalList radEapMsgQueue = {nullptr, nullptr};
 
@@ -17,17 +18,14 @@ namespace {
 
 constexpr const char *kAddTag = "radEapMsgQueueAdd";
 constexpr int32_t kLengthMin = 4;
+constexpr size_t kPortInfoMax = 320;  // four elements, the largest of 255 bytes
 
-void dropPacket(RadEapQueueEntry &entry) {
-    palMemPartFree(radMemPartId, entry.packet);
-    entry.packet = nullptr;
-    entry.packetLen = 0;
-}
-
-void freeEntry(RadEapQueueEntry *entry) {
-    dropPacket(*entry);
-    radEapCtxClear(entry);
-    palMemPartFree(radMemPartId, entry);
+void freeConversation(Conversation *conversation) {
+    cancelRequest(*conversation);
+    freePending(*conversation);
+    keepPortInfo(*conversation, {});
+    radEapCtxClear(conversation);
+    palMemPartFree(radMemPartId, conversation);
 }
 
 // Longer than an EAP packet, or shorter than its header. The bounds compare differently, so that a
@@ -37,7 +35,7 @@ bool hasInvalidLength(int32_t length) {
            static_cast<uint32_t>(length) < static_cast<uint32_t>(kLengthMin);
 }
 
-PartitionPtr<uint8_t> copyPacket(const uint8_t *packet, uint32_t length) {
+PartitionPtr<uint8_t> copyBytes(const uint8_t *packet, uint32_t length) {
     PartitionPtr<uint8_t> copy(static_cast<uint8_t *>(palMemPartAlloc(radMemPartId, length)));
     if (copy) {
         std::memcpy(copy.get(), packet, length);
@@ -45,12 +43,12 @@ PartitionPtr<uint8_t> copyPacket(const uint8_t *packet, uint32_t length) {
     return copy;
 }
 
-int addToEntry(RadEapQueueEntry &entry, const uint8_t *packet, uint32_t length) {
-    dropPacket(entry);
-    auto copy = copyPacket(packet, length);
+int addToEntry(Conversation &entry, const uint8_t *packet, uint32_t length) {
+    freePending(entry);
+    auto copy = copyBytes(packet, length);
     if (!copy) {
         palListNodeRemove(&radEapMsgQueue, &entry.node);
-        freeEntry(&entry);
+        freeConversation(&entry);
         return -1;
     }
     radDeviceLogAs(kAddTag, kLogTrace, "Adding Packet for existing cookie:%p\n",
@@ -62,11 +60,11 @@ int addToEntry(RadEapQueueEntry &entry, const uint8_t *packet, uint32_t length) 
 
 int addEntry(const uint8_t *packet, uint32_t length, uint32_t cookie, uint32_t destModule,
              uint32_t replyCmd) {
-    auto entry = allocateRecord<RadEapQueueEntry>();
+    auto entry = allocateRecord<Conversation>();
     if (!entry) {
         return -1;
     }
-    auto copy = copyPacket(packet, length);
+    auto copy = copyBytes(packet, length);
     if (!copy) {
         return -1;
     }
@@ -81,6 +79,23 @@ int addEntry(const uint8_t *packet, uint32_t length, uint32_t cookie, uint32_t d
 }
 
 }  // namespace
+
+void freePending(RadEapQueueEntry &entry) {
+    palMemPartFree(radMemPartId, entry.packet);
+    entry.packet = nullptr;
+    entry.packetLen = 0;
+}
+
+void keepPortInfo(Conversation &conversation, std::span<const uint8_t> block) {
+    palMemPartFree(radMemPartId, std::exchange(conversation.port, nullptr));
+    conversation.portSize = 0;
+    if (!block.empty() && block.size() <= kPortInfoMax) {
+        const auto size = static_cast<uint32_t>(block.size());
+        conversation.port = copyBytes(block.data(), size).release();
+        conversation.portSize = conversation.port ? size : 0;
+    }
+}
+
 }  // namespace lanyard
 
 using namespace lanyard;
@@ -96,7 +111,7 @@ int radEapRecv(const uint8_t *packet, int32_t length, uint32_t cookie, uint32_t 
         return 0;
     }
     const auto size = static_cast<uint32_t>(length);
-    RadEapQueueEntry *entry = findEntry(cookie);
+    Conversation *entry = findConversation(cookie);
     return entry ? addToEntry(*entry, packet, size)
                  : addEntry(packet, size, cookie, destModule, replyCmd);
 }
@@ -107,17 +122,20 @@ int radEapMsgQueueRelease(RadEapQueueEntry *entry) {
     }
     if (entry->identity || entry->state) {
         radDeviceLog(kLogTrace, "Releasing Packet with cookie:%p\n", asPointer(entry->cookie));
-        dropPacket(*entry);
+        freePending(*entry);
         return 0;
     }
     radDeviceLog(kLogTrace, "Releasing Packet and cookie:%p\n", asPointer(entry->cookie));
-    for (RadEapQueueEntry *queued = firstEntry(); queued; queued = nextEntry(queued)) {
+    for (Conversation *queued = firstConversation(); queued; queued = nextConversation(queued)) {
         if (queued == entry) {
             palListNodeRemove(&radEapMsgQueue, &entry->node);
-            break;
+            freeConversation(queued);
+            return 0;
         }
     }
-    freeEntry(entry);
+    // A record that the caller has made.
+    freePending(*entry);
+    palMemPartFree(radMemPartId, entry);
     return 0;
 }
 
@@ -132,9 +150,9 @@ int radEapCtxClear(RadEapQueueEntry *entry) {
 }
 
 int radEapMsgQueueCleanUp(void) {
-    for (RadEapQueueEntry *entry = firstEntry(); entry;) {
-        RadEapQueueEntry *next = nextEntry(entry);
-        freeEntry(entry);
+    for (Conversation *entry = firstConversation(); entry;) {
+        Conversation *next = nextConversation(entry);
+        freeConversation(entry);
         entry = next;
     }
     palListInit(&radEapMsgQueue);

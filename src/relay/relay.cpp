@@ -1,5 +1,7 @@
-// One pass of the relay: an EAP-Response from Pnac becomes an Access-Request, and the server's
-// answer goes back (RFC 3579 section 2). Then the ageing of conversations.
+// An EAP-Response from Pnac becomes an Access-Request, and the server's answer goes back (RFC 3579
+// section 2): one in a pass. Then the ageing of conversations.
+#include "relay/relay.h"
+
 #include <algorithm>
 #include <cstring>
 #include <span>
@@ -14,7 +16,9 @@
 #include "base/partition.h"
 #include "base/wire.h"
 #include "relay/eap_packet.h"
-#include "relay/queue.h"
+#include "relay/element.h"
+#include "relay/in_flight.h"
+#include "relay/port_info.h"
 
 namespace lanyard {
 namespace {
@@ -24,15 +28,11 @@ constexpr const char *kTag = "radEapRecvTask";
 constexpr uint32_t kServiceTypeFramed = 2;
 constexpr uint32_t kFramedMtu = 1420;
 
-std::span<const uint8_t> pendingPacket(const RadEapQueueEntry &entry) {
-    return {entry.packet, entry.packetLen};
-}
-
 // The first conversation with a packet that waits; null when none waits.
-RadEapQueueEntry *firstPending() {
-    RadEapQueueEntry *entry = firstEntry();
+Conversation *firstPending() {
+    Conversation *entry = firstConversation();
     while (entry && !entry->packet) {
-        entry = nextEntry(entry);
+        entry = nextConversation(entry);
     }
     if (entry) {
         radDeviceLogAs("radEapMsgQueueGet", kLogTrace, "Got Packet with cookie:%p\n",
@@ -41,25 +41,9 @@ RadEapQueueEntry *firstPending() {
     return entry;
 }
 
-bool isRelayable(std::span<const uint8_t> packet) {
-    ByteReader reader(packet);
-    const EapHead head = readEapHead(reader);
-    if (head.code != EapCode::kResponse) {
-        radDeviceLogAs(kTag, kLogError, "radEapRecvTask: invalid EAP code:%d\n",
-                       static_cast<int>(head.code));
-        return false;
-    }
-    if (head.length != packet.size()) {
-        radDeviceLogAs(kTag, kLogError, "radEapRecvTask: Packet length mismatch %d, %d \n",
-                       head.length, static_cast<int>(packet.size()));
-        return false;
-    }
-    return true;
-}
-
 // Takes the identity from an Identity response: it restarts the conversation.
-bool noteIdentity(RadEapQueueEntry &entry) {
-    const auto typed = pendingPacket(entry).subspan(kEapHeaderSize);
+bool noteIdentity(Conversation &entry) {
+    const auto typed = entry.pending().subspan(kEapHeaderSize);
     if (typed.empty() || typed[0] != kEapTypeIdentity) {
         return true;
     }
@@ -75,7 +59,7 @@ bool noteIdentity(RadEapQueueEntry &entry) {
     return true;
 }
 
-bool addIdentity(const RadEapQueueEntry &entry, PairList &request) {
+bool addIdentity(const Conversation &entry, PairList &request) {
     if (!entry.identity) {
         return true;
     }
@@ -84,7 +68,7 @@ bool addIdentity(const RadEapQueueEntry &entry, PairList &request) {
 }
 
 // The State moves from the conversation to the request.
-bool moveState(RadEapQueueEntry &entry, PairList &request) {
+bool moveState(Conversation &entry, PairList &request) {
     if (!entry.state) {
         return true;
     }
@@ -115,22 +99,72 @@ bool addFramedMtu(PairList &request) {
     return request.addNumber(RAD_ATTR_FRAMED_MTU, kFramedMtu);
 }
 
-// The key-information block of a reply.
-struct KeyInfo {
-    SecretBytes block;
-    uint32_t size = 0;
+// What follows an EAP packet to Pnac: the key information of a reply, and what only an
+// authenticator that knows of requests in flight is told.
+class Accompaniment {
+  public:
+    // False when memory is exhausted.
+    bool takeKeyInfo(RadPair *reply, int radiusCode) {
+        uint8_t *block = nullptr;
+        uint32_t size = 0;
+        const int status = radEapKeyInfoBuild(reply, &block, &size, radiusCode);
+        block_ = SecretBytes(block, WipingDeleter{size});
+        size_ = size;
+        return status == 0;
+    }
+
+    // Adds an element to the block, or begins one. False when memory is exhausted.
+    bool add(uint8_t type, std::span<const uint8_t> value) {
+        const size_t before = size_ == 0 ? kBlockHeaderSize : size_;
+        const size_t after = before + kElementHeaderSize + value.size();
+        auto block = allocateSecret(after);
+        if (!block) {
+            return false;
+        }
+        ByteWriter writer({block.get(), after});
+        writer.u16(static_cast<uint16_t>(after));
+        if (size_ > 0) {
+            writer.bytes(bytes().subspan(kBlockHeaderSize));
+        }
+        writer.u8(type);
+        writer.u8(static_cast<uint8_t>(kElementHeaderSize + value.size()));
+        writer.bytes(value);
+        block_ = std::move(block);
+        size_ = after;
+        return true;
+    }
+
+    std::span<const uint8_t> bytes() const { return {block_.get(), size_}; }
+
+  private:
+    SecretBytes block_;
+    size_t size_ = 0;
 };
 
-bool buildKeyInfo(RadPair *reply, int radiusCode, KeyInfo &info) {
-    uint8_t *block = nullptr;
-    const int status = radEapKeyInfoBuild(reply, &block, &info.size, radiusCode);
-    info.block = SecretBytes(block, WipingDeleter{info.size});
-    return status == 0;
+// Where the accept puts the supplicant (RFC 3580 section 3.31): the text without its tag. Empty for
+// nowhere.
+std::span<const uint8_t> vlanOf(RadPair *reply) {
+    constexpr uint32_t kVlan = 13;
+    constexpr uint32_t kIeee802 = 6;
+    constexpr uint32_t kValueMask = 0xFFFFFF;  // below the tag (RFC 2868 section 3.1)
+    constexpr uint8_t kTagMax = 0x1F;
+    const auto is = [reply](int attrNum, uint32_t number) {
+        const RadPair *pair = radPairGet(reply, attrNum);
+        return pair && pair->type == RAD_TYPE_INTEGER && (pair->numValue & kValueMask) == number;
+    };
+    RadPair *group = radPairGet(reply, RAD_ATTR_TUNNEL_PRIVATE_GROUP_ID);
+    if (!group || group->type != RAD_TYPE_STRING || !is(RAD_ATTR_TUNNEL_TYPE, kVlan) ||
+        !is(RAD_ATTR_TUNNEL_MEDIUM_TYPE, kIeee802)) {
+        return {};
+    }
+    const std::span text(reinterpret_cast<const uint8_t *>(group->strValue),
+                         std::min<size_t>(group->numValue, RAD_VALUE_MAX));
+    return text.empty() || text[0] > kTagMax ? text : text.subspan(1);
 }
 
 // Keeps the State of a challenge for the next response. A challenge without one is relayed all the
 // same.
-bool keepState(RadEapQueueEntry &entry, RadPair *reply) {
+bool keepState(Conversation &entry, RadPair *reply) {
     const RadPair *state = radPairGet(reply, RAD_ATTR_STATE);
     if (!state) {
         radDeviceLogAs(kTag, kLogError, "No State Attribute in Access-Challenge message\n");
@@ -180,7 +214,7 @@ bool joinEapMessages(RadPair *reply, std::span<uint8_t> place) {
     return writer.ok();
 }
 
-void relayChallenge(RadEapQueueEntry &entry, RadPair *reply) {
+void relayChallenge(Conversation &entry, RadPair *reply) {
     radDeviceLogAs(kTag, kLogTrace, "Received Access-Challenge from Server\n");
     if (!reply) {
         radDeviceLogAs(kTag, kLogError, "No attributes received in Access-Challenge message\n");
@@ -190,84 +224,118 @@ void relayChallenge(RadEapQueueEntry &entry, RadPair *reply) {
         return;
     }
     const uint16_t sum = eapMessageSize(reply);
-    KeyInfo info;
-    if (sum == 0 || !buildKeyInfo(reply, RAD_CODE_ACCESS_CHALLENGE, info)) {
+    Accompaniment behind;
+    if (sum == 0 || !behind.takeKeyInfo(reply, RAD_CODE_ACCESS_CHALLENGE)) {
         return;
     }
-    const auto payload = allocateSecret(sum + info.size);
+    const size_t size = sum + behind.bytes().size();
+    const auto payload = allocateSecret(size);
     if (!payload || !joinEapMessages(reply, {payload.get(), sum})) {
         return;
     }
-    if (info.size > 0) {
-        std::memcpy(payload.get() + sum, info.block.get(), info.size);
-    }
+    ByteWriter writer({payload.get() + sum, behind.bytes().size()});
+    writer.bytes(behind.bytes());
     radDeviceLogAs(kTag, kLogTrace, "Sending Reply EAP Packet to Pnac\n");
-    if (radEapSendRtn(payload.get(), static_cast<int32_t>(sum + info.size), entry.cookie) == -1) {
+    if (radEapSendRtn(payload.get(), static_cast<int32_t>(size), entry.cookie) == -1) {
         radDeviceLogAs(kTag, kLogTrace, "Error sending packet to Pnac\n");
     }
 }
 
-// Answers the response that waits.
-void sendVerdict(const RadEapQueueEntry &entry, EapCode code, const uint8_t *block, uint32_t size) {
-    radEapSendResult(entry.packet, entry.cookie, static_cast<uint8_t>(code), block, size);
+void sendVerdict(const Conversation &entry, const uint8_t *response, EapCode code,
+                 const Accompaniment &behind) {
+    radEapSendResult(response, entry.cookie, static_cast<uint8_t>(code), behind.bytes().data(),
+                     static_cast<uint32_t>(behind.bytes().size()));
 }
 
-void relayAccept(RadEapQueueEntry &entry, RadPair *reply) {
-    KeyInfo info;
-    if (buildKeyInfo(reply, RAD_CODE_ACCESS_ACCEPT, info)) {
+void relayAccept(Conversation &entry, const uint8_t *response, RadPair *reply) {
+    Accompaniment behind;
+    const auto vlan = servesManyAtOnce() ? vlanOf(reply) : std::span<const uint8_t>();
+    if (behind.takeKeyInfo(reply, RAD_CODE_ACCESS_ACCEPT) &&
+        (vlan.empty() || behind.add(RAD_EAP_VLAN, vlan))) {
         radDeviceLogAs(kTag, kLogTrace,
                        "RADIUS Authentication Successful; Sending EAP-Success to Pnac\n");
-        sendVerdict(entry, EapCode::kSuccess, info.block.get(), info.size);
+        sendVerdict(entry, response, EapCode::kSuccess, behind);
     }
-    radEapCtxClear(&entry);
 }
 
-void relayFailure(RadEapQueueEntry &entry) {
-    radDeviceLogAs(kTag, kLogTrace, "RADIUS Authentication Failed; Sending EAP-Failure to Pnac\n");
-    sendVerdict(entry, EapCode::kFailure, nullptr, 0);
-    radEapCtxClear(&entry);
-}
-
-void relay(RadEapQueueEntry &entry) {
-    const auto packet = pendingPacket(entry);
+void relay(Conversation &entry) {
     PairList request;
-    if (!isRelayable(packet) || !noteIdentity(entry) || !addIdentity(entry, request) ||
-        !moveState(entry, request) || !addEapMessage(packet, request) || !addServiceType(request) ||
-        !addFramedMtu(request)) {
+    if (!isRelayable(entry.pending()) || !makeRequest(entry, request)) {
         return;
     }
     PairList reply;
-    switch (radBuildAndSendReq(RAD_CODE_ACCESS_REQUEST, request.head(), reply.address())) {
-        case RAD_CODE_ACCESS_CHALLENGE:
-            relayChallenge(entry, reply.head());
-            break;
-        case RAD_CODE_ACCESS_ACCEPT:
-            relayAccept(entry, reply.head());
-            break;
-        case RAD_CODE_ACCESS_REJECT:
-        case -1:
-            relayFailure(entry);
-            break;
-        default:
-            break;
-    }
+    const int code = radBuildAndSendReq(RAD_CODE_ACCESS_REQUEST, request.head(), reply.address());
+    answer(entry, entry.packet, code, reply.head(), 0);
 }
 
-void expire(RadEapQueueEntry &entry) {
+}  // namespace
+
+bool isRelayable(std::span<const uint8_t> packet) {
+    ByteReader reader(packet);
+    const EapHead head = readEapHead(reader);
+    if (head.code != EapCode::kResponse) {
+        radDeviceLogAs(kTag, kLogError, "radEapRecvTask: invalid EAP code:%d\n",
+                       static_cast<int>(head.code));
+        return false;
+    }
+    if (head.length != packet.size()) {
+        radDeviceLogAs(kTag, kLogError, "radEapRecvTask: Packet length mismatch %d, %d \n",
+                       head.length, static_cast<int>(packet.size()));
+        return false;
+    }
+    return true;
+}
+
+bool makeRequest(Conversation &entry, PairList &request) {
+    return noteIdentity(entry) && addIdentity(entry, request) && moveState(entry, request) &&
+           addEapMessage(entry.pending(), request) && addServiceType(request) &&
+           addFramedMtu(request) && addPortInfo(entry.portInfo(), request);
+}
+
+void expire(Conversation &entry) {
     if (entry.packet && entry.cookie) {
-        sendVerdict(entry, EapCode::kFailure, nullptr, 0);
+        sendFailure(entry, entry.packet, RAD_EAP_FAILED_EXPIRED);
     }
     radEapCtxClear(&entry);
     radEapMsgQueueRelease(&entry);
 }
 
-}  // namespace
+void sendFailure(const Conversation &entry, const uint8_t *response, uint8_t reason) {
+    Accompaniment behind;
+    if (servesManyAtOnce()) {
+        behind.add(RAD_EAP_FAILURE_REASON, {&reason, 1});
+    }
+    sendVerdict(entry, response, EapCode::kFailure, behind);
+}
+
+bool answer(Conversation &entry, const uint8_t *response, int code, RadPair *reply,
+            uint8_t failureReason) {
+    switch (code) {
+        case RAD_CODE_ACCESS_CHALLENGE:
+            relayChallenge(entry, reply);
+            return false;
+        case RAD_CODE_ACCESS_ACCEPT:
+            relayAccept(entry, response, reply);
+            break;
+        case RAD_CODE_ACCESS_REJECT:
+        case -1:
+            radDeviceLogAs(kTag, kLogTrace,
+                           "RADIUS Authentication Failed; Sending EAP-Failure to Pnac\n");
+            sendFailure(entry, response, failureReason);
+            break;
+        default:
+            return false;
+    }
+    radEapCtxClear(&entry);
+    return true;
+}
+
 }  // namespace lanyard
 
 using namespace lanyard;
 
 int radEapRecvTask(void) {
-    RadEapQueueEntry *entry = firstPending();
+    Conversation *entry = firstPending();
     if (entry) {
         relay(*entry);
         radEapMsgQueueRelease(entry);
@@ -297,8 +365,8 @@ int radEapSendResult(const uint8_t *eapResponse, uint32_t cookie, uint8_t eapCod
 }
 
 int radEapCtxTimeout(void) {
-    for (RadEapQueueEntry *entry = firstEntry(); entry;) {
-        RadEapQueueEntry *next = nextEntry(entry);
+    for (Conversation *entry = firstConversation(); entry;) {
+        Conversation *next = nextConversation(entry);
         if (entry->age < RAD_EAP_LIFE) {
             ++entry->age;
         } else {

@@ -14,6 +14,7 @@
 
 #include "base/log.h"
 #include "base/text.h"
+#include "relay/in_flight.h"
 
 namespace lanyard {
 namespace {
@@ -78,6 +79,17 @@ bool parseOptions(int argc, char *argv[]) {
     return true;
 }
 
+void serveOneByOne() {
+    for (;;) {
+        xbusListen(pRadEapXbusCtx, kListenMicroseconds);
+        if (!running) {
+            return;
+        }
+        radEapRecvTask();
+        radEapCtxTimeout();
+    }
+}
+
 }  // namespace
 }  // namespace lanyard
 
@@ -110,13 +122,8 @@ int radEapInit(void) {
     [[maybe_unused]] const int detached = daemon(0, 0);  // stays in the foreground where it cannot
     std::signal(SIGTERM, radEapExit);
 
-    for (;;) {
-        xbusListen(pRadEapXbusCtx, kListenMicroseconds);
-        if (!running) {
-            break;
-        }
-        radEapRecvTask();
-        radEapCtxTimeout();
+    if (!servesManyAtOnce() || !serveInFlight(running)) {
+        serveOneByOne();
     }
     radEapMsgQueueCleanUp();
     xbusUnRegister(pRadEapXbusCtx);

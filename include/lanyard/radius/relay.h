@@ -38,6 +38,12 @@ enum { RAD_EAP_MODULE = 8, RAD_EAP_PNAC_MODULE = 6 };
 /** Bus command of a database change notice; every other command carries an EAP packet. */
 #define RAD_EAP_CMD_DB_UPDATE 4
 
+/**
+ * Bus command that asks a relay with many requests in flight (::RAD_OPTION_EAP_IN_FLIGHT) for its
+ * status: a JSON object in `out`, whose length comes back. Another relay takes it for a record.
+ */
+#define RAD_EAP_CMD_STATUS 5
+
 /** Command in every record to Pnac; also bus command of a reply to an unknown conversation. */
 #define RAD_EAP_NO_CMD 0xFFFFFFFFU
 
@@ -47,13 +53,34 @@ enum { RAD_EAP_MODULE = 8, RAD_EAP_PNAC_MODULE = 6 };
 /** Ageing passes that a conversation lives. */
 #define RAD_EAP_LIFE 3000
 
-/** Types of the elements of the key-information block. */
+/** Types of the elements of the key-information block. The last two need many requests in flight. */
 enum {
     RAD_EAP_KEY_RECV = 1,          /**< MS-MPPE-Recv-Key */
     RAD_EAP_SESSION_REAUTH = 2,    /**< Session-Timeout, then authenticate again */
     RAD_EAP_SESSION_CHALLENGE = 3, /**< Session-Timeout of a challenge */
     RAD_EAP_KEY_SEND = 4,          /**< MS-MPPE-Send-Key */
-    RAD_EAP_SESSION_TERMINATE = 5  /**< Session-Timeout, then the end */
+    RAD_EAP_SESSION_TERMINATE = 5, /**< Session-Timeout, then the end */
+    RAD_EAP_FAILURE_REASON = 6,    /**< one byte: one of the RAD_EAP_FAILED_ values */
+    RAD_EAP_VLAN = 7               /**< Tunnel-Private-Group-ID of a VLAN (RFC 3580 section 3.31) */
+};
+
+/** Why a login failed. */
+enum {
+    RAD_EAP_FAILED_REJECTED = 1,  /**< a server said so */
+    RAD_EAP_FAILED_NO_SERVER = 2, /**< no server answered */
+    RAD_EAP_FAILED_NOT_SENT = 3,  /**< the relay could not make or send the request */
+    RAD_EAP_FAILED_EXPIRED = 4    /**< the conversation was too old */
+};
+
+/**
+ * Types of the elements of the port-information block, which may follow the payload of a record to
+ * the relay, outside of its length.
+ */
+enum {
+    RAD_EAP_PORT_SUPPLICANT = 1, /**< MAC address of the supplicant: Calling-Station-Id */
+    RAD_EAP_PORT_ADDRESS = 2,    /**< MAC address of the port: Called-Station-Id */
+    RAD_EAP_PORT_NUMBER = 3,     /**< four bytes: NAS-Port */
+    RAD_EAP_PORT_NAME = 4        /**< text: NAS-Port-Id */
 };
 
 /** Head of a bus record, in host byte order; `length` bytes of payload follow. */

@@ -272,7 +272,7 @@ TEST_F(Radeapd, HoldsAsManyConversationsOfAnySizeAsAgeingLeaves) {
         ASSERT_EQ(kRequest, codeOfAnswer(cookie, 1, name)) << "conversation " << cookie;
     }
     // Each of them goes on.
-    server.otherwise(reject());
+    server.otherwise(reject(Attributes().addMessageAuthenticator()));
     for (uint32_t cookie = 1; cookie <= kConversations; ++cookie) {
         ASSERT_EQ(kFailure, codeOfAnswer(cookie, 4, "10"_hex)) << "conversation " << cookie;
     }
