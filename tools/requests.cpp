@@ -156,6 +156,11 @@ constexpr LibraryOption kBuiltin{"--builtin", RAD_OPTION_BUILTIN_NT_RESPONSE,
 constexpr LibraryOption kStandardSha1{"--standard-sha1", RAD_OPTION_STANDARD_SHA1,
                                       "takes the published SHA-1, as standard servers do"};
 
+constexpr LibraryOption kResilient{"--resilient", RAD_OPTION_RESILIENT,
+                                   "ignores what is no valid reply, leaves dead servers sooner"};
+constexpr LibraryOption kSigned{"--require-signed", RAD_OPTION_REQUIRE_MESSAGE_AUTHENTICATOR,
+                                "takes only replies with a Message-Authenticator"};
+
 constexpr const char *kLogin = "<username> <password>";
 
 struct Program {
@@ -163,7 +168,7 @@ struct Program {
     int (*run)(const char *program, int argc, char *argv[]);
     const char *help;
     const char *arguments = kLogin;
-    std::array<LibraryOption, 2> options = {};
+    std::array<LibraryOption, 4> options = {kResilient, kSigned};
 };
 
 constexpr std::array kPrograms{
@@ -178,24 +183,27 @@ constexpr std::array kPrograms{
             runPlain<radMschapSampleMain>,
             "logs a user in with MS-CHAP",
             kLogin,
-            {kBuiltin}},
+            {kBuiltin, kResilient, kSigned}},
     Program{"radmschap-portal",
             runPortal<radMschapSampleMainCaptivePortal>,
             "logs a user in with MS-CHAP and prints the limits that the server grants",
             kLogin,
-            {kBuiltin}},
+            {kBuiltin, kResilient, kSigned}},
     Program{"radmschapv2",
             runPlain<radMschapv2SampleMain>,
             "logs a user in with MS-CHAPv2",
             kLogin,
-            {kBuiltin, kStandardSha1}},
+            {kBuiltin, kStandardSha1, kResilient, kSigned}},
     Program{"radmschapv2-portal",
             runPortal<radMschapv2SampleMainCaptivePortal>,
             "logs a user in with MS-CHAPv2 and prints the limits that the server grants",
             kLogin,
-            {kBuiltin, kStandardSha1}},
-    Program{"radacct", runPlain<radAcctSampleMain, RAD_CODE_ACCOUNTING_RESPONSE>,
-            "sends one accounting record", "[-s status]"},
+            {kBuiltin, kStandardSha1, kResilient, kSigned}},
+    Program{"radacct",
+            runPlain<radAcctSampleMain, RAD_CODE_ACCOUNTING_RESPONSE>,
+            "sends one accounting record",
+            "[-s status]",
+            {kResilient}},
 };
 
 // The row of a program; a name without one does not compile.

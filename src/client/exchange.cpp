@@ -59,7 +59,8 @@ Exchange::Exchange(Resilient request)
     if (set_) {
         choice_ = set_->choice();
     }
-    if (request.only >= 0) {
+    isOneOfMany_ = request.only >= 0;
+    if (isOneOfMany_) {
         choice_.order[0] = static_cast<uint8_t>(request.only);
         choice_.count = 1;
     }
@@ -372,7 +373,9 @@ Next Exchange::endTry(int result) {
 }
 
 void Exchange::publishOutcomes() const {
-    forgetOutcomes();
+    if (!isOneOfMany_) {
+        forgetOutcomes();
+    }
     if (before_.reason != 0) {
         noteOutcome("", 0, before_);
     }

@@ -83,7 +83,8 @@ class Exchange {
     int result() const { return result_; }
     Packet packet() const { return *request_.packet; }
     RadPair *takeReply() { return std::exchange(reply_, nullptr); }
-    // Makes this thread's radLastError() tell of this exchange.
+    // Makes this thread's radLastError() tell of this exchange; of earlier ones too where the caller
+    // asks one server after the other with an exchange each.
     void publishOutcomes() const;
 
   private:
@@ -128,6 +129,7 @@ class Exchange {
     int8_t stateOrigin_ = -1;  // the server that gave the State; -1 for none
     bool resilient_ = false;
     bool isComplete_ = false;
+    bool isOneOfMany_ = false;
     bool isEap_ = false;
     bool delayed_ = false;      // has an Acct-Delay-Time
     bool probesFirst_ = false;  // the first server is a dead one, which this request tries again

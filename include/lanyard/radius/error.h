@@ -75,7 +75,8 @@ enum {
     RAD_REASON_REPLY_UNSIGNED = -16,      /**< EAP-Message without Message-Authenticator */
     RAD_REASON_REPLY_SIGNATURE = -17,     /**< Message-Authenticator (RFC 3579 section 3.2) */
     RAD_REASON_REPLY_ATTRIBUTE = -18,     /**< `attribute` was refused */
-    RAD_REASON_REPLY_HOOK = -19           /**< the program's unpack hook refused `attribute` */
+    RAD_REASON_REPLY_HOOK = -19,          /**< the program's unpack hook refused `attribute` */
+    RAD_REASON_REPLY_NOT_SIGNED = -20     /**< ::RAD_OPTION_REQUIRE_MESSAGE_AUTHENTICATOR */
 };
 
 /** What became of a request to one server. Read it only. */

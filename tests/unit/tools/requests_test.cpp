@@ -25,21 +25,28 @@ using testing::Not;
 using testing::StartsWith;
 
 constexpr const char *kSecret = "xyzzy5461";
+constexpr uint8_t kAccept = 2;
 constexpr uint8_t kReject = 3;
 constexpr uint8_t kChallenge = 11;
 constexpr uint8_t kRecvKey = 17;
 constexpr uint32_t kMicrosoft = 311;
 
-struct Program {
-    const char *name;
-    std::vector<std::string> arguments;
-    std::string help = "[-v] [ -f confFile] <username> <password>\n";
-    bool isAccounting = false;
-};
-
 const std::string kHelpBuiltin = "  --builtin        computes the NT-Response itself\n";
 const std::string kHelpSha1 =
     "  --standard-sha1  takes the published SHA-1, as standard servers do\n";
+const std::string kHelpResilient =
+    "  --resilient      ignores what is no valid reply, leaves dead servers sooner\n";
+const std::string kHelpSigned =
+    "  --require-signed takes only replies with a Message-Authenticator\n";
+const std::string kUsageOfLogin =
+    "[--resilient] [--require-signed] [-v] [ -f confFile] <username> <password>\n";
+
+struct Program {
+    const char *name;
+    std::vector<std::string> arguments;
+    std::string help = kUsageOfLogin + kHelpResilient + kHelpSigned;
+    bool isAccounting = false;
+};
 
 std::ostream &operator<<(std::ostream &stream, const Program &program) {
     return stream << program.name;
@@ -63,8 +70,9 @@ class RequestProgram : public testing::TestWithParam<Program> {
         root_.write("/var/radius.conf", text + "\n");
     }
 
-    [[nodiscard]] ProgramResult run() const {
+    [[nodiscard]] ProgramResult run(const std::vector<std::string> &options = {}) const {
         std::vector<std::string> command = {std::string(LANYARD_PROGRAMS) + "/" + GetParam().name};
+        command.insert(command.end(), options.begin(), options.end());
         command.insert(command.end(), GetParam().arguments.begin(), GetParam().arguments.end());
         ProgramResult result = runProgram(command, {"PAL_ROOT=" + root_.folder().string()});
         EXPECT_THAT(result.out + result.err, Not(HasSubstr(kSecret)));
@@ -87,7 +95,10 @@ class RequestProgram : public testing::TestWithParam<Program> {
 INSTANTIATE_TEST_SUITE_P(
     Programs, RequestProgram,
     testing::Values(
-        Program{"radacct", {"-s", "7"}, "[-v] [ -f confFile] [-s status]\n", true},
+        Program{"radacct",
+                {"-s", "7"},
+                "[--resilient] [-v] [ -f confFile] [-s status]\n" + kHelpResilient,
+                true},
         Program{"radauth", {"alice", "wonderland"}},
         Program{"radauth-all", {"alice", "wonderland"}},
         Program{"radauth-portal", {"alice", "wonderland"}},
@@ -95,18 +106,18 @@ INSTANTIATE_TEST_SUITE_P(
         Program{"radchap-portal", {"alice", "wonderland"}},
         Program{"radmschap",
                 {"alice", "wonderland"},
-                "[--builtin] [-v] [ -f confFile] <username> <password>\n" + kHelpBuiltin},
+                "[--builtin] " + kUsageOfLogin + kHelpBuiltin + kHelpResilient + kHelpSigned},
         Program{"radmschap-portal",
                 {"alice", "wonderland"},
-                "[--builtin] [-v] [ -f confFile] <username> <password>\n" + kHelpBuiltin},
+                "[--builtin] " + kUsageOfLogin + kHelpBuiltin + kHelpResilient + kHelpSigned},
         Program{"radmschapv2",
                 {"--standard-sha1", "alice", "wonderland"},
-                "[--builtin] [--standard-sha1] [-v] [ -f confFile] <username> <password>\n" +
-                    kHelpBuiltin + kHelpSha1},
+                "[--builtin] [--standard-sha1] " + kUsageOfLogin + kHelpBuiltin + kHelpSha1 +
+                    kHelpResilient + kHelpSigned},
         Program{"radmschapv2-portal",
                 {"--standard-sha1", "alice", "wonderland"},
-                "[--builtin] [--standard-sha1] [-v] [ -f confFile] <username> <password>\n" +
-                    kHelpBuiltin + kHelpSha1}),
+                "[--builtin] [--standard-sha1] " + kUsageOfLogin + kHelpBuiltin + kHelpSha1 +
+                    kHelpResilient + kHelpSigned}),
     [](const auto &instance) {
         std::string name = instance.param.name;
         std::replace(name.begin(), name.end(), '-', '_');
@@ -124,6 +135,32 @@ TEST_P(RequestProgram, SilenceThenReject_TellOfBothServers) {
         EndsWith("  " + address(first) +
                  ": no reply in 1 try of 0 s: server down, wrong port, or wrong secret\n  " +
                  address(second) + ": rejected by the server (Access-Reject)\n"));
+}
+
+TEST_P(RequestProgram, ResilientForgedThenTrueServer_TellsOfBothServers) {
+    ScriptedServer first(kSecret);
+    first.otherwise(answer(kAccept).withWrongAuthenticator());
+    const ScriptedServer second(kSecret, {answer(kReject)});
+    configure({address(first) + ":1", entry(second)});
+    const ProgramResult result = run({"--resilient"});
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ(1U, second.requestCount());
+    EXPECT_THAT(result.err,
+                EndsWith("  " + address(first) +
+                         ": reply refused: wrong response authenticator: wrong secret, or not from "
+                         "the server\n  " +
+                         address(second) + ": rejected by the server (Access-Reject)\n"));
+}
+
+TEST_P(RequestProgram, UnsignedAcceptWhereSignedOnesAreRequired_IsRefused) {
+    if (GetParam().isAccounting) {
+        GTEST_SKIP() << "accounting has no Message-Authenticator";
+    }
+    const ScriptedServer server(kSecret, {answer(kAccept)});
+    configure({entry(server)});
+    const ProgramResult result = run({"--require-signed"});
+    EXPECT_EQ(1, result.status);
+    EXPECT_THAT(result.err, EndsWith("reply refused: it has no Message-Authenticator\n"));
 }
 
 TEST_P(RequestProgram, NoRoute_SaysSo) {
