@@ -1,14 +1,11 @@
 // CHAP: the response that is made of identifier, password and challenge.
 #include <algorithm>
 #include <climits>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <set>
 
 #include <lanyard/radius/methods.h>
 #include <palcore.h>
 
-#include "tests/support/guard_page.h"
 #include "tests/unit/login/outcome.h"
 
 namespace lanyard::test::chap_response_test {
@@ -22,8 +19,8 @@ const Bytes kChallenge = "000102030405060708090a0b0c0d0e0f"_hex;
 // The random source of palRandGen(), as a test has it.
 class RandomSource {
   public:
-    // Octets that it yields, one after another; then it fails.
-    explicit RandomSource(Bytes octets) : octets_(std::move(octets)) {
+    // What it returns, byte after byte; then it fails.
+    explicit RandomSource(Bytes bytes) : bytes_(std::move(bytes)) {
         EXPECT_EQ(0, palRandLibInit(draw, this));
     }
     RandomSource(const RandomSource &) = delete;
@@ -36,15 +33,15 @@ class RandomSource {
     static int draw(void *context, uint8_t *out, uint32_t length) {
         auto &self = *static_cast<RandomSource *>(context);
         self.lengths_.push_back(length);
-        if (length > self.octets_.size()) {
+        if (length > self.bytes_.size()) {
             return -1;
         }
-        std::copy_n(self.octets_.begin(), length, out);
-        self.octets_.erase(self.octets_.begin(), self.octets_.begin() + length);
+        std::copy_n(self.bytes_.begin(), length, out);
+        self.bytes_.erase(self.bytes_.begin(), self.bytes_.begin() + length);
         return 0;
     }
 
-    Bytes octets_;
+    Bytes bytes_;
     std::vector<uint32_t> lengths_;
 };
 
@@ -89,18 +86,18 @@ TEST(RadChapRespMake, IdentifierVaries) {
     EXPECT_EQ(identifiers.size(), responses.size());
 }
 
-TEST(RadChapRespMake, PasswordIsOctetsOfTheGivenLength) {
+TEST(RadChapRespMake, PasswordIsBytesOfTheGivenLength) {
     for (const Bytes &password :
          {Bytes(), "00"_hex, "6100620063"_hex, Bytes(64, 'x'), Bytes(237, 0xff)}) {
         SCOPED_TRACE(password.size());
         for (const GuardedBuffer::Edge edge :
              {GuardedBuffer::Edge::start, GuardedBuffer::Edge::end}) {
-            GuardedBuffer octets(password, edge);
-            octets.makeReadOnly();
+            GuardedBuffer text(password, edge);
+            text.makeReadOnly();
             GuardedBuffer challenge(kChallenge, edge);
             challenge.makeReadOnly();
             GuardedBuffer response(RAD_CHAP_RESPONSE_SIZE, edge);
-            EXPECT_EQ(17, radChapRespMake(response.data(), octets.data(),
+            EXPECT_EQ(17, radChapRespMake(response.data(), text.data(),
                                           static_cast<int>(password.size()), challenge.data()));
             EXPECT_BYTES_EQ(expectedResponse(response.data()[0], password, kChallenge),
                             response.bytes());
@@ -108,7 +105,7 @@ TEST(RadChapRespMake, PasswordIsOctetsOfTheGivenLength) {
     }
 }
 
-TEST(RadChapRespMake, RefusesAPasswordOf238OctetsAndMore) {
+TEST(RadChapRespMake, RefusesAPasswordOf238BytesAndMore) {
     RandomSource random({});
     const Bytes untouched(RAD_CHAP_RESPONSE_SIZE, 0x77);
     Bytes response = untouched;
@@ -123,7 +120,7 @@ TEST(RadChapRespMake, RefusesAPasswordOf238OctetsAndMore) {
     EXPECT_THAT(random.lengths(), IsEmpty());
 }
 
-TEST(RadChapRespMake, FailsWithoutARandomOctet) {
+TEST(RadChapRespMake, FailsWithoutARandomByte) {
     RandomSource random({});
     const Bytes untouched(RAD_CHAP_RESPONSE_SIZE, 0x77);
     Bytes response = untouched;

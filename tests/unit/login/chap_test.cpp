@@ -1,21 +1,16 @@
 // What CHAP logins have alone: response and challenge, which are the caller's.
 #include <climits>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <ostream>
 
 #include <lanyard/radius/methods.h>
 
-#include "tests/support/guard_page.h"
 #include "tests/unit/login/outcome.h"
 
 namespace lanyard::test::chap_test {
 namespace {
 
-using testing::ElementsAre;
-
 const Bytes kChallenge = "000102030405060708090a0b0c0d0e0f"_hex;
-// It has an octet 0 in it, as a response may.
+// It has a byte 0 in it, as a response may.
 const Bytes kResponse = "2a 00112233445566778899aabbccddeeff"_hex;
 
 Attributes request(ByteView response, ByteView challenge) {
@@ -31,7 +26,7 @@ struct EntryPoint {
     const char *name;
     int (*login)(const char *userName, const uint8_t *response, int responseLength,
                  const uint8_t *challenge, int challengeLength);
-    int refusalLevel;
+    const char *refusal;
 };
 
 void PrintTo(const EntryPoint &entryPoint, std::ostream *stream) {
@@ -67,21 +62,19 @@ class ChapLogin : public testing::TestWithParam<EntryPoint> {
                             request(response, challenge));
     }
 
-    void expectRefused(const Outcome &run) {
-        EXPECT_EQ(-1, run.result);
-        EXPECT_EQ("", run.output);
-        EXPECT_THAT(run.lines, ElementsAre(Logged(7, GetParam().refusalLevel, GetParam().name,
-                                                  "Invalid username, challenge or response\n")));
-    }
+    static auto refused() { return EndedWithLog(-1, "", {GetParam().refusal}); }
 
     OneAuthServer far_{std::vector<Action>(3, accept())};
 };
 
-INSTANTIATE_TEST_SUITE_P(EntryPoints, ChapLogin,
-                         testing::Values(EntryPoint{"radChapAuth", radChapAuth, kError},
-                                         EntryPoint{"radChapAuthAndGetAttributes", loginForLimits,
-                                                    kTrace}),
-                         [](const auto &instance) { return std::string(instance.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    EntryPoints, ChapLogin,
+    testing::Values(
+        EntryPoint{"radChapAuth", radChapAuth,
+                   "error radChapAuth> Invalid username, challenge or response"},
+        EntryPoint{"radChapAuthAndGetAttributes", loginForLimits,
+                   "trace radChapAuthAndGetAttributes> Invalid username, challenge or response"}),
+    [](const auto &instance) { return std::string(instance.param.name); });
 
 TEST_P(ChapLogin, ResponseAndChallengeAreSentAsTheyAre) {
     Bytes nulAt17(60, 0x5a);
@@ -91,24 +84,24 @@ TEST_P(ChapLogin, ResponseAndChallengeAreSentAsTheyAre) {
     expectSent(nulAt17, kChallenge);
 }
 
-TEST_P(ChapLogin, ResponseOf48OctetsIsSentAndOf49Refused) {
-    const Bytes octets(49, 0x5a);
-    expectSent(ByteView(octets).first(48), kChallenge);
-    expectRefused(login(octets, kChallenge));
-    expectRefused(login(Bytes(200, 0x5a), kChallenge));
+TEST_P(ChapLogin, ResponseOf48BytesIsSentAndOf49Refused) {
+    const Bytes bytes(49, 0x5a);
+    expectSent(ByteView(bytes).first(48), kChallenge);
+    EXPECT_THAT(login(bytes, kChallenge), refused());
+    EXPECT_THAT(login(Bytes(200, 0x5a), kChallenge), refused());
     EXPECT_EQ(1U, far_.server.requestCount());
 }
 
 TEST_P(ChapLogin, MissingAndEmptyInputsAreRefused) {
     const uint8_t *response = kResponse.data();
     const uint8_t *challenge = kChallenge.data();
-    expectRefused(login(nullptr, response, 17, challenge, 16));
-    expectRefused(login("nemo", nullptr, 17, challenge, 16));
-    expectRefused(login("nemo", response, 17, nullptr, 16));
+    EXPECT_THAT(login(nullptr, response, 17, challenge, 16), refused());
+    EXPECT_THAT(login("nemo", nullptr, 17, challenge, 16), refused());
+    EXPECT_THAT(login("nemo", response, 17, nullptr, 16), refused());
     for (const int length : {0, -1, INT_MIN}) {
         SCOPED_TRACE(length);
-        expectRefused(login("nemo", response, length, challenge, 16));
-        expectRefused(login("nemo", response, 17, challenge, length));
+        EXPECT_THAT(login("nemo", response, length, challenge, 16), refused());
+        EXPECT_THAT(login("nemo", response, 17, challenge, length), refused());
     }
     EXPECT_EQ(0U, far_.server.requestCount());
 }
@@ -128,10 +121,7 @@ TEST_P(ChapLogin, ValueThatNoAttributeHoldsFailsWithTheMessageOfThePair) {
     const Bytes response(254, 0);
     const Bytes challenge(254, 1);
     for (const Outcome &run : {login(response, kChallenge), login(kResponse, challenge)}) {
-        EXPECT_EQ(-1, run.result);
-        EXPECT_EQ("", run.output);
-        EXPECT_THAT(run.lines, ElementsAre(Logged(7, kError, "radPairAssign",
-                                                  "radPairAssign: bad attribute value length\n")));
+        EXPECT_THAT(run, EndedWithLog(-1, "", {"error radPairAssign: bad attribute value length"}));
     }
     EXPECT_EQ(0U, far_.server.requestCount());
 }

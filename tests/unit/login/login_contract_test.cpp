@@ -1,22 +1,18 @@
 // What the nine login functions share: the request, what is refused, what is said of the outcome, and
 // the limits that a server grants.
 #include <array>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <lanyard/radius/dict.h>
 #include <lanyard/radius/engine.h>
 #include <lanyard/radius/error.h>
 #include <lanyard/radius/methods.h>
 
-#include "tests/support/failing_partition.h"
 #include "tests/unit/login/methods.h"
 
 namespace lanyard::test::login_contract_test {
 namespace {
 
 using testing::Contains;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -30,24 +26,7 @@ class LoginContract : public testing::TestWithParam<Method> {
 
     static Outcome login(const char *userName = "nemo") { return logIn(GetParam(), userName); }
 
-    // Nothing was shown of a reply.
-    static void expectFailure(const Outcome &run) {
-        EXPECT_EQ(-1, run.result);
-        expectSaid(GetParam(), run, false);
-    }
-
-    static void expectRefused(const Outcome &run) {
-        EXPECT_EQ(-1, run.result);
-        EXPECT_EQ("", run.output);
-        const std::string refusal = method().refusal;
-        if (refusal.empty()) {
-            EXPECT_THAT(run.lines, IsEmpty());
-        } else {
-            const size_t colon = refusal.find(':');
-            EXPECT_THAT(texts(run.lines), ElementsAre(refusal.substr(0, colon) + " " +
-                                                      method().name + refusal.substr(colon)));
-        }
-    }
+    static auto failed() { return Verdict(GetParam(), false); }
 };
 
 INSTANTIATE_TEST_SUITE_P(Methods, LoginContract, testing::ValuesIn(methods()), nameOf<Method>);
@@ -83,7 +62,7 @@ TEST_P(LoginContract, NameOf64CharactersIsSentAndOf65Refused) {
     for (const char *refused : {tooLong.c_str(), static_cast<const char *>(nullptr)}) {
         Limits limits;
         const Outcome run = logIn(method(), refused, kPassword, &limits);
-        expectRefused(run);
+        EXPECT_THAT(run, Refused(method()));
         expectSecrecy(run, kPassword);
         EXPECT_EQ(Limits(), limits);
     }
@@ -99,7 +78,7 @@ TEST_P(LoginContract, RefusedBeforeItsRequest_LeavesNoRecordOfAnEarlierOne) {
     EXPECT_EQ(-1, radBuildAndSendReq(RAD_CODE_ACCESS_REQUEST, pairs, &reply));
     radPairListFree(pairs);
     ASSERT_NE(nullptr, radLastError());
-    expectRefused(login(std::string(RAD_USER_NAME_MAX + 1, 'n').c_str()));
+    EXPECT_THAT(login(std::string(RAD_USER_NAME_MAX + 1, 'n').c_str()), Refused(method()));
     EXPECT_EQ(nullptr, radLastError());
 }
 
@@ -138,24 +117,21 @@ TEST_P(LoginContract, AcceptIsToldAndNothingElse) {
     const OneAuthServer far({accept()});
     Limits limits;
     const Outcome run = logIn(method(), "nemo", kPassword, &limits);
-    EXPECT_EQ(0, run.result);
-    expectSaid(method(), run, true);
-    EXPECT_THAT(run.problems, IsEmpty());
+    EXPECT_THAT(run, Verdict(method(), true));
+    EXPECT_PROBLEMS(run);
     EXPECT_EQ(Limits(), limits);
 }
 
 TEST_P(LoginContract, NameIsToldAsItIs) {
     const OneAuthServer far({accept(), reject()});
-    expectSaid(method(), login(kOddName), true, kOddName);
-    expectSaid(method(), login(kOddName), false, kOddName);
+    EXPECT_THAT(login(kOddName), Verdict(method(), true, kOddName));
+    EXPECT_THAT(login(kOddName), Verdict(method(), false, kOddName));
 }
 
 TEST_P(LoginContract, AttributesOfAnAcceptAreShownInOrder) {
     const OneAuthServer far({accept(grant())});
     Limits limits;
-    const Outcome run = logIn(method(), "nemo", kPassword, &limits);
-    EXPECT_EQ(0, run.result);
-    expectSaidWithGrant(method(), run, true);
+    EXPECT_THAT(logIn(method(), "nemo", kPassword, &limits), VerdictWithGrant(method(), true));
     EXPECT_EQ((Limits{.session = method().handsOutLimits ? 121 : kUntouched}), limits);
 }
 
@@ -165,9 +141,8 @@ TEST_P(LoginContract, RefusalFailsAndItsAttributesAreShownByPapAndChap) {
         SCOPED_TRACE(int{code});
         far.server.then(answer(code, grant().addInteger(28, 61)));
         Limits limits;
-        const Outcome run = logIn(method(), "nemo", kPassword, &limits);
-        EXPECT_EQ(-1, run.result);
-        expectSaidWithGrant(method(), run, false, "256 radPairShow: Idle-Timeout: 61\n");
+        EXPECT_THAT(logIn(method(), "nemo", kPassword, &limits),
+                    VerdictWithGrant(method(), false, "packet radPairShow> Idle-Timeout: 61"));
         const bool taken = method().handsOutLimits && method().shown == Shown::kAlways;
         EXPECT_EQ(taken ? (Limits{2, 121}) : Limits(), limits);
     }
@@ -178,7 +153,7 @@ TEST_P(LoginContract, OnlyAnAcceptIsASuccess) {
     for (const uint8_t code : Bytes{1, 3, 4, 5, 11, 12}) {
         SCOPED_TRACE(int{code});
         const OneAuthServer far({answer(code)});
-        expectFailure(login());
+        EXPECT_THAT(login(), failed());
     }
 }
 
@@ -186,24 +161,23 @@ TEST_P(LoginContract, SilentServerIsAFailure) {
     const SilentPort silent;
     const ConfiguredLibrary library({.authServers = {serverEntry(silent, 0, 1)}});
     const Outcome run = login();
-    expectFailure(run);
-    EXPECT_THAT(texts(run.lines),
-                Contains("8 radSendtoServer: radSendtoServer: No reply from RADIUS server "
-                         "127.0.0.1:" +
-                         std::to_string(silent.port()) + "\n"));
+    EXPECT_THAT(run, failed());
+    EXPECT_THAT(run.log(),
+                Contains("error radSendtoServer: No reply from RADIUS server 127.0.0.1:" +
+                         std::to_string(silent.port())));
     EXPECT_EQ(2U, silent.received().size());
 }
 
 TEST_P(LoginContract, ForgedAcceptIsAFailureAndNeitherShownNorTaken) {
     const OneAuthServer far({accept(grant().addInteger(28, 600)).withWrongAuthenticator()});
     Limits limits;
-    expectFailure(logIn(method(), "nemo", kPassword, &limits));
+    EXPECT_THAT(logIn(method(), "nemo", kPassword, &limits), failed());
     EXPECT_EQ(Limits(), limits);
 }
 
 TEST_P(LoginContract, FailsWithoutServers) {
     const ConfiguredLibrary library;
-    expectFailure(login());
+    EXPECT_THAT(login(), failed());
 }
 
 TEST_P(LoginContract, NeitherPasswordNorSecretGetsIntoTheLog) {
@@ -225,9 +199,7 @@ TEST_P(LoginContract, RequestThatCannotBeMadeFailsWithoutAMessageOfItsOwn) {
         failAllocation(pair);
         const Outcome run = login();
         stopFailing();
-        EXPECT_EQ(-1, run.result);
-        EXPECT_EQ("", run.output);
-        EXPECT_THAT(texts(run.lines), ElementsAre("4 radPairNew: radPairNew: out of memory\n"));
+        EXPECT_THAT(run, EndedWithLog(-1, "", {"critical radPairNew: out of memory"}));
     }
     EXPECT_EQ(0U, far.server.requestCount());
     EXPECT_EQ(family().runsProgram ? 2U : 0U, far.program.callCount())
@@ -238,21 +210,18 @@ TEST_P(LoginContract, EveryAllocationMayFail) {
     FarEnd far({});
     far.server.otherwise(accept(grant().addMessageAuthenticator()));
     unsigned runs = 0;
-    const unsigned failed = forEachFailingAllocation([&runs] {
+    const unsigned failures = forEachFailingAllocation([&runs] {
         const Outcome run = login();
-        EXPECT_EQ(allocationFailed() ? -1 : 0, run.result);
         if (!allocationFailed()) {
-            return;
-        }
-        if (++runs > family().ownPairs) {
-            expectFailure(run);
+            EXPECT_EQ(0, run.result);
+        } else if (++runs > family().ownPairs) {
+            EXPECT_THAT(run, failed());
         } else {
-            EXPECT_EQ("", run.output);
-            EXPECT_THAT(run.told, IsEmpty());
+            EXPECT_THAT(run, Ended(-1));
         }
     });
     // Its own pairs and two more, the request, the reply and its four pairs.
-    EXPECT_GE(failed, family().ownPairs + 8);
+    EXPECT_GE(failures, family().ownPairs + 8);
 }
 
 // --- Limits ---------------------------------------------------------------------------------------
@@ -286,26 +255,24 @@ TEST_P(LoginForLimits, SecondsBecomeWholeMinutesInSinglePrecision) {
     };
     // The last group is where single precision shows: exact division would give 279622, 1118485,
     // 35791395 and 71582789.
-    constexpr std::array kCases{
-        Case{0, 0},
-        Case{1, 1},
-        Case{59, 1},
-        Case{60, 1},
-        Case{61, 2},
-        Case{119, 2},
-        Case{120, 2},
-        Case{121, 3},
-        Case{3600, 60},
-        Case{3601, 61},
-        Case{7200, 120},
-        Case{7201, 121},
-        Case{16777215, 279621},
-        Case{16777217, 279621},
-        Case{16777261, 279621},
-        Case{67109100, 1118486},
-        Case{2147483648, 35791396},
-        Case{4294967295, 71582792},
-    };
+    constexpr auto kCases = std::to_array<Case>({{0, 0},
+                                                 {1, 1},
+                                                 {59, 1},
+                                                 {60, 1},
+                                                 {61, 2},
+                                                 {119, 2},
+                                                 {120, 2},
+                                                 {121, 3},
+                                                 {3600, 60},
+                                                 {3601, 61},
+                                                 {7200, 120},
+                                                 {7201, 121},
+                                                 {16777215, 279621},
+                                                 {16777217, 279621},
+                                                 {16777261, 279621},
+                                                 {67109100, 1118486},
+                                                 {2147483648, 35791396},
+                                                 {4294967295, 71582792}});
     for (const auto &[seconds, minutes] : kCases) {
         EXPECT_EQ((Limits{minutes, minutes}),
                   limitsOf(Attributes().addInteger(27, seconds).addInteger(28, seconds)))
@@ -314,11 +281,8 @@ TEST_P(LoginForLimits, SecondsBecomeWholeMinutesInSinglePrecision) {
 }
 
 TEST_P(LoginForLimits, LaterOneOfTheSameNameWins) {
-    EXPECT_EQ(
-        (Limits{2, 1}),
-        limitsOf(
-            Attributes().addInteger(27, 600).addInteger(28, 1200).addInteger(27, 60).addInteger(
-                28, 120)));
+    const Attributes first = Attributes().addInteger(27, 600).addInteger(28, 1200);
+    EXPECT_EQ((Limits{2, 1}), limitsOf(Attributes(first).addInteger(27, 60).addInteger(28, 120)));
 }
 
 TEST_P(LoginForLimits, AreKnownByTheirNamesInTheDictionary) {
@@ -326,11 +290,9 @@ TEST_P(LoginForLimits, AreKnownByTheirNamesInTheDictionary) {
     ASSERT_EQ(0, radDictAddAttr("Session-Timeout 101 integer"));
     ASSERT_EQ(0, radDictAddAttr("Session-Timeout-2 27 integer"));
     ASSERT_EQ(0, radDictAddAttr("idle-timeout 28 integer"));
-    EXPECT_EQ(
-        (Limits{3, 4}),
-        limitsOf(
-            Attributes().addInteger(27, 60).addInteger(28, 120).addInteger(100, 180).addInteger(
-                101, 240)));
+    const Attributes renamed = Attributes().addInteger(27, 60).addInteger(28, 120);
+    EXPECT_EQ((Limits{3, 4}),
+              limitsOf(Attributes(renamed).addInteger(100, 180).addInteger(101, 240)));
 }
 
 TEST_P(LoginForLimits, NamesThatOnlyResembleThemAreNone) {

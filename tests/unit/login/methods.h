@@ -7,7 +7,6 @@
 #define LANYARD_TESTS_UNIT_LOGIN_METHODS_H
 
 #include <cstdint>
-#include <gtest/gtest.h>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -36,6 +35,7 @@ struct Family {
     std::vector<int> types;  // of all attributes, in order
     unsigned ownPairs;       // that the method adds itself, in front of the NAS attribute
     bool runsProgram;        // the NT-Response program
+    const char *refusal;     // of inputs; "" where they are refused without a word
     // The attributes of a request in front of the NAS attribute. What is random in it is taken from
     // it; NT-Responses are those of a stand-in for the program.
     Attributes (*attributes)(const ReceivedRequest &sent, std::string_view userName,
@@ -55,18 +55,23 @@ void expectLogin(const Family &family, const ReceivedRequest &sent, std::string_
 enum class Shown { kNever, kAccepted, kAlways };
 enum class Heading { kNone, kPrinted, kTraced };
 
+// Levels of the log are words, as EXPECT_LOG has them.
 struct Method {
     const char *name;
     int (*login)(const char *userName, const char *password, uint32_t *idle, uint32_t *session);
     const Family &(*family)();
-    // "LEVEL: TEXT" of the line that refuses inputs; "" where they are refused without a word.
-    const char *refusal;
-    bool printsSuccess;  // on standard output, else logged at level 128
-    int failureLevel;
-    Shown shown;  // the attributes of which replies
+    const char *refusalLevel;
+    const char *failureLevel;
+    bool printsSuccess;  // on standard output, else it is traced
+    Shown shown;         // the attributes of which replies
     Heading heading;
     bool handsOutLimits = false;
     bool asksEveryServer = false;
+
+    // A line that it logs.
+    [[nodiscard]] std::string line(const std::string &level, const std::string &text) const {
+        return level + ' ' + name + "> " + text;
+    }
 };
 
 const std::vector<Method> &methods();
@@ -84,20 +89,18 @@ std::string nameOf(const testing::TestParamInfo<Row> &info) {
 Outcome logIn(const Method &method, const char *userName = "nemo", const char *password = kPassword,
               Limits *limits = nullptr);
 
-// Lines of the library as text: "LEVEL FUNCTION: TEXT".
-std::vector<std::string> texts(const std::vector<LogLine> &lines);
-
-// One attribute of each kind that is shown differently, and how: printed, or logged.
+// One attribute of each kind that is shown differently: printed, or logged.
 Attributes grant();
-inline constexpr const char *kPrintedGrant = "Reply-Message: Hello\nState: 0x6162\n";
-inline constexpr const char *kLoggedGrant = "256 radPairShow: Session-Timeout: 7201\n";
 
-// Expects what the method says of an accept or of a refusal, without a reply or with grant() and
-// what else is logged of it.
-void expectSaid(const Method &method, const Outcome &run, bool accepted,
-                const std::string &userName = "nemo");
-void expectSaidWithGrant(const Method &method, const Outcome &run, bool accepted,
-                         const std::string &alsoLogged = "");
+// Matches a login that succeeded or failed: without a reply that is shown, or with grant() and what
+// else is logged of it.
+testing::Matcher<const Outcome &> Verdict(const Method &method, bool accepted,
+                                          const std::string &userName = "nemo");
+testing::Matcher<const Outcome &> VerdictWithGrant(const Method &method, bool accepted,
+                                                   const std::string &alsoLogged = "");
+
+// Matches one whose inputs were refused: nothing else is said.
+testing::Matcher<const Outcome &> Refused(const Method &method);
 
 // A server and a stand-in for the NT-Response program, which some methods run.
 struct FarEnd : OneAuthServer {

@@ -1,14 +1,11 @@
 // What MS-CHAPv2 logins have alone: the Peer-Challenge, and the keys that a refusal may carry.
 #include <algorithm>
 #include <functional>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <numeric>
 
 #include <lanyard/radius/error.h>
 #include <lanyard/radius/methods.h>
 
-#include "tests/support/failing_partition.h"
 #include "tests/unit/login/methods.h"
 #include "tests/unit/login/mschapv2_challenge.h"
 
@@ -54,16 +51,10 @@ class Mschapv2Login : public testing::TestWithParam<Method> {
   protected:
     static Outcome login(const char *userName = "nemo") { return logIn(GetParam(), userName); }
 
-    static void expectToldFailure(const Outcome &run) {
-        EXPECT_EQ(std::vector{std::string("8 ") + GetParam().name +
-                              ": \"nemo\" RADIUS Authentication failure\n"},
-                  texts(run.told));
-    }
-
-    static void expectFailure(const Outcome &run, int result = -1, const std::string &output = "") {
-        EXPECT_EQ(result, run.result);
-        EXPECT_EQ(output, run.output);
-        expectToldFailure(run);
+    // A failure is told, whatever is returned and printed.
+    static auto failed(int result = -1, const std::string &output = "") {
+        return Ended(result, output,
+                     {GetParam().line("error", "\"nemo\" RADIUS Authentication failure")});
     }
 };
 
@@ -119,8 +110,8 @@ TEST_P(Mschapv2Login, KeysOfAnAcceptAreNotPrintedAsKeys) {
     EXPECT_THAT(run.output, Not(testing::HasSubstr(kHeading)));
 }
 
-// The login yields 0, for a refusal that ends with a key.
-TEST_P(Mschapv2Login, KeyIsPrintedEightOctetsALine) {
+// The login returns 0, for a refusal that ends with a key.
+TEST_P(Mschapv2Login, KeyIsPrintedEightBytesALine) {
     struct Case {
         const char *key;
         const char *printed;
@@ -134,11 +125,11 @@ TEST_P(Mschapv2Login, KeyIsPrintedEightOctetsALine) {
           Case{"00112233445566778899aabbccddeeff", "\n0011223344556677\n8899aabbccddeeff\n\n"}}) {
         SCOPED_TRACE(entry.key);
         far.server.then(rejectWith(keyPair(fromHex(entry.key))));
-        expectFailure(login(), 0, kHeading + entry.printed);
+        EXPECT_THAT(login(), failed(0, kHeading + entry.printed));
     }
 }
 
-// A key of 239 octets is the longest that fits: with its length octet, 15 blocks.
+// A key of 239 bytes is the longest that fits: with its length byte, 15 blocks.
 TEST_P(Mschapv2Login, LongestKeyIsPrintedWhole) {
     Bytes key(239);
     std::iota(key.begin(), key.end(), uint8_t{0});
@@ -147,26 +138,26 @@ TEST_P(Mschapv2Login, LongestKeyIsPrintedWhole) {
     for (size_t at = 0; at < key.size(); at += 8) {
         printed += toHex(ByteView(key).subspan(at, std::min<size_t>(8, key.size() - at))) + "\n";
     }
-    expectFailure(login(), 0, printed);
+    EXPECT_THAT(login(), failed(0, printed));
 }
 
-// One encrypted block of 15 octets behind a length octet that claims another length.
+// One encrypted block of 15 bytes after a length byte that claims another length.
 TEST_P(Mschapv2Login, NoMoreIsPrintedThanTheSubAttributeHolds) {
-    const Bytes octets = "0102030405060708090a0b0c0d0e0f"_hex;
+    const Bytes bytes = "0102030405060708090a0b0c0d0e0f"_hex;
     OneAuthServer far({});
     for (const uint8_t length : Bytes{16, 17, 18, 64, 255}) {
         SCOPED_TRACE(int{length});
         far.server.then(rejectWith([&](Attributes &attributes, const ReceivedRequest &request) {
             constexpr size_t kSalt = 2;
-            Bytes data = encryptMppeKey(octets, kSecret, request.authenticator());
+            Bytes data = encryptMppeKey(bytes, kSecret, request.authenticator());
             EXPECT_EQ(kSalt + 16, data.size());
-            // In the first block, what changes in an octet changes in the clear.
-            data[kSalt] = static_cast<uint8_t>(data[kSalt] ^ octets.size() ^ length);
+            // In the first block, what changes in a byte changes in the clear.
+            data[kSalt] = static_cast<uint8_t>(data[kSalt] ^ bytes.size() ^ length);
             attributes.addVendor(kMicrosoft, kRecvKey, data);
         }));
         const Outcome run = login();
         EXPECT_EQ(0, run.result);
-        // One block: a length octet, 15 octets, and the two that decryption leaves behind.
+        // One block: a length byte, 15 bytes, and the two that decryption leaves.
         const std::string start = kHeading + "\n0102030405060708\n090a0b0c0d0e0f";
         EXPECT_EQ(start, run.output.substr(0, start.size()));
         const std::string rest = run.output.substr(start.size());
@@ -210,7 +201,7 @@ TEST_P(Mschapv2Login, EveryKeyIsPrintedAndTheLastPairDecides) {
         for (unsigned keys = 0; keys < entry.keys; ++keys) {
             printed += kPrintedKey;
         }
-        expectFailure(login(), entry.result, printed);
+        EXPECT_THAT(login(), failed(entry.result, printed));
     }
 }
 
@@ -220,7 +211,7 @@ TEST_P(Mschapv2Login, ZeroForARefusalWithAKey_IsToldFromAnAcceptByTheCode) {
         const Outcome run = login();
         EXPECT_EQ(0, run.result);
         if (code != 2) {
-            expectFailure(run, 0, kPrintedKey);
+            EXPECT_THAT(run, failed(0, kPrintedKey));
         }
         ASSERT_NE(nullptr, radLastError());
         EXPECT_EQ(code, radLastError()->code);
@@ -242,7 +233,7 @@ TEST_P(Mschapv2Login, KeyThatIsForgedOrCannotBeDecryptedIsNotPrinted) {
         {rejectWith(keyPair(Bytes(16, 0xab))).withWrongAuthenticator(),
          reject(Attributes().addVendor(kMicrosoft, kRecvKey, "8001000102"_hex))});
     for (size_t calls = 1; calls <= 2; ++calls) {
-        expectFailure(login());
+        EXPECT_THAT(login(), failed());
         EXPECT_EQ(calls, far.server.requestCount());
     }
 }
@@ -266,7 +257,7 @@ TEST_P(Mschapv2Login, ValueThatAHookHasTakenIsPrintedWithinItsBounds) {
          {Case{"", "\n\n"}, Case{"00", "\n\n"}, Case{"05", "\n\n"}, Case{"00aa", "\n\n"},
           Case{"01aa", "\naa\n"}, Case{"ffaabb", "\naabb\n"}, Case{"01aabb", "\naa\n"}}) {
         SCOPED_TRACE(entry.data);
-        expectFailure(loginFor(fromHex(entry.data)), 0, kHeading + entry.printed);
+        EXPECT_THAT(loginFor(fromHex(entry.data)), failed(0, kHeading + entry.printed));
     }
     Bytes longest(247, 0xcd);
     longest[0] = 0xff;
@@ -283,7 +274,7 @@ TEST_P(Mschapv2Login, EveryAllocationMayFailOnTheWayToAKey) {
         if (allocationFailed()) {
             failures.push_back(run);
         } else {
-            expectFailure(run, 0, kPrintedKey);
+            EXPECT_THAT(run, failed(0, kPrintedKey));
         }
     });
     // The last two are the copy of the key, and its text.
@@ -292,7 +283,7 @@ TEST_P(Mschapv2Login, EveryAllocationMayFailOnTheWayToAKey) {
         EXPECT_EQ(-1, failures[i].result);
         EXPECT_EQ("", failures[i].output);
     }
-    expectFailure(failures.back(), 0, kHeading);
+    EXPECT_THAT(failures.back(), failed(0, kHeading));
 }
 
 }  // namespace

@@ -1,18 +1,19 @@
 #include "tests/unit/login/outcome.h"
 
 #include <algorithm>
-#include <gmock/gmock.h>
 
 #include <lanyard/radius/frame.h>
-
-#include "tests/support/failing_partition.h"
-#include "tests/support/stdout_capture.h"
 
 namespace lanyard::test {
 namespace {
 
+using testing::AllOf;
+using testing::Field;
 using testing::HasSubstr;
 using testing::Not;
+using testing::Property;
+
+constexpr int kTrace = 128;
 
 constexpr uint8_t kUserPassword = 2;
 constexpr uint8_t kMessageAuthenticator = 80;
@@ -28,6 +29,39 @@ std::string configurationLine(std::string_view keyword, const ScriptedServer &se
 
 }  // namespace
 
+std::vector<std::string> Outcome::log() const {
+    std::vector<std::string> all;
+    std::transform(lines.begin(), lines.end(), std::back_inserter(all), logText);
+    return all;
+}
+
+std::vector<std::string> Outcome::problemLog() const {
+    std::vector<std::string> problems;
+    for (const LogLine &line : lines) {
+        if (line.level <= kProblemLevelMax) {
+            problems.push_back(logText(line));
+        }
+    }
+    return problems;
+}
+
+void PrintTo(const Outcome &run, std::ostream *stream) {
+    *stream << run.result << ", output " << testing::PrintToString(run.output) << ", log "
+            << testing::PrintToString(run.log());
+}
+
+testing::Matcher<const Outcome &> Ended(int result, const std::string &output,
+                                        const std::vector<std::string> &told) {
+    return AllOf(Field("result", &Outcome::result, result),
+                 Field("output", &Outcome::output, output), Field("told", &Outcome::told, told));
+}
+
+testing::Matcher<const Outcome &> EndedWithLog(int result, const std::string &output,
+                                               const std::vector<std::string> &log) {
+    return AllOf(Field("result", &Outcome::result, result),
+                 Field("output", &Outcome::output, output), Property("log", &Outcome::log, log));
+}
+
 Outcome runAs(const std::string &function, const std::function<int()> &call) {
     const LogRecorder log;
     StdoutCapture output;
@@ -35,12 +69,12 @@ Outcome runAs(const std::string &function, const std::function<int()> &call) {
     run.result = call();
     run.output = output.finish();
     run.lines = log.lines();
-    run.problems = log.problems();
     run.dumps = log.dumps();
-    std::copy_if(run.lines.begin(), run.lines.end(), std::back_inserter(run.told),
-                 [&function](const LogLine &line) {
-                     return line.function == function || line.function == "radPairShow";
-                 });
+    for (const LogLine &line : run.lines) {
+        if (line.function == function || line.function == "radPairShow") {
+            run.told.push_back(logText(line));
+        }
+    }
     return run;
 }
 

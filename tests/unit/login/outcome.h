@@ -3,29 +3,24 @@
 //
 //     const OneAuthServer far({accept(Attributes().addText(18, "Hello"))});
 //     const Outcome run = runAs("radAuth", [] { return radAuth("nemo", "arctangent"); });
-//     EXPECT_EQ(0, run.result);
-//     EXPECT_EQ("\"nemo\" RADIUS Authentication OK\n...", run.output);
-//     EXPECT_THAT(run.told, IsEmpty());
+//     EXPECT_THAT(run, Ended(0, "\"nemo\" RADIUS Authentication OK\n..."));
+//     EXPECT_PROBLEMS(run);
 //     expectAccessRequest(far.server.request(0), far.server.secret(),
 //                         Attributes().addText(1, "nemo"). ...);
 //
 // The device's own address is kDeviceAddress.
-#ifndef LANYARD_TESTS_UNIT_METHODS_OUTCOME_H
-#define LANYARD_TESTS_UNIT_METHODS_OUTCOME_H
+#ifndef LANYARD_TESTS_UNIT_LOGIN_OUTCOME_H
+#define LANYARD_TESTS_UNIT_LOGIN_OUTCOME_H
 
 #include <functional>
 #include <initializer_list>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "tests/support/bytes.h"
-#include "tests/support/configured_library.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/radius_wire.h"
-#include "tests/support/scripted_server.h"
-#include "tests/support/temporary_root.h"
+#include "tests/support/test.h"
 
 namespace lanyard::test {
 
@@ -34,12 +29,6 @@ inline constexpr const char *kSecret = "xyzzy5461";
 
 // Seconds that a server which answers may take on a busy machine.
 inline constexpr int kPatience = 10;
-
-// Levels of the log.
-inline constexpr int kMemory = 4;
-inline constexpr int kError = 8;
-inline constexpr int kTrace = 128;
-inline constexpr int kDump = 256;
 
 // The library and its one server, which is of that kind alone.
 struct OneAuthServer {
@@ -60,15 +49,25 @@ struct OneAcctServer {
     ConfiguredLibrary library;
 };
 
-// One call of a public function and all that it said.
+// One call of a public function and all that it said. EXPECT_LOG and EXPECT_PROBLEMS take it.
 struct Outcome {
     int result = 0;
     std::string output;             // on standard output
-    std::vector<LogLine> told;      // log lines of the function itself and of radPairShow()
-    std::vector<LogLine> problems;  // log lines of the levels 4, 8 and 16, whoever logged them
+    std::vector<std::string> told;  // the log of the function itself and of radPairShow()
     std::vector<LogLine> lines;     // the whole log
     std::vector<LogDump> dumps;
+
+    [[nodiscard]] std::vector<std::string> log() const;
+    [[nodiscard]] std::vector<std::string> problemLog() const;
 };
+
+void PrintTo(const Outcome &run, std::ostream *stream);
+
+// Matches a call by its result, what it printed, and what it told or all that was logged.
+testing::Matcher<const Outcome &> Ended(int result, const std::string &output = "",
+                                        const std::vector<std::string> &told = {});
+testing::Matcher<const Outcome &> EndedWithLog(int result, const std::string &output,
+                                               const std::vector<std::string> &log);
 
 // Makes the call. `function` is the tag of the public function's own log lines.
 Outcome runAs(const std::string &function, const std::function<int()> &call);
@@ -77,7 +76,7 @@ Outcome runAs(const std::string &function, const std::function<int()> &call);
 // anybody.
 void expectSecrecy(const Outcome &run, const std::optional<std::string> &password = {});
 
-// Expects an Access-Request of exactly these attributes in this order and, behind them, a valid
+// Expects an Access-Request of exactly these attributes in this order and, after them, a valid
 // Message-Authenticator. The value of User-Password is compared in the clear, as padded() has it.
 void expectAccessRequest(const ReceivedRequest &request, std::string_view secret,
                          const Attributes &attributes);
@@ -86,7 +85,7 @@ void expectAccessRequest(const ReceivedRequest &request, std::string_view secret
 void expectAccountingRequest(const ReceivedRequest &request, std::string_view secret,
                              const Attributes &attributes);
 
-// A password as User-Password carries it: filled with zeros to whole blocks of 16 octets.
+// A password as User-Password carries it: filled with zeros to whole blocks of 16 bytes.
 Bytes padded(std::string_view password);
 
 // The arguments of a program, as main() gets them.

@@ -1,7 +1,5 @@
 // What PAP logins have alone: the password, and the results of every server.
 #include <array>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <lanyard/radius/methods.h>
 
@@ -34,11 +32,7 @@ TEST_P(PapLogin, PasswordOf48CharactersIsSentAndOf49Refused) {
     for (const auto &[userName, refused] :
          {Inputs{"nemo", tooLong.c_str()}, Inputs{"nemo", none}, Inputs{none, none}}) {
         const Outcome run = logIn(GetParam(), userName, refused);
-        EXPECT_EQ(-1, run.result);
-        EXPECT_EQ("", run.output);
-        const std::string level = GetParam().asksEveryServer ? "128 " : "8 ";
-        EXPECT_THAT(texts(run.lines),
-                    ElementsAre(level + GetParam().name + ": Invalid username or password\n"));
+        EXPECT_THAT(run, Refused(GetParam()));
         expectSecrecy(run, kPassword);
     }
     EXPECT_EQ(1U, far.server.requestCount());
@@ -55,7 +49,7 @@ TEST_P(PapLogin, EmptyPasswordIsSentWithoutABlock) {
 
 constexpr int32_t kNoResult = kUntouched;
 constexpr const char *kFailed =
-    "128 radAuthCheckAllServer: \"nemo\" RADIUS Authentication failure\n";
+    "trace radAuthCheckAllServer> \"nemo\" RADIUS Authentication failure";
 
 Outcome authenticateEverywhere(int32_t *results) {
     return runAs("radAuthCheckAllServer",
@@ -77,12 +71,10 @@ TEST(RadAuthCheckAllServer, EveryServerHasItsSlotAndTheLastOneDecides) {
     std::array<int32_t, 8> results{};
     results.fill(kNoResult);
     const Outcome accepted = authenticateEverywhere(results.data());
-    EXPECT_EQ(0, accepted.result);
     EXPECT_THAT(results, ElementsAre(2, -1, 3, 11, 2, kNoResult, kNoResult, kNoResult));
-    EXPECT_EQ("Reply-Message: fifth\n", accepted.output);
-    EXPECT_THAT(texts(accepted.told),
-                ElementsAre("128 radAuthCheckAllServer: \"nemo\" RADIUS Authentication OK\n",
-                            "128 radAuthCheckAllServer: Attributes Received: \n"));
+    EXPECT_THAT(accepted, Ended(0, "Reply-Message: fifth\n",
+                                {"trace radAuthCheckAllServer> \"nemo\" RADIUS Authentication OK",
+                                 "trace radAuthCheckAllServer> Attributes Received: "}));
 
     expectLogin(pap(), first.request(0), "nemo", kPassword);
     expectAccessRequest(third.request(0), "third secret",
@@ -104,10 +96,9 @@ TEST(RadAuthCheckAllServer, LastServerMayRefuseWhatOthersAccepted) {
         {.authServers = {serverEntry(first, kPatience), serverEntry(last, kPatience)}});
     std::array<int32_t, 2> results{};
     const Outcome run = authenticateEverywhere(results.data());
-    EXPECT_EQ(-1, run.result);
     EXPECT_THAT(results, ElementsAre(2, 3));
-    EXPECT_THAT(texts(run.told), ElementsAre(kFailed));
-    EXPECT_THAT(run.problems, testing::IsEmpty());
+    EXPECT_THAT(run, Ended(-1, "", {kFailed}));
+    EXPECT_PROBLEMS(run);
 }
 
 TEST(RadAuthCheckAllServer, ReplyOfAnEarlierServerIsNotShown) {
@@ -117,17 +108,13 @@ TEST(RadAuthCheckAllServer, ReplyOfAnEarlierServerIsNotShown) {
         {.authServers = {serverEntry(first, kPatience), serverEntry(last, 0)}});
     std::array<int32_t, 2> results{};
     const Outcome run = authenticateEverywhere(results.data());
-    EXPECT_EQ(-1, run.result);
     EXPECT_THAT(results, ElementsAre(2, -1));
-    EXPECT_EQ("", run.output);
-    EXPECT_THAT(texts(run.told), ElementsAre(kFailed));
+    EXPECT_THAT(run, Ended(-1, "", {kFailed}));
 }
 
 TEST(RadAuthCheckAllServer, MissingResultsAreAFailure) {
     const OneAuthServer far({accept()});
-    const Outcome run = authenticateEverywhere(nullptr);
-    EXPECT_EQ(-1, run.result);
-    EXPECT_THAT(texts(run.told), ElementsAre(kFailed));
+    EXPECT_THAT(authenticateEverywhere(nullptr), Ended(-1, "", {kFailed}));
 }
 
 TEST(RadAuthCheckAllServer, RefusedInputsLeaveTheResultsAlone) {
