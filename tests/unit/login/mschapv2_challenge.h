@@ -1,14 +1,13 @@
 // The challenges of MS-CHAPv2 and their hashes, as its tests expect them.
-#ifndef LANYARD_TESTS_UNIT_METHODS_MSCHAPV2_CHALLENGE_H
-#define LANYARD_TESTS_UNIT_METHODS_MSCHAPV2_CHALLENGE_H
+#ifndef LANYARD_TESTS_UNIT_LOGIN_MSCHAPV2_CHALLENGE_H
+#define LANYARD_TESTS_UNIT_LOGIN_MSCHAPV2_CHALLENGE_H
 
-#include <gtest/gtest.h>
 #include <string_view>
 
 #include <lanyard/radius/engine.h>
 #include <lanyard/radius/frame.h>
 
-#include "tests/support/bytes.h"
+#include "tests/support/test.h"
 
 namespace lanyard::test {
 

@@ -1,13 +1,10 @@
 // MS-CHAPv2: the challenge hash, and the Peer-Challenge that is drawn for it.
 #include <algorithm>
 #include <array>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <openssl/sha.h>
 
 #include <lanyard/radius/methods.h>
 
-#include "tests/support/guard_page.h"
 #include "tests/unit/login/mschapv2_challenge.h"
 #include "tests/unit/login/nt_response_program.h"
 #include "tests/unit/login/outcome.h"
@@ -29,7 +26,7 @@ Bytes publishedHash(ByteView peerChallenge, std::string_view userName) {
 
 using Hash = Bytes (*)(ByteView peerChallenge, std::string_view userName);
 
-// The first of 16 equal octets and a count whose hash has an octet 0 in it, or has none.
+// The first of 16 equal bytes and a count whose hash has a byte 0 in it, or has none.
 Bytes challengeWhoseHash(bool holdsNul, Hash hash, std::string_view userName, uint8_t filler) {
     Bytes challenge(kChallengeSize, filler);
     for (unsigned count = 0; count < 100000; ++count) {

@@ -1,15 +1,9 @@
 // The file of the NT-Response program as others may leave it: an earlier run, or another user.
 #include <fcntl.h>
 #include <filesystem>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <lanyard/radius/methods.h>
-
-#include "tests/support/log_recorder.h"
-#include "tests/support/temporary_root.h"
 #include "tests/unit/login/nt_response_program.h"
 
 namespace lanyard::test::nt_response_file_test {
@@ -21,22 +15,6 @@ using testing::IsEmpty;
 
 constexpr uid_t kNobody = 65534;
 constexpr const char *kFile = "/tmp/mschap_nemo";
-constexpr const char *kNotRead =
-    "/tmp/mschap_nemo is not read: it is no file of this user or root alone\n";
-const Bytes kUntouched(24, 0x77);
-
-struct Answer {
-    int result = -2;
-    Bytes response = kUntouched;
-};
-
-Answer ask() {
-    const Bytes challenge = "0102030405060708"_hex;
-    Answer answer;
-    answer.result =
-        radMschapNtResponse("arctangent", answer.response.data(), challenge.data(), "nemo");
-    return answer;
-}
 
 // Something at the path of the file from which a right response could be read.
 struct Plant {
@@ -101,12 +79,10 @@ TEST_P(PlantedBefore, IsRemovedAndNeverTheResponse) {
         EXPECT_THAT(root.list("/tmp"), IsEmpty());
         return 1;
     });
-    const Answer answer = ask();
+    EXPECT_EQ((Answer{0, kNoResponse}), ask());
     EXPECT_EQ(1U, program.callCount());
-    EXPECT_EQ(0, answer.result);
-    EXPECT_BYTES_EQ(kUntouched, answer.response);
     EXPECT_THAT(root_.list("/tmp"), IsEmpty());
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 using PlantedMeanwhile = PlantedFile;
@@ -124,10 +100,10 @@ TEST_P(PlantedMeanwhile, IsNotRead) {
         GetParam().plant(root);
         return 0;
     });
-    const Answer answer = ask();
-    EXPECT_EQ(0, answer.result);
-    EXPECT_BYTES_EQ(kUntouched, answer.response);
-    EXPECT_ONLY_PROBLEM(log_, 8, "radMschapNtResponse", kNotRead);
+    EXPECT_EQ((Answer{0, kNoResponse}), ask());
+    EXPECT_PROBLEMS(log_,
+                    "error radMschapNtResponse> /tmp/mschap_nemo is not read: it is no file of "
+                    "this user or root alone");
 }
 
 // --- As another user than root --------------------------------------------------------------------
@@ -157,23 +133,20 @@ class OrdinaryUser : public testing::Test {
 
 TEST_F(OrdinaryUser, IsAnswered) {
     const StandInProgram program(root_, answering(ntResponse()));
-    const Answer answer = askAsNobody();
-    EXPECT_EQ(0, answer.result);
-    EXPECT_BYTES_EQ(ntResponse(), answer.response);
+    EXPECT_EQ((Answer{0, ntResponse()}), askAsNobody());
     EXPECT_THAT(root_.list("/tmp"), ElementsAre("lanyard-65534"));
     EXPECT_EQ(0700U, root_.mode("/tmp/lanyard-65534"));
-    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_LOG(log_);
 }
 
 TEST_F(OrdinaryUser, FileThatItCannotRemoveEndsTheRunBeforeItStarts) {
     plantFile(root_);
     const StandInProgram program(root_, endingWith(0));
-    const Answer answer = askAsNobody();
+    EXPECT_EQ((Answer{0, kNoResponse}), askAsNobody());
     EXPECT_EQ(0U, program.callCount());
-    EXPECT_EQ(0, answer.result);
-    EXPECT_BYTES_EQ(kUntouched, answer.response);
-    EXPECT_ONLY_PROBLEM(log_, 8, "radMschapNtResponse",
-                        "/tmp/mschap_nemo cannot be removed: Operation not permitted\n");
+    EXPECT_PROBLEMS(log_,
+                    "error radMschapNtResponse> /tmp/mschap_nemo cannot be removed: Operation not "
+                    "permitted");
 }
 
 TEST_F(OrdinaryUser, FileOfALoginOfRootIsNotTheResponse) {
@@ -183,9 +156,7 @@ TEST_F(OrdinaryUser, FileOfALoginOfRootIsNotTheResponse) {
         EXPECT_EQ(0, seteuid(kNobody));
         return 1;
     });
-    const Answer answer = askAsNobody();
-    EXPECT_EQ(-1, answer.result);
-    EXPECT_BYTES_EQ(kUntouched, answer.response);
+    EXPECT_EQ((Answer{-1, kNoResponse}), askAsNobody());
 }
 
 TEST_F(OrdinaryUser, FileThatRootMadeForItIsTheResponse) {
@@ -196,19 +167,15 @@ TEST_F(OrdinaryUser, FileThatRootMadeForItIsTheResponse) {
         EXPECT_EQ(0, seteuid(kNobody));
         return 0;
     });
-    const Answer answer = askAsNobody();
-    EXPECT_EQ(0, answer.result);
-    EXPECT_BYTES_EQ(ntResponse(), answer.response);
+    EXPECT_EQ((Answer{0, ntResponse()}), askAsNobody());
 }
 
 TEST_F(OrdinaryUser, LockFolderThatSomebodyElseHasTakenIsNotUsed) {
     root_.makeFolder("/tmp/lanyard-65534");
     ASSERT_EQ(0, chmod(root_.path("/tmp/lanyard-65534").c_str(), 0777));
     const StandInProgram program(root_, answering(ntResponse()));
-    const Answer answer = askAsNobody();
+    EXPECT_EQ((Answer{0, kNoResponse}), askAsNobody());
     EXPECT_EQ(0U, program.callCount());
-    EXPECT_EQ(0, answer.result);
-    EXPECT_BYTES_EQ(kUntouched, answer.response);
     EXPECT_THAT(log_.texts(), ElementsAre(HasSubstr("no lock for /tmp/mschap_nemo")));
     EXPECT_THAT(root_.list("/tmp/lanyard-65534"), IsEmpty());
 }

@@ -5,8 +5,6 @@
 #include <atomic>
 #include <csignal>
 #include <filesystem>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <sys/stat.h>
@@ -15,7 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "tests/support/temporary_root.h"
+#include "tests/support/test.h"
 
 namespace lanyard::test::nt_response_lock_test {
 namespace {

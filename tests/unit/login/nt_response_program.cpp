@@ -6,13 +6,13 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
-#include <gtest/gtest.h>
 #include <iterator>
 #include <numeric>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <lanyard/radius/frame.h>
+#include <lanyard/radius/methods.h>
 #include <palcore.h>
 
 namespace lanyard::test {
@@ -77,15 +77,15 @@ int StandInProgram::run(char *const argv[], int reserved1, int reserved2) {
 }
 
 Bytes ntResponse() {
-    Bytes octets(24);
-    std::iota(octets.begin(), octets.end(), uint8_t{0x41});
-    return octets;
+    Bytes bytes(24);
+    std::iota(bytes.begin(), bytes.end(), uint8_t{0x41});
+    return bytes;
 }
 
-StandInProgram::Run answering(const Bytes &content) {
-    return [content](const TemporaryRoot &root, const StandInProgram::Call &call) {
+StandInProgram::Run answering(const Bytes &content, int result) {
+    return [content, result](const TemporaryRoot &root, const StandInProgram::Call &call) {
         root.write(call.file, toText(content));
-        return 0;
+        return result;
     };
 }
 
@@ -131,6 +131,37 @@ BuiltinNtResponse::BuiltinNtResponse(int value) {
 
 BuiltinNtResponse::~BuiltinNtResponse() {
     EXPECT_EQ(0, radOptionSet(RAD_OPTION_BUILTIN_NT_RESPONSE, 0));
+}
+
+void PrintTo(const Answer &answer, std::ostream *stream) {
+    *stream << answer.result << ", " << toHex(answer.response);
+}
+
+Answer ask(const Bytes &challenge, const char *password, const char *userName) {
+    Answer answer;
+    answer.result =
+        radMschapNtResponse(password, answer.response.data(), challenge.data(), userName);
+    return answer;
+}
+
+void expectMissingArgumentsRefused() {
+    const Bytes challenge = "0102030405060708"_hex;
+    Bytes response = kNoResponse;
+    EXPECT_EQ(-1, radMschapNtResponse(nullptr, response.data(), challenge.data(), "nemo"));
+    EXPECT_EQ(-1, radMschapNtResponse("p", nullptr, challenge.data(), "nemo"));
+    EXPECT_EQ(-1, radMschapNtResponse("p", response.data(), nullptr, "nemo"));
+    EXPECT_EQ(-1, radMschapNtResponse("p", response.data(), challenge.data(), nullptr));
+    EXPECT_BYTES_EQ(kNoResponse, response);
+}
+
+void expectWithinArguments(const Bytes &challenge, const Bytes &response) {
+    for (const GuardedBuffer::Edge edge : {GuardedBuffer::Edge::start, GuardedBuffer::Edge::end}) {
+        GuardedBuffer given(challenge, edge);
+        given.makeReadOnly();
+        GuardedBuffer written(response.size(), edge);
+        EXPECT_EQ(0, radMschapNtResponse("MyPw", written.data(), given.data(), "nemo"));
+        EXPECT_BYTES_EQ(response, written.bytes());
+    }
 }
 
 long openDescriptors() {

@@ -5,23 +5,23 @@
 //     StandInProgram program(root, answering(bytes));  // a function in its place, which is fast
 //     EXPECT_EQ("wonderland", program.call(0).password);
 //
-//     StandInRandom random({peerChallenge});           // what /dev/urandom yields, one after another
+//     StandInRandom random({peerChallenge});           // what /dev/urandom gives, one after another
 //     EXPECT_EQ(1U, random.draws());
 //
 //     const RefusedRemovals removals(1);               // the OS layer removes one file, then no more
 //
 // The test program itself defines palCmdExecArgv(), palOpen() and palUnlink(); without one of these
 // objects they hand on to the OS layer's. One object of a kind may be there at a time.
-#ifndef LANYARD_TESTS_UNIT_METHODS_NT_RESPONSE_PROGRAM_H
-#define LANYARD_TESTS_UNIT_METHODS_NT_RESPONSE_PROGRAM_H
+#ifndef LANYARD_TESTS_UNIT_LOGIN_NT_RESPONSE_PROGRAM_H
+#define LANYARD_TESTS_UNIT_LOGIN_NT_RESPONSE_PROGRAM_H
 
 #include <cstddef>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
-#include "tests/support/bytes.h"
-#include "tests/support/temporary_root.h"
+#include "tests/support/test.h"
 
 namespace lanyard::test {
 
@@ -50,7 +50,7 @@ class StandInProgram {
         int reserved2 = 0;
     };
 
-    // What the program does: writes its file, or not, and yields what palCmdExecArgv() does.
+    // What the program does: writes its file, or not, and returns what palCmdExecArgv() does.
     using Run = std::function<int(const TemporaryRoot &root, const Call &call)>;
 
     StandInProgram(const TemporaryRoot &root, Run run);
@@ -72,17 +72,17 @@ class StandInProgram {
     std::vector<Call> calls_;
 };
 
-// An NT-Response with 24 different octets, for programs that need not compute one.
+// An NT-Response of 24 different bytes, for programs that need not compute one.
 Bytes ntResponse();
 
-// A program that writes these octets and succeeds.
-StandInProgram::Run answering(const Bytes &content);
+// A program that writes these bytes and ends with that result.
+StandInProgram::Run answering(const Bytes &content, int result = 0);
 // One that writes nothing and ends with that result.
 StandInProgram::Run endingWith(int result);
 
 class StandInRandom {
   public:
-    // Behind the last of the challenges there is none: /dev/urandom cannot be opened.
+    // After the last of the challenges there is none: /dev/urandom cannot be opened.
     explicit StandInRandom(std::vector<Bytes> challenges);
     StandInRandom(const StandInRandom &) = delete;
     StandInRandom &operator=(const StandInRandom &) = delete;
@@ -122,6 +122,27 @@ class BuiltinNtResponse {
     BuiltinNtResponse &operator=(const BuiltinNtResponse &) = delete;
     ~BuiltinNtResponse();
 };
+
+// What radMschapNtResponse() returns and writes; without a response the bytes stay as they were.
+inline const Bytes kNoResponse = Bytes(24, 0x77);
+
+struct Answer {
+    int result = -2;
+    Bytes response = kNoResponse;
+
+    bool operator==(const Answer &) const = default;
+};
+
+void PrintTo(const Answer &answer, std::ostream *stream);
+
+Answer ask(const Bytes &challenge = "0102030405060708"_hex, const char *password = "arctangent",
+           const char *userName = "nemo");
+
+// Expects that each of the four arguments is refused when it is missing, and nothing written.
+void expectMissingArgumentsRefused();
+
+// Calls with challenge and response at the edge of memory, and expects this response.
+void expectWithinArguments(const Bytes &challenge, const Bytes &response);
 
 // How many descriptors the process has open.
 long openDescriptors();

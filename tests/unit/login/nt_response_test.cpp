@@ -1,11 +1,8 @@
 // The NT-Response through the device's program: its arguments, its file, and all that may be wrong
 // with either.
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <fstream>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -13,9 +10,6 @@
 #include <lanyard/radius/frame.h>
 #include <lanyard/radius/methods.h>
 
-#include "tests/support/guard_page.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/temporary_root.h"
 #include "tests/unit/login/nt_response_program.h"
 
 namespace {
@@ -50,36 +44,21 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr size_t kNtResponseSize = 24;
-constexpr uint8_t kUntouched = 0x77;
 constexpr const char *kFile = "/tmp/mschap_nemo";
 const Bytes kChallenge = "0102030405060708"_hex;
 
-Bytes countingOctets(size_t size, uint8_t first = 1) {
-    Bytes octets(size);
-    for (size_t i = 0; i < size; ++i) {
-        octets[i] = static_cast<uint8_t>(first + i);
-    }
-    return octets;
-}
+// A password of ASCII, its challenge and the response to it.
+const Bytes kKnownChallenge = "102db5df085d3041"_hex;
+const Answer kKnownAnswer{0, "4e9d3c8f9cfd385d5bf4d3246791956ca4c351ab409a3d61"_hex};
 
-struct Answer {
-    int result = 0;
-    Bytes response = Bytes(kNtResponseSize, kUntouched);
-};
-
-Answer ask(const Bytes &challenge = kChallenge, const char *password = "arctangent",
-           const char *userName = "nemo") {
-    Answer answer;
-    answer.result =
-        radMschapNtResponse(password, answer.response.data(), challenge.data(), userName);
-    return answer;
+Answer askKnown(const char *userName = "nemo") {
+    return ask(kKnownChallenge, "MyPw", userName);
 }
 
 class NtResponse : public testing::Test {
   protected:
     NtResponse() { root_.makeFolder("/tmp"); }
-    ~NtResponse() override { EXPECT_THAT(log_.lines(), IsEmpty()); }
+    ~NtResponse() override { EXPECT_LOG(log_); }
 
     TemporaryRoot root_;
     LogRecorder log_;
@@ -101,9 +80,7 @@ TEST_F(NtResponse, RealProgramGivesTheKnownAnswers) {
                               Case{"wonderland", "0101010101010101"_hex,
                                    "3d445f7365d559a2a4499abdd24bd417f0944984824c51b2"_hex}}) {
         SCOPED_TRACE(entry.password);
-        const Answer answer = ask(entry.challenge, entry.password);
-        EXPECT_EQ(0, answer.result);
-        EXPECT_BYTES_EQ(entry.response, answer.response);
+        EXPECT_EQ((Answer{0, entry.response}), ask(entry.challenge, entry.password));
         EXPECT_THAT(root_.list("/tmp"), IsEmpty());
     }
 }
@@ -111,9 +88,7 @@ TEST_F(NtResponse, RealProgramGivesTheKnownAnswers) {
 TEST_F(NtResponse, RealProgramReplacesWhatAnEarlierRunLeft) {
     const InstalledProgram program(root_);
     root_.write(kFile, std::string(100, 'x'));
-    const Answer answer = ask("102db5df085d3041"_hex, "MyPw");
-    EXPECT_EQ(0, answer.result);
-    EXPECT_EQ("4e9d3c8f9cfd385d5bf4d3246791956ca4c351ab409a3d61", toHex(answer.response));
+    EXPECT_EQ(kKnownAnswer, askKnown());
     EXPECT_THAT(root_.list("/tmp"), IsEmpty());
 }
 
@@ -121,9 +96,7 @@ TEST_F(NtResponse, RealProgramDoesNotFollowAPlantedLink) {
     const InstalledProgram program(root_);
     root_.write("/etc/shadow", "precious");
     std::filesystem::create_symlink(root_.path("/etc/shadow"), root_.path(kFile));
-    const Answer answer = ask("102db5df085d3041"_hex, "MyPw");
-    EXPECT_EQ(0, answer.result);
-    EXPECT_EQ("4e9d3c8f9cfd385d5bf4d3246791956ca4c351ab409a3d61", toHex(answer.response));
+    EXPECT_EQ(kKnownAnswer, askKnown());
     EXPECT_EQ("precious", root_.read("/etc/shadow"));
     EXPECT_THAT(root_.list("/tmp"), IsEmpty());
 }
@@ -135,13 +108,11 @@ TEST_F(NtResponse, ChallengeWithANulIsCutAndRefusedByTheRealProgram) {
     EXPECT_EQ("ntresponse: the challenge has 3 octets instead of 8\n",
               testing::internal::GetCapturedStderr());
     EXPECT_EQ(0, answer.result);
-    EXPECT_BYTES_EQ(Bytes(kNtResponseSize, kUntouched), answer.response);
+    EXPECT_BYTES_EQ(kNoResponse, answer.response);
 }
 
 TEST_F(NtResponse, MissingProgramIsAFailure) {
-    const Answer answer = ask();
-    EXPECT_EQ(-1, answer.result);
-    EXPECT_BYTES_EQ(Bytes(kNtResponseSize, kUntouched), answer.response);
+    EXPECT_EQ((Answer{-1, kNoResponse}), ask());
 }
 
 TEST_F(NtResponse, ProgramThatMayNotRunIsAFailure) {
@@ -152,7 +123,7 @@ TEST_F(NtResponse, ProgramThatMayNotRunIsAFailure) {
 // --- What the program is given, and what becomes of its file -------------------------------------
 
 TEST_F(NtResponse, ProgramGetsPasswordChallengeAndFile) {
-    StandInProgram program(root_, answering(countingOctets(kNtResponseSize)));
+    StandInProgram program(root_, answering(ntResponse()));
     EXPECT_EQ(0, ask().result);
     ASSERT_EQ(1U, program.callCount());
     const StandInProgram::Call call = program.call(0);
@@ -164,7 +135,7 @@ TEST_F(NtResponse, ProgramGetsPasswordChallengeAndFile) {
 }
 
 TEST_F(NtResponse, ArgumentsAreHandedOnAsTheyAre) {
-    StandInProgram program(root_, answering(countingOctets(kNtResponseSize)));
+    StandInProgram program(root_, answering(ntResponse()));
     const char *password = "$(reboot) '\"; \xc3\xa9 %s";
     const Bytes challenge = "8025ff0a2722203b"_hex;
     const char *userName = "..%s %n\xc3\xa9";
@@ -176,31 +147,27 @@ TEST_F(NtResponse, ArgumentsAreHandedOnAsTheyAre) {
 }
 
 TEST_F(NtResponse, EmptyNameAndPasswordAreHandedOn) {
-    StandInProgram program(root_, answering(countingOctets(kNtResponseSize)));
+    StandInProgram program(root_, answering(ntResponse()));
     EXPECT_EQ(0, ask(kChallenge, "", "").result);
     EXPECT_EQ("", program.call(0).password);
     EXPECT_EQ("/tmp/mschap_", program.call(0).file);
 }
 
 TEST_F(NtResponse, ResponseIsWhatTheFileHolds) {
-    const StandInProgram program(root_, answering(countingOctets(kNtResponseSize)));
-    const Answer answer = ask();
-    EXPECT_EQ(0, answer.result);
-    EXPECT_BYTES_EQ(countingOctets(kNtResponseSize), answer.response);
+    const StandInProgram program(root_, answering(ntResponse()));
+    EXPECT_EQ((Answer{0, ntResponse()}), ask());
     EXPECT_FALSE(root_.exists(kFile));
 }
 
-TEST_F(NtResponse, OctetsOfAnyValueAreKept) {
-    const Bytes octets = "00ff0a0d1a00ff0a0d1a00ff0a0d1a00ff0a0d1a00000000"_hex;
-    const StandInProgram program(root_, answering(octets));
-    EXPECT_BYTES_EQ(octets, ask().response);
+TEST_F(NtResponse, BytesOfAnyValueAreKept) {
+    const Bytes bytes = "00ff0a0d1a00ff0a0d1a00ff0a0d1a00ff0a0d1a00000000"_hex;
+    const StandInProgram program(root_, answering(bytes));
+    EXPECT_BYTES_EQ(bytes, ask().response);
 }
 
-TEST_F(NtResponse, OctetsBehindTheResponseAreIgnored) {
-    const StandInProgram program(root_, answering(countingOctets(100)));
-    const Answer answer = ask();
-    EXPECT_EQ(0, answer.result);
-    EXPECT_BYTES_EQ(countingOctets(kNtResponseSize), answer.response);
+TEST_F(NtResponse, BytesAfterTheResponseAreIgnored) {
+    const StandInProgram program(root_, answering(concatenate({ntResponse(), Bytes(76, 0xee)})));
+    EXPECT_EQ((Answer{0, ntResponse()}), ask());
     EXPECT_FALSE(root_.exists(kFile));
 }
 
@@ -208,12 +175,11 @@ TEST_F(NtResponse, WhereTheFileEndsEarlyEndOfFileStandsInTheResponse) {
     StandInProgram program(root_, endingWith(0));
     for (const size_t size : {0U, 1U, 8U, 23U}) {
         SCOPED_TRACE(size);
-        program.replace(answering(countingOctets(size)));
-        Bytes expected = countingOctets(size);
-        expected.resize(kNtResponseSize, 0xff);
-        const Answer answer = ask();
-        EXPECT_EQ(0, answer.result);
-        EXPECT_BYTES_EQ(expected, answer.response);
+        Bytes expected = ntResponse();
+        expected.resize(size);
+        program.replace(answering(expected));
+        expected.resize(ntResponse().size(), 0xff);
+        EXPECT_EQ((Answer{0, expected}), ask());
         EXPECT_FALSE(root_.exists(kFile));
     }
 }
@@ -223,61 +189,43 @@ TEST_F(NtResponse, ProgramThatWritesNothingLeavesTheResponseAlone) {
     for (const int status : {0, 1, 127, 255}) {
         SCOPED_TRACE(status);
         program.replace(endingWith(status));
-        const Answer answer = ask();
-        EXPECT_EQ(0, answer.result);
-        EXPECT_BYTES_EQ(Bytes(kNtResponseSize, kUntouched), answer.response);
+        EXPECT_EQ((Answer{0, kNoResponse}), ask());
     }
 }
 
 TEST_F(NtResponse, FileCountsWhateverTheExitStatus) {
-    const StandInProgram program(root_,
-                                 [](const TemporaryRoot &root, const StandInProgram::Call &call) {
-                                     root.write(call.file, toText(countingOctets(kNtResponseSize)));
-                                     return 1;
-                                 });
-    const Answer answer = ask();
-    EXPECT_EQ(0, answer.result);
-    EXPECT_BYTES_EQ(countingOctets(kNtResponseSize), answer.response);
+    const StandInProgram program(root_, answering(ntResponse(), 1));
+    EXPECT_EQ((Answer{0, ntResponse()}), ask());
     EXPECT_FALSE(root_.exists(kFile));
 }
 
 TEST_F(NtResponse, FileIsNotReadWhenTheProgramCouldNotBeRun) {
-    const StandInProgram program(root_,
-                                 [](const TemporaryRoot &root, const StandInProgram::Call &call) {
-                                     root.write(call.file, toText(countingOctets(kNtResponseSize)));
-                                     return -1;
-                                 });
-    const Answer answer = ask();
-    EXPECT_EQ(-1, answer.result);
-    EXPECT_BYTES_EQ(Bytes(kNtResponseSize, kUntouched), answer.response);
+    const StandInProgram program(root_, answering(ntResponse(), -1));
+    EXPECT_EQ((Answer{-1, kNoResponse}), ask());
     EXPECT_TRUE(root_.exists(kFile));
 }
 
 TEST_F(NtResponse, ResultIsThatOfRemovingTheFile) {
-    const StandInProgram program(root_, answering(countingOctets(kNtResponseSize)));
+    const StandInProgram program(root_, answering(ntResponse()));
     const RefusedRemovals removals(1);
-    const Answer answer = ask();
-    EXPECT_EQ(-1, answer.result);
-    EXPECT_BYTES_EQ(countingOctets(kNtResponseSize), answer.response);
+    EXPECT_EQ((Answer{-1, ntResponse()}), ask());
 }
 
 TEST_F(NtResponse, FilesOfOtherUsersAreLeftAlone) {
     root_.write("/tmp/mschap_nem", "x");
     root_.write("/tmp/mschap_nemo2", "x");
-    const StandInProgram program(root_, answering(countingOctets(kNtResponseSize)));
+    const StandInProgram program(root_, answering(ntResponse()));
     EXPECT_EQ(0, ask().result);
     EXPECT_THAT(root_.list("/tmp"), ElementsAre("mschap_nem", "mschap_nemo2"));
 }
 
 TEST_F(NtResponse, NameWithASlashTouchesNoFile) {
-    const StandInProgram program(root_, answering(countingOctets(kNtResponseSize)));
+    const StandInProgram program(root_, answering(ntResponse()));
     root_.write("/etc/shadow", "precious");
     root_.makeFolder("/tmp/mschap_");
     for (const char *userName : {"/", "/../../etc/shadow", "nemo/", "a/b", "../etc/shadow"}) {
         SCOPED_TRACE(userName);
-        const Answer answer = ask(kChallenge, "arctangent", userName);
-        EXPECT_EQ(-1, answer.result);
-        EXPECT_BYTES_EQ(Bytes(kNtResponseSize, kUntouched), answer.response);
+        EXPECT_EQ((Answer{-1, kNoResponse}), ask(kChallenge, "arctangent", userName));
     }
     EXPECT_EQ(0U, program.callCount());
     EXPECT_EQ("precious", root_.read("/etc/shadow"));
@@ -285,30 +233,20 @@ TEST_F(NtResponse, NameWithASlashTouchesNoFile) {
 }
 
 TEST_F(NtResponse, MissingArgumentsAreRefused) {
-    const StandInProgram program(root_, answering(countingOctets(kNtResponseSize)));
-    Bytes response(kNtResponseSize, kUntouched);
-    EXPECT_EQ(-1, radMschapNtResponse(nullptr, response.data(), kChallenge.data(), "nemo"));
-    EXPECT_EQ(-1, radMschapNtResponse("p", nullptr, kChallenge.data(), "nemo"));
-    EXPECT_EQ(-1, radMschapNtResponse("p", response.data(), nullptr, "nemo"));
-    EXPECT_EQ(-1, radMschapNtResponse("p", response.data(), kChallenge.data(), nullptr));
+    const StandInProgram program(root_, answering(ntResponse()));
+    expectMissingArgumentsRefused();
     EXPECT_EQ(0U, program.callCount());
-    EXPECT_BYTES_EQ(Bytes(kNtResponseSize, kUntouched), response);
 }
 
 TEST_F(NtResponse, StaysWithinChallengeAndResponse) {
-    const StandInProgram program(root_, answering(countingOctets(kNtResponseSize)));
-    for (const GuardedBuffer::Edge edge : {GuardedBuffer::Edge::start, GuardedBuffer::Edge::end}) {
-        GuardedBuffer challenge("8182838485868788"_hex, edge);
-        challenge.makeReadOnly();
-        GuardedBuffer response(kNtResponseSize, edge);
-        EXPECT_EQ(0, radMschapNtResponse("p", response.data(), challenge.data(), "nemo"));
-        EXPECT_BYTES_EQ(countingOctets(kNtResponseSize), response.bytes());
-        EXPECT_BYTES_EQ(challenge.bytes(), program.call(program.callCount() - 1).challenge);
-    }
+    const StandInProgram program(root_, answering(ntResponse()));
+    expectWithinArguments("8182838485868788"_hex, ntResponse());
+    EXPECT_BYTES_EQ("8182838485868788"_hex, program.call(0).challenge);
+    EXPECT_BYTES_EQ("8182838485868788"_hex, program.call(1).challenge);
 }
 
 TEST_F(NtResponse, FileIsClosedAgain) {
-    StandInProgram program(root_, answering(countingOctets(kNtResponseSize)));
+    StandInProgram program(root_, answering(ntResponse()));
     const auto before = openDescriptors();
     ask();
     program.replace(answering({}));
@@ -328,7 +266,7 @@ class BuiltinResponse : public NtResponse {
     }
 
     BuiltinNtResponse option_;
-    StandInProgram program_{root_, answering(countingOctets(kNtResponseSize))};
+    StandInProgram program_{root_, answering(ntResponse())};
 };
 
 TEST_F(BuiltinResponse, GivesTheKnownAnswers) {
@@ -354,23 +292,20 @@ TEST_F(BuiltinResponse, GivesTheKnownAnswers) {
              Case{pairs, Bytes(8, 1), "f74b798aabaa515be21953f05994a107401eb94b325cad90"},
          }) {
         SCOPED_TRACE(entry.password);
-        const Answer answer = ask(entry.challenge, entry.password.c_str());
-        EXPECT_EQ(0, answer.result);
-        EXPECT_EQ(entry.response, toHex(answer.response));
+        EXPECT_EQ((Answer{0, fromHex(entry.response)}),
+                  ask(entry.challenge, entry.password.c_str()));
     }
 }
 
 TEST_F(BuiltinResponse, PasswordThatHasNoHashLeavesTheResponseAlone) {
     for (const std::string &password : {std::string("\xff"), std::string("41\xc3"),
                                         std::string(257, 'x'), std::string(size_t{1} << 20, 'x')}) {
-        const Answer answer = ask(kChallenge, password.c_str());
-        EXPECT_EQ(0, answer.result);
-        EXPECT_BYTES_EQ(Bytes(kNtResponseSize, kUntouched), answer.response);
+        EXPECT_EQ((Answer{0, kNoResponse}), ask(kChallenge, password.c_str()));
     }
 }
 
 // The answers were computed with the openssl program.
-TEST_F(BuiltinResponse, ChallengeMayHoldAnyOctet) {
+TEST_F(BuiltinResponse, ChallengeMayHoldAnyByte) {
     EXPECT_EQ("8293b5084955dfc3c3a5b95059ceeb7c79c0be5002ec10e9",
               toHex(ask(Bytes(8, 0), "MyPw").response));
     EXPECT_EQ("c0c5d756f1b614c3e85c9cc33ee0b9d2a4286f276b997c39",
@@ -380,35 +315,21 @@ TEST_F(BuiltinResponse, ChallengeMayHoldAnyOctet) {
 TEST_F(BuiltinResponse, NameIsNotLookedAt) {
     const std::string longName(5000, 'n');
     for (const char *userName : {"", "/", "../../etc/shadow", longName.c_str()}) {
-        const Answer answer = ask("102db5df085d3041"_hex, "MyPw", userName);
-        EXPECT_EQ(0, answer.result);
-        EXPECT_EQ("4e9d3c8f9cfd385d5bf4d3246791956ca4c351ab409a3d61", toHex(answer.response));
+        EXPECT_EQ(kKnownAnswer, askKnown(userName));
     }
 }
 
 TEST_F(BuiltinResponse, MissingArgumentsAreRefused) {
-    Bytes response(kNtResponseSize, kUntouched);
-    EXPECT_EQ(-1, radMschapNtResponse(nullptr, response.data(), kChallenge.data(), "nemo"));
-    EXPECT_EQ(-1, radMschapNtResponse("p", nullptr, kChallenge.data(), "nemo"));
-    EXPECT_EQ(-1, radMschapNtResponse("p", response.data(), nullptr, "nemo"));
-    EXPECT_EQ(-1, radMschapNtResponse("p", response.data(), kChallenge.data(), nullptr));
-    EXPECT_BYTES_EQ(Bytes(kNtResponseSize, kUntouched), response);
+    expectMissingArgumentsRefused();
 }
 
 TEST_F(BuiltinResponse, StaysWithinChallengeAndResponse) {
-    for (const GuardedBuffer::Edge edge : {GuardedBuffer::Edge::start, GuardedBuffer::Edge::end}) {
-        GuardedBuffer challenge("102db5df085d3041"_hex, edge);
-        challenge.makeReadOnly();
-        GuardedBuffer response(kNtResponseSize, edge);
-        EXPECT_EQ(0, radMschapNtResponse("MyPw", response.data(), challenge.data(), "nemo"));
-        EXPECT_EQ("4e9d3c8f9cfd385d5bf4d3246791956ca4c351ab409a3d61", toHex(response.bytes()));
-    }
+    expectWithinArguments(kKnownChallenge, kKnownAnswer.response);
 }
 
 TEST_F(BuiltinResponse, AnyOtherValueThanZeroAsksForIt) {
     EXPECT_EQ(0, radOptionSet(RAD_OPTION_BUILTIN_NT_RESPONSE, -1));
-    EXPECT_EQ("4e9d3c8f9cfd385d5bf4d3246791956ca4c351ab409a3d61",
-              toHex(ask("102db5df085d3041"_hex, "MyPw").response));
+    EXPECT_EQ(kKnownAnswer, askKnown());
 }
 
 // --- Without memory -----------------------------------------------------------------------------
@@ -441,7 +362,7 @@ class NoHugeAllocations {
 };
 
 TEST_F(NtResponse, WithoutMemoryForTheNameOfTheFileThereIsNoOutputAndNoFailure) {
-    const StandInProgram program(root_, answering(countingOctets(kNtResponseSize)));
+    const StandInProgram program(root_, answering(ntResponse()));
     void *room =
         mmap(nullptr, kHugeSize + 1, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(MAP_FAILED, room);
@@ -454,7 +375,7 @@ TEST_F(NtResponse, WithoutMemoryForTheNameOfTheFileThereIsNoOutputAndNoFailure) 
     }
     munmap(room, kHugeSize + 1);
     EXPECT_EQ(0, answer.result);
-    EXPECT_BYTES_EQ(Bytes(kNtResponseSize, kUntouched), answer.response);
+    EXPECT_BYTES_EQ(kNoResponse, answer.response);
     EXPECT_EQ(0U, program.callCount());
 }
 
