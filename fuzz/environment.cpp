@@ -5,7 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <gtest/gtest.h>
 
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/dict.h>
@@ -13,32 +13,12 @@
 #include <palcore.h>
 
 namespace lanyard::fuzz {
-namespace {
-
-size_t blocks = 0;
-unsigned failingAllocation = 0;
-bool failed = false;
-
-}  // namespace
 
 void require(bool holds, const char *what) {
     if (!holds) {
         (void)std::fprintf(stderr, "fuzz: does not hold: %s\n", what);
         std::abort();
     }
-}
-
-size_t liveBlocks() {
-    return blocks;
-}
-
-void failAllocation(unsigned n) {
-    failingAllocation = n;
-    failed = false;
-}
-
-bool allocationFailed() {
-    return failed;
 }
 
 std::vector<uint8_t> packetFrom(const uint8_t *data, size_t size) {
@@ -67,51 +47,12 @@ std::vector<char> textFrom(const uint8_t *data, size_t size) {
 using namespace lanyard::fuzz;
 
 int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/) {
+    // A fault that the partition sees ends the process.
+    GTEST_FLAG_SET(break_on_failure, true);
     // Reports go to standard error; what radPairShow() prints goes nowhere.
     require(std::freopen("/dev/null", "w", stdout) != nullptr, "standard output can be dropped");
     require(radLibInit(nullptr) == 0, "the library starts");
     require(radDictLoad(nullptr) == 0, "the built-in dictionary loads");
-    return 0;
-}
-
-PalMemPartId palMemPartCreate(const char * /*name*/, void * /*memory*/, uint32_t /*size*/) {
-    return 1;
-}
-
-void *palMemPartAlloc(PalMemPartId /*part*/, uint32_t size) {
-    if (failingAllocation > 0 && --failingAllocation == 0) {
-        failed = true;
-        return nullptr;
-    }
-    void *block = std::malloc(size);
-    if (block != nullptr) {
-        std::memset(block, 0xa5, size);
-        ++blocks;
-    }
-    return block;
-}
-
-char *palMemPartStrDup(PalMemPartId part, const char *text) {
-    if (text == nullptr) {
-        return nullptr;
-    }
-    const size_t size = std::strlen(text) + 1;
-    void *copy = palMemPartAlloc(part, static_cast<uint32_t>(size));
-    if (copy != nullptr) {
-        std::memcpy(copy, text, size);
-    }
-    return static_cast<char *>(copy);
-}
-
-int palMemPartFree(PalMemPartId /*part*/, void *block) {
-    if (block != nullptr) {
-        --blocks;
-    }
-    std::free(block);
-    return 0;
-}
-
-int palMemPartDestroy(PalMemPartId /*part*/) {
     return 0;
 }
 
@@ -128,6 +69,6 @@ void palModuleDebug(int /*module*/, int /*level*/, const char *function, int /*l
 void palModuleDebugHex(int /*module*/, int /*level*/, const char *title, const void *data,
                        int length) {
     require(title != nullptr && length >= 0, "a dump has a title and a length");
-    const auto *octets = static_cast<const uint8_t *>(data);
-    const std::vector<uint8_t> read(octets, octets + length);
+    const auto *bytes = static_cast<const uint8_t *>(data);
+    const std::vector<uint8_t> read(bytes, bytes + length);
 }

@@ -127,10 +127,10 @@ class Pool {
         return allocations_;
     }
 
-    void order(std::optional<unsigned> n, bool andAllBehind) {
+    void order(std::optional<unsigned> n, bool andAllAfter) {
         const std::lock_guard lock(mutex_);
         failingAt_ = n;
-        allBehindFail_ = andAllBehind;
+        allAfterFail_ = andAllAfter;
         failed_ = false;
     }
 
@@ -166,7 +166,7 @@ class Pool {
             --*failingAt_;
             return false;
         }
-        if (!allBehindFail_) {
+        if (!allAfterFail_) {
             failingAt_.reset();
         }
         failed_ = true;
@@ -180,7 +180,7 @@ class Pool {
     PalMemPartId lastId_ = 0;
     size_t allocations_ = 0;
     std::optional<unsigned> failingAt_;
-    bool allBehindFail_ = false;
+    bool allAfterFail_ = false;
     bool creationFails_ = false;
     bool failed_ = false;
 };
@@ -214,7 +214,7 @@ size_t allocationCount() {
 }
 
 void failAllocation(unsigned n) {
-    pool().order(n, false);
+    pool().order(n == 0 ? std::nullopt : std::optional(n), false);
 }
 
 void failAllocationsFrom(unsigned n) {

@@ -57,7 +57,7 @@ size_t liveBlocks(PalMemPartId part);
 // Allocations so far, failed ones included.
 size_t allocationCount();
 
-// From now on the n-th allocation (1: the next) fails, once; or that one and all behind it. The
+// From now on the n-th allocation (1: the next, 0: none) fails, once; or that one and all after it. The
 // heap's count as well. A new order replaces the one before and resets allocationFailed().
 void failAllocation(unsigned n);
 void failAllocationsFrom(unsigned n);
@@ -72,7 +72,7 @@ void stopFailing();
 bool allocationFailed();
 
 // Runs `run` with the 1st, 2nd, ... allocation failing until a run makes it through without a
-// failure, and yields how many runs met one. Each run must leave as many live blocks as it found; a
+// failure, and returns how many runs met one. Each run must leave as many live blocks as it found; a
 // run that does not, a fatal failure and `bound` end the loop with a failed test.
 unsigned forEachFailingAllocation(const std::function<void()> &run, unsigned bound = 1000);
 
