@@ -112,7 +112,7 @@ void ConfTest::addAuthServers(int count) {
 }
 
 void ConfTest::expectSilence() {
-    EXPECT_THAT(log.lines(), testing::IsEmpty());
+    EXPECT_LOG(log);
     log.clear();
 }
 

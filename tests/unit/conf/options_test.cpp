@@ -12,10 +12,6 @@
 namespace lanyard::test::options_test {
 namespace {
 
-using testing::ElementsAre;
-
-constexpr const char *kUnloaded = "Unloaded RADIUS Dictionary\n";
-
 class Options : public ConfTest {};
 
 TEST_F(Options, AreUnsetAtFirstAndSaySoByTheirKeywords) {
@@ -24,10 +20,8 @@ TEST_F(Options, AreUnsetAtFirstAndSaySoByTheirKeywords) {
     for (uint32_t option = 0; option < keywords.size(); ++option) {
         log.clear();
         EXPECT_EQ(nullptr, radConfGet(option));
-        EXPECT_THAT(log.lines(),
-                    ElementsAre(Logged(7, 128, "radConfGet",
-                                       "radConfGet: failed to get value of config option : " +
-                                           keywords[option] + "\n")));
+        EXPECT_LOG(log,
+                   "trace radConfGet: failed to get value of config option : " + keywords[option]);
     }
 }
 
@@ -91,9 +85,8 @@ TEST_P(NumberOption, IsTheNumberThatItsTextStartsWith) {
         SCOPED_TRACE(text);
         log.clear();
         EXPECT_EQ(0, set(text));
-        EXPECT_THAT(log.lines(),
-                    ElementsAre(Logged(7, 128, GetParam().function,
-                                       GetParam().message + std::to_string(number) + "\n")));
+        EXPECT_LOG(log, std::string("trace ") + GetParam().function + "> " + GetParam().message +
+                            std::to_string(number));
         EXPECT_EQ(number, value());
     }
     EXPECT_EQ(1U, liveBlocks()) << "the earlier values are released";
@@ -125,9 +118,7 @@ TEST_P(NumberOption, IsUnsetWhenMemoryIsExhausted) {
     log.clear();
     failAllocation(1);
     EXPECT_EQ(-1, set("8"));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 4, GetParam().function,
-                                   GetParam().function + std::string(": out of memory\n"))));
+    EXPECT_LOG(log, std::string("critical ") + GetParam().function + ": out of memory");
     EXPECT_FALSE(isSet());
 
     failAllocation(2);
@@ -170,9 +161,8 @@ class DictionaryOption : public ConfTest {
 TEST_F(DictionaryOption, LoadsTheFileAndKeepsACopyOfItsPath) {
     std::string path = "/var/a.dict";
     EXPECT_EQ(0, radConfSetDict(path.c_str()));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radDictUnload", kUnloaded),
-                            Logged(7, 128, "radDictLoad", "Loaded Dictionary /var/a.dict\n")));
+    EXPECT_LOG(log, "trace radDictUnload> Unloaded RADIUS Dictionary",
+               "trace radDictLoad> Loaded Dictionary /var/a.dict");
     path.assign(path.size(), 'x');
     EXPECT_STREQ("/var/a.dict", static_cast<const char *>(radConfGet(RAD_CONF_DICTIONARY)));
     EXPECT_NE(nullptr, radDictGetAttr(5));
@@ -230,7 +220,7 @@ TEST_F(DictionaryOption, TakesTheDictionaryAlongWhenItIsDeleted) {
     ASSERT_EQ(0, radConfSetDict("/var/a.dict"));
     log.clear();
     EXPECT_EQ(0, radConfDelDict());
-    EXPECT_THAT(log.lines(), ElementsAre(Logged(7, 128, "radDictUnload", kUnloaded)));
+    EXPECT_LOG(log, "trace radDictUnload> Unloaded RADIUS Dictionary");
     EXPECT_FALSE(isSet(RAD_CONF_DICTIONARY));
     EXPECT_EQ(nullptr, radDictGetAttr(5));
     EXPECT_EQ(0U, liveBlocks());
@@ -252,10 +242,9 @@ TEST_F(Options, AreAllUnsetTogether) {
     log.clear();
     EXPECT_EQ(0, radDeconfigure());
     // The dictionary goes with its option, and once more at the end.
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radDictUnload", kUnloaded),
-                            Logged(7, 128, "radDictUnload", kUnloaded),
-                            Logged(7, 128, "radDeconfigure", "RADIUS Deconfigured\n")));
+    EXPECT_LOG(log, "trace radDictUnload> Unloaded RADIUS Dictionary",
+               "trace radDictUnload> Unloaded RADIUS Dictionary",
+               "trace radDeconfigure> RADIUS Deconfigured");
     for (uint32_t option = 0; option < 5; ++option) {
         EXPECT_FALSE(isSet(option)) << option;
     }
@@ -267,10 +256,9 @@ TEST_F(Options, AreAllUnsetTogether) {
 
 TEST_F(Options, MayBeUnsetWhenNoneIsSet) {
     EXPECT_EQ(0, radDeconfigure());
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radDictUnload", kUnloaded),
-                            Logged(7, 128, "radDictUnload", kUnloaded),
-                            Logged(7, 128, "radDeconfigure", "RADIUS Deconfigured\n")));
+    EXPECT_LOG(log, "trace radDictUnload> Unloaded RADIUS Dictionary",
+               "trace radDictUnload> Unloaded RADIUS Dictionary",
+               "trace radDeconfigure> RADIUS Deconfigured");
 }
 
 }  // namespace

@@ -63,7 +63,7 @@ class ServerList : public ConfTest, public testing::WithParamInterface<ListCase>
 
 TEST_P(ServerList, AddsItsEntriesInOrder) {
     EXPECT_EQ(0, radConfSetServers(GetParam().text, RAD_SERVER_AUTH));
-    EXPECT_NO_PROBLEM(log);
+    EXPECT_PROBLEMS(log);
     const std::vector<Slot> &expected = GetParam().servers;
     EXPECT_EQ(static_cast<int>(expected.size()), radConfGetNumServers(RAD_SERVER_AUTH));
     const std::vector<RadServer> found = slots(RAD_SERVER_AUTH);
@@ -75,7 +75,7 @@ TEST_P(ServerList, AddsItsEntriesInOrder) {
 
 TEST_P(ServerList, AddsAccountingServersWithoutExtraField) {
     EXPECT_EQ(0, radConfSetServers(GetParam().text, RAD_SERVER_ACCT));
-    EXPECT_NO_PROBLEM(log);
+    EXPECT_PROBLEMS(log);
     const std::vector<Slot> &expected = GetParam().servers;
     EXPECT_EQ(static_cast<int>(expected.size()), radConfGetNumServers(RAD_SERVER_ACCT));
     const std::vector<RadServer> found = slots(RAD_SERVER_ACCT);
@@ -111,7 +111,7 @@ class ServerListText : public ConfTest {
             log.clear();
             EXPECT_EQ(-1, radConfSetServers(text, type));
             if (message.empty()) {
-                EXPECT_NO_PROBLEM(log);
+                EXPECT_PROBLEMS(log);
             } else {
                 EXPECT_ONLY_PROBLEM(log, 8, "radConfSetServers", message);
             }
@@ -161,14 +161,12 @@ TEST_F(ServerListText, HasASecretInEveryEntry) {
 TEST_F(ServerListText, EndsAtTheNinthServer) {
     const char *text = "a:s b:s c:s d:s e:s f:s g:s h:s i:s j:s";
     EXPECT_EQ(-1, radConfSetServers(text, RAD_SERVER_AUTH));
-    EXPECT_ONLY_PROBLEM(log, 8, "radConfAddAuthServ",
-                        "radConfAddAuthServ: Cannot Add Server i: Too Many Servers\n");
+    EXPECT_PROBLEMS(log, "error radConfAddAuthServ: Cannot Add Server i: Too Many Servers");
     EXPECT_EQ(8, radConfGetNumServers(RAD_SERVER_AUTH));
     EXPECT_STREQ("h", slots(RAD_SERVER_AUTH)[7].host);
     log.clear();
     EXPECT_EQ(-1, radConfSetServers(text, RAD_SERVER_ACCT));
-    EXPECT_ONLY_PROBLEM(log, 8, "radConfAddAcctServ",
-                        "radConfAddAcctServ: Cannot Add Server i: Too Many Servers\n");
+    EXPECT_PROBLEMS(log, "error radConfAddAcctServ: Cannot Add Server i: Too Many Servers");
     EXPECT_EQ(8, radConfGetNumServers(RAD_SERVER_ACCT));
     EXPECT_STREQ("h", slots(RAD_SERVER_ACCT)[7].host);
 }

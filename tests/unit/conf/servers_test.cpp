@@ -29,10 +29,9 @@ class Servers : public ConfTest {
 
 TEST_F(Servers, AreAddedForAuthentication) {
     EXPECT_EQ(0, radConfAddAuthServ("host", 1645, 5, 3, "s3cr3t", "nas"));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radConfAddAuthServ",
-                                   "Added Server host:1645 with timeout: 5, retries: 3 and "
-                                   "secret: s3cr3t\n")));
+    EXPECT_LOG(log,
+               "trace radConfAddAuthServ> Added Server host:1645 with timeout: 5, retries: 3 and "
+               "secret: s3cr3t");
     EXPECT_THAT(slots(RAD_SERVER_AUTH)[0], Holds({"host", 1645, 5, 3, "s3cr3t", "nas"}));
     EXPECT_EQ(1, radConfGetNumServers(RAD_SERVER_AUTH));
     EXPECT_EQ(0, radConfGetNumServers(RAD_SERVER_ACCT));
@@ -41,10 +40,9 @@ TEST_F(Servers, AreAddedForAuthentication) {
 
 TEST_F(Servers, AreAddedForAccounting) {
     EXPECT_EQ(0, radConfAddAcctServ("host", 1646, 5, 3, "s3cr3t"));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radConfAddAcctServ",
-                                   "Added Server host:1646 with timeout: 5, retries: 3 and "
-                                   "secret: s3cr3t\n")));
+    EXPECT_LOG(log,
+               "trace radConfAddAcctServ> Added Server host:1646 with timeout: 5, retries: 3 and "
+               "secret: s3cr3t");
     EXPECT_THAT(slots(RAD_SERVER_ACCT)[0], Holds({"host", 1646, 5, 3, "s3cr3t"}));
     EXPECT_EQ(1, radConfGetNumServers(RAD_SERVER_ACCT));
     EXPECT_EQ(0, radConfGetNumServers(RAD_SERVER_AUTH));
@@ -126,10 +124,7 @@ TEST_F(Servers, AreAtMostEightForAuthentication) {
     addAuthServers(8);
     const size_t allocations = allocationCount();
     EXPECT_EQ(-1, radConfAddAuthServ("ninth", 1, 2, 3, "s3cr3t", nullptr));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 8, "radConfAddAuthServ",
-                                   "radConfAddAuthServ: Cannot Add Server ninth: Too Many "
-                                   "Servers\n")));
+    EXPECT_LOG(log, "error radConfAddAuthServ: Cannot Add Server ninth: Too Many Servers");
     EXPECT_EQ(allocations, allocationCount());
     EXPECT_EQ(8, radConfGetNumServers(RAD_SERVER_AUTH));
     EXPECT_THAT(hosts(), ElementsAre("h0", "h1", "h2", "h3", "h4", "h5", "h6", "h7"));
@@ -142,10 +137,7 @@ TEST_F(Servers, AreAtMostEightForAccounting) {
     }
     log.clear();
     EXPECT_EQ(-1, radConfAddAcctServ("ninth", 1, 2, 3, "s3cr3t"));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 8, "radConfAddAcctServ",
-                                   "radConfAddAcctServ: Cannot Add Server ninth: Too Many "
-                                   "Servers\n")));
+    EXPECT_LOG(log, "error radConfAddAcctServ: Cannot Add Server ninth: Too Many Servers");
     EXPECT_EQ(8, radConfGetNumServers(RAD_SERVER_ACCT));
     const std::vector<RadServer> found = slots(RAD_SERVER_ACCT);
     for (size_t index = 0; index < found.size(); ++index) {
@@ -177,12 +169,10 @@ TEST_F(Servers, HaveNoSecretWhenItCannotBeCopied) {
     failAllocation(2);
     EXPECT_EQ(0, radConfAddAcctServ("h", 1, 2, 3, "s3cr3t"));
     stopFailing();
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre(Logged(7, 128, "radConfAddAuthServ",
-                           "Added Server h:1 with timeout: 2, retries: 3 and secret: NO\n"),
-                    Logged(7, 128, "radConfAddAcctServ",
-                           "Added Server h:1 with timeout: 2, retries: 3 and secret: NO\n")));
+    EXPECT_LOG(
+        log,
+        "trace radConfAddAuthServ> Added Server h:1 with timeout: 2, retries: 3 and secret: NO",
+        "trace radConfAddAcctServ> Added Server h:1 with timeout: 2, retries: 3 and secret: NO");
     EXPECT_THAT(slots(RAD_SERVER_AUTH)[0], Holds({"h", 1, 2, 3, nullptr, "x"}));
     EXPECT_THAT(slots(RAD_SERVER_ACCT)[0], Holds({"h", 1, 2, 3, nullptr}));
 
@@ -255,10 +245,9 @@ TEST_F(Servers, AreDeletedByHost) {
     ASSERT_EQ(0, radAuthServRowIdSet("host", 0, 7, 8));
     log.clear();
     EXPECT_EQ(0, radConfDelAuthServer("host"));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radConfDelAuthServer",
-                                   "Deleting Server host:1645 with timeout: 5, retries: 3 and "
-                                   "secret: s3cr3t\n")));
+    EXPECT_LOG(log,
+               "trace radConfDelAuthServer> Deleting Server host:1645 with timeout: 5, retries: 3 "
+               "and secret: s3cr3t");
     EXPECT_EQ(2, radConfGetNumServers(RAD_SERVER_AUTH));
     EXPECT_THAT(slots(RAD_SERVER_AUTH)[2], Holds(kFreeSlot));
     EXPECT_THAT(hosts(), ElementsAre("h0", "h1", "", "", "", "", "", ""));
@@ -307,10 +296,9 @@ TEST_F(Servers, OfTheSameHostAreDeletedFromTheFirstOn) {
 TEST_F(Servers, InTheLastSlotAreDeletedForAnUnknownHost) {
     addAuthServers(8);
     EXPECT_EQ(0, radConfDelAuthServer("H0"));  // the case counts
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radConfDelAuthServer",
-                                   "Deleting Server h7:1007 with timeout: -1, retries: -1 and "
-                                   "secret: s3cr3t\n")));
+    EXPECT_LOG(log,
+               "trace radConfDelAuthServer> Deleting Server h7:1007 with timeout: -1, retries: -1 "
+               "and secret: s3cr3t");
     EXPECT_EQ(7, radConfGetNumServers(RAD_SERVER_AUTH));
     EXPECT_THAT(hosts(), ElementsAre("h0", "h1", "h2", "h3", "h4", "h5", "h6", ""));
     EXPECT_THAT(slots(RAD_SERVER_AUTH)[7], Holds(kFreeSlot));
@@ -319,10 +307,9 @@ TEST_F(Servers, InTheLastSlotAreDeletedForAnUnknownHost) {
 TEST_F(Servers, AreOneFewerByTheCountWhenTheLastSlotWasFree) {
     addAuthServers(3);
     EXPECT_EQ(0, radConfDelAuthServer("unknown"));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radConfDelAuthServer",
-                                   "Deleting Server (null):65535 with timeout: -1, retries: -1 "
-                                   "and secret: NO\n")));
+    EXPECT_LOG(log,
+               "trace radConfDelAuthServer> Deleting Server (null):65535 with timeout: -1, "
+               "retries: -1 and secret: NO");
     EXPECT_EQ(2, radConfGetNumServers(RAD_SERVER_AUTH));
     EXPECT_THAT(hosts(), ElementsAre("h0", "h1", "h2", "", "", "", "", ""));
 
@@ -333,8 +320,7 @@ TEST_F(Servers, AreOneFewerByTheCountWhenTheLastSlotWasFree) {
     EXPECT_EQ(7, radConfGetNumServers(RAD_SERVER_AUTH));
     log.clear();
     EXPECT_EQ(-1, radConfAddAuthServ("ninth", 1, -1, -1, "s", nullptr));
-    EXPECT_ONLY_PROBLEM(log, 8, "radConfAddAuthServ",
-                        "radConfAddAuthServ: Cannot Add Server ninth: Too Many Servers\n");
+    EXPECT_PROBLEMS(log, "error radConfAddAuthServ: Cannot Add Server ninth: Too Many Servers");
     EXPECT_EQ(7, radConfGetNumServers(RAD_SERVER_AUTH));
 
     EXPECT_EQ(0, radDeconfigure());
@@ -348,7 +334,7 @@ TEST_F(Servers, AreNoListAfterAnUnknownHostTookTheCountToZero) {
     EXPECT_FALSE(isSet(RAD_CONF_AUTH_SERVERS));
     log.clear();
     EXPECT_EQ(-1, radConfAssert());
-    EXPECT_ONLY_PROBLEM(log, 8, "radConfAssert", "radConfAssert: No AuthServer Specified\n");
+    EXPECT_PROBLEMS(log, "error radConfAssert: No AuthServer Specified");
 
     // Nothing more to delete or to mark.
     log.clear();
@@ -399,10 +385,9 @@ TEST_F(Servers, AreNotDeletedByNoHost) {
 TEST_F(Servers, TakeTheirDatabaseRow) {
     addAuthServers(3);
     EXPECT_EQ(0, radAuthServRowIdSet("h1", 99, 70, 80));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radAuthServRowIdSet",
-                                   "Adding RowId:80 to Server h1:1001 with timeout: -1, retries: "
-                                   "-1 and secret: s3cr3t\n")));
+    EXPECT_LOG(log,
+               "trace radAuthServRowIdSet> Adding RowId:80 to Server h1:1001 with timeout: -1, "
+               "retries: -1 and secret: s3cr3t");
     EXPECT_THAT(
         slots(RAD_SERVER_AUTH),
         ElementsAre(Holds({"h0", 1000, -1, -1, "s3cr3t"}),
@@ -415,10 +400,9 @@ TEST_F(Servers, TakeTheirDatabaseRow) {
 TEST_F(Servers, InTheLastSlotTakeTheDatabaseRowOfAnUnknownHost) {
     addAuthServers(2);
     EXPECT_EQ(0, radAuthServRowIdSet("unknown", 0, 70, 80));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radAuthServRowIdSet",
-                                   "Adding RowId:80 to Server (null):65535 with timeout: -1, "
-                                   "retries: -1 and secret: NO\n")));
+    EXPECT_LOG(log,
+               "trace radAuthServRowIdSet> Adding RowId:80 to Server (null):65535 with timeout: "
+               "-1, retries: -1 and secret: NO");
     EXPECT_THAT(slots(RAD_SERVER_AUTH)[7],
                 Holds({nullptr, 65535, -1, -1, nullptr, nullptr, 70, 80}));
     EXPECT_EQ(2, radConfGetNumServers(RAD_SERVER_AUTH));
@@ -465,14 +449,11 @@ TEST_F(Servers, AreDeletedByDatabaseRow) {
     ASSERT_EQ(0, radAuthServRowIdSet("h3", 0, 1, 10));
     log.clear();
     EXPECT_EQ(0, radConfDelAuthServByRowId(1, 10));
-    constexpr const char *kTag = "radConfDelAuthServByRowId";
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, kTag, "rowIds: 1 - 11\n"),
-                            Logged(7, 128, kTag, "rowIds: 2 - 10\n"),
-                            Logged(7, 128, kTag, "rowIds: 1 - 10\n"),
-                            Logged(7, 128, kTag,
-                                   "Deleting Server h2:1002 with timeout: -1, retries: -1 and "
-                                   "secret: s3cr3t rowId: 10\n")));
+    EXPECT_LOG(log, "trace radConfDelAuthServByRowId> rowIds: 1 - 11",
+               "trace radConfDelAuthServByRowId> rowIds: 2 - 10",
+               "trace radConfDelAuthServByRowId> rowIds: 1 - 10",
+               "trace radConfDelAuthServByRowId> Deleting Server h2:1002 with timeout: -1, "
+               "retries: -1 and secret: s3cr3t rowId: 10");
     EXPECT_THAT(hosts(), ElementsAre("h0", "h1", "", "h3", "", "", "", ""));
     EXPECT_THAT(slots(RAD_SERVER_AUTH)[2], Holds(kFreeSlot));
     EXPECT_EQ(3, radConfGetNumServers(RAD_SERVER_AUTH));
@@ -483,14 +464,12 @@ TEST_F(Servers, InTheLastSlotAreDeletedForAnUnknownDatabaseRow) {
     ASSERT_EQ(0, radAuthServRowIdSet("h7", 0, 5, 6));
     log.clear();
     EXPECT_EQ(0, radConfDelAuthServByRowId(0, 0));
-    constexpr const char *kTag = "radConfDelAuthServByRowId";
-    const auto visited = Logged(7, 128, kTag, "rowIds: -1 - -1\n");
-    EXPECT_THAT(log.lines(),
-                ElementsAre(visited, visited, visited, visited, visited, visited, visited,
-                            Logged(7, 128, kTag, "rowIds: 5 - 6\n"),
-                            Logged(7, 128, kTag,
-                                   "Deleting Server h7:1007 with timeout: -1, retries: -1 and "
-                                   "secret: s3cr3t rowId: 6\n")));
+    std::vector<std::string> expected(7, "trace radConfDelAuthServByRowId> rowIds: -1 - -1");
+    expected.insert(expected.end(),
+                    {"trace radConfDelAuthServByRowId> rowIds: 5 - 6",
+                     "trace radConfDelAuthServByRowId> Deleting Server h7:1007 with "
+                     "timeout: -1, retries: -1 and secret: s3cr3t rowId: 6"});
+    EXPECT_EQ(expected, log.log());
     EXPECT_THAT(hosts(), ElementsAre("h0", "h1", "h2", "h3", "h4", "h5", "h6", ""));
     EXPECT_EQ(7, radConfGetNumServers(RAD_SERVER_AUTH));
 }
@@ -534,17 +513,13 @@ TEST_F(Servers, AreShownForDebugging) {
     ASSERT_EQ(0, radConfAddAcctServ("unseen", 1, -1, -1, "s"));
     log.clear();
     radConfAuthServList();
-    constexpr const char *kTag = "radConfAuthServList";
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre(Logged(7, 128, kTag,
-                           "-1 : Server h0:1000 with timeout: -1, retries: -1 and secret: "
-                           "s3cr3t\n"),
-                    Logged(7, 128, kTag,
-                           "44 : Server h2:1002 with timeout: -1, retries: -1 and secret: "
-                           "s3cr3t\n"),
-                    Logged(7, 128, kTag,
-                           "-1 : Server x:9 with timeout: 5, retries: 3 and secret: other\n")));
+    EXPECT_LOG(
+        log,
+        "trace radConfAuthServList> -1 : Server h0:1000 with timeout: -1, retries: -1 and secret: "
+        "s3cr3t",
+        "trace radConfAuthServList> 44 : Server h2:1002 with timeout: -1, retries: -1 and secret: "
+        "s3cr3t",
+        "trace radConfAuthServList> -1 : Server x:9 with timeout: 5, retries: 3 and secret: other");
 }
 
 }  // namespace

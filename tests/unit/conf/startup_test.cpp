@@ -85,7 +85,7 @@ TEST_F(StartUp, LogsNothingItself) {
     EXPECT_EQ(0, radConfSetTimeout("1"));  // keeps the stand-in's question out of the log
     log.clear();
     EXPECT_EQ(0, radLibInit(nullptr));
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST_F(StartUp, HappensOnce) {
@@ -94,7 +94,7 @@ TEST_F(StartUp, HappensOnce) {
     EXPECT_EQ(0, radLibInit(nullptr));
     EXPECT_EQ(0, radLibInit(kConf));
     EXPECT_EQ(0, radLibInit(kMissingConf));
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     EXPECT_THAT(partitions(), SizeIs(1));
     EXPECT_EQ(1U, crypto.calls);
     EXPECT_EQ(0, radConfGetNumServers(RAD_SERVER_AUTH));
@@ -105,7 +105,7 @@ TEST_F(StartUp, ReadsTheFile) {
     EXPECT_EQ(1, radConfGetNumServers(RAD_SERVER_AUTH));
     EXPECT_NE(nullptr, radDictGetAttr(1));
     EXPECT_LOGGED(log, 128, "radConfigure", "RADIUS Configured\n");
-    EXPECT_NO_PROBLEM(log);
+    EXPECT_PROBLEMS(log);
     // Memory first, then the crypto layer, then the file.
     EXPECT_EQ(1U, crypto.calls);
     EXPECT_EQ(radMemPartId, crypto.partition);
@@ -115,13 +115,13 @@ TEST_F(StartUp, ReadsTheFile) {
     log.clear();
     EXPECT_EQ(0, radLibInit(kOtherConf));
     EXPECT_EQ(1, radConfGetNumServers(RAD_SERVER_AUTH));
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST_F(StartUp, ThatFailedIsTriedAgain) {
     EXPECT_EQ(-1, radLibInit(kMissingConf));
-    EXPECT_ONLY_PROBLEM(log, 8, "radConfigure",
-                        "radConfigure: can't open /var/missing.conf: No such file or directory\n");
+    EXPECT_PROBLEMS(log,
+                    "error radConfigure: can't open /var/missing.conf: No such file or directory");
     const uint32_t partition = radMemPartId;
     EXPECT_NE(0U, partition);
 
@@ -138,7 +138,7 @@ TEST_F(StartUp, WithoutAFileMakesUpForOneThatFailed) {
     EXPECT_EQ(0, radLibInit(nullptr));
     log.clear();
     EXPECT_EQ(0, radLibInit(kMissingConf));
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST_F(StartUp, GoesOnWithoutAPartition) {
@@ -146,7 +146,7 @@ TEST_F(StartUp, GoesOnWithoutAPartition) {
     EXPECT_EQ(0, radLibInit(nullptr));
     EXPECT_EQ(0U, radMemPartId);
     EXPECT_EQ(1U, crypto.calls);
-    EXPECT_NO_PROBLEM(log);
+    EXPECT_PROBLEMS(log);
 }
 
 TEST_F(StartUp, GoesOnWhateverTheCryptoLayerSays) {
@@ -155,7 +155,7 @@ TEST_F(StartUp, GoesOnWhateverTheCryptoLayerSays) {
     EXPECT_EQ(1U, crypto.calls);
     EXPECT_EQ(0, radLibInit(nullptr));
     EXPECT_EQ(2U, crypto.calls);
-    EXPECT_NO_PROBLEM(log);
+    EXPECT_PROBLEMS(log);
 }
 
 TEST_F(StartUp, LeavesNothingBehindWhicheverAllocationFails) {
@@ -178,7 +178,7 @@ TEST_F(StartUp, IsUndoneByShutdown) {
     log.clear();
     EXPECT_EQ(0, radLibExit());
     EXPECT_EQ("RADIUS Deconfigured\n", log.texts().back());
-    EXPECT_NO_PROBLEM(log);
+    EXPECT_PROBLEMS(log);
     EXPECT_EQ(0U, radMemPartId);
     ASSERT_THAT(partitions(), SizeIs(1));
     EXPECT_TRUE(partitions()[0].destroyed);
