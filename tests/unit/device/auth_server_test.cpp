@@ -15,7 +15,6 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::Not;
 
-constexpr const char *kTag = "radiusAuthServerHandler";
 constexpr const char *kTable = "radiusClient";
 
 class AuthServerRows : public MgmtTest {
@@ -37,8 +36,8 @@ class AuthServerRows : public MgmtTest {
     }
 
     void expectReturning(int result) {
-        EXPECT_THAT(log.lines(),
-                    Contains(Logged(8, 8, kTag, "returning : " + std::to_string(result) + "\n")));
+        EXPECT_THAT(log.log(), Contains("device error radiusAuthServerHandler> returning : " +
+                                        std::to_string(result)));
     }
 };
 
@@ -52,18 +51,15 @@ TEST_F(AuthServerRows, AnInsertAddsAServerWithTheIdentityOfItsRow) {
 
 TEST_F(AuthServerRows, AnInsertTellsItsStepsInOrder) {
     EXPECT_EQ(0, insert("'a', '1645', 's1', '5', '2'"));
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre(
-            Logged(8, 128, "radiusMgmtDBUpdateHandler",
-                   "DBUpdate event: Table: radiusClient opCode:18 rowId:1\n"),
-            Logged(7, 128, "radConfAddAuthServ",
-                   "Added Server a:1645 with timeout: 5, retries: 2 and secret: s1\n"),
-            Logged(7, 128, "radAuthServRowIdSet",
-                   "Adding RowId:1 to Server a:1645 with timeout: 5, retries: 2 and secret: s1\n"),
-            Logged(8, 8, kTag, "returning : 0\n"),
-            Logged(7, 128, "radConfAuthServList",
-                   "1 : Server a:1645 with timeout: 5, retries: 2 and secret: s1\n")));
+    EXPECT_LOG(
+        log,
+        "device trace radiusMgmtDBUpdateHandler> DBUpdate event: Table: radiusClient opCode:18 "
+        "rowId:1",
+        "trace radConfAddAuthServ> Added Server a:1645 with timeout: 5, retries: 2 and secret: s1",
+        "trace radAuthServRowIdSet> Adding RowId:1 to Server a:1645 with timeout: 5, retries: 2 "
+        "and secret: s1",
+        "device error radiusAuthServerHandler> returning : 0",
+        "trace radConfAuthServList> 1 : Server a:1645 with timeout: 5, retries: 2 and secret: s1");
 }
 
 TEST_F(AuthServerRows, AnInsertAddsToTheServersThatAreThere) {
@@ -151,15 +147,14 @@ TEST_F(AuthServerRows, ADeleteRemovesTheServerOfTheRow) {
     log.clear();
     EXPECT_EQ(0, deliver(notice(kTable, RAD_DB_DELETE, 4, 1)));
     EXPECT_THAT(hosts(), ElementsAre("", "b", "", "", "", "", "", ""));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(8, 128, "radiusMgmtDBUpdateHandler",
-                                   "DBUpdate event: Table: radiusClient opCode:9 rowId:1\n"),
-                            Logged(7, 128, "radConfDelAuthServByRowId", "rowIds: 4 - 1\n"),
-                            Logged(7, 128, "radConfDelAuthServByRowId",
-                                   "Deleting Server a:1 with timeout: 5, retries: 2 and secret: s1 "
-                                   "rowId: 1\n"),
-                            Logged(7, 128, "radConfAuthServList",
-                                   "2 : Server b:2 with timeout: 5, retries: 2 and secret: s2\n")));
+    EXPECT_LOG(
+        log,
+        "device trace radiusMgmtDBUpdateHandler> DBUpdate event: Table: radiusClient opCode:9 "
+        "rowId:1",
+        "trace radConfDelAuthServByRowId> rowIds: 4 - 1",
+        "trace radConfDelAuthServByRowId> Deleting Server a:1 with timeout: 5, retries: 2 and "
+        "secret: s1 rowId: 1",
+        "trace radConfAuthServList> 2 : Server b:2 with timeout: 5, retries: 2 and secret: s2");
 }
 
 TEST_F(AuthServerRows, ADeleteLooksAtBothHalvesOfTheIdentity) {
@@ -179,11 +174,12 @@ TEST_F(AuthServerRows, ADeleteThatIsRefusedIsTold) {
     ASSERT_EQ(0, insert("'a', '1', 's1', '5', '2'"));
     log.clear();
     EXPECT_EQ(-1, deliver(notice(kTable, RAD_DB_DELETE, -1, 1)));
-    EXPECT_THAT(told(), ElementsAre(Logged(8, 128, "radiusMgmtDBUpdateHandler",
-                                           "DBUpdate event: Table: radiusClient opCode:9 "
-                                           "rowId:1\n"),
-                                    Logged(8, 8, "radiusMgmtDBUpdateHandler",
-                                           "Error in executing DB update handler\n")));
+    EXPECT_THAT(
+        told(),
+        ElementsAre(
+            "device trace radiusMgmtDBUpdateHandler> DBUpdate event: Table: radiusClient opCode:9 "
+            "rowId:1",
+            "device error radiusMgmtDBUpdateHandler> Error in executing DB update handler"));
     EXPECT_EQ(1, radConfGetNumServers(RAD_SERVER_AUTH));
 }
 
@@ -194,20 +190,17 @@ TEST_F(AuthServerRows, AnUpdateReplacesTheServer) {
     EXPECT_EQ(0, update(1, "a"));
     EXPECT_THAT(hosts(), ElementsAre("a", "", "", "", "", "", "", ""));
     EXPECT_THAT(slots(RAD_SERVER_AUTH)[0], Holds({"a", 2, 6, 2, "new", nullptr, 4, 1}));
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre(
-            Logged(8, 128, "radiusMgmtDBUpdateHandler",
-                   "DBUpdate event: Table: radiusClient opCode:23 rowId:1\n"),
-            Logged(7, 128, "radConfDelAuthServer",
-                   "Deleting Server a:1 with timeout: 5, retries: 2 and secret: s1\n"),
-            Logged(7, 128, "radConfAddAuthServ",
-                   "Added Server a:2 with timeout: 6, retries: 2 and secret: new\n"),
-            Logged(7, 128, "radAuthServRowIdSet",
-                   "Adding RowId:1 to Server a:2 with timeout: 6, retries: 2 and secret: new\n"),
-            Logged(8, 8, kTag, "returning : 0\n"),
-            Logged(7, 128, "radConfAuthServList",
-                   "1 : Server a:2 with timeout: 6, retries: 2 and secret: new\n")));
+    EXPECT_LOG(
+        log,
+        "device trace radiusMgmtDBUpdateHandler> DBUpdate event: Table: radiusClient opCode:23 "
+        "rowId:1",
+        "trace radConfDelAuthServer> Deleting Server a:1 with timeout: 5, retries: 2 and secret: "
+        "s1",
+        "trace radConfAddAuthServ> Added Server a:2 with timeout: 6, retries: 2 and secret: new",
+        "trace radAuthServRowIdSet> Adding RowId:1 to Server a:2 with timeout: 6, retries: 2 and "
+        "secret: new",
+        "device error radiusAuthServerHandler> returning : 0",
+        "trace radConfAuthServList> 1 : Server a:2 with timeout: 6, retries: 2 and secret: new");
 }
 
 // The identity goes to the server with the old name; when none has it, to the last slot.
@@ -275,16 +268,14 @@ TEST_F(AuthServerRows, AnUnknownChangeIsRefused) {
     addAuthServers(1);
     (void)database.addServer("'a', '1', 's1', '5', '2'");
     EXPECT_EQ(-1, deliver(notice(kTable, 7, 4, 1)));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(8, 128, "radiusMgmtDBUpdateHandler",
-                                   "DBUpdate event: Table: radiusClient opCode:7 rowId:1\n"),
-                            Logged(8, 8, kTag, "Invalid SQLITE operation code - 7\n"),
-                            Logged(8, 8, kTag, "returning : -1\n"),
-                            Logged(7, 128, "radConfAuthServList",
-                                   "-1 : Server h0:1000 with timeout: -1, retries: -1 and secret: "
-                                   "s3cr3t\n"),
-                            Logged(8, 8, "radiusMgmtDBUpdateHandler",
-                                   "Error in executing DB update handler\n")));
+    EXPECT_LOG(log,
+               "device trace radiusMgmtDBUpdateHandler> DBUpdate event: Table: radiusClient "
+               "opCode:7 rowId:1",
+               "device error radiusAuthServerHandler> Invalid SQLITE operation code - 7",
+               "device error radiusAuthServerHandler> returning : -1",
+               "trace radConfAuthServList> -1 : Server h0:1000 with timeout: -1, retries: -1 and "
+               "secret: s3cr3t",
+               "device error radiusMgmtDBUpdateHandler> Error in executing DB update handler");
 }
 
 TEST_F(AuthServerRows, TheRowIsReadBeforeTheChangeIsLookedAt) {
@@ -299,13 +290,12 @@ TEST_F(AuthServerRows, WithoutMemoryForTheEntryTheHandlerEndsAtOnce) {
     const FailingCall failure("asprintf", ENOMEM);
     EXPECT_EQ(-1, insert("'a', '1', 's1', '5', '2'"));
     EXPECT_TRUE(failure.happened());
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre(
-            Logged(8, 128, "radiusMgmtDBUpdateHandler",
-                   "DBUpdate event: Table: radiusClient opCode:18 rowId:1\n"),
-            Logged(8, 8, kTag, "Failed to allocate memory for authentication server string.\n"),
-            Logged(8, 8, "radiusMgmtDBUpdateHandler", "Error in executing DB update handler\n")));
+    EXPECT_LOG(log,
+               "device trace radiusMgmtDBUpdateHandler> DBUpdate event: Table: radiusClient "
+               "opCode:18 rowId:1",
+               "device error radiusAuthServerHandler> Failed to allocate memory for authentication "
+               "server string.",
+               "device error radiusMgmtDBUpdateHandler> Error in executing DB update handler");
     EXPECT_THAT(hosts(), ElementsAre("h0", "", "", "", "", "", "", ""));
 }
 

@@ -12,7 +12,6 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr const char *kTag = "radiusClientTblHandler";
 constexpr const char *kConfFile = "/var/radius.conf";
 constexpr const char *kDictionaryLine = "\ndictionary        /nexa2.0/etc/radius.dict\n";
 
@@ -29,11 +28,11 @@ class ConfFile : public MgmtTest {
         return radiusClientTblHandler(database.path(), opCode);
     }
 
-    static testing::Matcher<const LogLine &> line(const std::string &text) {
-        return Logged(8, 128, kTag, text);
+    static std::string line(const std::string &text) {
+        return "device trace radiusClientTblHandler> " + text;
     }
-    static testing::Matcher<const LogLine &> status(int value) {
-        return line("status(radiusClientTblHandler) = " + std::to_string(value) + " \n");
+    static std::string status(int value) {
+        return line("status(radiusClientTblHandler) = " + std::to_string(value) + " ");
     }
 };
 
@@ -45,8 +44,7 @@ TEST_F(ConfFile, HasAllServersInOneLineAndTheDictionary) {
         "authserver        a:1812:5:3:s1, b:1645:10:2:s2"
         "\ndictionary        /nexa2.0/etc/radius.dict\n",
         root.read(kConfFile));
-    EXPECT_THAT(log.lines(), ElementsAre(line("Making radius.conf ... \n"),
-                                         line("Making radius.conf ... \n"), status(0)));
+    EXPECT_LOG(log, line("Making radius.conf ... "), line("Making radius.conf ... "), status(0));
 }
 
 TEST_F(ConfFile, IsTheSameForEveryChange) {
@@ -57,7 +55,7 @@ TEST_F(ConfFile, IsTheSameForEveryChange) {
         EXPECT_EQ(0, generate(opCode));
         EXPECT_EQ(std::string("authserver        a:1812:5:3:s1") + kDictionaryLine,
                   root.read(kConfFile));
-        EXPECT_THAT(log.lines(), ElementsAre(line("Making radius.conf ... \n"), status(0)));
+        EXPECT_LOG(log, line("Making radius.conf ... "), status(0));
     }
 }
 
@@ -66,9 +64,7 @@ TEST_F(ConfFile, IsNotTouchedByAnUnknownChange) {
     root.write(kConfFile, "as it was");
     for (const int opCode : {7, 0, -1, 19}) {
         EXPECT_EQ(-1, generate(opCode));
-        EXPECT_THAT(log.lines(),
-                    ElementsAre(line("Invalid input opcode: " + std::to_string(opCode) + " \n"),
-                                status(-1)));
+        EXPECT_LOG(log, line("Invalid input opcode: " + std::to_string(opCode) + " "), status(-1));
     }
     EXPECT_EQ("as it was", root.read(kConfFile));
     EXPECT_EQ(0644U, root.mode(kConfFile));
@@ -77,18 +73,18 @@ TEST_F(ConfFile, IsNotTouchedByAnUnknownChange) {
 TEST_F(ConfFile, IsNotTouchedWhenTheQueryFails) {
     root.write(kConfFile, "as it was");
     database.run("DROP TABLE radiusClient");
-    const auto failed = line("sqlite query for 'SELECT * from radiusClient ' failed \n");
+    const auto failed = line("sqlite query for 'SELECT * from radiusClient ' failed ");
     EXPECT_EQ(-1, generate());
-    EXPECT_THAT(log.lines(), ElementsAre(failed, status(-1)));
+    EXPECT_LOG(log, failed, status(-1));
 
     log.clear();
     EXPECT_EQ(-1, radiusClientTblHandler(root.path("/none.db").c_str(), RAD_DB_UPDATE));
-    EXPECT_THAT(log.lines(), ElementsAre(failed, status(-1)));
+    EXPECT_LOG(log, failed, status(-1));
     EXPECT_FALSE(root.exists("/none.db"));
 
     log.clear();
     EXPECT_EQ(-1, radiusClientTblHandler(nullptr, RAD_DB_UPDATE));
-    EXPECT_THAT(log.lines(), ElementsAre(failed, status(-1)));
+    EXPECT_LOG(log, failed, status(-1));
     EXPECT_EQ("as it was", root.read(kConfFile));
 }
 
@@ -96,23 +92,19 @@ TEST_F(ConfFile, IsDeletedWhenTheTableIsEmpty) {
     root.write(kConfFile, "as it was");
     EXPECT_EQ(0, generate(RAD_DB_DELETE));
     EXPECT_FALSE(root.exists(kConfFile));
-    EXPECT_THAT(log.lines(), ElementsAre(status(0)));
+    EXPECT_LOG(log, status(0));
     EXPECT_EQ(0, generate(RAD_DB_DELETE)) << "also when there is none";
-    EXPECT_THAT(log.lines(), ElementsAre(status(0)));
+    EXPECT_LOG(log, status(0));
 }
 
 TEST_F(ConfFile, ThatCannotBeOpenedIsTold) {
     (void)database.addServer("'a', '1812', 's1', '5', '3'");
     root.remove("/var");
     EXPECT_EQ(-1, generate());
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre(line("Couldn't open file for writing: /var/radius.conf \n"), status(-1)));
+    EXPECT_LOG(log, line("Couldn't open file for writing: /var/radius.conf "), status(-1));
     root.makeFolder(kConfFile);
     EXPECT_EQ(-1, generate());
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre(line("Couldn't open file for writing: /var/radius.conf \n"), status(-1)));
+    EXPECT_LOG(log, line("Couldn't open file for writing: /var/radius.conf "), status(-1));
 }
 
 TEST_F(ConfFile, IsItsOwnersAloneWhateverTheUmask) {
@@ -208,8 +200,7 @@ TEST_F(ConfFile, EndsBeforeTheFirstRowThatIsNoServer) {
     EXPECT_EQ(-1, generate());
     EXPECT_EQ("authserver        a:1812:5:3:s1, ", root.read(kConfFile));
     EXPECT_EQ(0600U, root.mode(kConfFile));
-    EXPECT_THAT(log.lines(), ElementsAre(line("Making radius.conf ... \n"),
-                                         line("Making radius.conf ... \n"), status(-1)));
+    EXPECT_LOG(log, line("Making radius.conf ... "), line("Making radius.conf ... "), status(-1));
 }
 
 TEST_F(ConfFile, EndsAtEveryColumnThatIsNull) {
@@ -247,7 +238,7 @@ TEST_F(ConfFile, ThatDoesNotGetToTheDiskIsAFailure) {
     EXPECT_TRUE(failure.happened());
     EXPECT_EQ("as it was", root.read(kConfFile));
     EXPECT_THAT(root.list("/var"), ElementsAre("radius.conf"));
-    EXPECT_THAT(log.lines(), ElementsAre(line("Making radius.conf ... \n"), status(-1)));
+    EXPECT_LOG(log, line("Making radius.conf ... "), status(-1));
 }
 
 TEST_F(ConfFile, LeavesNoDescriptorOpen) {

@@ -9,8 +9,8 @@
 namespace lanyard::test {
 namespace {
 
-std::vector<LogLine> ofDevice(std::vector<LogLine> lines) {
-    std::erase_if(lines, [](const LogLine &line) { return line.module != kDeviceModule; });
+std::vector<std::string> ofDevice(std::vector<std::string> lines) {
+    std::erase_if(lines, [](const std::string &line) { return !line.starts_with("device "); });
     return lines;
 }
 
@@ -32,12 +32,12 @@ void MgmtTest::open() {
     log.clear();
 }
 
-std::vector<LogLine> MgmtTest::told() const {
-    return ofDevice(log.lines());
+std::vector<std::string> MgmtTest::told() const {
+    return ofDevice(log.log());
 }
 
-std::vector<LogLine> MgmtTest::problems() const {
-    return ofDevice(log.problems());
+std::vector<std::string> MgmtTest::problems() const {
+    return ofDevice(log.problemLog());
 }
 
 std::vector<std::string> MgmtTest::hosts() {

@@ -30,9 +30,10 @@ class MgmtTest : public ConfTest {
     // Opens the database, and forgets what was logged over it.
     void open();
 
-    // Lines of the management functions, all or those of the levels 4, 8 and 16.
-    [[nodiscard]] std::vector<LogLine> told() const;
-    [[nodiscard]] std::vector<LogLine> problems() const;
+    // Lines of the management functions as EXPECT_LOG takes them, all or those of the levels 4, 8 and
+    // 16.
+    [[nodiscard]] std::vector<std::string> told() const;
+    [[nodiscard]] std::vector<std::string> problems() const;
 
     // The hosts of the eight authentication slots, "" for a free one; none when the list is unset.
     static std::vector<std::string> hosts();

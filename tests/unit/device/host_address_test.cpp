@@ -8,11 +8,6 @@
 namespace lanyard::test::host_address_test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
-constexpr const char *kTag = "radGetHostIPFromDB";
-
 class DeviceAddress : public MgmtTest {
   protected:
     void SetUp() override {
@@ -26,7 +21,7 @@ TEST_F(DeviceAddress, IsThatOfTheBridge) {
         "INSERT INTO networkInterface VALUES ('eth0', '10.0.0.1'), ('bdg', '192.168.2.30'),"
         " ('bdg', '10.0.0.2')");
     EXPECT_EQ(htonl(0xc0a8021e), radGetHostIPFromDB());
-    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 128, kTag, "Host IP address: 192.168.2.30\n")));
+    EXPECT_LOG(log, "device trace radGetHostIPFromDB> Host IP address: 192.168.2.30");
 }
 
 TEST_F(DeviceAddress, IsReadAnewEachTime) {
@@ -39,19 +34,19 @@ TEST_F(DeviceAddress, IsReadAnewEachTime) {
 TEST_F(DeviceAddress, IsWhatInetAddrMakesOfTheText) {
     database.run("INSERT INTO networkInterface VALUES ('bdg', 'nowhere')");
     EXPECT_EQ(INADDR_NONE, radGetHostIPFromDB());
-    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 128, kTag, "Host IP address: nowhere\n")));
+    EXPECT_LOG(log, "device trace radGetHostIPFromDB> Host IP address: nowhere");
 }
 
 TEST_F(DeviceAddress, IsNoneWithoutABridge) {
     database.run("INSERT INTO networkInterface VALUES ('eth0', '10.0.0.1')");
     EXPECT_EQ(0U, radGetHostIPFromDB());
-    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, kTag, "empty result. nRows=0 nCols=0\n")));
+    EXPECT_LOG(log, "device error radGetHostIPFromDB> empty result. nRows=0 nCols=0");
 }
 
 TEST_F(DeviceAddress, IsNoneWhereItIsNull) {
     database.run("INSERT INTO networkInterface VALUES ('bdg', NULL)");
     EXPECT_EQ(0U, radGetHostIPFromDB());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 // The result has the column's name as the table was made with it.
@@ -60,23 +55,22 @@ TEST_F(DeviceAddress, IsNoneWhereItsColumnIsMissing) {
         "DROP TABLE networkInterface; CREATE TABLE networkInterface (interfaceName TEXT, IPADDR "
         "TEXT); INSERT INTO networkInterface VALUES ('bdg', '10.0.0.1')");
     EXPECT_EQ(0U, radGetHostIPFromDB());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST_F(DeviceAddress, IsNoneWhereTheQueryFails) {
     database.run("DROP TABLE networkInterface");
     EXPECT_EQ(0U, radGetHostIPFromDB());
-    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, kTag, "sqlite3QueryResGet failed\n")));
+    EXPECT_LOG(log, "device error radGetHostIPFromDB> sqlite3QueryResGet failed");
 }
 
 TEST_F(DeviceAddress, IsNoneWhereTheDatabaseIsGone) {
     root.remove("/device.db");
     EXPECT_EQ(0U, radGetHostIPFromDB());
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre(
-            Logged(8, 8, kTag, "unable to open the DB file " + std::string(database.path()) + "\n"),
-            Logged(8, 8, kTag, "sqlite3QueryResGet failed\n")));
+    EXPECT_LOG(log,
+               "device error radGetHostIPFromDB> unable to open the DB file " +
+                   std::string(database.path()),
+               "device error radGetHostIPFromDB> sqlite3QueryResGet failed");
 }
 
 // A daemon leaves the folder in which it was started.
@@ -93,7 +87,7 @@ TEST_F(DeviceAddress, IsNoneWithoutAConnection) {
     database.run("INSERT INTO networkInterface VALUES ('bdg', '10.0.0.1')");
     EXPECT_EQ(0, radiusMgmtDeInit());
     EXPECT_EQ(0U, radGetHostIPFromDB());
-    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, kTag, "sqlite3QueryResGet failed\n")));
+    EXPECT_LOG(log, "device error radGetHostIPFromDB> sqlite3QueryResGet failed");
 }
 
 }  // namespace

@@ -15,11 +15,13 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr const char *kDictionaryTag = "radiusDictionaryLoad";
-
 int32_t optionOf(uint32_t index) {
     const auto *value = static_cast<const int32_t *>(radConfGet(index));
     return value != nullptr ? *value : -1;
+}
+
+std::string dictionaryError(const std::string &text) {
+    return "device error radiusDictionaryLoad> " + text;
 }
 
 class MgmtStart : public MgmtTest {
@@ -29,8 +31,8 @@ class MgmtStart : public MgmtTest {
     template <typename... Lines>
     void expectDictionaryRefused(Lines... lines) {
         EXPECT_EQ(-1, radiusMgmtInit(database.path(), "test"));
-        EXPECT_THAT(told(), ElementsAre(lines..., Logged(8, 8, kDictionaryTag,
-                                                         "radius dictionary loading failed\n")));
+        EXPECT_THAT(told(),
+                    ElementsAre(lines..., dictionaryError("radius dictionary loading failed")));
         EXPECT_FALSE(isSet(RAD_CONF_TIMEOUT));
         EXPECT_FALSE(isSet(RAD_CONF_RETRIES));
     }
@@ -64,8 +66,7 @@ TEST_F(MgmtStart, TellsThatTheDatabaseDoesNotOpenAndLeavesTheConfiguration) {
     addAuthServers(1);
     const std::string path = root.path("/none/device.db").string();
     EXPECT_EQ(-1, radiusMgmtInit(path.c_str(), "test"));
-    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, "radiusMgmtInit",
-                                                "unable to open the DB file " + path + "\n")));
+    EXPECT_LOG(log, "device error radiusMgmtInit> unable to open the DB file " + path);
     EXPECT_EQ(1, radConfGetNumServers(RAD_SERVER_AUTH));
 }
 
@@ -79,19 +80,19 @@ TEST_F(MgmtStart, RefusesMissingArgumentsAndTouchesNothing) {
 TEST_F(MgmtStart, TellsThatTheQueryFails) {
     database.run("DROP TABLE environment");
     addAuthServers(1);
-    expectDictionaryRefused(Logged(8, 8, kDictionaryTag, "sqlite3QueryResGet failed\n"));
+    expectDictionaryRefused(dictionaryError("sqlite3QueryResGet failed"));
     EXPECT_EQ(0, radConfGetNumServers(RAD_SERVER_AUTH)) << "the configuration was emptied before";
     EXPECT_NE(nullptr, radDictGetAttr(1)) << "the built-in dictionary was loaded before";
 }
 
 TEST_F(MgmtStart, TellsThatTheFileIsNoDatabase) {
     root.write("/device.db", "This is the text of no database at all.\n");
-    expectDictionaryRefused(Logged(8, 8, kDictionaryTag, "sqlite3QueryResGet failed\n"));
+    expectDictionaryRefused(dictionaryError("sqlite3QueryResGet failed"));
 }
 
 TEST_F(MgmtStart, TellsThatNoDictionaryIsNamed) {
     database.run("UPDATE environment SET name='radius_dictionary'");
-    expectDictionaryRefused(Logged(8, 8, kDictionaryTag, "empty result. nRows=0 nCols=0\n"));
+    expectDictionaryRefused(dictionaryError("empty result. nRows=0 nCols=0"));
 }
 
 TEST_F(MgmtStart, RefusesADictionaryThatIsNull) {
@@ -163,9 +164,8 @@ TEST_F(MgmtBusy, TheHandlerDecidesWhenToGiveUp) {
     EXPECT_EQ(-1, radiusMgmtInit(database.path(), "test"));
     letGo();
     EXPECT_EQ(3, asked);
-    EXPECT_THAT(told(),
-                ElementsAre(Logged(8, 8, kDictionaryTag, "sqlite3QueryResGet failed\n"),
-                            Logged(8, 8, kDictionaryTag, "radius dictionary loading failed\n")));
+    EXPECT_THAT(told(), ElementsAre(dictionaryError("sqlite3QueryResGet failed"),
+                                    dictionaryError("radius dictionary loading failed")));
 }
 
 // The two numbers are the last things that a start allocates.
@@ -178,16 +178,16 @@ TEST_F(MgmtStart, GoesOnWithoutADefaultThatThereIsNoMemoryFor) {
 
     failAllocation(all - 1);
     EXPECT_EQ(0, start());
-    EXPECT_THAT(told(), ElementsAre(Logged(8, 8, "radiusMgmtInit",
-                                           "Failed to set default timeout value\n")));
+    EXPECT_THAT(told(),
+                ElementsAre("device error radiusMgmtInit> Failed to set default timeout value"));
     EXPECT_FALSE(isSet(RAD_CONF_TIMEOUT));
     EXPECT_EQ(3, optionOf(RAD_CONF_RETRIES));
     log.clear();
 
     failAllocation(all);
     EXPECT_EQ(0, start());
-    EXPECT_THAT(told(), ElementsAre(Logged(8, 8, "radiusMgmtInit",
-                                           "Failed to set default retries value\n")));
+    EXPECT_THAT(told(),
+                ElementsAre("device error radiusMgmtInit> Failed to set default retries value"));
     EXPECT_EQ(10, optionOf(RAD_CONF_TIMEOUT));
     EXPECT_FALSE(isSet(RAD_CONF_RETRIES));
 }
@@ -203,8 +203,7 @@ TEST_F(MgmtStart, EndsWhereTheDictionaryMeetsTheEndOfMemory) {
         failAllocation(all - behind);
         EXPECT_EQ(-1, start());
         EXPECT_TRUE(allocationFailed());
-        EXPECT_THAT(told(), ElementsAre(Logged(8, 8, kDictionaryTag,
-                                               "radius dictionary loading failed\n")));
+        EXPECT_THAT(told(), ElementsAre(dictionaryError("radius dictionary loading failed")));
     }
 }
 
@@ -214,8 +213,7 @@ TEST_F(MgmtStart, NeverMakesTheDatabase) {
     EXPECT_EQ(-1, radiusMgmtInit(path.c_str(), "test"));
     umask(before);
     EXPECT_FALSE(root.exists("/missing.db"));
-    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, "radiusMgmtInit",
-                                                "unable to open the DB file " + path + "\n")));
+    EXPECT_LOG(log, "device error radiusMgmtInit> unable to open the DB file " + path);
 }
 
 // A connection must not be carried through a fork().

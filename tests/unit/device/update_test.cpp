@@ -13,8 +13,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr const char *kTag = "radiusMgmtDBUpdateHandler";
-
 class MgmtUpdate : public MgmtTest {
   protected:
     void SetUp() override {
@@ -24,11 +22,11 @@ class MgmtUpdate : public MgmtTest {
 
     // What is told of a notice of opCode `opCode` for "radiusClient", row 1, that ends with one
     // message.
-    void expectToldBehindTheNotice(int opCode, const std::string &text) {
-        EXPECT_THAT(told(), ElementsAre(Logged(8, 128, kTag,
-                                               "DBUpdate event: Table: radiusClient opCode:" +
-                                                   std::to_string(opCode) + " rowId:1\n"),
-                                        Logged(8, 8, kTag, text)));
+    void expectToldAfterTheNotice(int opCode, const std::string &text) {
+        EXPECT_THAT(told(), ElementsAre("device trace radiusMgmtDBUpdateHandler> DBUpdate event: "
+                                        "Table: radiusClient opCode:" +
+                                            std::to_string(opCode) + " rowId:1",
+                                        "device error radiusMgmtDBUpdateHandler> " + text));
     }
 };
 
@@ -58,29 +56,30 @@ TEST_F(MgmtUpdate, RefusesARecordOfAnotherSize) {
         const GuardedBuffer record(octets);
         EXPECT_EQ(
             -1, radiusMgmtDBUpdateHandler(record.data(), static_cast<uint32_t>(size), nullptr, 0));
-        EXPECT_THAT(log.lines(),
-                    ElementsAre(Logged(8, 8, kTag, "ERROR: incomplete DB update information.\n")));
+        EXPECT_LOG(
+            log,
+            "device error radiusMgmtDBUpdateHandler> ERROR: incomplete DB update information.");
     }
 }
 
 TEST_F(MgmtUpdate, RefusesAMissingRecord) {
     EXPECT_EQ(-1, radiusMgmtDBUpdateHandler(nullptr, sizeof(RadDbUpdateInfo), nullptr, 0));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(8, 8, kTag, "ERROR: incomplete DB update information.\n")));
+    EXPECT_LOG(log,
+               "device error radiusMgmtDBUpdateHandler> ERROR: incomplete DB update information.");
 }
 
 TEST_F(MgmtUpdate, RefusesATableNameWithoutEnd) {
     EXPECT_EQ(-1, deliver(notice(std::string(64, 'x'), RAD_DB_DELETE)));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(8, 8, kTag, "ERROR: incomplete DB update information.\n")));
+    EXPECT_LOG(log,
+               "device error radiusMgmtDBUpdateHandler> ERROR: incomplete DB update information.");
 }
 
 TEST_F(MgmtUpdate, TakesATableNameThatFillsItsField) {
     const std::string name(63, 'x');
     EXPECT_EQ(0, deliver(notice(name, RAD_DB_DELETE)));
     EXPECT_THAT(told(),
-                ElementsAre(Logged(8, 128, kTag,
-                                   "DBUpdate event: Table: " + name + " opCode:9 rowId:0\n")));
+                ElementsAre("device trace radiusMgmtDBUpdateHandler> DBUpdate event: Table: " +
+                            name + " opCode:9 rowId:0"));
 }
 
 TEST_F(MgmtUpdate, TakesARecordOfAnyAlignment) {
@@ -92,9 +91,8 @@ TEST_F(MgmtUpdate, TakesARecordOfAnyAlignment) {
 
 TEST_F(MgmtUpdate, TellsTheNotice) {
     EXPECT_EQ(0, deliver(notice("environment", RAD_DB_INSERT, 7, 1)));
-    EXPECT_THAT(told(),
-                ElementsAre(Logged(8, 128, kTag,
-                                   "DBUpdate event: Table: environment opCode:18 rowId:1\n")));
+    EXPECT_THAT(told(), ElementsAre("device trace radiusMgmtDBUpdateHandler> DBUpdate event: "
+                                    "Table: environment opCode:18 rowId:1"));
 }
 
 TEST_F(MgmtUpdate, PassesOverOtherTables) {
@@ -121,13 +119,13 @@ TEST_F(MgmtUpdate, ComparesTableNamesExactly) {
 TEST_F(MgmtUpdate, TellsThatTheTableCannotBeRead) {
     database.run("DROP TABLE radiusClient");
     EXPECT_EQ(-1, deliver(notice("radiusClient", RAD_DB_INSERT, 1, 1)));
-    expectToldBehindTheNotice(18, "sqlite3QueryResGet failed\n");
+    expectToldAfterTheNotice(18, "sqlite3QueryResGet failed");
 }
 
 TEST_F(MgmtUpdate, TellsThatThereIsNoConnection) {
     EXPECT_EQ(0, radiusMgmtDeInit());
     EXPECT_EQ(-1, deliver(notice("radiusClient", RAD_DB_UPDATE, 1, 1)));
-    expectToldBehindTheNotice(23, "sqlite3QueryResGet failed\n");
+    expectToldAfterTheNotice(23, "sqlite3QueryResGet failed");
 }
 
 TEST_F(MgmtUpdate, RunsNoStatementOfATableName) {
@@ -158,7 +156,7 @@ TEST_F(MgmtUpdate, TellsThatTheRowIsNotThere) {
     for (const int opCode : std::vector<int>{RAD_DB_INSERT, RAD_DB_UPDATE, 7}) {
         log.clear();
         EXPECT_EQ(-1, deliver(notice("radiusClient", opCode, 1, 1)));
-        expectToldBehindTheNotice(opCode, "empty update. nRows=0 nCols=0\n");
+        expectToldAfterTheNotice(opCode, "empty update. nRows=0 nCols=0");
     }
 }
 
@@ -175,9 +173,11 @@ TEST_F(MgmtUpdate, TellsThatTheHandlerFailed) {
     EXPECT_EQ(-1, deliver(notice("radiusClient", RAD_DB_INSERT, 1, 1)));
     EXPECT_THAT(
         told(),
-        ElementsAre(Logged(8, 128, kTag, "DBUpdate event: Table: radiusClient opCode:18 rowId:1\n"),
-                    Logged(8, 8, "radiusAuthServerHandler", "returning : -1\n"),
-                    Logged(8, 8, kTag, "Error in executing DB update handler\n")));
+        ElementsAre(
+            "device trace radiusMgmtDBUpdateHandler> DBUpdate event: Table: radiusClient opCode:18 "
+            "rowId:1",
+            "device error radiusAuthServerHandler> returning : -1",
+            "device error radiusMgmtDBUpdateHandler> Error in executing DB update handler"));
 }
 
 TEST_F(MgmtUpdate, RefusesADeleteWhoseOldValuesAreNoTwoRows) {
@@ -186,7 +186,7 @@ TEST_F(MgmtUpdate, RefusesADeleteWhoseOldValuesAreNoTwoRows) {
              {"authserver"}, {"a", "b", "c"}, {"", "", ""}, {"a", "", "b", "", "c"}}) {
         log.clear();
         EXPECT_EQ(-1, deliver(notice("radiusClient", RAD_DB_DELETE, 1, 1), laidOut(texts)));
-        expectToldBehindTheNotice(9, "old values result does not contain 2 rows\n");
+        expectToldAfterTheNotice(9, "old values result does not contain 2 rows");
     }
     EXPECT_EQ(1, radConfGetNumServers(RAD_SERVER_AUTH));
 }
@@ -200,7 +200,7 @@ TEST_F(MgmtUpdate, RefusesOldValuesWithoutEnd) {
               std::string("authserver") + '\0' + std::string(100, 'x')}) {
             log.clear();
             EXPECT_EQ(-1, deliver(notice("radiusClient", opCode, 1, 1), old));
-            expectToldBehindTheNotice(opCode, "old values result does not contain 2 rows\n");
+            expectToldAfterTheNotice(opCode, "old values result does not contain 2 rows");
         }
     }
     EXPECT_THAT(hosts(), ElementsAre("h0", "", "", "", "", "", "", ""));
