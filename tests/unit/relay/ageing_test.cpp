@@ -8,7 +8,6 @@
 namespace lanyard::test::ageing_test {
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr uint32_t kCookie = 0x1001;
@@ -38,13 +37,12 @@ TEST_F(EapAgeing, EndsAConversationInThe3001stPass) {
     age(3000);
     EXPECT_EQ(3000, conversation(kCookie).age);
     EXPECT_THAT(bus.sent, IsEmpty());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     age(1);
     EXPECT_THAT(conversations(), IsEmpty());
     expectSent(kCookie, {"04070004"_hex});
     EXPECT_EQ(blocks, liveBlocks());
-    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 128, "radEapMsgQueueRelease",
-                                                "Releasing Packet and cookie:0x1001\n")));
+    EXPECT_LOG(log, "device trace radEapMsgQueueRelease> Releasing Packet and cookie:0x1001");
 }
 
 TEST_F(EapAgeing, IsNotStoppedByTraffic) {
@@ -115,7 +113,7 @@ TEST_F(EapAgeing, EndsAConversationAlsoWithoutMemoryForTheFailure) {
 
 TEST_F(EapAgeing, OfNoConversationsDoesNothing) {
     age(1);
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     EXPECT_THAT(bus.sent, IsEmpty());
 }
 

@@ -32,7 +32,7 @@ TEST_F(EapRegistration, IsThatOfModule8) {
     EXPECT_EQ(&radEapIoctlHandler, bus.handler);
     EXPECT_EQ(nullptr, bus.handlerArgument);
     EXPECT_EQ(TestBus::context(), pRadEapXbusCtx);
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST_F(EapRegistration, NeedsTheBus) {
@@ -42,8 +42,7 @@ TEST_F(EapRegistration, NeedsTheBus) {
         bus.initResult = result;
         EXPECT_EQ(-1, radEapXbusInit());
         EXPECT_THAT(bus.calls, ElementsAre("xbusInit"));
-        EXPECT_THAT(log.lines(),
-                    ElementsAre(Logged(8, 8, "radEapXbusInit", "failed to initialize XBUS \n")));
+        EXPECT_LOG(log, "device error radEapXbusInit> failed to initialize XBUS ");
     }
 }
 
@@ -52,16 +51,14 @@ TEST_F(EapRegistration, NeedsItsPlaceOnTheBus) {
     EXPECT_EQ(-1, radEapXbusInit());
     EXPECT_THAT(bus.calls, ElementsAre("xbusInit", "xbusRegister 8 2", "xbusDeInit"));
     EXPECT_EQ(nullptr, pRadEapXbusCtx);
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre(Logged(8, 8, "radEapXbusInit",
-                           "xbusRegister failed. errno=" + std::to_string(EADDRINUSE) + "\n")));
+    EXPECT_LOG(log, "device error radEapXbusInit> xbusRegister failed. errno=" +
+                        std::to_string(EADDRINUSE));
 }
 
 TEST_F(EapRegistration, AtAuthenticationServersDoesNothing) {
     EXPECT_EQ(0, radEapASRegister());
     EXPECT_THAT(bus.calls, IsEmpty());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 using EapHandler = EapBus;
@@ -105,8 +102,7 @@ TEST_F(EapHandler, RefusesAMessageOfNothing) {
         log.clear();
         EXPECT_EQ(-1,
                   radEapIoctlHandler(nullptr, nullptr, command, nullptr, 100, nullptr, nullptr));
-        EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, "radEapIoctlHandler",
-                                                    "Invalid arguments to ioctl handler \n")));
+        EXPECT_LOG(log, "device error radEapIoctlHandler> Invalid arguments to ioctl handler ");
     }
 }
 
@@ -115,10 +111,9 @@ TEST_F(EapHandler, DropsARecordThatIsShorterThanItsHead) {
     for (size_t size = 0; size < 12; ++size) {
         log.clear();
         EXPECT_EQ(0, deliver(17, ByteView(record).first(size)));
-        EXPECT_THAT(log.lines(),
-                    ElementsAre(Logged(8, 8, "radEapMsgQueueAdd",
-                                       StartsWith("radEapMsgQueueAdd: Invalid EAP packet "
-                                                  "length("))));
+        EXPECT_THAT(
+            log.log(),
+            ElementsAre(StartsWith("device error radEapMsgQueueAdd: Invalid EAP packet length(")));
     }
     EXPECT_THAT(conversations(), IsEmpty());
 }
@@ -129,10 +124,8 @@ TEST_F(EapHandler, DropsARecordThatIsShorterThanItSays) {
          {23U, 1500U, 1501U, 0x7fffffffU, 0x80000000U, 0xfffffff4U, 0xffffffffU}) {
         log.clear();
         EXPECT_EQ(0, deliver(17, busRecord(kCookie, packet, kReplyCommand, length)));
-        EXPECT_THAT(log.lines(),
-                    ElementsAre(Logged(8, 8, "radEapMsgQueueAdd",
-                                       "radEapMsgQueueAdd: Invalid EAP packet length(" +
-                                           std::to_string(static_cast<int32_t>(length)) + ")\n")));
+        EXPECT_LOG(log, "device error radEapMsgQueueAdd: Invalid EAP packet length(" +
+                            std::to_string(static_cast<int32_t>(length)) + ")");
     }
     EXPECT_THAT(conversations(), IsEmpty());
 }
@@ -194,7 +187,7 @@ TEST_F(EapHandler, NeedsNoMemoryToTellPnac) {
     EXPECT_EQ(0, fromPnac(kCookie, identityResponse(1, "alice")));
     EXPECT_EQ(before + 1, allocationCount()) << "the one that failed";
     EXPECT_EQ(1U, bus.sent.size());
-    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, "radEapSendRtn", "xbusIoctl failed\n")));
+    EXPECT_LOG(log, "device error radEapSendRtn> xbusIoctl failed");
 }
 
 TEST_F(EapHandler, TellsPnacNothingOfWhatIsNoResponse) {
@@ -211,8 +204,8 @@ TEST_F(EapHandler, TellsPnacNothingOfWhatIsNoResponse) {
 TEST_F(EapHandler, TakesCommand4ForAChangeNotice) {
     const Bytes record = busRecord(kCookie, eapResponse(1, 22));
     EXPECT_EQ(-1, deliver(4, record));
-    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, "radiusMgmtDBUpdateHandler",
-                                                "ERROR: incomplete DB update information.\n")));
+    EXPECT_LOG(log,
+               "device error radiusMgmtDBUpdateHandler> ERROR: incomplete DB update information.");
     EXPECT_EQ(-1, deliver(4, busRecord(kCookie, eapResponse(1, 79 - 12)))) << "79 octets";
     EXPECT_THAT(conversations(), IsEmpty());
 }
@@ -252,8 +245,6 @@ TEST_F(EapHandler, HandsOnAChangeNoticeWithoutOldValues) {
 
 class EapSend : public EapBus {
   protected:
-    static constexpr const char *kTag = "radEapSendRtn";
-
     static int send(ByteView payload, uint32_t cookie = kCookie) {
         GuardedBuffer buffer(payload);
         buffer.makeReadOnly();
@@ -267,7 +258,7 @@ TEST_F(EapSend, IsARecordOfThreeWordsAndThePayload) {
     const size_t blocks = liveBlocks();
     EXPECT_EQ(0, send("03010004 0005 0103 00"_hex));
     EXPECT_EQ(blocks, liveBlocks());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     ASSERT_EQ(1U, bus.sent.size());
     const Sent &sent = bus.sent[0];
     EXPECT_EQ(kCookie, sent.word(0));
@@ -316,8 +307,8 @@ TEST_F(EapSend, NeedsItsArguments) {
     EXPECT_EQ(-1, radEapSendRtn(payload.data(), 0, kCookie));
     EXPECT_EQ(-1, radEapSendRtn(payload.data(), -1, kCookie));
     EXPECT_EQ(-1, radEapSendRtn(payload.data(), INT_MIN, kCookie));
-    const auto line = Logged(8, 8, kTag, "radEapSendRtn: Invalid Arguments\n");
-    EXPECT_THAT(log.lines(), ElementsAre(line, line, line, line, line));
+    const std::string line = "device error radEapSendRtn: Invalid Arguments";
+    EXPECT_LOG(log, line, line, line, line, line);
     EXPECT_THAT(bus.sent, IsEmpty());
 }
 
@@ -334,8 +325,8 @@ TEST_F(EapSend, NeedsMemory) {
     EXPECT_EQ(-1, send("04010004"_hex));
     const GuardedBuffer payload("04"_hex);
     EXPECT_EQ(-1, radEapSendRtn(payload.data(), INT_MAX, kCookie)) << "more than there can be";
-    const auto line = Logged(8, 8, kTag, "radEapSendRtn: failed to allocate buffer\n");
-    EXPECT_THAT(log.lines(), ElementsAre(line, line));
+    const std::string line = "device error radEapSendRtn: failed to allocate buffer";
+    EXPECT_LOG(log, line, line);
     EXPECT_THAT(bus.sent, IsEmpty());
 }
 
@@ -346,7 +337,7 @@ TEST_F(EapSend, TellsThatTheBusRefuses) {
     bus.sendResult = -1;
     EXPECT_EQ(-1, send("04010004"_hex));
     EXPECT_EQ(blocks, liveBlocks());
-    EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, kTag, "xbusIoctl failed\n")));
+    EXPECT_LOG(log, "device error radEapSendRtn> xbusIoctl failed");
     bus.sendResult = 1;
     EXPECT_EQ(0, send("04010004"_hex)) << "anything but -1 is no failure";
 }

@@ -14,7 +14,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr const char *kTag = "radEapMain";
 constexpr const char *kDictionary = "/nexa2.0/etc/radius.dict";
 
 constexpr uint32_t kCookie = 0x1001;
@@ -47,7 +46,7 @@ class EapMain : public testing::Test {
     [[nodiscard]] bool served() const {
         return std::find(bus.calls.begin(), bus.calls.end(), "xbusUnRegister") != bus.calls.end();
     }
-    [[nodiscard]] std::vector<LogLine> told() const { return ofRelay(log.lines()); }
+    [[nodiscard]] std::vector<std::string> told() const { return ofRelay(log.log()); }
 
     const StoppedDevice device;
     const DatabaseFile database{device.root().path("/device.db")};
@@ -90,9 +89,9 @@ TEST_F(EapMain, GoesOnWithoutTheDatabase) {
     const std::string missing = device.root().path("/none/device.db").string();
     EXPECT_EQ(0, run({"radeap", "-d", missing, "-v"}));
     EXPECT_TRUE(served());
-    EXPECT_THAT(told(), ElementsAre(Logged(8, 8, "radiusMgmtInit",
-                                           "unable to open the DB file " + missing + "\n"),
-                                    Logged(8, 8, kTag, "could not initialize MGMT framework \n")));
+    EXPECT_THAT(told(),
+                ElementsAre("device error radiusMgmtInit> unable to open the DB file " + missing,
+                            "device error radEapMain> could not initialize MGMT framework "));
 }
 
 TEST_F(EapMain, RefusesAConfigurationFileWithoutADatabaseBefore) {
@@ -101,7 +100,7 @@ TEST_F(EapMain, RefusesAConfigurationFileWithoutADatabaseBefore) {
         EXPECT_EQ(-1, run(words));
         EXPECT_EQ("", output);
         EXPECT_THAT(told(),
-                    ElementsAre(Logged(8, 8, kTag, "ERROR: option value not specified \n")));
+                    ElementsAre("device error radEapMain> ERROR: option value not specified "));
         EXPECT_EQ(0U, radMemPartId) << "the library is not started";
     };
     expectRefused({"radeap", "-f"});
@@ -137,7 +136,7 @@ TEST_F(EapMain, TakesAConfigurationFileOfAnyLength) {
 TEST_F(EapMain, RefusesADatabaseOptionWithoutItsValue) {
     EXPECT_EQ(-1, run({"radeap", "-v", "-d"}));
     EXPECT_EQ("", output);
-    EXPECT_THAT(told(), ElementsAre(Logged(8, 8, kTag, "ERROR: option value not specified \n")));
+    EXPECT_THAT(told(), ElementsAre("device error radEapMain> ERROR: option value not specified "));
     EXPECT_THAT(bus.calls, IsEmpty());
     EXPECT_EQ(0U, radMemPartId) << "the library is not started";
 }
@@ -160,15 +159,14 @@ TEST_F(EapMain, NeedsTheLibrary) {
 #endif
     bus.startResult = -1;
     EXPECT_EQ(-1, run({"radeap"}));
-    EXPECT_THAT(told(), ElementsAre(Logged(8, 8, kTag, "Unable to initialize radius \n")));
+    EXPECT_THAT(told(), ElementsAre("device error radEapMain> Unable to initialize radius "));
     EXPECT_THAT(bus.calls, IsEmpty());
 }
 
 TEST_F(EapMain, NeedsTheBus) {
     bus.initResult = -1;
     EXPECT_EQ(-1, run({"radeap"}));
-    EXPECT_THAT(told(),
-                ElementsAre(Logged(8, 8, "radEapXbusInit", "failed to initialize XBUS \n")));
+    EXPECT_THAT(told(), ElementsAre("device error radEapXbusInit> failed to initialize XBUS "));
 }
 
 TEST_F(EapMain, LivesByItsDatabaseAndItsBus) {

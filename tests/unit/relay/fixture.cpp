@@ -103,13 +103,12 @@ std::optional<Bytes> pendingPacket(const RadEapQueueEntry &entry) {
 }
 
 Bytes valueOf(const RadPair &pair) {
-    const auto *octets = reinterpret_cast<const uint8_t *>(&pair.strValue[0]);
-    return {octets, octets + std::min<uint32_t>(pair.numValue, RAD_VALUE_MAX)};
+    const auto *bytes = reinterpret_cast<const uint8_t *>(&pair.strValue[0]);
+    return {bytes, bytes + std::min<uint32_t>(pair.numValue, RAD_VALUE_MAX)};
 }
 
-std::vector<LogLine> ofRelay(std::vector<LogLine> lines) {
-    constexpr int kRelayModule = 8;
-    std::erase_if(lines, [](const LogLine &line) { return line.module != kRelayModule; });
+std::vector<std::string> ofRelay(std::vector<std::string> lines) {
+    std::erase_if(lines, [](const std::string &line) { return !line.starts_with("device "); });
     return lines;
 }
 

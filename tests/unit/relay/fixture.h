@@ -63,8 +63,8 @@ std::optional<Bytes> pendingPacket(const RadEapQueueEntry &entry);
 // What a text attribute of the library holds.
 Bytes valueOf(const RadPair &pair);
 
-// Lines of the relay and of the database functions.
-std::vector<LogLine> ofRelay(std::vector<LogLine> lines);
+// Of lines as EXPECT_LOG takes them those of the relay and of the database functions.
+std::vector<std::string> ofRelay(std::vector<std::string> lines);
 
 class EapTest : public testing::Test {
   protected:
@@ -72,8 +72,8 @@ class EapTest : public testing::Test {
     void TearDown() override;
 
     // The lines of the relay.
-    [[nodiscard]] std::vector<LogLine> told() const { return ofRelay(log.lines()); }
-    [[nodiscard]] std::vector<LogLine> problems() const { return ofRelay(log.problems()); }
+    [[nodiscard]] std::vector<std::string> told() const { return ofRelay(log.log()); }
+    [[nodiscard]] std::vector<std::string> problems() const { return ofRelay(log.problemLog()); }
 
     // One packet from Pnac and one relay pass.
     static void relay(uint32_t cookie, ByteView packet);

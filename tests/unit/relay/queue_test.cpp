@@ -15,8 +15,6 @@ using testing::IsEmpty;
 
 constexpr uint32_t kCookie = 0x1001;
 constexpr uint32_t kOther = 0x1002;
-constexpr const char *kAddTag = "radEapMsgQueueAdd";
-constexpr const char *kReleaseTag = "radEapMsgQueueRelease";
 
 class EapQueue : public EapTest {
   protected:
@@ -61,8 +59,7 @@ TEST_F(EapQueue, ANewCookieIsANewConversationAtTheEnd) {
     EXPECT_EQ(0, entry.reserved);
     EXPECT_EQ(nullptr, entry.identity);
     EXPECT_EQ(nullptr, entry.state);
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(8, 128, kAddTag, "Adding Packet and cookie:0x1001\n")));
+    EXPECT_LOG(log, "device trace radEapMsgQueueAdd> Adding Packet and cookie:0x1001");
 }
 
 TEST_F(EapQueue, AKnownCookieGoesOnWithItsConversation) {
@@ -86,8 +83,7 @@ TEST_F(EapQueue, AKnownCookieGoesOnWithItsConversation) {
     EXPECT_STREQ("alice", entry.identity);
     EXPECT_EQ(state, entry.state);
     EXPECT_EQ(blocks, liveBlocks()) << "the packet before is released";
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(8, 128, kAddTag, "Adding Packet for existing cookie:0x1001\n")));
+    EXPECT_LOG(log, "device trace radEapMsgQueueAdd> Adding Packet for existing cookie:0x1001");
 }
 
 TEST_F(EapQueue, AConversationWithoutAPacketTakesOne) {
@@ -104,10 +100,8 @@ TEST_F(EapQueue, APacketOfAnotherLengthThanEapHasIsDropped) {
         log.clear();
         const GuardedBuffer buffer(Bytes(1, 2));
         EXPECT_EQ(0, radEapRecv(buffer.data(), length, kCookie, kPnac, kReplyCommand));
-        EXPECT_THAT(log.lines(),
-                    ElementsAre(Logged(8, 8, kAddTag,
-                                       "radEapMsgQueueAdd: Invalid EAP packet length(" +
-                                           std::to_string(length) + ")\n")));
+        EXPECT_LOG(log, "device error radEapMsgQueueAdd: Invalid EAP packet length(" +
+                            std::to_string(length) + ")");
     }
     EXPECT_THAT(cookies(), IsEmpty());
 }
@@ -126,7 +120,7 @@ TEST_F(EapQueue, TheShortestAndTheLongestPacketAreTaken) {
         EXPECT_EQ(0, add(packet));
         EXPECT_EQ(packet, pendingPacket(conversation(kCookie)));
     }
-    EXPECT_THAT(log.lines(8), IsEmpty());
+    EXPECT_THAT(log.log(8), IsEmpty());
 }
 
 // Seen as a number without a sign it is not too short, and with one not too long.
@@ -149,7 +143,7 @@ TEST_F(EapQueue, AMissingArgumentIsRefused) {
     EXPECT_EQ(-1, add(packet, 0));
     EXPECT_EQ(-1, add(Bytes(3), 0)) << "before the length is looked at";
     EXPECT_THAT(cookies(), IsEmpty());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST_F(EapQueue, WithoutMemoryThereIsNoNewConversation) {
@@ -177,7 +171,7 @@ TEST_F(EapQueue, WithoutMemoryAConversationEnds) {
     EXPECT_TRUE(allocationFailed());
     EXPECT_THAT(cookies(), ElementsAre(1, 2, 3, 4));
     EXPECT_EQ(blocks + 2, liveBlocks()) << "with all that it held";
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST_F(EapQueue, AReleaseKeepsAConversationWithAnIdentity) {
@@ -192,8 +186,8 @@ TEST_F(EapQueue, AReleaseKeepsAConversationWithAnIdentity) {
     EXPECT_STREQ("alice", entry.identity);
     EXPECT_EQ(blocks - 1, liveBlocks());
     EXPECT_EQ(0, radEapMsgQueueRelease(&entry)) << "also where none waits";
-    const auto line = Logged(8, 128, kReleaseTag, "Releasing Packet with cookie:0x1001\n");
-    EXPECT_THAT(log.lines(), ElementsAre(line, line));
+    const char *line = "device trace radEapMsgQueueRelease> Releasing Packet with cookie:0x1001";
+    EXPECT_LOG(log, line, line);
 }
 
 TEST_F(EapQueue, AReleaseKeepsAConversationWithAState) {
@@ -205,8 +199,7 @@ TEST_F(EapQueue, AReleaseKeepsAConversationWithAState) {
     EXPECT_THAT(cookies(), ElementsAre(kCookie));
     EXPECT_EQ(std::nullopt, pendingPacket(entry));
     EXPECT_NE(nullptr, entry.state);
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(8, 128, kReleaseTag, "Releasing Packet with cookie:0x1001\n")));
+    EXPECT_LOG(log, "device trace radEapMsgQueueRelease> Releasing Packet with cookie:0x1001");
 }
 
 TEST_F(EapQueue, AReleaseEndsAConversationWithNeither) {
@@ -224,11 +217,10 @@ TEST_F(EapQueue, AReleaseEndsAConversationWithNeither) {
     EXPECT_EQ(0, radEapMsgQueueRelease(&conversation(2)));
     EXPECT_THAT(cookies(), IsEmpty());
     EXPECT_EQ(blocks, liveBlocks());
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(8, 128, kReleaseTag, "Releasing Packet and cookie:0x3\n"),
-                            Logged(8, 128, kReleaseTag, "Releasing Packet and cookie:0x1\n"),
-                            Logged(8, 128, kReleaseTag, "Releasing Packet and cookie:0x4\n"),
-                            Logged(8, 128, kReleaseTag, "Releasing Packet and cookie:0x2\n")));
+    EXPECT_LOG(log, "device trace radEapMsgQueueRelease> Releasing Packet and cookie:0x3",
+               "device trace radEapMsgQueueRelease> Releasing Packet and cookie:0x1",
+               "device trace radEapMsgQueueRelease> Releasing Packet and cookie:0x4",
+               "device trace radEapMsgQueueRelease> Releasing Packet and cookie:0x2");
 }
 
 TEST_F(EapQueue, AReleaseFreesWhatIsInNoList) {
@@ -245,7 +237,7 @@ TEST_F(EapQueue, AReleaseFreesWhatIsInNoList) {
 
 TEST_F(EapQueue, AReleaseOfNothingIsRefused) {
     EXPECT_EQ(-1, radEapMsgQueueRelease(nullptr));
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST_F(EapQueue, AConversationForgetsIdentityAndState) {
@@ -279,7 +271,7 @@ TEST_F(EapQueue, ACleanUpDropsAll) {
     EXPECT_EQ(nullptr, radEapMsgQueue.first);
     EXPECT_EQ(nullptr, radEapMsgQueue.last);
     EXPECT_EQ(blocks, liveBlocks());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     EXPECT_EQ(0, radEapMsgQueueCleanUp()) << "also of none";
 
     EXPECT_EQ(0, add(eapResponse(1, 6)));

@@ -15,10 +15,10 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr uint32_t kCookie = 0x1001;
-constexpr const char *kTag = "radEapRecvTask";
 constexpr const char *kNoEapMessage =
-    "radEapRecvTask: No EAP-Message Found in RADIUS Server Reply orEAP-Message longer than "
-    "Framed-MTU\n";
+    "device error radEapRecvTask: No EAP-Message Found in RADIUS Server Reply orEAP-Message longer "
+    "than "
+    "Framed-MTU";
 
 class EapReply : public EapTest {
   protected:
@@ -29,25 +29,24 @@ class EapReply : public EapTest {
         ASSERT_EQ(0U, server.unusedActions());
     }
 
-    // The lines behind the request.
-    [[nodiscard]] std::vector<LogLine> toldOfTheReply() const {
-        std::vector<LogLine> lines = told();
-        const auto request = std::find_if(lines.begin(), lines.end(), [](const LogLine &line) {
-            return line.text == "Filling Framed-MTU: 1420\n";
-        });
+    // The lines after the request.
+    [[nodiscard]] std::vector<std::string> toldOfTheReply() const {
+        std::vector<std::string> lines = told();
+        const auto request =
+            std::find(lines.begin(), lines.end(), line("trace", "Filling Framed-MTU: 1420"));
         EXPECT_NE(lines.end(), request);
         lines.erase(lines.begin(), request == lines.end() ? request : request + 1);
         return lines;
     }
 
-    static testing::Matcher<const LogLine &> line(int level, const std::string &text) {
-        return Logged(8, level, kTag, text);
+    static std::string line(const std::string &level, const std::string &text) {
+        return "device " + level + " radEapRecvTask> " + text;
     }
-    static testing::Matcher<const LogLine &> released() {
-        return Logged(8, 128, "radEapMsgQueueRelease", "Releasing Packet with cookie:0x1001\n");
+    static std::string released() {
+        return "device trace radEapMsgQueueRelease> Releasing Packet with cookie:0x1001";
     }
-    static testing::Matcher<const LogLine &> ended() {
-        return Logged(8, 128, "radEapMsgQueueRelease", "Releasing Packet and cookie:0x1001\n");
+    static std::string ended() {
+        return "device trace radEapMsgQueueRelease> Releasing Packet and cookie:0x1001";
     }
 
     static void expectEnded() { EXPECT_THAT(conversations(), IsEmpty()); }
@@ -92,8 +91,8 @@ TEST_F(EapChallenge, GoesToPnacAndItsStateIsKept) {
     EXPECT_BYTES_EQ(state, valueOf(*kept));
     EXPECT_EQ(nullptr, kept->next);
     EXPECT_THAT(toldOfTheReply(),
-                ElementsAre(line(128, "Received Access-Challenge from Server\n"),
-                            line(128, "Sending Reply EAP Packet to Pnac\n"), released()));
+                ElementsAre(line("trace", "Received Access-Challenge from Server"),
+                            line("trace", "Sending Reply EAP Packet to Pnac"), released()));
 }
 
 TEST_F(EapChallenge, ReplacesTheStateBefore) {
@@ -117,9 +116,9 @@ TEST_F(EapChallenge, WithoutAStateGoesToPnacAllTheSame) {
     expectWaiting();
     EXPECT_EQ(nullptr, conversation(kCookie).state);
     EXPECT_THAT(toldOfTheReply(),
-                ElementsAre(line(128, "Received Access-Challenge from Server\n"),
-                            line(8, "No State Attribute in Access-Challenge message\n"),
-                            line(128, "Sending Reply EAP Packet to Pnac\n"), released()));
+                ElementsAre(line("trace", "Received Access-Challenge from Server"),
+                            line("error", "No State Attribute in Access-Challenge message"),
+                            line("trace", "Sending Reply EAP Packet to Pnac"), released()));
 }
 
 TEST_F(EapChallenge, KeepsAConversationByItsStateAlone) {
@@ -141,10 +140,10 @@ TEST_F(EapChallenge, WithoutAttributesIsDropped) {
     relayIdentity(challenge());
     expectSent(kCookie, {});
     expectWaiting();
-    EXPECT_THAT(
-        toldOfTheReply(),
-        ElementsAre(line(128, "Received Access-Challenge from Server\n"),
-                    line(8, "No attributes received in Access-Challenge message\n"), released()));
+    EXPECT_THAT(toldOfTheReply(),
+                ElementsAre(line("trace", "Received Access-Challenge from Server"),
+                            line("error", "No attributes received in Access-Challenge message"),
+                            released()));
 }
 
 TEST_F(EapChallenge, WithoutAnEapPacketIsDroppedAndItsStateKept) {
@@ -152,8 +151,9 @@ TEST_F(EapChallenge, WithoutAnEapPacketIsDroppedAndItsStateKept) {
     expectSent(kCookie, {});
     expectWaiting();
     EXPECT_BYTES_EQ(fromText("state"), valueOf(*conversation(kCookie).state));
-    EXPECT_THAT(toldOfTheReply(), ElementsAre(line(128, "Received Access-Challenge from Server\n"),
-                                              line(8, kNoEapMessage), released()));
+    EXPECT_THAT(toldOfTheReply(),
+                ElementsAre(line("trace", "Received Access-Challenge from Server"), kNoEapMessage,
+                            released()));
 }
 
 TEST_F(EapChallenge, IsPutTogetherFromItsPiecesInTheirOrder) {
@@ -182,8 +182,8 @@ TEST_F(EapChallenge, OfALargerEapPacketIsDropped) {
         expectSent(kCookie, {});
         expectWaiting();
         EXPECT_THAT(toldOfTheReply(),
-                    ElementsAre(line(128, "Received Access-Challenge from Server\n"),
-                                line(8, kNoEapMessage), released()));
+                    ElementsAre(line("trace", "Received Access-Challenge from Server"),
+                                kNoEapMessage, released()));
     }
 }
 
@@ -196,8 +196,9 @@ TEST_F(EapChallenge, WithAPieceThatIsNoValueIsDroppedInSilence) {
         relayIdentity(challenge(eapMessage(eapRequest(8, 300), Attributes().addText(24, "state"))));
         expectSent(kCookie, {});
         expectWaiting();
-        EXPECT_THAT(toldOfTheReply(),
-                    ElementsAre(line(128, "Received Access-Challenge from Server\n"), released()));
+        EXPECT_THAT(
+            toldOfTheReply(),
+            ElementsAre(line("trace", "Received Access-Challenge from Server"), released()));
     }
 }
 
@@ -241,10 +242,10 @@ TEST_F(EapChallenge, ThatTheBusRefusesIsTold) {
     bus.sendResult = -1;
     relayIdentity(challenge(eapMessage(eapRequest(8, 22), Attributes().addText(24, "state"))));
     EXPECT_THAT(toldOfTheReply(),
-                ElementsAre(line(128, "Received Access-Challenge from Server\n"),
-                            line(128, "Sending Reply EAP Packet to Pnac\n"),
-                            Logged(8, 8, "radEapSendRtn", "xbusIoctl failed\n"),
-                            line(128, "Error sending packet to Pnac\n"), released()));
+                ElementsAre(line("trace", "Received Access-Challenge from Server"),
+                            line("trace", "Sending Reply EAP Packet to Pnac"),
+                            "device error radEapSendRtn> xbusIoctl failed",
+                            line("trace", "Error sending packet to Pnac"), released()));
     expectWaiting();
     EXPECT_NE(nullptr, conversation(kCookie).state);
 }
@@ -263,7 +264,7 @@ TEST_F(EapAccept, IsASuccess) {
     expectEnded();
     EXPECT_THAT(
         toldOfTheReply(),
-        ElementsAre(line(128, "RADIUS Authentication Successful; Sending EAP-Success to Pnac\n"),
+        ElementsAre(line("trace", "RADIUS Authentication Successful; Sending EAP-Success to Pnac"),
                     ended()));
 }
 
@@ -320,8 +321,8 @@ TEST_F(EapAccept, ThatTheBusRefusesEndsTheConversation) {
     relayIdentity(accept());
     EXPECT_THAT(
         toldOfTheReply(),
-        ElementsAre(line(128, "RADIUS Authentication Successful; Sending EAP-Success to Pnac\n"),
-                    Logged(8, 8, "radEapSendRtn", "xbusIoctl failed\n"), ended()));
+        ElementsAre(line("trace", "RADIUS Authentication Successful; Sending EAP-Success to Pnac"),
+                    "device error radEapSendRtn> xbusIoctl failed", ended()));
     expectEnded();
 }
 
@@ -332,7 +333,7 @@ class EapFailure : public EapReply {
         expectEnded();
         EXPECT_THAT(
             toldOfTheReply(),
-            ElementsAre(line(128, "RADIUS Authentication Failed; Sending EAP-Failure to Pnac\n"),
+            ElementsAre(line("trace", "RADIUS Authentication Failed; Sending EAP-Failure to Pnac"),
                         ended()));
     }
 };

@@ -9,7 +9,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr uint32_t kCookie = 0x1001;
-constexpr const char *kTag = "radEapRecvTask";
 
 class EapRequest : public EapTest {
   protected:
@@ -30,7 +29,7 @@ class EapRequest : public EapTest {
 
 TEST_F(EapRequest, IsNotMadeWithoutAPacket) {
     EXPECT_EQ(0, radEapRecvTask());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     EXPECT_EQ(0U, server.requestCount());
 }
 
@@ -62,16 +61,16 @@ TEST_F(EapRequest, TellsItsSteps) {
     relay(kCookie, identityResponse(7, "alice"));
     EXPECT_THAT(
         told(),
-        ElementsAre(
-            Logged(8, 128, "radEapMsgQueueAdd", "Adding Packet and cookie:0x1001\n"),
-            Logged(8, 128, "radEapMsgQueueGet", "Got Packet with cookie:0x1001\n"),
-            Logged(8, 128, kTag, "Received EAP-Identity from Pnac: alice\n"),
-            Logged(8, 128, kTag, "Filling User-Name: alice\n"),
-            Logged(8, 128, kTag, "Filling EAP-Message:\n"),
-            Logged(8, 128, kTag, "Filling Service-Type: 2\n"),
-            Logged(8, 128, kTag, "Filling Framed-MTU: 1420\n"),
-            Logged(8, 128, kTag, "RADIUS Authentication Failed; Sending EAP-Failure to Pnac\n"),
-            Logged(8, 128, "radEapMsgQueueRelease", "Releasing Packet and cookie:0x1001\n")));
+        ElementsAre("device trace radEapMsgQueueAdd> Adding Packet and cookie:0x1001",
+                    "device trace radEapMsgQueueGet> Got Packet with cookie:0x1001",
+                    "device trace radEapRecvTask> Received EAP-Identity from Pnac: alice",
+                    "device trace radEapRecvTask> Filling User-Name: alice",
+                    "device trace radEapRecvTask> Filling EAP-Message:",
+                    "device trace radEapRecvTask> Filling Service-Type: 2",
+                    "device trace radEapRecvTask> Filling Framed-MTU: 1420",
+                    "device trace radEapRecvTask> RADIUS Authentication Failed; Sending "
+                    "EAP-Failure to Pnac",
+                    "device trace radEapMsgQueueRelease> Releasing Packet and cookie:0x1001"));
 }
 
 TEST_F(EapRequest, CutsThePacketIntoPiecesOf253Octets) {
@@ -124,8 +123,8 @@ TEST_F(EapRequest, IsNotMadeOfALongerIdentity) {
         relay(kCookie, identityResponse(7, name));
         EXPECT_EQ(0U, server.requestCount());
         EXPECT_THAT(bus.sent, IsEmpty());
-        EXPECT_THAT(told().back(), Logged(8, 128, "radEapMsgQueueRelease",
-                                          "Releasing Packet with cookie:0x1001\n"));
+        EXPECT_EQ("device trace radEapMsgQueueRelease> Releasing Packet with cookie:0x1001",
+                  told().back());
         EXPECT_EQ(name, conversation(kCookie).identity);
         EXPECT_EQ(std::nullopt, pendingPacket(conversation(kCookie)));
     }
@@ -140,7 +139,7 @@ TEST_F(EapRequest, HasTheIdentityUpToItsFirstNul) {
 
 TEST_F(EapRequest, TellsAnIdentityThatLooksLikeAFormat) {
     relay(kCookie, identityResponse(7, "%s%n%d"));
-    EXPECT_EQ("Received EAP-Identity from Pnac: %s%n%d\n", told().at(2).text);
+    EXPECT_EQ("device trace radEapRecvTask> Received EAP-Identity from Pnac: %s%n%d", told().at(2));
     EXPECT_BYTES_EQ(fromText("%s%n%d"), attributeValue(server.request(0), 1));
 }
 
@@ -151,12 +150,10 @@ TEST_F(EapRequest, IsMadeOfAResponseAlone) {
         relay(kCookie, eapPacket(static_cast<uint8_t>(code), 7, "0401"_hex));
         EXPECT_THAT(
             told(),
-            ElementsAre(
-                Logged(8, 128, "radEapMsgQueueAdd", "Adding Packet and cookie:0x1001\n"),
-                Logged(8, 128, "radEapMsgQueueGet", "Got Packet with cookie:0x1001\n"),
-                Logged(8, 8, kTag,
-                       "radEapRecvTask: invalid EAP code:" + std::to_string(code) + "\n"),
-                Logged(8, 128, "radEapMsgQueueRelease", "Releasing Packet and cookie:0x1001\n")));
+            ElementsAre("device trace radEapMsgQueueAdd> Adding Packet and cookie:0x1001",
+                        "device trace radEapMsgQueueGet> Got Packet with cookie:0x1001",
+                        "device error radEapRecvTask: invalid EAP code:" + std::to_string(code),
+                        "device trace radEapMsgQueueRelease> Releasing Packet and cookie:0x1001"));
         EXPECT_THAT(conversations(), IsEmpty());
     }
     EXPECT_EQ(0U, server.requestCount());
@@ -173,9 +170,8 @@ TEST_F(EapRequest, IsNotMadeOfAPacketOfAnotherLengthThanItSays) {
         SCOPED_TRACE(lengths);
         log.clear();
         relay(kCookie, packet);
-        EXPECT_THAT(problems(),
-                    ElementsAre(Logged(
-                        8, 8, kTag, "radEapRecvTask: Packet length mismatch " + lengths + " \n")));
+        EXPECT_THAT(problems(), ElementsAre("device error radEapRecvTask: Packet length mismatch " +
+                                            lengths + " "));
         EXPECT_THAT(conversations(), IsEmpty());
     }
     EXPECT_EQ(0U, server.requestCount());
@@ -226,15 +222,14 @@ TEST_F(EapRequest, HasTheStateOfTheChallengeBefore) {
                             .addAddress(4, kDeviceAddress));
     EXPECT_THAT(
         told(),
-        ElementsAre(
-            Logged(8, 128, "radEapMsgQueueAdd", "Adding Packet for existing cookie:0x1001\n"),
-            Logged(8, 128, "radEapMsgQueueGet", "Got Packet with cookie:0x1001\n"),
-            Logged(8, 128, kTag, "Filling User-Name: alice\n"),
-            Logged(8, 128, kTag, "Filling State:\n"),
-            Logged(8, 128, kTag, "Filling EAP-Message:\n"),
-            Logged(8, 128, kTag, "Filling Service-Type: 2\n"),
-            Logged(8, 128, kTag, "Filling Framed-MTU: 1420\n"),
-            Logged(8, 128, "radEapMsgQueueRelease", "Releasing Packet with cookie:0x1001\n")));
+        ElementsAre("device trace radEapMsgQueueAdd> Adding Packet for existing cookie:0x1001",
+                    "device trace radEapMsgQueueGet> Got Packet with cookie:0x1001",
+                    "device trace radEapRecvTask> Filling User-Name: alice",
+                    "device trace radEapRecvTask> Filling State:",
+                    "device trace radEapRecvTask> Filling EAP-Message:",
+                    "device trace radEapRecvTask> Filling Service-Type: 2",
+                    "device trace radEapRecvTask> Filling Framed-MTU: 1420",
+                    "device trace radEapMsgQueueRelease> Releasing Packet with cookie:0x1001"));
     EXPECT_EQ(nullptr, conversation(kCookie).state) << "it went with the request";
 }
 

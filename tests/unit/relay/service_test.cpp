@@ -39,7 +39,7 @@ TEST_F(EapService, StartsRunsAndEnds) {
     EXPECT_THAT(bus.calls, ElementsAre("xbusInit", "xbusRegister 8 2", "daemon 0 0",
                                        "xbusListen 100000", "xbusListen 100000", "palTaskDelay 100",
                                        "palTaskNameToId tRadEap", "xbusUnRegister"));
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     EXPECT_EQ(nullptr, pRadEapXbusCtx);
 }
 
@@ -148,8 +148,7 @@ TEST_F(EapService, NeedsItsQueue) {
         log.clear();
         bus.listInitResult = result;
         EXPECT_EQ(-1, radEapInit());
-        EXPECT_THAT(log.lines(), ElementsAre(Logged(8, 8, "radEapInit",
-                                                    "failed to initialize EAP message queue \n")));
+        EXPECT_LOG(log, "device error radEapInit> failed to initialize EAP message queue ");
     }
     bus.listInitResult = 0;
     EXPECT_THAT(bus.calls, IsEmpty());
@@ -159,8 +158,7 @@ TEST_F(EapService, NeedsTheBus) {
     bus.initResult = -1;
     EXPECT_EQ(-1, radEapInit());
     EXPECT_THAT(bus.calls, ElementsAre("xbusInit"));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(8, 8, "radEapXbusInit", "failed to initialize XBUS \n")));
+    EXPECT_LOG(log, "device error radEapXbusInit> failed to initialize XBUS ");
     bus.initResult = 0;
     bus.calls.clear();
     EXPECT_EQ(0, radEapInit()) << "a later start tries again";
@@ -196,7 +194,7 @@ TEST_F(EapTerm, TakesNoMemoryAndLogsNothing) {
     const size_t before = allocationCount();
     radEapExit(SIGTERM);
     EXPECT_EQ(before, allocationCount());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 }  // namespace
