@@ -22,7 +22,10 @@ class BothExchanges : public ExchangeTest, public testing::WithParamInterface<co
         return isAll() ? exchangeWithAll(code, pairs) : exchange(code, pairs);
     }
     int run(int code) { return run(code, nemo().get()); }
-    static const char *function() { return GetParam(); }
+    // An error of the function, which names itself or the other one in the text.
+    static std::string error(const std::string &text) {
+        return logText({kLibraryModule, 8, GetParam(), 0, text + '\n'});
+    }
     static bool isAll() { return std::string(GetParam()) != "radBuildAndSendReq"; }
 };
 
@@ -48,7 +51,7 @@ TEST_P(BothExchanges, RefuseMissingArguments) {
         EXPECT_EQ(-1, radBuildAndSendReq(kAccess, nullptr, &list));
         EXPECT_EQ(-1, radBuildAndSendReq(kAccess, pairs.get(), nullptr));
     }
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     EXPECT_THAT(server.received(), IsEmpty());
 }
 
@@ -61,9 +64,7 @@ TEST_P(BothExchanges, RefuseEveryOtherRequestCode) {
         const LogRecorder log;
         EXPECT_EQ(-1, run(code, pairs.get()));
         EXPECT_EQ(nullptr, reply_);
-        EXPECT_THAT(log.lines(), ElementsAre(Logged(7, 8, function(),
-                                                    "radBuildAndSendReq: Invalid Request Code " +
-                                                        std::to_string(code) + "\n")));
+        EXPECT_LOG(log, error("radBuildAndSendReq: Invalid Request Code " + std::to_string(code)));
     }
     EXPECT_THAT(server.received(), IsEmpty());
     EXPECT_THAT(attrNums(pairs.get()), ElementsAre(1));
@@ -84,8 +85,7 @@ TEST_P(BothExchanges, NeedServersTimeoutAndRetries) {
                                "\n");
         }
         EXPECT_EQ(expected, log.texts(128));
-        EXPECT_ONLY_PROBLEM(log, 8, function(),
-                            "radBuildAndSendReq: RADIUS is not configured properly\n");
+        EXPECT_PROBLEMS(log, error("radBuildAndSendReq: RADIUS is not configured properly"));
     };
     expectUnconfigured(kAccounting, {"acctserver"});
     radConfDelTimeout();
@@ -218,13 +218,11 @@ TEST_P(BothExchanges, EndAtAServerWithoutASecret) {
     const LogRecorder log;
     EXPECT_EQ(-1, run(kAccess, pairs.get()));
     EXPECT_EQ(nullptr, reply_);
-    EXPECT_THAT(log.lines(8),
-                ElementsAre(Logged(7, 8, "radSendtoServer",
-                                   "radSendtoServer: No reply from RADIUS server 127.0.0.1:" +
-                                       std::to_string(first.port()) + "\n"),
-                            Logged(7, 8, function(),
-                                   "radBuildAndSendReq: Server 127.0.0.1:" +
-                                       std::to_string(second.port()) + " Has No Secret\n")));
+    EXPECT_THAT(log.log(8),
+                ElementsAre("error radSendtoServer: No reply from RADIUS server 127.0.0.1:" +
+                                std::to_string(first.port()),
+                            error("radBuildAndSendReq: Server 127.0.0.1:" +
+                                  std::to_string(second.port()) + " Has No Secret")));
     EXPECT_THAT(first.received(), SizeIs(1));
     EXPECT_THAT(second.received(), IsEmpty());
     EXPECT_THAT(third.received(), IsEmpty());

@@ -211,7 +211,7 @@ TEST_F(Md5Crypt, RefusesMissingArguments) {
     EXPECT_EQ(-1, radMd5Crypt("secret", some, nullptr, 0, nullptr, 16, output.data(), 0));
     EXPECT_EQ(-1, radMd5Crypt("secret", some, nullptr, 0, some, 16, nullptr, 0));
     EXPECT_BYTES_EQ(Bytes(16, 0xa5), output);
-    EXPECT_THAT(log.lines(), testing::IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST_F(Md5Crypt, NeedsOneScratchAllocationAndFailsWithoutALogWhenThereIsNone) {
@@ -234,7 +234,7 @@ TEST_F(Md5Crypt, NeedsOneScratchAllocationAndFailsWithoutALogWhenThereIsNone) {
         EXPECT_EQ(allocationFailed(), output == Bytes(32, 0xa5));
     });
     EXPECT_EQ(1U, failures);
-    EXPECT_THAT(log.lines(), testing::IsEmpty());
+    EXPECT_LOG(log);
 }
 
 }  // namespace

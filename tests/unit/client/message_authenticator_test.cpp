@@ -9,9 +9,6 @@
 namespace lanyard::test::message_authenticator_test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 constexpr const char *kSecret = "secret";
 constexpr size_t kAuthenticatorOffset = 4;
 
@@ -53,8 +50,7 @@ TEST_F(CheckMessageAuthenticator, AcceptsARightOneAndLeavesTheReplyAsItWas) {
         const Bytes packet = reply(attributes);
         const LogRecorder log;
         EXPECT_BYTES_EQ(packet, check(0, packet));
-        EXPECT_THAT(log.lines(), ElementsAre(Logged(7, 128, "radCheckMsgAuth",
-                                                    "Verified Message-Authenticator\n")));
+        EXPECT_LOG(log, "trace radCheckMsgAuth> Verified Message-Authenticator");
     }
 }
 
@@ -63,10 +59,9 @@ TEST_F(CheckMessageAuthenticator, RefusesAWrongOneAndLeavesTheReplyAsItWas) {
                                {.wrongMessageAuthenticator = true});
     const LogRecorder log;
     EXPECT_BYTES_EQ(packet, check(-1, packet));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(
-                    7, 8, "radCheckMsgAuth",
-                    "radCheckMsgAuth:Invalid Message-Authenticator in RADIUS server reply\n")));
+    EXPECT_LOG(log,
+               "error radCheckMsgAuth> radCheckMsgAuth:Invalid Message-Authenticator in RADIUS "
+               "server reply");
 }
 
 TEST_F(CheckMessageAuthenticator, CoversEveryOctetOfTheReply) {
@@ -110,10 +105,7 @@ TEST_F(CheckMessageAuthenticator, RefusesAReplyWithoutOneAndLeavesTheRequestAuth
         const Bytes packet = reply(attributes);
         const LogRecorder log;
         EXPECT_BYTES_EQ(withRequestAuthenticator(packet), check(-1, packet));
-        EXPECT_THAT(log.lines(),
-                    ElementsAre(Logged(
-                        7, 8, "radCheckMsgAuth",
-                        "radCheckMsgAuth: NO Message-Authenticator in RADIUS server reply\n")));
+        EXPECT_LOG(log, "error radCheckMsgAuth: NO Message-Authenticator in RADIUS server reply");
     }
 }
 
@@ -122,10 +114,9 @@ TEST_F(CheckMessageAuthenticator, RefusesAnotherLengthAndLeavesTheRequestAuthent
         const Bytes packet = reply(Attributes().add(80, Bytes(valueSize, 0x11)));
         const LogRecorder log;
         EXPECT_BYTES_EQ(withRequestAuthenticator(packet), check(-1, packet));
-        EXPECT_THAT(log.lines(),
-                    ElementsAre(Logged(7, 8, "radCheckMsgAuth",
-                                       "radCheckMsgAuth: Invalid Message-Authenticator length "
-                                       "inRADIUS server reply\n")));
+        EXPECT_LOG(
+            log,
+            "error radCheckMsgAuth: Invalid Message-Authenticator length inRADIUS server reply");
     }
 }
 
@@ -135,10 +126,9 @@ TEST_F(CheckMessageAuthenticator, RefusesOneThatRunsPastThePacket) {
         const Bytes packet = reply(Attributes().addText(18, "Hello").addRaw(cut));
         const LogRecorder log;
         EXPECT_BYTES_EQ(withRequestAuthenticator(packet), check(-1, packet));
-        EXPECT_THAT(log.lines(),
-                    ElementsAre(Logged(7, 8, "radCheckMsgAuth",
-                                       "radCheckMsgAuth: Invalid Message-Authenticator length "
-                                       "inRADIUS server reply\n")));
+        EXPECT_LOG(
+            log,
+            "error radCheckMsgAuth: Invalid Message-Authenticator length inRADIUS server reply");
     }
 }
 
@@ -162,7 +152,7 @@ TEST_F(CheckMessageAuthenticator, RefusesMissingArguments) {
     EXPECT_EQ(-1, radCheckMsgAuth(header, nullptr, authenticator_.data()));
     EXPECT_EQ(-1, radCheckMsgAuth(header, kSecret, nullptr));
     EXPECT_BYTES_EQ(packet, kept);
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 }  // namespace

@@ -12,7 +12,6 @@ namespace lanyard::test::packer_test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char *kSecret = "secret";
 constexpr uint8_t kUntouched = 0xa5;
@@ -91,7 +90,7 @@ TEST_F(Encode, MeasuresTheLengthOctetOfEachKind) {
         EXPECT_EQ(0, radPairEncode(nullptr, &length, &entry.pair, nullptr, nullptr));
         EXPECT_EQ(entry.length, length) << entry.pair.attrNum << ", " << entry.pair.numValue;
     }
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST_F(Encode, RefusesAValueThatCannotFitOneAttribute) {
@@ -196,7 +195,7 @@ TEST_F(Encode, FailsWithoutALogWhenMemoryIsExhausted) {
         EXPECT_EQ(allocationFailed() ? -1 : 0, status);
     });
     EXPECT_EQ(2U, failures);
-    EXPECT_NO_PROBLEM(log);
+    EXPECT_PROBLEMS(log);
 }
 
 using PackList = PackerTest;
@@ -213,14 +212,13 @@ TEST_F(PackList, NamesEachAttributeWhenItPacksAndNoneWhenItMeasures) {
     const PairRecords pairs(example::requestPairs());
     const LogRecorder log;
     EXPECT_EQ(36U, measured(pairs.list()));
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     Packet packet(56);
     EXPECT_EQ(0, radPackList(pairs.list(), RAD_PACK, packet.get(), example::kSecret));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radPackList", "Packing attribute: User-Name\n"),
-                            Logged(7, 128, "radPackList", "Packing attribute: User-Password\n"),
-                            Logged(7, 128, "radPackList", "Packing attribute: NAS-IP-Address\n"),
-                            Logged(7, 128, "radPackList", "Packing attribute: NAS-Port\n")));
+    EXPECT_LOG(log, "trace radPackList> Packing attribute: User-Name",
+               "trace radPackList> Packing attribute: User-Password",
+               "trace radPackList> Packing attribute: NAS-IP-Address",
+               "trace radPackList> Packing attribute: NAS-Port");
 }
 
 TEST_F(PackList, RefusesMissingArguments) {
@@ -236,7 +234,7 @@ TEST_F(PackList, RefusesMissingArguments) {
     EXPECT_EQ(-1, radPackList(pairs.list(), RAD_PACK, nullptr, kSecret));
     EXPECT_EQ(-1, radPackList(pairs.list(), RAD_PACK, packet.get(), noSecret));
     EXPECT_BYTES_EQ(Bytes(6, kUntouched), packet.attributes());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST_F(PackList, LeavesPairsOfAnUnknownTypeOut) {

@@ -107,16 +107,13 @@ TEST_F(ReceiveTest, LogsEachStepInOrder) {
     const Bytes datagram = reply(2, Attributes().addText(18, "Hello").addMessageAuthenticator());
     const LogRecorder log;
     EXPECT_EQ(2, receive(datagram));
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre(
-            Logged(7, 128, "radRecvfromServer", "Receiving Reply Packet....\n"),
-            Logged(7, 128, "radCheckReply", "Verified Reply Packet Integrity\n"),
-            Logged(7, 128, "radPairGen", "Receiving attribute: Reply-Message\n"),
-            Logged(7, 128, "radPairGen", "Receiving attribute: Message-Authenticator\n"),
-            Logged(7, 128, "radCheckReply", "Generated Reply Attribute-Value pairs\n"),
-            Logged(7, 128, "radPairUnpackDefault", "Processing attribute: Message-Authenticator\n"),
-            Logged(7, 128, "radCheckMsgAuth", "Verified Message-Authenticator\n")));
+    EXPECT_LOG(log, "trace radRecvfromServer> Receiving Reply Packet....",
+               "trace radCheckReply> Verified Reply Packet Integrity",
+               "trace radPairGen> Receiving attribute: Reply-Message",
+               "trace radPairGen> Receiving attribute: Message-Authenticator",
+               "trace radCheckReply> Generated Reply Attribute-Value pairs",
+               "trace radPairUnpackDefault> Processing attribute: Message-Authenticator",
+               "trace radCheckMsgAuth> Verified Message-Authenticator");
     EXPECT_THAT(log.dumps(), ElementsAre(Dumped(7, 256, "RADIUS Rx Buffer", datagram)));
 }
 
@@ -313,8 +310,8 @@ TEST_F(ReceiveTest, FailsWhenTheSocketCannotBeRead) {
     EXPECT_EQ(-1,
               radRecvfromServer(&context, reinterpret_cast<RadPacket *>(request_.data()), &list));
     EXPECT_EQ(nullptr, list);
-    EXPECT_ONLY_PROBLEM(log, 8, "radRecvfromServer",
-                        "radRecvfromServer: recvfrom() Failed: Socket operation on non-socket\n");
+    EXPECT_PROBLEMS(log,
+                    "error radRecvfromServer: recvfrom() Failed: Socket operation on non-socket");
 }
 
 TEST_F(ReceiveTest, LeavesNothingBehindWhenTheDatagramIsGoneAfterThePeek) {
@@ -344,7 +341,7 @@ TEST_F(ReceiveTest, RefusesMissingArguments) {
     wrong = right;
     wrong.secret = nullptr;
     EXPECT_EQ(-1, radRecvfromServer(&wrong, request, &list));
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     EXPECT_EQ(2, receive()) << "the datagram is still there";
 }
 
@@ -388,12 +385,12 @@ TEST_F(ReceiveTest, SkipsTheDefaultChecksOfWhatTheHookHasHandled) {
     const Hooks hooks({}, [&](RadPair * /*pair*/, RadPair * /*list*/, RadPacket * /*reply*/,
                               RadPacket * /*request*/, const char * /*secret*/) { return answer; });
     EXPECT_EQ(11, receive(eapAlone));
-    EXPECT_NO_PROBLEM(log);
+    EXPECT_PROBLEMS(log);
     answer = 1;
     EXPECT_EQ(-1, receive(eapAlone));
-    EXPECT_ONLY_PROBLEM(
-        log, 8, "radPairUnpackDefault",
-        "radPairUnpackDefault: EAP-Message Attribute received without Message-Authenticator\n");
+    EXPECT_PROBLEMS(
+        log,
+        "error radPairUnpackDefault: EAP-Message Attribute received without Message-Authenticator");
 }
 
 TEST_F(ReceiveTest, EndsWithTheHooksOwnErrorAtOnce) {

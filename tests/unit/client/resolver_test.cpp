@@ -12,9 +12,6 @@
 namespace lanyard::test::resolver_test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 constexpr uint32_t kNotFound = 0;
 constexpr uint32_t kNoFile = 0xFFFFFFFF;
 
@@ -22,9 +19,8 @@ class ResolverTest : public EngineTest {
   protected:
     void writeHosts(const std::string &text) const { root_.write("/var/hosts", text); }
 
-    static testing::Matcher<const LogLine &> couldNotResolve(const std::string &name) {
-        return Logged(7, 8, "radGetIPByName",
-                      "radGetIPByName: couldn't resolve hostname: " + name + "\n");
+    static std::string couldNotResolve(const std::string &name) {
+        return "error radGetIPByName: couldn't resolve hostname: " + name;
     }
 
     TemporaryRoot root_;
@@ -39,7 +35,7 @@ TEST_F(ResolverTest, TakesWhatTheResolverKnowsAndLeavesTheHostsFileAlone) {
     EXPECT_FALSE(root_.exists("/var/hosts"));
     writeHosts("127.0.0.2 radius-server\n");
     EXPECT_EQ(inet_addr("127.0.0.9"), radGetIPByName("radius-server"));
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST_F(ResolverTest, YieldsNetworkByteOrder) {
@@ -54,8 +50,8 @@ TEST_F(ResolverTest, LooksIntoTheHostsFileForAllOthers) {
     EXPECT_EQ(inet_addr("127.0.0.3"), radGetIPByName("second"));
     EXPECT_EQ(inet_addr("127.0.0.4"), radGetIPByName("third"));
     EXPECT_EQ(inet_addr("127.0.0.5"), radGetIPByName("fourth"));
-    EXPECT_THAT(log.lines(), ElementsAre(couldNotResolve("first"), couldNotResolve("second"),
-                                         couldNotResolve("third"), couldNotResolve("fourth")));
+    EXPECT_LOG(log, couldNotResolve("first"), couldNotResolve("second"), couldNotResolve("third"),
+               couldNotResolve("fourth"));
 }
 
 TEST_F(ResolverTest, TakesTheFirstLineWithExactlyThatName) {
@@ -100,7 +96,7 @@ TEST_F(ResolverTest, FindsNothingInAFileWithoutTheName) {
         writeHosts(text);
         const LogRecorder log;
         EXPECT_EQ(kNotFound, radGetIPByName("server")) << text;
-        EXPECT_THAT(log.lines(), ElementsAre(couldNotResolve("server")));
+        EXPECT_LOG(log, couldNotResolve("server"));
         EXPECT_EQ(text, root_.read("/var/hosts"));
     }
 }
@@ -111,15 +107,13 @@ TEST_F(ResolverTest, CreatesAMissingHostsFileEmpty) {
     EXPECT_EQ(kNotFound, radGetIPByName("server"));
     ASSERT_TRUE(root_.exists("/var/hosts"));
     EXPECT_EQ("", root_.read("/var/hosts"));
-    EXPECT_THAT(log.lines(), ElementsAre(couldNotResolve("server")));
+    EXPECT_LOG(log, couldNotResolve("server"));
 }
 
 TEST_F(ResolverTest, FailsWhenTheHostsFileCannotBeCreated) {
     const LogRecorder log;
     EXPECT_EQ(kNoFile, radGetIPByName("server"));  // there is no folder for it
-    EXPECT_THAT(log.lines(),
-                ElementsAre(couldNotResolve("server"),
-                            Logged(7, 8, "radGetIPByName", "failed to open /var/hosts\n")));
+    EXPECT_LOG(log, couldNotResolve("server"), "error radGetIPByName> failed to open /var/hosts");
 }
 
 TEST_F(ResolverTest, FindsNothingWithoutAName) {
@@ -135,15 +129,14 @@ TEST_F(HostAddress, IsTheAddressOfTheHostName) {
     const ResolverEntry entry("gateway", "127.0.0.8");
     const LogRecorder log;
     EXPECT_EQ(inet_addr("127.0.0.8"), radGetHostIP());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST_F(HostAddress, IsNoneWithoutAHostName) {
     const FailingCall failure("gethostname", EFAULT);
     const LogRecorder log;
     EXPECT_EQ(kNotFound, radGetHostIP());
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 8, "radGetHostIP", "radGetHostIP: couldn't get hostname\n")));
+    EXPECT_LOG(log, "error radGetHostIP: couldn't get hostname");
 }
 
 TEST_F(HostAddress, IsNoneWhenTheHostNameIsKnownNowhere) {
@@ -151,18 +144,14 @@ TEST_F(HostAddress, IsNoneWhenTheHostNameIsKnownNowhere) {
     writeHosts("");
     const LogRecorder log;
     EXPECT_EQ(kNotFound, radGetHostIP());
-    EXPECT_THAT(log.lines(), ElementsAre(couldNotResolve("gateway"),
-                                         Logged(7, 8, "radGetHostIP",
-                                                "radGetHostIP: couldn't get host IP address\n")));
+    EXPECT_LOG(log, couldNotResolve("gateway"), "error radGetHostIP: couldn't get host IP address");
 }
 
 TEST_F(HostAddress, PassesAFailureOfTheHostsFileOnWithoutAMessageOfItsOwn) {
     const HostName name("gateway");
     const LogRecorder log;
     EXPECT_EQ(kNoFile, radGetHostIP());
-    EXPECT_THAT(log.lines(),
-                ElementsAre(couldNotResolve("gateway"),
-                            Logged(7, 8, "radGetIPByName", "failed to open /var/hosts\n")));
+    EXPECT_LOG(log, couldNotResolve("gateway"), "error radGetIPByName> failed to open /var/hosts");
 }
 
 }  // namespace

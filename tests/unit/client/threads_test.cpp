@@ -85,7 +85,7 @@ TEST(Threads, GetTheirOwnReplyAndAnIdentifierOfTheirOwn) {
     EXPECT_EQ(kThreads * kRequests, requests.size());
     EXPECT_EQ(kThreads * kRequests, identifiers.size()) << "no identifier was drawn twice";
     EXPECT_EQ(kThreads * kRequests, authenticators.size());
-    EXPECT_NO_PROBLEM(log);
+    EXPECT_PROBLEMS(log);
 }
 
 TEST(Threads, FailOverSideBySide) {
