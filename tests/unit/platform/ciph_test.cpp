@@ -9,7 +9,7 @@
 
 #include <ciph.h>
 
-namespace lanyard::test {
+namespace lanyard::test::ciph_test {
 namespace {
 
 TEST(Ciph, InitManyTimes_Md5Usable) {
@@ -43,4 +43,4 @@ TEST(Ciph, InitFromSeveralThreads_Succeeds) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::ciph_test

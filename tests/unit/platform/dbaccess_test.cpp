@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
@@ -17,6 +16,8 @@
 
 #include <dbaccess.h>
 #include <palcore.h>
+
+#include "tests/support/temporary_folder.h"
 
 namespace {
 
@@ -36,7 +37,7 @@ int palTaskDelay(int milliseconds) {
     return 0;
 }
 
-namespace lanyard::test {
+namespace lanyard::test::dbaccess_test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -58,19 +59,11 @@ struct Result {
 class DbAccess : public testing::Test {
   protected:
     void SetUp() override {
-        std::string name = testing::TempDir() + "dbaccess-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(name.data()));
-        folder_ = name;
-        file_ = folder_ + "/system.db";
         db_.reset(open());
         run("CREATE TABLE radiusClient (authserver TEXT, authport INTEGER, note TEXT);"
             "INSERT INTO radiusClient VALUES ('192.0.2.1', 1812, NULL);"
             "INSERT INTO radiusClient VALUES ('192.0.2.2', 1645, '');");
         delays.clear();
-    }
-    void TearDown() override {
-        db_.reset();
-        fs::remove_all(folder_);
     }
 
     sqlite3 *open() const {
@@ -102,8 +95,9 @@ class DbAccess : public testing::Test {
     Result byHandle(const char *sql) const { return query(db_.get(), nullptr, sql); }
     Result byFile(const char *sql) const { return query(nullptr, file_.c_str(), sql); }
 
-    std::string folder_;
-    std::string file_;
+    const TemporaryFolder temporary_;
+    const std::string folder_ = temporary_.path();
+    const std::string file_ = folder_ + "/system.db";
     std::unique_ptr<sqlite3, Closer> db_;
 };
 
@@ -306,4 +300,4 @@ TEST(DbBusyHandler, InvalidContext_NotLookedAt) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::dbaccess_test

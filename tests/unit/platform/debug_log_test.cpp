@@ -24,6 +24,7 @@
 
 #include <palcore.h>
 
+#include "tests/support/temporary_folder.h"
 #include "tests/unit/platform/role.h"
 
 // Stands in for the C library's: what goes to syslog is written to standard output.
@@ -36,7 +37,7 @@ extern "C" void syslog(int pri, const char *fmt, ...) {
     (void)std::printf("%d %s\n", pri, text);
 }
 
-namespace lanyard::test {
+namespace lanyard::test::debug_log_test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -301,22 +302,12 @@ TEST(DebugLog, NoTaskName_NothingGoesToSyslog) {
 
 class DebugLogFile : public testing::Test {
   protected:
-    DebugLogFile() : folder_(fs::path(testing::TempDir()) / "platform-log-XXXXXX") {
-        if (mkdtemp(folder_.data()) == nullptr) {
-            ADD_FAILURE() << "mkdtemp";
-        }
-    }
-    ~DebugLogFile() override { fs::remove_all(folder_); }
-
-    std::string path() const { return folder_ + "/log"; }
+    std::string path() const { return folder_.path() / "log"; }
     std::string variable() const { return "PAL_DEBUG_FILE=" + path(); }
-    std::string content() const {
-        std::ifstream file(path());
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    std::string content() const { return folder_.read("log"); }
 
   private:
-    std::string folder_;
+    TemporaryFolder folder_;
 };
 
 TEST_F(DebugLogFile, FileNamed_ReplacesStandardErrorAndSyslog) {
@@ -407,4 +398,4 @@ TEST_F(DebugLogFile, EmptyName_MeansNoFile) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::debug_log_test

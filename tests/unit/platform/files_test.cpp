@@ -1,10 +1,8 @@
 // Files, by the paths of the device, and the root folder that these are taken under.
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
@@ -14,10 +12,11 @@
 #include <palcore.h>
 #include <palroot.h>
 
+#include "tests/support/temporary_folder.h"
 #include "tests/unit/platform/role.h"
 #include "tests/unit/platform/signals.h"
 
-namespace lanyard::test {
+namespace lanyard::test::files_test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -40,25 +39,14 @@ bool closesOnExec(int fd) {
 // A folder of its own for each test, gone afterwards.
 class Files : public testing::Test {
   protected:
-    Files() : folder_(fs::path(testing::TempDir()) / "platform-files-XXXXXX") {
-        if (mkdtemp(folder_.data()) == nullptr) {
-            ADD_FAILURE() << "mkdtemp";
-        }
-    }
-    ~Files() override {
-        palRootSet(nullptr);
-        fs::remove_all(folder_);
-    }
+    ~Files() override { palRootSet(nullptr); }
 
-    std::string at(const std::string &name) const { return folder_ + "/" + name; }
+    std::string at(const std::string &name) const { return folder_.path().string() + "/" + name; }
 
-    void put(const std::string &name, const std::string &text) const {
-        fs::create_directories(fs::path(at(name)).parent_path());
-        std::ofstream(at(name)) << text;
-    }
+    void put(const std::string &name, const std::string &text) const { folder_.write(name, text); }
 
   private:
-    std::string folder_;
+    TemporaryFolder folder_;
 };
 
 TEST_F(Files, Text_WrittenAndReadBack) {
@@ -331,4 +319,4 @@ TEST_F(Files, RootInTheEnvironment_Taken) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::files_test

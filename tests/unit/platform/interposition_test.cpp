@@ -15,7 +15,7 @@ void *palMemPartAlloc(PalMemPartId /*part*/, uint32_t size) {
     return allocationsLeft-- > 0 ? std::malloc(size) : nullptr;
 }
 
-namespace lanyard::test {
+namespace lanyard::test::interposition_test {
 namespace {
 
 TEST(Interposition, DefinitionOfTheProgram_CalledByThePort) {
@@ -29,4 +29,4 @@ TEST(Interposition, DefinitionOfTheProgram_CalledByThePort) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::interposition_test

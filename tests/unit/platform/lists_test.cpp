@@ -4,7 +4,7 @@
 
 #include <palcore.h>
 
-namespace lanyard::test {
+namespace lanyard::test::lists_test {
 namespace {
 
 std::vector<const PalListNode *> forwards(const PalList &list) {
@@ -101,4 +101,4 @@ TEST_F(Lists, Null_Refused) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::lists_test

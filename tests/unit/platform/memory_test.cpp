@@ -12,7 +12,7 @@
 
 #include <palcore.h>
 
-namespace lanyard::test {
+namespace lanyard::test::memory_test {
 namespace {
 
 // A partition for one test.
@@ -341,4 +341,4 @@ TEST(MemoryDeathTest, UseAfterFree_SeenByAddressSanitizer) {
 #endif
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::memory_test

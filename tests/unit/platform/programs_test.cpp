@@ -1,7 +1,6 @@
 // Programs that the port runs.
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -14,10 +13,12 @@
 #include <palcore.h>
 #include <palroot.h>
 
+#include "tests/support/temporary_folder.h"
 #include "tests/unit/platform/role.h"
 #include "tests/unit/platform/signals.h"
+#include "tools/file_descriptor.h"
 
-namespace lanyard::test {
+namespace lanyard::test::programs_test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -85,11 +86,8 @@ const Role closedRole("expect-closed", [](const std::vector<std::string> &argume
 
 TEST(Programs, OpenDescriptor_NotInherited) {
     for (const int flags : {O_CLOEXEC, 0}) {
-        int ends[2] = {-1, -1};
-        ASSERT_EQ(0, pipe2(ends, flags));
-        EXPECT_EQ(0, runProgram(selfPath(), "expect-closed", {std::to_string(ends[0])}));
-        close(ends[0]);
-        close(ends[1]);
+        const Pipe pipe(flags);
+        EXPECT_EQ(0, runProgram(selfPath(), "expect-closed", {std::to_string(pipe.readEnd.get())}));
     }
 }
 
@@ -123,31 +121,26 @@ const Role readRole("read-fifo", [](const std::vector<std::string> &arguments) {
 });
 
 TEST(Programs, SignalsWhileWaiting_NotSeen) {
-    std::string folder = testing::TempDir() + "platform-programs-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(folder.data()));
-    const std::string fifo = folder + "/fifo";
+    const TemporaryFolder folder;
+    const std::string fifo = folder.path() / "fifo";
     ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
     {
         const Interruptions interruptions(50, [fifo] {
-            const int fd = open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
-            EXPECT_EQ(1, write(fd, "A", 1));
-            close(fd);
+            const FileDescriptor writer(open(fifo.c_str(), O_WRONLY | O_CLOEXEC), fifo);
+            EXPECT_EQ(1, write(writer.get(), "A", 1));
         });
         EXPECT_EQ('A', runProgram(selfPath(), "read-fifo", {fifo}));
     }
-    fs::remove_all(folder);
 }
 
 TEST(Programs, ProgramUnderTheRoot_Found) {
-    std::string folder = testing::TempDir() + "platform-programs-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(folder.data()));
-    fs::create_directories(folder + "/bin");
-    fs::create_symlink(selfPath(), folder + "/bin/program");
-    palRootSet(folder.c_str());
+    const TemporaryFolder folder;
+    fs::create_directories(folder.path() / "bin");
+    fs::create_symlink(selfPath(), folder.path() / "bin/program");
+    palRootSet(folder.path().c_str());
     EXPECT_EQ(3, runProgram("/bin/program", "exit-with", {"3"}));
     EXPECT_EQ(-1, runProgram("/bin/true", "none"));
     palRootSet(nullptr);
-    fs::remove_all(folder);
 }
 
 TEST(Programs, StatusLost_ReturnsMinusOne) {
@@ -160,4 +153,4 @@ TEST(Programs, StatusLost_ReturnsMinusOne) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::programs_test

@@ -9,7 +9,7 @@
 
 #include <palcore.h>
 
-namespace lanyard::test {
+namespace lanyard::test::random_test {
 namespace {
 
 struct Countdown {
@@ -120,4 +120,4 @@ TEST_F(Random, SourceChangedWhileThreadsDraw_NoneFails) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::random_test

@@ -1,5 +1,6 @@
 #include "tests/unit/platform/role.h"
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
@@ -9,6 +10,10 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
+
+#include "tests/support/temporary_folder.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test {
 namespace {
@@ -20,42 +25,39 @@ std::map<std::string, RoleFunction> &roles() {
 
 // The two ends of a stream: what the child writes to and where the test reads it.
 struct Channel {
-    int write = -1;
-    int read = -1;
+    FileDescriptor write;
+    FileDescriptor read;
 };
 
 Channel openChannel(ErrorStream stream) {
-    int ends[2] = {-1, -1};
     switch (stream) {
-        case ErrorStream::kPipe:
-            if (pipe2(ends, O_CLOEXEC) != 0) {
-                throw std::runtime_error("pipe");
-            }
-            return {ends[1], ends[0]};
-        case ErrorStream::kPackets:
-            if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
-                throw std::runtime_error("socketpair");
-            }
-            return {ends[1], ends[0]};
+        case ErrorStream::kPackets: {
+            std::array<int, 2> ends{};
+            checked(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()),
+                    "socketpair");
+            return {{ends[1], "socketpair"}, {ends[0], "socketpair"}};
+        }
         case ErrorStream::kFile: {
-            char name[] = "/tmp/platform-test-XXXXXX";
-            const int fd = mkostemp(name, O_CLOEXEC);
-            const int reader = open(name, O_RDONLY | O_CLOEXEC);
-            unlink(name);
-            return {fd, reader};
+            const TemporaryFolder folder;
+            const std::string path = folder.path() / "stream";
+            FileDescriptor writer(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600), path);
+            return {std::move(writer), {open(path.c_str(), O_RDONLY | O_CLOEXEC), path}};
         }
         case ErrorStream::kTerminal: {
-            const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-            if (master == -1 || grantpt(master) != 0 || unlockpt(master) != 0) {
-                throw std::runtime_error("posix_openpt");
-            }
-            return {open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC), master};
+            FileDescriptor master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC), "posix_openpt");
+            checked(grantpt(master.get()), "grantpt");
+            checked(unlockpt(master.get()), "unlockpt");
+            const char *name = ptsname(master.get());
+            return {{open(name, O_RDWR | O_NOCTTY | O_CLOEXEC), name}, std::move(master)};
         }
         case ErrorStream::kNull:
-            return {open("/dev/null", O_WRONLY | O_CLOEXEC),
-                    open("/dev/null", O_RDONLY | O_CLOEXEC)};
+            return {{open("/dev/null", O_WRONLY | O_CLOEXEC), "/dev/null"},
+                    {open("/dev/null", O_RDONLY | O_CLOEXEC), "/dev/null"}};
+        case ErrorStream::kPipe:
+            break;
     }
-    return {};
+    Pipe pipe;
+    return {std::move(pipe.writeEnd), std::move(pipe.readEnd)};
 }
 
 // Reads both streams until the child has closed them, so that it never waits for the test.
@@ -114,25 +116,23 @@ std::string RoleResult::allErr() const {
 
 RoleResult runRole(const std::string &role, const std::vector<std::string> &environment,
                    ErrorStream stream) {
-    const Channel out = openChannel(ErrorStream::kPipe);
-    const Channel err = openChannel(stream);
+    Channel out = openChannel(ErrorStream::kPipe);
+    Channel err = openChannel(stream);
     const pid_t child = fork();
     if (child == 0) {
-        becomeRole(role, environment, out.write, err.write);
+        becomeRole(role, environment, out.write.get(), err.write.get());
     }
-    close(out.write);
-    close(err.write);
+    out.write.reset();
+    err.write.reset();
     RoleResult result;
     // A regular file has no end until the child has ended: it is read after standard output.
-    drain(out.read, stream == ErrorStream::kFile ? -1 : err.read, result);
+    drain(out.read.get(), stream == ErrorStream::kFile ? -1 : err.read.get(), result);
     int status = 0;
     while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
     }
     if (stream == ErrorStream::kFile) {
-        drain(-1, err.read, result);
+        drain(-1, err.read.get(), result);
     }
-    close(out.read);
-    close(err.read);
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return result;
 }

@@ -19,8 +19,9 @@
 
 #include "tests/unit/platform/role.h"
 #include "tests/unit/platform/signals.h"
+#include "tools/file_descriptor.h"
 
-namespace lanyard::test {
+namespace lanyard::test::tasks_test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -41,30 +42,23 @@ class OtherProcess {
   public:
     // `prepare` runs in the process; it may fork and leave the rest to its child.
     explicit OtherProcess(const std::function<void()> &prepare) {
-        int report[2] = {-1, -1};
-        int hold[2] = {-1, -1};
-        if (pipe(report) != 0 || pipe(hold) != 0) {
-            ADD_FAILURE() << "pipe";
-            return;
-        }
+        Pipe report;
         child_ = fork();
         if (child_ == 0) {
-            close(report[0]);
-            close(hold[1]);
+            report.readEnd.reset();
+            hold_.writeEnd.reset();
             prctl(PR_SET_PDEATHSIG, SIGKILL);  // A process that hangs ends with the test.
             prepare();
             const pid_t self = getpid();
             char byte = 0;
-            _exit(write(report[1], &self, sizeof self) == sizeof self &&
-                          read(hold[0], &byte, 1) == 0
+            _exit(write(report.writeEnd.get(), &self, sizeof self) == sizeof self &&
+                          read(hold_.readEnd.get(), &byte, 1) == 0
                       ? 0
                       : 1);
         }
-        close(report[1]);
-        close(hold[0]);
-        EXPECT_EQ(static_cast<ssize_t>(sizeof id_), read(report[0], &id_, sizeof id_));
-        close(report[0]);
-        hold_ = hold[1];
+        report.writeEnd.reset();
+        hold_.readEnd.reset();
+        EXPECT_EQ(static_cast<ssize_t>(sizeof id_), read(report.readEnd.get(), &id_, sizeof id_));
     }
     ~OtherProcess() {
         letGo();
@@ -77,12 +71,7 @@ class OtherProcess {
 
     pid_t id() const { return id_; }
 
-    void letGo() {
-        if (hold_ != -1) {
-            close(hold_);
-            hold_ = -1;
-        }
-    }
+    void letGo() { hold_.writeEnd.reset(); }
 
     // Waits for the end of the process but leaves it a zombie.
     void awaitZombie() {
@@ -101,7 +90,7 @@ class OtherProcess {
   private:
     pid_t child_ = -1;
     pid_t id_ = -1;
-    int hold_ = -1;
+    Pipe hold_;
 };
 
 // As the relay's handler of SIGTERM does, but not for ever.
@@ -277,4 +266,4 @@ TEST(Tasks, CallsInASignalHandler_ComeBack) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::tasks_test

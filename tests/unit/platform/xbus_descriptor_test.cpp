@@ -1,18 +1,16 @@
 // One descriptor to wait for the bus with.
 #include <cerrno>
 #include <chrono>
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <xbus.h>
 
 #include "tests/unit/platform/xbus_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::xbus_descriptor_test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -27,27 +25,6 @@ bool isReadable(const Module &module, int milliseconds = 0) {
     pollfd entry{xbusDescriptor(module.context()), POLLIN, 0};
     return poll(&entry, 1, milliseconds) == 1 && entry.revents == POLLIN;
 }
-
-// While it lives, no descriptor is left for the process.
-class NoDescriptors {
-  public:
-    NoDescriptors() {
-        const int firstFree = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-        EXPECT_NE(-1, firstFree);
-        close(firstFree);
-        EXPECT_EQ(0, getrlimit(RLIMIT_NOFILE, &before_));
-        const rlimit none{static_cast<rlim_t>(firstFree), before_.rlim_max};
-        EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
-    }
-    ~NoDescriptors() { EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &before_)); }
-    NoDescriptors(const NoDescriptors &) = delete;
-    NoDescriptors &operator=(const NoDescriptors &) = delete;
-    NoDescriptors(NoDescriptors &&) = delete;
-    NoDescriptors &operator=(NoDescriptors &&) = delete;
-
-  private:
-    rlimit before_{};
-};
 
 // Handles messages as a loop over poll() does. Returns how often it listened.
 int serve(Module &module) {
@@ -207,4 +184,4 @@ TEST_F(XbusDescriptor, NoDescriptorLeftForASender_LooksAgainLater) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::xbus_descriptor_test

@@ -5,12 +5,15 @@
 
 #include <chrono>
 #include <cstdint>
+#include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <optional>
 #include <span>
 #include <string>
+#include <sys/resource.h>
 #include <sys/types.h>
+#include <unistd.h>
 #include <vector>
 
 #include <xbus.h>
@@ -82,6 +85,26 @@ class Module {
                       uint32_t *outLen);
 
     XbusCtx *context_ = nullptr;
+};
+
+// While it lives, no descriptor is left for the process.
+class NoDescriptors {
+  public:
+    NoDescriptors() {
+        const int firstFree =
+            FileDescriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0), "fcntl").get();
+        EXPECT_EQ(0, getrlimit(RLIMIT_NOFILE, &before_));
+        const rlimit none{static_cast<rlim_t>(firstFree), before_.rlim_max};
+        EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    }
+    ~NoDescriptors() { EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &before_)); }
+    NoDescriptors(const NoDescriptors &) = delete;
+    NoDescriptors &operator=(const NoDescriptors &) = delete;
+    NoDescriptors(NoDescriptors &&) = delete;
+    NoDescriptors &operator=(NoDescriptors &&) = delete;
+
+  private:
+    rlimit before_{};
 };
 
 // Another process that runs a part of the test. It ends with this object at the latest.

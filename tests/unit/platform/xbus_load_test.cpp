@@ -15,7 +15,7 @@
 
 #include "tests/unit/platform/xbus_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::xbus_load_test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -201,4 +201,4 @@ TEST_F(XbusLoad, MoreConnectionsThanSelectCould_Served) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::xbus_load_test

@@ -18,7 +18,7 @@
 
 #include "tests/unit/platform/xbus_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::xbus_peers_test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -560,4 +560,4 @@ TEST_F(XbusUsers, FoldersOwnerAndRoot_TalkToEachOther) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::xbus_peers_test

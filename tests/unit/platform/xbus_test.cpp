@@ -9,9 +9,9 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <optional>
 #include <pthread.h>
 #include <string>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <thread>
@@ -22,7 +22,7 @@
 
 #include "tests/unit/platform/xbus_fixture.h"
 
-namespace lanyard::test {
+namespace lanyard::test::xbus_test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -455,17 +455,11 @@ TEST_F(Xbus, ListenThatFails_WaitsOutTheTimeout) {
     Module receiver(kRelay);
     const Module sender(kPnac);
     EXPECT_EQ(0, sender.notify(kRelay, 1));
-    const int firstFree = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-    ASSERT_NE(-1, firstFree);
-    close(firstFree);
-    rlimit before{};
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
-    const rlimit none{static_cast<rlim_t>(firstFree), before.rlim_max};
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    std::optional<NoDescriptors> none(std::in_place);
     start = Clock::now();
     const int result = receiver.listen(30ms);
     const auto waited = Clock::now() - start;
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
+    none.reset();
     EXPECT_EQ(-1, result);
     EXPECT_GE(waited, 30ms);
     EXPECT_THAT(errors(), ElementsAre(HasSubstr("no sender can connect")));
@@ -480,15 +474,9 @@ TEST_F(Xbus, NobodyElseCanConnect_WhoIsConnectedIsServed) {
     EXPECT_EQ(1, receiver.listen());
     EXPECT_EQ(0, stranger.notify(kRelay, 2));
     EXPECT_EQ(0, connected.notify(kRelay, 3));
-    rlimit before{};
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
-    const int firstFree = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-    ASSERT_NE(-1, firstFree);
-    close(firstFree);
-    const rlimit none{static_cast<rlim_t>(firstFree), before.rlim_max};
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    std::optional<NoDescriptors> none(std::in_place);
     const int result = receiver.listen();
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
+    none.reset();
     EXPECT_EQ(1, result);
     EXPECT_THAT(receiver.receivedCommands(), ElementsAre(1, 3));
 }
@@ -659,4 +647,4 @@ TEST_F(Xbus, HandlerThatSendsBackMoreThanItGot_CutToThat) {
 }
 
 }  // namespace
-}  // namespace lanyard::test
+}  // namespace lanyard::test::xbus_test
