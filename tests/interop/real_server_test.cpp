@@ -15,20 +15,18 @@
 #include <unistd.h>
 
 #include "tests/support/temporary_folder.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test::real_server_test {
 namespace {
 
 bool portIsFree(uint16_t port) {
-    const int probe = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const FileDescriptor probe(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket");
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(port);
-    const bool isFree =
-        bind(probe, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-    close(probe);
-    return isFree;
+    return bind(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
 }
 
 bool portBecomesFree(uint16_t port) {
@@ -57,8 +55,7 @@ TEST(RealServer, Ports_HeldUntilItsEnd) {
 
 TEST(RealServer, ProcessThatStartedItDies_EndsToo) {
     const TemporaryFolder folder;
-    std::array<int, 2> ends = {-1, -1};
-    ASSERT_EQ(0, pipe(ends.data()));
+    Pipe pipe;
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
@@ -66,15 +63,14 @@ TEST(RealServer, ProcessThatStartedItDies_EndsToo) {
         setenv("TMPDIR", folder.path().c_str(), 1);
         const RealServer server;
         const uint16_t port = server.authPort();
-        if (write(ends[1], &port, sizeof port) == sizeof port) {
+        if (write(pipe.writeEnd.get(), &port, sizeof port) == sizeof port) {
             pause();
         }
         _exit(1);
     }
-    close(ends[1]);
+    pipe.writeEnd.reset();
     uint16_t port = 0;
-    EXPECT_EQ(ssize_t{sizeof port}, read(ends[0], &port, sizeof port));
-    close(ends[0]);
+    EXPECT_EQ(ssize_t{sizeof port}, read(pipe.readEnd.get(), &port, sizeof port));
     EXPECT_FALSE(portIsFree(port));
     kill(child, SIGKILL);
     ASSERT_EQ(child, waitpid(child, nullptr, 0));

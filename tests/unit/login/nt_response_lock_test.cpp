@@ -1,7 +1,6 @@
 // The lock on the runs of the NT-Response program: whom it keeps out, and where it stands.
 #include "login/nt_response_lock.h"
 
-#include <array>
 #include <atomic>
 #include <csignal>
 #include <filesystem>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "tests/support/test.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test::nt_response_lock_test {
 namespace {
@@ -156,22 +156,20 @@ class Bystander {
   public:
     template <typename Action>
     explicit Bystander(Action action) {
-        std::array<int, 2> ends{};
-        EXPECT_EQ(0, pipe(ends.data()));
+        Pipe pipe;
         pid_ = fork();
         if (pid_ == 0) {
             action([&] {
-                EXPECT_EQ(1, write(ends[1], "", 1));
+                EXPECT_EQ(1, write(pipe.writeEnd.get(), "", 1));
                 for (;;) {
                     pause();
                 }
             });
             _exit(0);
         }
-        close(ends[1]);
+        pipe.writeEnd.reset();
         char ready = 0;
-        EXPECT_EQ(1, read(ends[0], &ready, 1));
-        close(ends[0]);
+        EXPECT_EQ(1, read(pipe.readEnd.get(), &ready, 1));
     }
     Bystander(const Bystander &) = delete;
     Bystander &operator=(const Bystander &) = delete;
