@@ -332,6 +332,25 @@ TEST_P(BothExchanges, LeaveNothingBehindWhenMemoryIsExhausted) {
     EXPECT_EQ(4U + 2U + 3U + 3U, failures);
 }
 
+// The pair that takes the place of the list's only one is the first that is new.
+TEST_P(BothExchanges, FailWithoutMemoryForTheOnlyPair) {
+    ScriptedServer server(kSecret);
+    server.otherwise(accept());
+    ServerEntry entry = serverEntry(server, kPlenty);
+    entry.extra = "lobby";
+    const ConfiguredLibrary library({.authServers = {entry}});
+    RadPair *list = nullptr;
+    ASSERT_NE(nullptr, radPairAdd(&list, 32, "old", 3));
+    const PairList pairs(list);
+    failAllocation(1);
+    EXPECT_EQ(-1, run(kAccess, pairs.get()));
+    EXPECT_TRUE(allocationFailed());
+    stopFailing();
+    EXPECT_EQ(0U, server.requestCount());
+    EXPECT_EQ(2, run(kAccess, pairs.get()));
+    EXPECT_BYTES_EQ(fromText("lobby"), attributeValue(server.request(0), 32));
+}
+
 TEST_P(BothExchanges, GiveEveryTryAFreshIdentifierAndWrapAround) {
     ScriptedServer server(kSecret);
     server.otherwise(accept());

@@ -233,6 +233,8 @@ TEST_F(PackList, RefusesMissingArguments) {
     EXPECT_EQ(-1, radPackList(nullptr, RAD_PACK, packet.get(), kSecret));
     EXPECT_EQ(-1, radPackList(pairs.list(), RAD_PACK, nullptr, kSecret));
     EXPECT_EQ(-1, radPackList(pairs.list(), RAD_PACK, packet.get(), noSecret));
+    EXPECT_EQ(-1, radPackList(pairs.list(), RAD_PACK_MEASURE + RAD_PACK + 1, packet.get(), kSecret))
+        << "no mode";
     EXPECT_BYTES_EQ(Bytes(6, kUntouched), packet.attributes());
     EXPECT_LOG(log);
 }

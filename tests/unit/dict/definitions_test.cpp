@@ -109,6 +109,11 @@ TEST_F(AttributeDefinition, NeedsThreeWords) {
     expectRefused("\tFoo 1 \n", "radDictAddAttr: Invalid Attribute in: \tFoo\n");
 }
 
+TEST_F(AttributeDefinition, NeedsALine) {
+    EXPECT_EQ(-1, radDictAddAttr(nullptr));
+    EXPECT_LOG(log);
+}
+
 TEST_F(AttributeDefinition, HasANameOfAtMost32Characters) {
     EXPECT_EQ(0, radDictAddAttr((kName32 + " 1 string").c_str()));
     ASSERT_NE(nullptr, radDictGetAttr(1));
@@ -197,6 +202,11 @@ TEST_F(ValueDefinition, NeedsThreeWords) {
     expectRefused("Service-Type Framed-User", "radDictAddValue: Invalid Value in: Service-Type\n");
     expectRefused(" Service-Type Framed-User\t\n",
                   "radDictAddValue: Invalid Value in:  Service-Type\n");
+}
+
+TEST_F(ValueDefinition, NeedsALine) {
+    EXPECT_EQ(-1, radDictAddValue(nullptr));
+    EXPECT_LOG(log);
 }
 
 TEST_F(ValueDefinition, HasAnAttributeNameOfAtMost32Characters) {

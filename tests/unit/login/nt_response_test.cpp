@@ -298,8 +298,10 @@ TEST_F(BuiltinResponse, GivesTheKnownAnswers) {
 }
 
 TEST_F(BuiltinResponse, PasswordThatHasNoHashLeavesTheResponseAlone) {
-    for (const std::string &password : {std::string("\xff"), std::string("41\xc3"),
-                                        std::string(257, 'x'), std::string(size_t{1} << 20, 'x')}) {
+    for (const std::string &password :
+         {std::string("\xff"), std::string("41\xc3"), std::string(257, 'x'),
+          std::string(255, 'x') + "\U0001F600", std::string(256, 'x') + "\U0001F600",
+          std::string(size_t{1} << 20, 'x')}) {
         EXPECT_EQ((Answer{0, kNoResponse}), ask(kChallenge, password.c_str()));
     }
 }
