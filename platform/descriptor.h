@@ -37,6 +37,9 @@ class Descriptor {
     int get() const { return fd_; }
     bool isOpen() const { return fd_ != -1; }
 
+    // Hands it to somebody who closes it; -1 for none.
+    int release() { return std::exchange(fd_, -1); }
+
     void reset(int fd = -1) {
         const int error = errno;
         if (fd_ != -1) {

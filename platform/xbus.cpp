@@ -301,6 +301,10 @@ int fail(int error) {
     return -1;
 }
 
+uint32_t givenOf(const void *buf, const void *out) {
+    return (buf == nullptr ? 0 : Head::kBufGiven) | (out == nullptr ? 0 : Head::kOutGiven);
+}
+
 XbusCtx *registerModule(uint32_t module, XbusHandler handler, void *argument) {
     std::unique_ptr<XbusCtx> context(
         new XbusCtx{.module = module, .handler = handler, .argument = argument});
@@ -362,12 +366,10 @@ PAL_EXPORT int xbusIoctl(XbusCtx *ctx, uint32_t destModule, uint32_t cmd, const 
         return fail(EINVAL);
     }
     const bool waits = flags == XBUS_WAIT;
-    const uint32_t given =
-        (buf == nullptr ? 0 : Head::kBufGiven) | (out == nullptr ? 0 : Head::kOutGiven);
     const Message message{.head = {.kind = waits ? Kind::kCall : Kind::kNotice,
                                    .id = waits ? ++ctx->lastCall : 0,
                                    .code = cmd,
-                                   .given = given,
+                                   .given = givenOf(buf, out),
                                    .bufLength = len,
                                    .outLength = outLength},
                           .buf = buf,
@@ -385,6 +387,36 @@ PAL_EXPORT int xbusIoctl(XbusCtx *ctx, uint32_t destModule, uint32_t cmd, const 
     return static_cast<int>(answer.code);
 } catch (const std::bad_alloc &) {
     return fail(ENOMEM);
+}
+
+PAL_EXPORT int xbusConnect(XbusCtx *ctx, uint32_t module) {
+    return ctx == nullptr ? fail(EINVAL) : ctx->folder.connect(module).release();
+}
+
+PAL_EXPORT int xbusSend(int connection, uint32_t cmd, const void *buf, uint32_t len,
+                        const void *out, uint32_t outLen) {
+    if ((buf == nullptr && len != 0) || (out == nullptr && outLen != 0)) {
+        return fail(EINVAL);
+    }
+    if (len > kPartMax || outLen > kPartMax) {
+        return fail(EMSGSIZE);
+    }
+    const Head head{.kind = Kind::kCall,
+                    .code = cmd,
+                    .given = givenOf(buf, out),
+                    .bufLength = len,
+                    .outLength = outLen};
+    return sendMessage(connection, {head, buf, out}) ? 0 : -1;
+}
+
+PAL_EXPORT int xbusResult(int connection, int *result) {
+    std::array<uint8_t, 1> parts{};  // what the handler left in `out` is not taken
+    Head head;
+    if (receiveMessage(connection, Side::kSender, head, parts)) {
+        *result = static_cast<int>(head.code);
+        return 1;
+    }
+    return errno == EAGAIN ? 0 : fail(ECONNRESET);
 }
 
 PAL_EXPORT int xbusUnRegister(XbusCtx *ctx) {

@@ -48,7 +48,7 @@ bool sendMessage(int socket, const Message &message);
 enum class Side { kModule, kSender };
 
 // Receives without waiting. `parts` gets `buf` and, right after it, `out`; it has room for kPartsMax
-// bytes, that of a sender for kPartMax. A head that this returns is sound and says what `parts`
+// bytes, that of a sender for kPartMax, or for less where it does not read them. A head that this returns is sound and says what `parts`
 // holds. False with `errno` set: EAGAIN when nothing is there, ECONNRESET when the other end is
 // closed and everything that it sent was received, EBADMSG for a malformed message, of which an
 // error is in the log. After the latter two the connection is to be closed.

@@ -125,6 +125,45 @@ int xbusIoctl(XbusCtx *ctx, uint32_t destModule, uint32_t cmd, const void *buf, 
               void *out, uint32_t *outLen, uint32_t flags, uint32_t reserved1, uint32_t reserved2);
 
 /**
+ * Connects to the process that has a module now. This project's port has it and a vendor's bus may
+ * not, like xbusDescriptor(); the same is true of xbusSend() and xbusResult().
+ *
+ * What is sent over the connection reaches that process, or nobody: never one that has the module
+ * after it. So a sender can wait for a receiver that is busy for as long as that lives:
+ *
+ *     int connection = xbusConnect(ctx, 8);
+ *     xbusSend(connection, 4, notice, size, NULL, 0);
+ *     // poll(): POLLIN for `connection`
+ *     int result = 0;
+ *     switch (xbusResult(connection, &result)) { ... }
+ *     close(connection);
+ *
+ * @return a descriptor, the caller's. It is readable (POLLIN) when xbusResult() has something to
+ *         tell. Nothing else is to be done with it but close(), which leaves what was sent in the
+ *         receiver's queue. -1 with `errno` set when there is no such module.
+ */
+int xbusConnect(XbusCtx *ctx, uint32_t module);
+
+/**
+ * Sends a command over a connection of xbusConnect() and does not wait for the handler's result. It
+ * is received as one of xbusIoctl() is; what the handler leaves in `out` does not come back.
+ *
+ * @return 0 once the message is handed over; -1 with `errno` set: EPIPE when the process has ended,
+ *         EAGAIN when the queue is full, EMSGSIZE for more than 64 KiB in one buffer.
+ */
+int xbusSend(int connection, uint32_t cmd, const void *buf, uint32_t len, const void *out,
+             uint32_t outLen);
+
+/**
+ * Takes the next result from a connection of xbusConnect(), without waiting. Results come in the
+ * order of the messages.
+ *
+ * @return 1 with the handler's result in `*result`; 0 when there is none yet; -1 with `errno` set to
+ *         ECONNRESET when the process has released the module or ended: there will be no more.
+ */
+int xbusResult(int connection, int *result);
+
+/**
  * Takes a module off the bus and releases its context. Messages still in its queue are dropped.
  * @return 0; -1 for null.
  */

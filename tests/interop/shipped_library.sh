@@ -71,7 +71,7 @@ if [[ $platform_library != none ]]; then
 fi
 
 # What a vendor's OS layer may lack.
-for name in palFileRename xbusDescriptor; do
+for name in palFileRename xbusDescriptor xbusConnect xbusSend xbusResult; do
     ! nm -D --undefined-only "$library" | grep -q " U $name\$" || fail "needs $name, which has to be weak"
 done
 
