@@ -1,11 +1,14 @@
 // The configuration file, written from the table "radiusClient".
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <lanyard/radius/mgmt.h>
 #include <palcore.h>
 
+#include "base/descriptor.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "device/database.h"
@@ -19,33 +22,39 @@ namespace {
 constexpr const char *kTag = "radiusClientTblHandler";
 constexpr const char *kConfFile = "/var/radius.conf";
 constexpr const char *kNewFile = "/var/radius.conf.new";
+constexpr const char *kFolder = "/var";
 constexpr const char *kDictionary = "/nexa2.0/etc/radius.dict";
 
 // Opens a file for writing. It carries shared secrets and is its owner's alone, also where it was
 // there before with another mode.
-FILE *openConfFile(const char *path) {
+Descriptor openPrivate(const char *path, int flags = 0) {
     constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
-    const int created = palOpen(path, O_WRONLY | O_CREAT, kOwnerOnly);
-    if (created < 0) {
-        return nullptr;
+    Descriptor file(palOpen(path, O_WRONLY | O_CREAT | flags, kOwnerOnly));
+    if (file.isOpen() && fchmod(file.get(), kOwnerOnly) != 0) {
+        file.reset();
     }
-    const bool restricted = fchmod(created, kOwnerOnly) == 0;
-    palClose(created);
-    return restricted ? palFileOpen(path, "w") : nullptr;
+    return file;
 }
 
 // Opens the file that is to take the place of the configuration file. Where that could not be
 // written itself it is not replaced either.
-FILE *openNewFile() {
-    const int there = palOpen(kConfFile, O_WRONLY, 0);
-    if (there < 0 && errno != ENOENT) {
-        return nullptr;
-    }
-    if (there >= 0) {
-        palClose(there);
+Descriptor openNewFile() {
+    const Descriptor there(palOpen(kConfFile, O_WRONLY, 0));
+    if (!there.isOpen() && errno != ENOENT) {
+        return Descriptor();
     }
     palUnlink(kNewFile);
-    return openConfFile(kNewFile);
+    return openPrivate(kNewFile, O_EXCL);
+}
+
+// Whether the file can be replaced whole. Where the configuration file is a link, an administrator
+// wants what it leads to written, and perhaps has no place for another file beside that.
+bool canReplace() {
+    struct stat status {};
+    const Descriptor there(palOpen(kConfFile, O_PATH | O_NOFOLLOW, 0));
+    const bool isLink =
+        there.isOpen() && fstat(there.get(), &status) == 0 && S_ISLNK(status.st_mode);
+    return &palFileRename != nullptr && !isLink;
 }
 
 // Writes the servers up to the first row that is none.
@@ -68,20 +77,26 @@ int writeServers(FILE *file, const QueryResult &result) {
 }
 
 // A failure in the middle of the table leaves behind what was written before it. Where the OS layer
-// can replace a file, a reader sees the file before or the file afterwards and nothing between.
+// can replace a file, a reader sees the file before or the file afterwards and nothing between, also
+// after a power failure.
 int writeConfFile(const QueryResult &result) {
     if (result.rows == 0) {
         palUnlink(kConfFile);
         return 0;
     }
-    const bool replaces = &palFileRename != nullptr;
-    FILE *file = replaces ? openNewFile() : openConfFile(kConfFile);
+    // One writer at a time; a file to be locked would have to be left there.
+    const Descriptor folder(palOpen(kFolder, O_RDONLY | O_DIRECTORY, 0));
+    flock(folder.get(), LOCK_EX);
+
+    const bool replaces = canReplace();
+    const Descriptor opened = replaces ? openNewFile() : openPrivate(kConfFile);
+    FILE *file = opened.isOpen() ? palFileOpen(replaces ? kNewFile : kConfFile, "w") : nullptr;
     if (!file) {
         radDeviceLogAs(kTag, kLogTrace, "Couldn't open file for writing: %s \n", kConfFile);
         return -1;
     }
     const int status = writeServers(file, result);
-    const bool written = palFileClose(file) == 0;
+    const bool written = palFileClose(file) == 0 && fsync(opened.get()) == 0;
     if (replaces && !(written && palFileRename(kNewFile, kConfFile) == 0)) {
         palUnlink(kNewFile);
         return -1;

@@ -131,7 +131,9 @@ LANYARD_API int radiusAuthServerHandler(struct sqlite3 *db, int opCode, int32_t 
 
 /**
  * Writes "/var/radius.conf", mode 0600, from the whole table "radiusClient"; deletes it when the
- * table is empty. Everything is logged at level 128, failures too.
+ * table is empty. A file is replaced whole where the OS layer can do that; a symbolic link
+ * stays one, and what it leads to is written in place. Several processes may write at the same time.
+ * Everything is logged at level 128, failures too.
  *
  * @param dbFile  path of the database, opened for this call.
  * @param opCode  one of the RAD_DB_ values.

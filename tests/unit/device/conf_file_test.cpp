@@ -1,7 +1,11 @@
 // The configuration file, written from the table "radiusClient".
+#include <array>
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "tests/support/test.h"
 #include "tests/unit/device/fixture.h"
@@ -239,6 +243,54 @@ TEST_F(ConfFile, ThatDoesNotGetToTheDiskIsAFailure) {
     EXPECT_EQ("as it was", root.read(kConfFile));
     EXPECT_THAT(root.list("/var"), ElementsAre("radius.conf"));
     EXPECT_LOG(log, line("Making radius.conf ... "), status(-1));
+}
+
+TEST_F(ConfFile, IsOnTheDiskBeforeItTakesThePlaceOfTheOther) {
+    (void)database.addServer("'a', '1812', 's1', '5', '3'");
+    root.write(kConfFile, "as it was");
+    const FailingCall failure("fsync", EIO);
+    EXPECT_EQ(-1, generate());
+    EXPECT_TRUE(failure.happened());
+    EXPECT_EQ("as it was", root.read(kConfFile));
+    EXPECT_THAT(root.list("/var"), ElementsAre("radius.conf"));
+}
+
+TEST_F(ConfFile, OfSeveralWritersIsThatOfOne) {
+    constexpr int kWriters = 4;
+    constexpr int kRounds = 100;
+    (void)database.addServer("'a', '1812', 's1', '5', '3'");
+    std::array<pid_t, kWriters> writers{};
+    for (pid_t &writer : writers) {
+        writer = fork();
+        for (int round = 0; writer == 0; ++round) {
+            if (round == kRounds || radiusClientTblHandler(database.path(), RAD_DB_UPDATE) != 0) {
+                _exit(round == kRounds ? 0 : 1);
+            }
+        }
+    }
+    for (const pid_t writer : writers) {
+        int status = -1;
+        ASSERT_EQ(writer, waitpid(writer, &status, 0));
+        EXPECT_EQ(0, status);
+    }
+    EXPECT_EQ(std::string("authserver        a:1812:5:3:s1") + kDictionaryLine,
+              root.read(kConfFile));
+    EXPECT_THAT(root.list("/var"), ElementsAre("radius.conf"));
+}
+
+TEST_F(ConfFile, ThatIsALinkStaysOne) {
+    (void)database.addServer("'a', '1812', 's1', '5', '3'");
+    root.makeFolder("/data");
+    std::filesystem::create_symlink("../data/radius.conf", root.path(kConfFile));
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(0, generate()) << "a link to nothing, and to a file";
+        EXPECT_TRUE(std::filesystem::is_symlink(root.path(kConfFile)));
+        EXPECT_EQ(std::string("authserver        a:1812:5:3:s1") + kDictionaryLine,
+                  root.read("/data/radius.conf"));
+        EXPECT_EQ(0600U, root.mode("/data/radius.conf"));
+        root.write("/data/radius.conf", std::string(4096, 'x'));
+    }
+    EXPECT_THAT(root.list("/var"), ElementsAre("radius.conf"));
 }
 
 TEST_F(ConfFile, LeavesNoDescriptorOpen) {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 #include <utility>
 
 #include <dbaccess.h>
@@ -34,6 +35,7 @@ BusyHandler::~BusyHandler() {
 }  // namespace lanyard::test
 
 using lanyard::test::busyFunction;
+using lanyard::test::following;
 using lanyard::test::strikes;
 
 int asprintf(char **text, const char *format, ...) noexcept {
@@ -55,6 +57,11 @@ void *calloc(size_t count, size_t size) noexcept {
         explicit_bzero(block, total);  // one that the compiler does not turn into calloc()
     }
     return block;
+}
+
+int fsync(int fd) {
+    static auto *const real = following<decltype(fsync)>("fsync");
+    return strikes("fsync") ? -1 : real(fd);
 }
 
 int palFileClose(FILE *file) {

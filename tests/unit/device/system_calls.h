@@ -1,4 +1,4 @@
-// The busy handler. asprintf, calloc and palFileClose fail on order (FailingCall).
+// The busy handler. asprintf, calloc, fsync and palFileClose fail on order (FailingCall).
 //
 //     BusyHandler handler([&](const void *context, int count) { ...; return 0; });
 #ifndef LANYARD_TESTS_UNIT_MGMT_SYSTEM_CALLS_H
