@@ -8,10 +8,8 @@
 #include <filesystem>
 #include <poll.h>
 #include <sys/inotify.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/un.h>
 
 #include <lanyard/radius/eap.h>
 #include <palcore.h>
@@ -20,6 +18,9 @@
 
 // A vendor's bus may lack it.
 #pragma weak xbusDescriptor
+#pragma weak xbusConnect
+#pragma weak xbusSend
+#pragma weak xbusResult
 
 namespace lanyardctl {
 
@@ -28,9 +29,6 @@ namespace {
 namespace fs = std::filesystem;
 using lanyard::FileDescriptor;
 using Clock = std::chrono::steady_clock;
-
-// A call without an answer takes five seconds, and a refusal none.
-constexpr std::chrono::seconds kUnanswered{4};
 
 // This project's port of the bus has these files for a module, the service's lock among them. Where a
 // vendor's has not, the relay is the task of this name; with the port, such a task may be the relay of
@@ -55,24 +53,6 @@ std::optional<struct stat> statusOf(const std::optional<FileDescriptor> &file) {
 // A folder as a path without the platform's root, however long that is.
 std::string pathOf(const FileDescriptor &folder) {
     return "/proc/self/fd/" + std::to_string(folder.get());
-}
-
-// Connects to the relay's socket and closes the own half: no message, only an end that the relay
-// finds when it listens next. It closes its half then, which makes this one readable.
-std::optional<FileDescriptor> knock() {
-    const auto folder = openPath(kBusFolder);
-    FileDescriptor connection(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0),
-                              "socket");
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string path = folder ? pathOf(*folder) + "/" + kRelaySocket : "";
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    if (connect(connection.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) !=
-            0 ||
-        shutdown(connection.get(), SHUT_WR) != 0) {
-        return std::nullopt;
-    }
-    return connection;
 }
 
 // By its name first: a look at any other file may have to wait for a file server.
@@ -143,52 +123,81 @@ int Bus::call(uint32_t module, uint32_t command, std::string_view data, std::str
                      &length, XBUS_WAIT, 0, 0);
 }
 
+std::optional<FileDescriptor> Bus::connect(uint32_t module) {
+    const int connection = &xbusConnect != nullptr ? xbusConnect(context_.get(), module) : -1;
+    return connection < 0 ? std::nullopt
+                          : std::optional<FileDescriptor>(std::in_place, connection, "bus");
+}
+
 bool Bus::notify(uint32_t module, uint32_t command, std::string_view data) {
     return xbusIoctl(context_.get(), module, command, data.data(),
                      static_cast<uint32_t>(data.size()), nullptr, nullptr, XBUS_NO_WAIT, 0, 0) == 0;
 }
 
-// The relay's socket is made when it registers and stays while it becomes a daemon.
+// The relay's socket is made when it registers and stays while it becomes a daemon; one that was
+// killed leaves it there.
 std::string BusRelay::run() {
-    if (const auto made = statusOf(openPath(kBusFolder + ("/" + kRelaySocket)))) {
-        return "socket " + std::to_string(made->st_dev) + ":" + std::to_string(made->st_ino) +
-               " of " + std::to_string(made->st_mtim.tv_sec) + "." +
-               std::to_string(made->st_mtim.tv_nsec);
+    listen();
+    const auto made = statusOf(openPath(kBusFolder + ("/" + kRelaySocket)));
+    if (!made) {
+        const int task = openPath(kServiceLock) ? -1 : palTaskNameToId(kRelayTask);
+        return task == -1 ? "" : "task " + std::to_string(task);
     }
-    const int task = openPath(kServiceLock) ? -1 : palTaskNameToId(kRelayTask);
-    return task == -1 ? "" : "task " + std::to_string(task);
+    const std::string run =
+        "socket " + std::to_string(made->st_dev) + ":" + std::to_string(made->st_ino) + " of " +
+        std::to_string(made->st_mtim.tv_sec) + "." + std::to_string(made->st_mtim.tv_nsec);
+    return run == ended_ ? "" : run;
 }
 
-// A call would have to wait for the relay, and would stay in its queue when it has waited in vain: a
-// busy relay would handle more and more of them. So one is made only when a knock was heard.
-bool BusRelay::listens() {
-    constexpr int kPatience = 50;  // ms, more than a relay that listens needs
-    const int patience = knock_ ? 0 : kPatience;
-    if (!knock_ && !heard_) {
-        if (auto knocked = knock()) {
-            knock_.emplace(std::move(*knocked));
+bool BusRelay::isThere() {
+    return &xbusConnect != nullptr ? connection_ || bus_.connect(RAD_EAP_MODULE) : !run().empty();
+}
+
+// The connection leads to one process. That it is the run that is meant is seen when it is made: had
+// another one made its socket before, that would be there now.
+bool BusRelay::queue(const std::string &run, const RadDbUpdateInfo &notice, std::string oldValues) {
+    if (&xbusSend == nullptr) {
+        answer_ = call(notice, std::move(oldValues));
+        return true;
+    }
+    if (!connection_ || run != run_) {
+        connection_.reset();
+        auto connection = bus_.connect(RAD_EAP_MODULE);
+        if (!connection || this->run() != run) {
+            return false;
         }
+        connection_.emplace(std::move(*connection));
+        run_ = run;
     }
-    hear(patience);
-    if (knock_) {
-        return false;
-    }
-    heard_ = false;
-    // A delete in a table that nobody handles changes nothing.
-    RadDbUpdateInfo nothing{};
-    nothing.opCode = RAD_DB_DELETE;
-    return send(nothing, "") == Answer::done;
+    const auto length = static_cast<uint32_t>(oldValues.size());
+    answer_ = Answer::awaited;
+    return xbusSend(connection_->get(), RAD_EAP_CMD_DB_UPDATE, &notice, sizeof(notice),
+                    length != 0 ? oldValues.data() : nullptr, length) == 0;
 }
 
-void BusRelay::hear(int patience) {
-    pollfd closed{descriptor(), POLLIN, 0};
-    if (knock_ && poll(&closed, 1, patience) > 0) {
-        knock_.reset();
-        heard_ = true;
+Relay::Answer BusRelay::answer(std::chrono::milliseconds patience) {
+    pollfd connection{descriptor(), POLLIN, 0};
+    poll(&connection, 1, connection.fd == -1 ? 0 : static_cast<int>(patience.count()));
+    listen();
+    return answer_;
+}
+
+void BusRelay::listen() {
+    int result = 0;
+    const int results = connection_ ? xbusResult(connection_->get(), &result) : 0;
+    if (results > 0) {
+        answer_ = result == 0 ? Answer::done : Answer::refused;
+    } else if (results < 0) {
+        answer_ = answer_ == Answer::awaited ? Answer::ended : answer_;
+        ended_ = run_;
+        connection_.reset();
     }
 }
 
-Relay::Answer BusRelay::send(const RadDbUpdateInfo &notice, std::string oldValues) {
+// For a bus that has no connections: it gives up after five seconds, and a new run of the relay may
+// get what was meant for the one before.
+Relay::Answer BusRelay::call(const RadDbUpdateInfo &notice, std::string oldValues) {
+    constexpr std::chrono::seconds kUnanswered{4};  // a refusal takes no time
     const auto start = Clock::now();
     const std::string_view record(reinterpret_cast<const char *>(&notice), sizeof(notice));
     if (bus_.call(RAD_EAP_MODULE, RAD_EAP_CMD_DB_UPDATE, record, std::move(oldValues)) == 0) {
@@ -223,19 +232,23 @@ bool BusRelay::end() {
     return told;
 }
 
-FolderWatch::FolderWatch(const std::string &file)
-    : inotify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK), "inotify") {
+FolderWatch::FolderWatch(const std::string &file) {
     constexpr uint32_t kEvents = IN_CREATE | IN_MODIFY | IN_DELETE;
-    if (const auto bus = openPath(kBusFolder)) {
-        inotify_add_watch(inotify_.get(), pathOf(*bus).c_str(), kEvents);
+    const int inotify = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    if (inotify < 0) {
+        return;
     }
-    inotify_add_watch(inotify_.get(), fs::absolute(file).parent_path().c_str(), kEvents);
+    inotify_.emplace(inotify, "inotify");
+    if (const auto bus = openPath(kBusFolder)) {
+        inotify_add_watch(inotify, pathOf(*bus).c_str(), kEvents);
+    }
+    inotify_add_watch(inotify, fs::absolute(file).parent_path().c_str(), kEvents);
 }
 
 bool FolderWatch::drain() const {
     std::array<char, 4096> events{};
     bool any = false;
-    while (read(inotify_.get(), events.data(), events.size()) > 0) {
+    while (inotify_ && read(inotify_->get(), events.data(), events.size()) > 0) {
         any = true;
     }
     return any;

@@ -43,6 +43,9 @@ class Bus {
 
     // Sends and waits for the result, 5 seconds at most: -1 without one.
     int call(uint32_t module, uint32_t command, std::string_view data, std::string out = "");
+    // A connection to the process that has a module now, for xbusSend(); none when there is none, or
+    // where the platform's bus has no such thing.
+    std::optional<lanyard::FileDescriptor> connect(uint32_t module);
     // Sends without waiting. False when the module is not there.
     bool notify(uint32_t module, uint32_t command, std::string_view data);
 
@@ -60,33 +63,39 @@ class BusRelay : public Relay {
     explicit BusRelay(Bus &bus) : bus_(bus) {}
 
     std::string run() override;
-    bool listens() override;
-    Answer send(const RadDbUpdateInfo &notice, std::string oldValues) override;
+    bool isThere() override;
+    bool queue(const std::string &run, const RadDbUpdateInfo &notice,
+               std::string oldValues) override;
+    Answer answer(std::chrono::milliseconds patience) override;
     bool end() override;
 
-    // Readable as soon as a relay that did not listen does, or has ended; -1 while nobody has asked.
-    [[nodiscard]] int descriptor() const { return knock_ ? knock_->get() : -1; }
-    // Takes note of it, after that many milliseconds at most; it is not readable any more then.
-    void hear(int patience);
+    // Readable once the relay has answered or ended; -1 while it has been sent nothing.
+    [[nodiscard]] int descriptor() const { return connection_ ? connection_->get() : -1; }
 
   private:
+    void listen();
+    Answer call(const RadDbUpdateInfo &notice, std::string oldValues);
+
     Bus &bus_;
-    bool heard_ = false;
-    std::optional<lanyard::FileDescriptor> knock_;
+    std::optional<lanyard::FileDescriptor> connection_;
+    std::string run_;    // that it leads to
+    std::string ended_;  // a run that is known to have ended
+    Answer answer_ = Answer::unknown;
 };
 
 // A descriptor that is readable once something was made, written or removed in one of these folders:
 // the bus's, where a relay that starts makes its socket, and that of a file. It is read with drain().
+// It saves waiting: where the system has no more of them to give, its descriptor is -1.
 class FolderWatch {
   public:
     explicit FolderWatch(const std::string &file);
 
-    [[nodiscard]] int descriptor() const { return inotify_.get(); }
+    [[nodiscard]] int descriptor() const { return inotify_ ? inotify_->get() : -1; }
     // False when nothing was.
     [[nodiscard]] bool drain() const;
 
   private:
-    lanyard::FileDescriptor inotify_;
+    std::optional<lanyard::FileDescriptor> inotify_;
 };
 
 }  // namespace lanyardctl

@@ -25,9 +25,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kReplayTime{15};
 
-// What is asked of the service, with an Order, and what it tells when that is done, with a State.
+// What is asked of the service, with an Order, and what it tells how that stands, with a State.
 constexpr uint32_t kReplay = 1;
-constexpr uint32_t kReplayDone = 2;
+constexpr uint32_t kReplayState = 2;
 
 struct Order {
     uint64_t client = 0;  // the module that is told
@@ -134,6 +134,7 @@ class Desk {
             return kOtherDatabase;
         }
         clients_.push_back(static_cast<uint32_t>(order->client));
+        told_ = Service::State::busy;
         service_.replay();
         return kAccepted;
     }
@@ -141,10 +142,13 @@ class Desk {
     Service::State look() {
         service_.look();
         const Service::State state = service_.state();
-        if (Service::isFinal(state)) {
-            for (const uint32_t client : std::exchange(clients_, {})) {
-                bus_.notify(client, kReplayDone, asData(state));
+        if (std::exchange(told_, state) != state) {
+            for (const uint32_t client : clients_) {
+                bus_.notify(client, kReplayState, asData(state));
             }
+        }
+        if (Service::isFinal(state)) {
+            clients_.clear();
         }
         return state;
     }
@@ -167,7 +171,6 @@ class Desk {
         poll(watched.data(), watched.size(),
              static_cast<int>(std::min(patience, service_.patience()).count()));
         moves_ = folders_.drain();
-        relay_.hear(0);
         if (messages.fd == -1 || messages.revents != 0) {
             bus_.listen(std::chrono::milliseconds(0));
         }
@@ -181,6 +184,7 @@ class Desk {
     std::string file_;
     bool moves_ = false;  // a folder: a commit is visible only a moment after its last write
     std::vector<uint32_t> clients_ = {};  // who waits for a replay
+    Service::State told_ = Service::State::busy;
 };
 
 bool joinAsService(Bus &bus, std::optional<Desk> &desk) {
@@ -206,7 +210,7 @@ Service::State askService(const std::string &file, Bus &bus) {
     auto state = Service::State::busy;
     const auto listen = [&state](uint32_t command, std::string_view data) {
         const auto told = fromData<Service::State>(data);
-        state = command == kReplayDone && told ? *told : state;
+        state = command == kReplayState && told ? *told : state;
         return 0;
     };
     uint32_t client = kFirstClient;
@@ -215,6 +219,7 @@ Service::State askService(const std::string &file, Bus &bus) {
             throw Failure("cannot register on the bus");
         }
     }
+    const auto service = bus.connect(kServiceModule);
     Order order = orderFor(file);
     order.client = client;
     switch (bus.call(kServiceModule, kReplay, asData(order))) {
@@ -226,8 +231,20 @@ Service::State askService(const std::string &file, Bus &bus) {
             throw Failure("the service that runs does not answer");
     }
     const auto end = Clock::now() + kReplayTime;
-    for (auto now = Clock::now(); !Service::isFinal(state) && now < end; now = Clock::now()) {
-        bus.listen(std::chrono::ceil<std::chrono::milliseconds>(end - now));
+    for (auto now = Clock::now(); now < end; now = Clock::now()) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - now);
+        std::array<pollfd, 2> watched = {
+            {{bus.descriptor(), POLLIN, 0}, {service ? service->get() : -1, POLLIN, 0}}};
+        if (watched[0].fd != -1) {
+            poll(watched.data(), watched.size(), static_cast<int>(left.count()));
+        }
+        bus.listen(watched[0].fd != -1 ? std::chrono::milliseconds(0) : left);
+        if (Service::isFinal(state)) {
+            break;
+        }
+        if (watched[1].revents != 0 && watched[0].revents == 0) {
+            throw Failure("the service has ended before the relay had all servers");
+        }
     }
     return state;
 }
@@ -271,10 +288,12 @@ void replay(const std::string &file, const Report &report) {
         case Service::State::failed:
             throw Failure("the relay refuses change notices or stopped answering; does it read " +
                           file + "?");
-        default:
+        case Service::State::restarting:
             throw Failure(
                 "the relay was told to end and is not there again; it gets all servers "
                 "once it is started");
+        default:
+            throw Failure("the relay does not listen; it gets all servers once it does");
     }
 }
 

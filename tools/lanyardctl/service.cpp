@@ -21,6 +21,8 @@ constexpr const char *kTable = "radiusClient";
 constexpr const char *kConfFile = "/var/radius.conf";
 constexpr std::chrono::milliseconds kLookEvery{1000};
 constexpr std::chrono::milliseconds kLookSoon{10};
+constexpr std::chrono::milliseconds kNoTime{0};
+constexpr std::chrono::milliseconds kMoment{50};  // more than a relay that listens needs
 
 std::string counted(size_t count, const std::string &what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
@@ -69,6 +71,17 @@ std::string oldValuesOf(const Server &row, const std::vector<std::string> &colum
     return names + values;
 }
 
+// Takes the fields from a row that another row of that id in the table, or none, has not.
+void keepWhatIsSame(Server &row, const std::vector<Server> &servers) {
+    const auto now = std::find_if(servers.begin(), servers.end(),
+                                  [&](const Server &server) { return server.id == row.id; });
+    for (const auto &[name, field] : kServerColumns) {
+        if (now == servers.end() || row.*field != (*now).*field) {
+            (row.*field).reset();
+        }
+    }
+}
+
 }  // namespace
 
 Service::Service(const std::string &file, Relay &relay, Report &report)
@@ -84,8 +97,9 @@ void Service::lookAgain() {
 void Service::replay() {
     relayDone_ = false;
     patience_ = kLookSoon;
-    if (notices_ != 0) {
+    if (!isNew_) {
         held_.reset();
+        pending_.reset();
     }
 }
 
@@ -93,11 +107,7 @@ void Service::look() {
     try {
         const int64_t version = db_.dataVersion();
         if (std::string run = relay_.run(); run != run_) {
-            run_ = std::move(run);
-            held_.emplace();
-            notices_ = 0;
-            patience_ = kLookSoon;
-            lookAgain();
+            meet(std::move(run));
         }
         if (version != version_) {
             version_ = version;
@@ -114,6 +124,17 @@ void Service::look() {
         report_.problem("database", failure.what());
     }
     patience_ = fileDone_ && relayDone_ ? kLookEvery : std::min(2 * patience_, kLookEvery);
+}
+
+// A new run of the relay holds nothing.
+void Service::meet(std::string run) {
+    run_ = std::move(run);
+    held_.emplace();
+    pending_.reset();
+    isNew_ = true;
+    notices_ = 0;
+    patience_ = kLookSoon;
+    lookAgain();
 }
 
 // True when there is nothing more to do until the table changes.
@@ -138,29 +159,66 @@ bool Service::bringFile() {
     return true;
 }
 
+// Gives the relay one notice after the other, as far as it answers. Every step is remembered at once:
+// whatever stops it, held_ is what the relay holds.
 Service::State Service::bringRelay() {
-    const std::vector<Server> servers = readServers(db_);
-    reportRows(servers);
-    if (run_.empty()) {
-        return ended_.empty() ? State::none : State::restarting;
+    while (true) {
+        const std::vector<Server> servers = readServers(db_);
+        reportRows(servers);
+        if (run_.empty() || run_ == ended_) {
+            return ended_.empty() ? State::none : State::restarting;
+        }
+        ended_.clear();
+        if (!held_) {
+            return restartRelay();
+        }
+        std::optional<WriteTransaction> alone;
+        if (!pending_) {
+            if (*held_ == usableServers(servers)) {
+                break;
+            }
+            alone.emplace(db_);
+            pending_ = nextNotice(usableServers(readServers(db_)));
+            if (!pending_) {
+                continue;
+            }
+            if (!queue(*pending_)) {
+                pending_.reset();
+                return waitFor(State::none);
+            }
+        }
+        const Relay::Answer answer = relay_.answer(alone ? kMoment : kNoTime);
+        if (!alone) {
+            keepWhatIsSame(pending_->row, readServers(db_));
+        }
+        alone.reset();
+        if (answer == Relay::Answer::awaited) {
+            return waitFor(State::waiting);
+        }
+        const Notice notice = *std::exchange(pending_, std::nullopt);
+        settle(notice, answer);
+        if (!held_) {
+            patience_ = kLookSoon;
+            return State::busy;
+        }
+        if (answer == Relay::Answer::refused && notice.row.host) {
+            report_.problem(
+                "relay",
+                "it refuses change notices or stopped answering; does it read the database " +
+                    db_.file() + "?");
+            return State::failed;
+        }
     }
-    if (run_ == ended_) {
-        return State::restarting;
+    if (const size_t notices = std::exchange(notices_, 0); notices != 0) {
+        report_.event(
+            "relay", "has " + counted(held_->size(), "server") + ": " + counted(notices, "notice"));
     }
-    ended_.clear();
-    if (!held_) {
-        return restartRelay();
-    }
-    if (*held_ == usableServers(servers)) {
-        return State::upToDate;
-    }
-    // Asked before the database is locked.
-    return relay_.listens() ? deliver() : unheard();
+    return State::upToDate;
 }
 
-// Who has just made its socket may not listen to it yet.
-Service::State Service::unheard() const {
-    return patience_ < kLookEvery ? State::busy : State::none;
+// Who has just made its socket may not listen to it yet, and who is asked needs a moment to answer.
+Service::State Service::waitFor(State state) const {
+    return patience_ < kLookEvery ? State::busy : state;
 }
 
 Service::State Service::restartRelay() {
@@ -172,83 +230,63 @@ Service::State Service::restartRelay() {
                       "is started again");
         return State::restarting;
     }
-    if (!relay_.listens()) {
-        return unheard();
+    if (!relay_.isThere()) {
+        return waitFor(State::none);
     }
     report_.problem("relay",
                     "it is not known what it holds, and its process is not found; start it again");
     return State::failed;
 }
 
-// Every step is remembered at once: whatever stops it, held_ is what the relay holds.
-Service::State Service::deliver() {
-    const WriteTransaction transaction(db_);
-    const std::vector<Server> target = usableServers(readServers(db_));
-    const std::vector<std::string> columns = readColumns(db_);
-    const auto tell = [&](int operation, const Server &row) {
-        return send(operation, row.id, operation == RAD_DB_INSERT ? "" : oldValuesOf(row, columns));
-    };
-    const size_t before = notices_;
-    size_t same = 0;
-    for (; same < std::min(held_->size(), target.size()); ++same) {
-        Server &held = held_->at(same);
-        if (held.id != target[same].id || held.host != target[same].host) {
+// The first step from what the relay holds to what it is to hold.
+std::optional<Service::Notice> Service::nextNotice(const std::vector<Server> &target) const {
+    size_t slot = 0;
+    for (; slot < std::min(held_->size(), target.size()); ++slot) {
+        const Server &held = held_->at(slot);
+        if (held.id != target[slot].id || held.host != target[slot].host) {
             break;
         }
-        if (held != target[same]) {
-            if (!tell(RAD_DB_UPDATE, held)) {
-                return undelivered();
-            }
-            held = target[same];
+        if (held != target[slot]) {
+            return Notice{RAD_DB_UPDATE, target[slot], slot};
         }
     }
-    for (; held_->size() > same; held_->pop_back()) {
-        if (!tell(RAD_DB_DELETE, held_->back())) {
-            return undelivered();
-        }
+    if (slot < held_->size()) {
+        return Notice{RAD_DB_DELETE, held_->back(), held_->size() - 1};
     }
-    for (; same < target.size(); ++same) {
-        if (!tell(RAD_DB_INSERT, target[same])) {
-            return undelivered();
-        }
-        held_->push_back(target[same]);
-    }
-    report_.event("relay", "has " + counted(target.size(), "server") + ": " +
-                               counted(notices_ - before, "notice"));
-    return State::upToDate;
+    return slot < target.size() ? std::optional(Notice{RAD_DB_INSERT, target[slot], slot})
+                                : std::nullopt;
 }
 
-bool Service::send(int operation, int64_t row, const std::string &oldValues) {
-    if (relay_.run() != run_) {
-        return false;
-    }
-    RadDbUpdateInfo notice{};
-    notice.rowKey = kRowKey;
-    notice.rowId = static_cast<int32_t>(row);
-    notice.opCode = operation;
-    std::strncpy(notice.tableName, kTable, sizeof(notice.tableName) - 1);
-    ++notices_;
-    const Relay::Answer answer = relay_.send(notice, oldValues);
+bool Service::queue(const Notice &notice) {
+    RadDbUpdateInfo record{};
+    record.rowKey = kRowKey;
+    record.rowId = static_cast<int32_t>(notice.row.id);
+    record.opCode = notice.operation;
+    std::strncpy(record.tableName, kTable, sizeof(record.tableName) - 1);
+    return relay_.queue(run_, record,
+                        notice.operation == RAD_DB_INSERT
+                            ? ""
+                            : oldValuesOf(held_->at(notice.slot), readColumns(db_)));
+}
+
+void Service::settle(const Notice &notice, Relay::Answer answer) {
+    const bool isDone = answer == Relay::Answer::done;
+    isNew_ = false;
+    notices_ += isDone ? 1 : 0;
     if (std::string run = relay_.run(); run != run_) {
-        // What was meant for the one before may have come to this one.
-        run_ = std::move(run);
-        held_.reset();
-    } else if (answer == Relay::Answer::unknown ||
-               (answer == Relay::Answer::refused && operation != RAD_DB_INSERT)) {
+        meet(std::move(run));
+        if (answer != Relay::Answer::ended) {
+            held_.reset();  // What was meant for the one before may have come to this one.
+            isNew_ = false;
+        }
+    } else if (isDone && notice.operation == RAD_DB_DELETE) {
+        held_->pop_back();
+    } else if (isDone && notice.row.host) {
+        held_->resize(std::max(held_->size(), notice.slot + 1));
+        held_->at(notice.slot) = notice.row;
+    } else if (answer != Relay::Answer::refused || notice.operation != RAD_DB_INSERT) {
         held_.reset();  // An update that fails may have freed the slot.
     }
-    return held_ && answer == Relay::Answer::done;
-}
-
-Service::State Service::undelivered() {
-    if (!held_ || relay_.run() != run_) {
-        patience_ = kLookSoon;
-        return State::busy;
-    }
-    report_.problem("relay",
-                    "it refuses change notices or stopped answering; does it read the database " +
-                        db_.file() + "?");
-    return State::failed;
 }
 
 void Service::setState(State state) {
@@ -256,8 +294,13 @@ void Service::setState(State state) {
     if (state != State::failed && state != State::busy) {
         report_.putRight("relay");
     }
-    if (std::exchange(state_, state) != state && state == State::none) {
+    if (std::exchange(state_, state) == state) {
+        return;
+    }
+    if (state == State::none) {
         report_.event("relay", "none answers on the bus; it gets what it lacks once one does");
+    } else if (state == State::waiting) {
+        report_.event("relay", "does not listen; it gets what it lacks once it does");
     }
 }
 

@@ -6,8 +6,11 @@
 // front that differ in other fields are updated, and from the first that is another row the rest is
 // deleted from the end and inserted again.
 //
-// While it sends it is the only writer of the database: the relay reads the row when it handles the
-// notice, and must see what is remembered here.
+// The relay reads the row when it handles a notice. For a moment the service is the only writer of the
+// database, so that a relay that listens reads what is remembered here. One that does not may read it
+// minutes later, and nobody is kept from writing for so long. It is taken to hold the fields that were
+// the same all the time; where others differ an update follows, and where the host does it is not
+// known what the relay holds.
 //
 // When it is not known what a relay holds, it is told to end, and whoever has started it starts it
 // again: a new run holds nothing.
@@ -38,11 +41,12 @@ class Service {
         none,        // no relay answers
         failed,      // it refuses notices
         restarting,  // it was told to end
-        busy,        // not asked yet
+        waiting,     // it does not listen
+        busy,        // not asked yet, or a moment ago
     };
 
     // Whether it stays so until something happens.
-    static bool isFinal(State state) { return state != State::busy && state != State::restarting; }
+    static bool isFinal(State state) { return state < State::restarting; }
 
     // Throws a Failure when the database cannot be opened.
     Service(const std::string &file, Relay &relay, Report &report);
@@ -62,13 +66,21 @@ class Service {
     [[nodiscard]] State state() const { return state_; }
 
   private:
+    // A notice that the relay has not answered.
+    struct Notice {
+        int operation;
+        Server row;  // that is deleted, or that it reads, as far as it has been the same since
+        size_t slot;
+    };
+
     bool bringFile();
     State bringRelay();
-    [[nodiscard]] State unheard() const;
+    void meet(std::string run);
     State restartRelay();
-    State deliver();
-    bool send(int operation, int64_t row, const std::string &oldValues);
-    State undelivered();
+    State waitFor(State state) const;
+    [[nodiscard]] std::optional<Notice> nextNotice(const std::vector<Server> &target) const;
+    bool queue(const Notice &notice);
+    void settle(const Notice &notice, Relay::Answer answer);
     void setState(State state);
     void reportRows(const std::vector<Server> &servers);
 
@@ -83,7 +95,9 @@ class Service {
 
     std::string run_;                               // the relay that is meant
     std::optional<std::vector<Server>> held_ = {};  // what it holds; none where that is not known
-    size_t notices_ = 1;                            // that it got; it may have got one before this
+    std::optional<Notice> pending_ = {};
+    bool isNew_ = false;      // it has handled no notice
+    size_t notices_ = 0;      // that it was given since it last held the table
     std::string ended_ = {};  // that was told to end, until another one starts
 };
 

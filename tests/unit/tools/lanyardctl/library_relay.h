@@ -3,7 +3,10 @@
 #ifndef LANYARD_TESTS_LANYARDCTL_LIBRARY_RELAY_H
 #define LANYARD_TESTS_LANYARDCTL_LIBRARY_RELAY_H
 
+#include <functional>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <lanyard/radius/conf.h>
@@ -61,7 +64,7 @@ class LibraryRelay : public lanyardctl::Relay {
         faultAt_ = n;
     }
 
-    // Whether it is too busy to answer.
+    // Whether what it gets stays in its queue.
     void setBusy(bool busy) { busy_ = busy; }
 
     // Whether somebody starts it again when it was told to end.
@@ -69,7 +72,7 @@ class LibraryRelay : public lanyardctl::Relay {
 
     std::string run() override { return running_ ? "run " + std::to_string(run_) : ""; }
 
-    bool listens() override { return running_ && !busy_; }
+    bool isThere() override { return running_; }
 
     bool end() override {
         const bool told = running_;
@@ -84,10 +87,20 @@ class LibraryRelay : public lanyardctl::Relay {
     }
     [[nodiscard]] int ends() const { return ends_; }
 
-    Answer send(const RadDbUpdateInfo &notice, std::string oldValues) override {
-        if (!running_) {
-            return Answer::refused;
+    bool queue(const std::string &run, const RadDbUpdateInfo &notice,
+               std::string oldValues) override {
+        queued_.emplace(Queued{run, notice, std::move(oldValues)});
+        return running_;
+    }
+
+    Answer answer(std::chrono::milliseconds patience) override {
+        if (!queued_ || queued_->run != run()) {
+            return std::exchange(queued_, std::nullopt) ? Answer::ended : Answer::unknown;
         }
+        if (busy_) {
+            return Answer::awaited;
+        }
+        auto [run, notice, oldValues] = *std::exchange(queued_, std::nullopt);
         const Fault fault = faultAt_-- == 0 ? fault_ : Fault::none;
         if (fault == Fault::restartedBefore) {
             restart();
@@ -96,7 +109,10 @@ class LibraryRelay : public lanyardctl::Relay {
         if (fault == Fault::lost || fault == Fault::refused) {
             return fault == Fault::lost ? Answer::unknown : Answer::refused;
         }
+        const bool othersMayWrite = patience.count() == 0;
+        change(othersMayWrite, beforeReading);
         const int status = handle(notice, oldValues);
+        change(othersMayWrite, afterReading);
         if (fault == Fault::restarted) {
             restart();
         }
@@ -105,6 +121,11 @@ class LibraryRelay : public lanyardctl::Relay {
         }
         return status == 0 ? Answer::done : Answer::refused;
     }
+
+    // What somebody does to the database before or after the relay reads the row of a notice that has
+    // had to wait.
+    std::function<void()> beforeReading;
+    std::function<void()> afterReading;
 
     std::vector<Notice> takeNotices() { return std::exchange(notices_, {}); }
 
@@ -127,6 +148,18 @@ class LibraryRelay : public lanyardctl::Relay {
     }
 
   private:
+    struct Queued {
+        std::string run;
+        RadDbUpdateInfo notice;
+        std::string oldValues;
+    };
+
+    static void change(bool mayWrite, const std::function<void()> &change) {
+        if (mayWrite && change) {
+            change();
+        }
+    }
+
     static int handle(const RadDbUpdateInfo &notice, std::string &oldValues) {
         return radiusMgmtDBUpdateHandler(&notice, sizeof(notice),
                                          oldValues.empty() ? nullptr : oldValues.data(),
@@ -134,6 +167,7 @@ class LibraryRelay : public lanyardctl::Relay {
     }
 
     std::string file_;
+    std::optional<Queued> queued_;
     bool running_ = false;
     bool busy_ = false;
     bool supervised_ = true;

@@ -23,10 +23,13 @@
 namespace {
 
 int messages = 0;
+int waits = 0;
+int waitsBeforeNotice = 0;
 
 std::string servers() {
     std::string text = std::to_string(getpid()) + " " + std::to_string(messages) + " " +
-                       std::to_string(radConfGetNumServers(RAD_SERVER_AUTH)) + "\n";
+                       std::to_string(radConfGetNumServers(RAD_SERVER_AUTH)) + " " +
+                       std::to_string(waitsBeforeNotice) + "\n";
     const auto *slots = static_cast<const RadServer *>(radConfGet(RAD_CONF_AUTH_SERVERS));
     for (int i = 0; slots && i < RAD_SERVERS_MAX; ++i) {
         if (slots[i].host) {
@@ -50,7 +53,14 @@ int handle(void * /*busArg1*/, void * /*busArg2*/, uint32_t cmd, void *buf, uint
         *outLen = static_cast<uint32_t>(text.size());
         return 0;
     }
+    if (cmd == lanyard::test::kWait) {
+        constexpr useconds_t kMoment = 100000;
+        usleep(kMoment);
+        ++waits;
+        return 0;
+    }
     ++messages;
+    waitsBeforeNotice = waits;
     return cmd == RAD_EAP_CMD_DB_UPDATE
                ? radiusMgmtDBUpdateHandler(buf, len, static_cast<char *>(out), outLen ? *outLen : 0)
                : -1;

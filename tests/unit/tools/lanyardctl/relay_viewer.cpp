@@ -27,6 +27,13 @@ RelayViewer::~RelayViewer() {
     xbusUnRegister(context_);
 }
 
+void RelayViewer::haveWait() {
+    if (xbusIoctl(context_, RAD_EAP_MODULE, kWait, nullptr, 0, nullptr, nullptr, XBUS_NO_WAIT, 0,
+                  0) != 0) {
+        throw std::runtime_error("no relay");
+    }
+}
+
 std::optional<RelayServers> RelayViewer::look() {
     std::array<char, 8192> answer{};
     auto length = static_cast<uint32_t>(answer.size());
@@ -36,7 +43,7 @@ std::optional<RelayServers> RelayViewer::look() {
     }
     std::istringstream lines(std::string(answer.data(), length));
     RelayServers held;
-    lines >> held.process >> held.messages >> held.count;
+    lines >> held.process >> held.messages >> held.count >> held.waitsBeforeNotice;
     int rowKey = 0;
     lanyardctl::Server server{.host = "", .port = "", .secret = "", .timeout = "", .retries = ""};
     while (lines >> rowKey >> server.id >> *server.host >> *server.port >> *server.timeout >>

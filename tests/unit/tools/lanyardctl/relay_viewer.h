@@ -18,6 +18,7 @@ struct RelayServers {
     pid_t process = -1;
     int messages = 0;
     int count = 0;
+    int waitsBeforeNotice = 0;
     std::vector<lanyardctl::Server> servers;
 };
 
@@ -30,6 +31,8 @@ class RelayViewer {
 
     // None when no relay answers.
     std::optional<RelayServers> look();
+    // Puts a moment's wait into its queue.
+    void haveWait();
 
   private:
     XbusCtx *context_ = nullptr;

@@ -153,6 +153,37 @@ TEST_P(Rounds, WithFaultsEndWithTheTable) {
     }
 }
 
+TEST_P(Rounds, WithChangesUnderWayEndWithTheTable) {
+    int left = 0;
+    const auto sometimes = [&] {
+        if (left > 0 && pick(3) == 0) {
+            --left;
+            changeSomeThings();
+        }
+    };
+    relay_.beforeReading = sometimes;
+    relay_.afterReading = sometimes;
+    for (int round = 0; round < 100 && !HasFailure(); ++round) {
+        left = pick(4);
+        relay_.setBusy(true);
+        for (int looks = pick(3); looks >= 0; --looks) {
+            changeSomeThings();
+            look();
+        }
+        relay_.setBusy(false);
+        look();
+        if (round % 5 == 4) {
+            left = 0;
+            tidyUp();
+            settle();
+            expectAllDone();
+        }
+    }
+    if (HasFailure()) {
+        std::cerr << said_.str();
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Seeds, Rounds, testing::Range(1U, 7U));
 
 }  // namespace

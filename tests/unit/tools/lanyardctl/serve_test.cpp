@@ -188,7 +188,66 @@ TEST_F(Serve, GivesARelayThatDidNotListenWhatHasChanged) {
     expectAllDone();
     const auto after = *viewer_.look();
     EXPECT_EQ(before.process, after.process) << service_->output();
-    EXPECT_EQ(before.messages + 2, after.messages) << "one question and one notice";
+    EXPECT_EQ(before.messages + 2, after.messages) << "one that waited, and one for the rest";
+}
+
+TEST_F(Serve, GivesARelayWithWorkInItsQueueANoticeInItsTurn) {
+    startService();
+    startRelay();
+    device_.change(insertion("a"));
+    expectAllDone();
+    const auto before = *viewer_.look();
+    kill(before.process, SIGSTOP);
+    for (int i = 0; i < 10; ++i) {
+        viewer_.haveWait();
+    }
+    device_.change("UPDATE radiusClient SET authport='7'");
+    ASSERT_TRUE(
+        service_->waitForOutput("relay: does not listen; it gets what it lacks once it does"));
+    const ProgramResult shell =
+        runProgram({"/usr/bin/sqlite3", device_.file(), "BEGIN IMMEDIATE; COMMIT;"}, {});
+    EXPECT_EQ(0, shell.status) << "the database is free meanwhile: " << shell.err;
+    kill(before.process, SIGCONT);
+    expectAllDone();
+    const auto after = *viewer_.look();
+    EXPECT_EQ(before.process, after.process);
+    EXPECT_EQ(before.messages + 1, after.messages);
+    EXPECT_GE(2, after.waitsBeforeNotice) << "others take turns with it";
+}
+
+TEST_F(Serve, NoticeForARelayThatIsKilledDoesNotReachTheNext) {
+    startService();
+    startRelay();
+    device_.change(insertion("a"));
+    device_.change(insertion("b"));
+    expectAllDone();
+    const pid_t before = viewer_.look()->process;
+    kill(before, SIGSTOP);
+    device_.change("DELETE FROM radiusClient WHERE authserver='a'");
+    ASSERT_TRUE(service_->waitForOutput("relay: does not listen"));
+    kill(before, SIGKILL);
+    ASSERT_TRUE(service_->waitForOutput("relay: has 1 server: 1 notice\n"));
+    const auto after = *viewer_.look();
+    EXPECT_NE(before, after.process);
+    EXPECT_EQ(1, after.messages);
+    EXPECT_TRUE(relayHasTable());
+    EXPECT_THAT(service_->output(), Not(HasSubstr("told to end")));
+}
+
+TEST_F(Serve, ReplayTellsThatTheServiceHasEnded) {
+    startRelay({"--once"});
+    startService();
+    relay_->wait();
+    startRelay({"--once"});
+    device_.change(insertion("a"));
+    expectAllDone();
+    RunningProgram replay({LANYARDCTL, "db", "-d", device_.file(), "replay"}, settings(),
+                          device_.root().path("/replay-output"));
+    relay_->wait();
+    killService();
+    EXPECT_EQ(kFailed, replay.wait());
+    EXPECT_EQ("lanyardctl: the service has ended before the relay had all servers\n",
+              replay.output());
 }
 
 TEST_F(Serve, ReadsAgainWhenItIsHungUp) {
