@@ -18,37 +18,20 @@ Statement::Statement(sqlite3 *db, std::string_view sql) : db_(db) {
     statement_.reset(statement);
 }
 
-Statement &Statement::bind(int parameter, int64_t number) {
+void Statement::bind(int parameter, int64_t number) {
     check(sqlite3_bind_int64(statement_.get(), parameter, number));
-    return *this;
 }
 
-Statement &Statement::bind(int parameter, std::string_view text) {
-    check(sqlite3_bind_text(statement_.get(), parameter, text.data(), static_cast<int>(text.size()),
-                            SQLITE_TRANSIENT));
-    return *this;
-}
-
-Statement &Statement::bind(int parameter, const std::optional<std::string> &text) {
-    if (text) {
-        return bind(parameter, std::string_view(*text));
-    }
-    check(sqlite3_bind_null(statement_.get(), parameter));
-    return *this;
+void Statement::bind(int parameter, const std::optional<std::string> &text) {
+    check(text ? sqlite3_bind_text(statement_.get(), parameter, text->data(),
+                                   static_cast<int>(text->size()), SQLITE_TRANSIENT)
+               : sqlite3_bind_null(statement_.get(), parameter));
 }
 
 bool Statement::step() {
     const int status = sqlite3_step(statement_.get());
-    if (status == SQLITE_ROW) {
-        return true;
-    }
-    check(status == SQLITE_DONE ? SQLITE_OK : status);
-    return false;
-}
-
-void Statement::run() {
-    while (step()) {
-    }
+    check(status == SQLITE_ROW || status == SQLITE_DONE ? SQLITE_OK : status);
+    return status == SQLITE_ROW;
 }
 
 int64_t Statement::number(int column) const {
@@ -65,22 +48,6 @@ void Statement::check(int status) const {
         throw Failure(std::string("database: ") + sqlite3_errmsg(db_));
     }
 }
-
-namespace {
-
-constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
-
-// Whether others than the owner of a file may do anything with it.
-bool isOpenToOthers(const std::string &file, mode_t &mode) {
-    struct stat status {};
-    if (lstat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return false;
-    }
-    mode = status.st_mode;
-    return (mode & (S_IRWXG | S_IRWXO)) != 0;
-}
-
-}  // namespace
 
 Database::Database(std::string file) : file_(std::move(file)) {
     sqlite3 *db = nullptr;
@@ -100,16 +67,16 @@ Database::Database(std::string file) : file_(std::move(file)) {
 // Another program may have made the file, and what SQLite keeps beside it has the file's mode. By
 // their names: to open and close one of them would drop the locks that SQLite holds.
 void Database::closeToOthers() const {
-    const std::string main = sqlite3_db_filename(db_.get(), "main");
     bool changed = false;
     for (const char *suffix : {"", "-wal", "-shm", "-journal"}) {
-        const std::string file = main + suffix;
-        mode_t mode = 0;
-        if (!isOpenToOthers(file, mode)) {
+        const std::string file = sqlite3_db_filename(db_.get(), "main") + std::string(suffix);
+        struct stat status {};
+        if (lstat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
+            (status.st_mode & (S_IRWXG | S_IRWXO)) == 0) {
             continue;
         }
         run("PRAGMA schema_version");  // A file that is no database is not ours to change.
-        if (chmod(file.c_str(), mode & S_IRWXU) == 0) {
+        if (chmod(file.c_str(), status.st_mode & S_IRWXU) == 0) {
             changed = true;
         } else if (errno != ENOENT) {
             throw Failure(
@@ -133,6 +100,7 @@ Database Database::open(const std::string &file) {
 }
 
 Database Database::create(const std::string &file) {
+    constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
     const int created = ::open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kOwnerOnly);
     if (created >= 0) {
         fchmod(created, kOwnerOnly);  // A umask may have taken more than it should.
@@ -143,38 +111,18 @@ Database Database::create(const std::string &file) {
     return Database(file);
 }
 
-Statement Database::prepare(std::string_view sql) const {
-    return {db_.get(), sql};
-}
-
-void Database::run(std::string_view sql) const {
-    prepare(sql).run();
-}
-
 int64_t Database::number(std::string_view sql) const {
-    Statement statement = prepare(sql);
+    Statement statement = query(sql);
     return statement.step() ? statement.number(0) : 0;
 }
 
-int64_t Database::dataVersion() const {
-    return number("PRAGMA data_version");
-}
-
-int64_t Database::lastRow() const {
-    return sqlite3_last_insert_rowid(db_.get());
-}
-
-WriteTransaction::WriteTransaction(const Database &db) : db_(db) {
-    db_.run("BEGIN IMMEDIATE");
-}
-
 WriteTransaction::~WriteTransaction() {
-    if (open_) {
-        try {
+    try {
+        if (open_) {
             db_.run("ROLLBACK");
-        } catch (const Failure &) {
-            // SQLite has ended the transaction itself.
         }
+    } catch (const Failure &) {
+        // SQLite has ended the transaction itself.
     }
 }
 

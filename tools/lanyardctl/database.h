@@ -1,4 +1,4 @@
-// SQLite with owners and exceptions.
+// SQLite with owners and exceptions. Whatever fails is a Failure.
 #ifndef LANYARDCTL_DATABASE_H
 #define LANYARDCTL_DATABASE_H
 
@@ -6,33 +6,25 @@
 #include <memory>
 #include <optional>
 #include <sqlite3.h>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
-namespace lanyardctl {
+#include "failure.h"
 
-// What went wrong, in words for the person who runs the program.
-class Failure : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
+namespace lanyardctl {
 
 class Statement {
   public:
-    Statement(sqlite3 *db, std::string_view sql);
-
-    // Parameters count from 1.
-    Statement &bind(int parameter, int64_t number);
-    Statement &bind(int parameter, std::string_view text);
-    Statement &bind(int parameter, const std::string &text) {
-        return bind(parameter, std::string_view(text));
+    // The values take the places of ?1, ?2 and so on.
+    template <typename... Values>
+    Statement(sqlite3 *db, std::string_view sql, const Values &...values) : Statement(db, sql) {
+        int parameter = 0;
+        (bind(++parameter, values), ...);
     }
-    Statement &bind(int parameter, const std::optional<std::string> &text);
+    Statement(sqlite3 *db, std::string_view sql);
 
     // True while there is a row to read.
     bool step();
-    void run();
 
     // Columns of the row count from 0. A text ends at its first NUL: nothing that reads these tables
     // gets to see more of it.
@@ -44,6 +36,8 @@ class Statement {
         void operator()(sqlite3_stmt *statement) const { sqlite3_finalize(statement); }
     };
 
+    void bind(int parameter, int64_t number);
+    void bind(int parameter, const std::optional<std::string> &text);
     void check(int status) const;
 
     sqlite3 *db_;
@@ -61,14 +55,18 @@ class Database {
 
     [[nodiscard]] const std::string &file() const { return file_; }
 
-    [[nodiscard]] Statement prepare(std::string_view sql) const;
-    void run(std::string_view sql) const;
+    template <typename... Values>
+    [[nodiscard]] Statement query(std::string_view sql, const Values &...values) const {
+        return {db_.get(), sql, values...};
+    }
+    template <typename... Values>
+    void run(std::string_view sql, const Values &...values) const {
+        Statement statement = query(sql, values...);
+        while (statement.step()) {
+        }
+    }
     // The first column of the first row; 0 when there is none.
     [[nodiscard]] int64_t number(std::string_view sql) const;
-
-    // Changes with every change that another connection commits.
-    [[nodiscard]] int64_t dataVersion() const;
-    [[nodiscard]] int64_t lastRow() const;
 
   private:
     struct Closer {
@@ -87,7 +85,7 @@ class Database {
 // happened. Others may read meanwhile, and see what was committed before.
 class WriteTransaction {
   public:
-    explicit WriteTransaction(const Database &db);
+    explicit WriteTransaction(const Database &db) : db_(db) { db_.run("BEGIN IMMEDIATE"); }
     WriteTransaction(const WriteTransaction &) = delete;
     WriteTransaction &operator=(const WriteTransaction &) = delete;
     ~WriteTransaction();

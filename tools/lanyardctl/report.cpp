@@ -2,27 +2,21 @@
 
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <utility>
 
 namespace lanyardctl {
 
-namespace {
-
-void say(std::ostream &stream, const std::string &line) {
-    stream << line << std::endl;
-}
-
-}  // namespace
-
-std::string toLine(const Json &document) {
-    return document.dump(-1, ' ', false, Json::error_handler_t::replace);
+// Text of a document that is no UTF-8 is shown with replacement characters.
+void Report::say(const Json &document, std::ostream &stream, const std::string &text) const {
+    if (json_) {
+        out_ << document.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+    } else {
+        stream << text << std::endl;
+    }
 }
 
 void Report::answer(const Json &document, const std::string &text) const {
-    if (json_) {
-        say(out_, toLine(document));
-    } else {
-        say(out_, text);
-    }
+    say(document, out_, text);
 }
 
 void Report::done(const std::string &text, const std::optional<std::string> &problem) const {
@@ -32,35 +26,22 @@ void Report::done(const std::string &text, const std::optional<std::string> &pro
     }
     answer(document, text);
     if (problem && !json_) {
-        say(err_, "lanyardctl: PROBLEM: " + *problem);
+        err_ << "lanyardctl: PROBLEM: " << *problem << std::endl;
     }
 }
 
 void Report::failure(const std::string &text) const {
-    if (json_) {
-        say(out_, toLine({{"ok", false}, {"error", text}}));
-    } else {
-        say(err_, "lanyardctl: " + text);
-    }
+    say({{"ok", false}, {"error", text}}, err_, "lanyardctl: " + text);
 }
 
 void Report::event(const std::string &topic, const std::string &text) const {
-    if (json_) {
-        say(out_, toLine({{"topic", topic}, {"event", text}}));
-    } else {
-        say(out_, topic + ": " + text);
-    }
+    say({{"topic", topic}, {"event", text}}, out_, topic + ": " + text);
 }
 
 void Report::problem(const std::string &topic, const std::string &text) {
-    if (problems_[topic] == text) {
-        return;
-    }
-    problems_[topic] = text;
-    if (json_) {
-        say(out_, toLine({{"topic", topic}, {"problem", text}}));
-    } else {
-        say(err_, "lanyardctl: " + topic + ": PROBLEM: " + text);
+    if (std::exchange(problems_[topic], text) != text) {
+        say({{"topic", topic}, {"problem", text}}, err_,
+            "lanyardctl: " + topic + ": PROBLEM: " + text);
     }
 }
 

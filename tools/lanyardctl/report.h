@@ -12,9 +12,6 @@ namespace lanyardctl {
 
 using Json = nlohmann::ordered_json;
 
-// One line. Text that is no UTF-8 is shown with replacement characters.
-std::string toLine(const Json &document);
-
 class Report {
   public:
     explicit Report(bool json, std::ostream &out = std::cout, std::ostream &err = std::cerr)
@@ -34,6 +31,8 @@ class Report {
     void putRight(const std::string &topic);
 
   private:
+    void say(const Json &document, std::ostream &stream, const std::string &text) const;
+
     bool json_;
     std::ostream &out_;
     std::ostream &err_;

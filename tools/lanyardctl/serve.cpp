@@ -8,7 +8,6 @@
 #include <optional>
 #include <poll.h>
 #include <sstream>
-#include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -59,15 +58,21 @@ Order orderFor(const std::string &file) {
     return {.device = status.st_dev, .file = status.st_ino};
 }
 
-volatile std::sig_atomic_t stopRequested = 0;
+// SIGTERM and SIGINT end the service, SIGHUP makes it look at everything again. They come in at its
+// one wait; the first two also while it looks, which may wait for the database. Then it ends a second
+// later at the latest: nothing is lost whenever it ends.
+volatile std::sig_atomic_t ends = 0;
+volatile std::sig_atomic_t looksAgain = 0;
 
-sigset_t setOf(std::initializer_list<int> numbers) {
+sigset_t blocked(int how, std::initializer_list<int> numbers) {
     sigset_t signals;
+    sigset_t before;
     sigemptyset(&signals);
     for (const int number : numbers) {
         sigaddset(&signals, number);
     }
-    return signals;
+    pthread_sigmask(how, &signals, &before);
+    return before;
 }
 
 void handle(int number, void (*handler)(int)) {
@@ -76,47 +81,20 @@ void handle(int number, void (*handler)(int)) {
     sigaction(number, &action, nullptr);
 }
 
-// SIGTERM and SIGINT end the service, SIGHUP makes it look at everything again. They come in at its
-// one wait; the first two also while it looks, which may wait for a relay or for the database. Then it
-// ends a second later at the latest: nothing is lost whenever it ends.
-class Signals {
-  public:
-    Signals() : descriptor_(open(), "signalfd") {}
-
-    [[nodiscard]] int descriptor() const { return descriptor_.get(); }
-    // 0 when there is none.
-    [[nodiscard]] int next() const {
-        signalfd_siginfo signal{};
-        return read(descriptor_.get(), &signal, sizeof(signal)) == sizeof(signal)
-                   ? static_cast<int>(signal.ssi_signo)
-                   : 0;
-    }
-
-    template <typename Action>
-    static void during(Action action) {
-        const sigset_t stops = setOf({SIGTERM, SIGINT});
-        pthread_sigmask(SIG_UNBLOCK, &stops, nullptr);
-        action();
-        pthread_sigmask(SIG_BLOCK, &stops, nullptr);
-    }
-
-  private:
-    static int open() {
-        const sigset_t signals = setOf({SIGTERM, SIGINT, SIGHUP});
-        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-        const auto stop = [](int) {
-            stopRequested = 1;
-            alarm(1);
-        };
-        handle(SIGTERM, stop);
-        handle(SIGINT, stop);
-        handle(SIGALRM, [](int) { _exit(0); });
-        handle(SIGPIPE, SIG_IGN);  // It serves on when nobody reads what it says.
-        return signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC);
-    }
-
-    lanyard::FileDescriptor descriptor_;
-};
+// Returns the signals that are blocked while it waits.
+sigset_t handleSignals() {
+    const auto end = [](int) {
+        ends = 1;
+        alarm(1);
+    };
+    const sigset_t before = blocked(SIG_BLOCK, {SIGTERM, SIGINT, SIGHUP});
+    handle(SIGTERM, end);
+    handle(SIGINT, end);
+    handle(SIGHUP, [](int) { looksAgain = 1; });
+    handle(SIGALRM, [](int) { _exit(0); });
+    handle(SIGPIPE, SIG_IGN);  // It serves on when nobody reads what it says.
+    return before;
+}
 
 // The service, what asks for it and all that it waits for.
 class Desk {
@@ -156,20 +134,20 @@ class Desk {
     void lookAgain() { service_.lookAgain(); }
 
     // Waits until there is something to look at, and handles a message if that is it.
-    void wait(int signals) {
+    void wait(const sigset_t *signals = nullptr) {
         constexpr std::chrono::milliseconds kListenEvery{100};
         constexpr std::chrono::milliseconds kSoon{10};
-        std::array<pollfd, 4> watched = {{{signals, POLLIN, 0},
-                                          {folders_.descriptor(), POLLIN, 0},
+        std::array<pollfd, 3> watched = {{{folders_.descriptor(), POLLIN, 0},
                                           {relay_.descriptor(), POLLIN, 0},
                                           {bus_.descriptor(), POLLIN, 0}}};
         pollfd &messages = watched.back();
-        auto patience = messages.fd == -1 ? kListenEvery : service_.patience();
+        auto patience =
+            std::min(messages.fd == -1 ? kListenEvery : service_.patience(), service_.patience());
         if (std::exchange(moves_, false)) {
-            patience = kSoon;
+            patience = std::min(patience, kSoon);
         }
-        poll(watched.data(), watched.size(),
-             static_cast<int>(std::min(patience, service_.patience()).count()));
+        const timespec limit{patience.count() / 1000, patience.count() % 1000 * 1000000};
+        ppoll(watched.data(), watched.size(), &limit, signals);
         moves_ = folders_.drain();
         if (messages.fd == -1 || messages.revents != 0) {
             bus_.listen(std::chrono::milliseconds(0));
@@ -200,7 +178,7 @@ Service::State replayHere(const std::string &file, Bus &bus, std::optional<Desk>
     desk.emplace(file, bus, quiet);
     Service::State state = desk->look();
     while (!Service::isFinal(state) && Clock::now() < end) {
-        desk->wait(-1);
+        desk->wait();
         state = desk->look();
     }
     return state;
@@ -252,7 +230,7 @@ Service::State askService(const std::string &file, Bus &bus) {
 }  // namespace
 
 void serve(const std::string &file, Report &report) {
-    const Signals signals;
+    const sigset_t signals = handleSignals();
     Bus bus;
     std::optional<Desk> desk;
     if (!joinAsService(bus, desk)) {
@@ -261,16 +239,17 @@ void serve(const std::string &file, Report &report) {
     }
     desk.emplace(file, bus, report);
     report.event("service", "serves " + file);
-    for (int signal = 0; signal != SIGTERM && signal != SIGINT; signal = signals.next()) {
-        if (signal == SIGHUP) {
+    while (ends == 0) {
+        blocked(SIG_UNBLOCK, {SIGTERM, SIGINT});
+        desk->look();
+        blocked(SIG_BLOCK, {SIGTERM, SIGINT});
+        if (ends == 0) {
+            desk->wait(&signals);
+        }
+        if (std::exchange(looksAgain, 0) != 0) {
             report.event("service", "reads the table again");
             desk->lookAgain();
         }
-        Signals::during([&desk] { desk->look(); });
-        if (stopRequested != 0) {
-            break;
-        }
-        desk->wait(signals.descriptor());
     }
     report.event("service", "ends");
 }

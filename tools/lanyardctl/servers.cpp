@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <charconv>
+#include <iomanip>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sstream>
 #include <string_view>
 
 #include <lanyard/radius/conf.h>
@@ -14,12 +16,7 @@ namespace lanyardctl {
 
 namespace {
 
-using Problem = std::optional<std::string>;
-
 constexpr int64_t kIdMax = std::numeric_limits<int32_t>::max();
-constexpr int kPortMax = 65535;
-constexpr int kTimeoutMax = 300;
-constexpr int kRetriesMax = 20;
 constexpr size_t kHostMax = 253;
 constexpr size_t kLabelMax = 63;
 
@@ -49,8 +46,9 @@ std::string shown(char c) {
     }
     const auto byte = static_cast<unsigned char>(c);
     if (byte < 0x20 || byte >= 0x7f) {
-        constexpr std::string_view kDigits = "0123456789abcdef";
-        return std::string("the octet 0x") + kDigits[byte / 16U] + kDigits[byte % 16U];
+        std::ostringstream text;
+        text << "the octet 0x" << std::hex << std::setfill('0') << std::setw(2) << int{byte};
+        return text.str();
     }
     return std::string("the character '") + c + "'";
 }
@@ -82,7 +80,7 @@ Problem problemOfLabel(std::string_view label) {
     return std::nullopt;
 }
 
-Problem problemOfHost(const std::optional<std::string> &host) {
+Problem problemOfHost(const Text &host) {
     if (!host || host->empty()) {
         return "host: is empty";
     }
@@ -94,28 +92,23 @@ Problem problemOfHost(const std::optional<std::string> &host) {
             return "host: holds " + shown(c) + "; a host is a name or a dotted IPv4 address";
         }
     }
-    std::string_view rest = *host;
-    std::string_view label;
-    while (true) {
-        label = rest.substr(0, rest.find('.'));
+    std::istringstream labels(*host + ".");
+    std::string label;
+    while (std::getline(labels, label, '.')) {
         if (Problem problem = problemOfLabel(label)) {
             return problem;
         }
-        if (label.size() == rest.size()) {
-            break;
-        }
-        rest.remove_prefix(label.size() + 1);
     }
     // A name does not end in a number: what does is meant as an address.
     in_addr address{};
-    if (std::all_of(label.begin(), label.end(), isDigit) &&
+    if (isNumber(host->substr(host->rfind('.') + 1)) &&
         inet_pton(AF_INET, host->c_str(), &address) != 1) {
         return "host: '" + *host + "' is no dotted IPv4 address";
     }
     return std::nullopt;
 }
 
-Problem problemOfSecret(const std::optional<std::string> &secret) {
+Problem problemOfSecret(const Text &secret) {
     if (!secret || secret->empty()) {
         return "secret: is empty";
     }
@@ -131,29 +124,28 @@ Problem problemOfSecret(const std::optional<std::string> &secret) {
     return std::nullopt;
 }
 
-Problem problemOfNumber(const char *what, const std::optional<std::string> &text, int min,
-                        int max) {
-    const std::string bounds =
-        "is no whole number from " + std::to_string(min) + " to " + std::to_string(max);
+Problem problemOfNumber(const Text &text, const Column &column) {
+    const std::string word = std::string(column.word) + ": ";
+    const std::string bounds = "is no whole number from " + std::to_string(column.min) + " to " +
+                               std::to_string(column.max);
     if (!text || text->empty()) {
-        return std::string(what) + ": is empty; it " + bounds;
+        return word + "is empty; it " + bounds;
     }
     if (*text == "-1") {
-        return std::string(what) +
-               ": -1 does not stand for the default here: server entries are text, in which -1 "
+        return word +
+               "-1 does not stand for the default here: server entries are text, in which -1 "
                "leaves the place open for the next field; store the number itself";
     }
     // Any program may have stored it, and it is to be shown.
     const auto control = std::find_if(text->begin(), text->end(), isControl);
     if (control != text->end()) {
-        return std::string(what) + ": holds " + shown(*control) + "; it " + bounds;
+        return word + "holds " + shown(*control) + "; it " + bounds;
     }
     int number = 0;
-    const char *end = text->data() + text->size();
-    const auto [stopped, error] = std::from_chars(text->data(), end, number);
-    if (!isDigit(text->front()) || error != std::errc() || stopped != end || number < min ||
-        number > max) {
-        return std::string(what) + ": '" + *text + "' " + bounds;
+    const auto [stopped, error] =
+        std::from_chars(text->data(), text->data() + text->size(), number);
+    if (!isNumber(*text) || error != std::errc() || number < column.min || number > column.max) {
+        return word + "'" + *text + "' " + bounds;
     }
     return std::nullopt;
 }
@@ -161,41 +153,43 @@ Problem problemOfNumber(const char *what, const std::optional<std::string> &text
 std::string lineOf(const std::vector<Server> &servers) {
     std::string line = "authserver        ";
     for (const Server &server : servers) {
-        line += &server == &servers.front() ? "" : ", ";
-        line += server.host.value_or("");
-        for (const auto &number : {server.port, server.timeout, server.retries}) {
-            line += ":" + canonical(number.value_or(""));
+        const char *separator = &server == &servers.front() ? "" : ", ";
+        for (const Column &column : kServerColumns) {
+            const std::string text = (server.*column.field).value_or("");
+            line += separator + (column.isNumber() ? canonical(text) : text);
+            separator = ":";
         }
-        line += ":" + server.secret.value_or("");
     }
     return line;
 }
 
+Problem lineProblemOf(const std::vector<Server> &servers) {
+    const size_t length = lineOf(servers).size();
+    return length <= kLineMax
+               ? std::nullopt
+               : Problem("the servers would take " + std::to_string(length) +
+                         " characters on their line of the configuration file, which has place "
+                         "for " +
+                         std::to_string(kLineMax) + "; shorten host names or secrets");
+}
+
+// The columns that matter, "authserver, authport" and so on.
 std::string columnList() {
     std::string list;
-    for (const auto &[name, field] : kServerColumns) {
-        list += (list.empty() ? "" : ", ") + std::string(name);
+    for (const Column &column : kServerColumns) {
+        list += (list.empty() ? "" : ", ") + std::string(column.column);
     }
     return list;
 }
 
-// Runs a statement whose parameters are the values of these columns.
-void runWith(Statement statement, const Server &server) {
-    int parameter = 0;
-    for (const auto &[name, field] : kServerColumns) {
-        statement.bind(++parameter, server.*field);
-    }
-    statement.run();
+// Runs a statement that has their values as ?1 to ?5, and the id as ?6.
+void runWith(const Database &db, const std::string &sql, const Server &server) {
+    const auto value = [&](size_t column) { return server.*kServerColumns.at(column).field; };
+    db.run(sql, value(0), value(1), value(2), value(3), value(4), server.id);
 }
 
 std::string tooMany() {
     return "there are eight servers already, and the library has no place for more";
-}
-
-std::string tooLong(size_t length) {
-    return "the servers would take " + std::to_string(length) +
-           " characters on their line of the configuration file, which has place for " +
-           std::to_string(kLineMax) + "; shorten host names or secrets";
 }
 
 }  // namespace
@@ -214,19 +208,18 @@ void prepareDatabase(const Database &db, const std::optional<std::string> &dicti
         "CREATE TABLE IF NOT EXISTS radiusClient(authserver TEXT, authport TEXT, "
         "authsecret TEXT, authtimeout TEXT, authretries TEXT)");
     const std::vector<std::string> columns = readColumns(db);
-    for (const auto &[needed, field] : kServerColumns) {
-        if (std::find(columns.begin(), columns.end(), needed) == columns.end()) {
-            throw Failure(std::string("the table radiusClient has no column ") + needed);
+    for (const Column &needed : kServerColumns) {
+        if (std::find(columns.begin(), columns.end(), needed.column) == columns.end()) {
+            throw Failure(std::string("the table radiusClient has no column ") + needed.column);
         }
     }
     if (dictionary) {
         db.run("DELETE FROM environment WHERE name='RADIUS_DICTIONARY'");
     }
-    db.prepare(
-          "INSERT INTO environment(name, value) SELECT 'RADIUS_DICTIONARY', ?1 WHERE NOT EXISTS"
-          "(SELECT 1 FROM environment WHERE name='RADIUS_DICTIONARY')")
-        .bind(1, dictionary.value_or(kDefaultDictionary))
-        .run();
+    db.run(
+        "INSERT INTO environment(name, value) SELECT 'RADIUS_DICTIONARY', ?1 WHERE NOT EXISTS"
+        "(SELECT 1 FROM environment WHERE name='RADIUS_DICTIONARY')",
+        dictionary.value_or(kDefaultDictionary));
     transaction.commit();
 }
 
@@ -240,31 +233,29 @@ std::string canonical(const std::string &text) {
 }
 
 std::string readDictionary(const Database &db) {
-    Statement statement =
-        db.prepare("SELECT value FROM environment WHERE name='RADIUS_DICTIONARY'");
-    return statement.step() ? statement.text(0).value_or("") : "";
+    Statement row = db.query("SELECT value FROM environment WHERE name='RADIUS_DICTIONARY'");
+    return row.step() ? row.text(0).value_or("") : "";
 }
 
 std::vector<Server> readServers(const Database &db) {
-    Statement statement =
-        db.prepare("SELECT rowid, " + columnList() + " FROM radiusClient ORDER BY rowid");
+    Statement row = db.query("SELECT " + columnList() + ", rowid FROM radiusClient ORDER BY rowid");
     std::vector<Server> servers;
-    while (statement.step()) {
-        Server &server = servers.emplace_back(Server{.id = statement.number(0)});
-        int column = 0;
-        for (const auto &[name, field] : kServerColumns) {
-            server.*field = statement.text(++column);
+    while (row.step()) {
+        Server &server = servers.emplace_back();
+        int index = 0;
+        for (const Column &column : kServerColumns) {
+            server.*column.field = row.text(index++);
         }
+        server.id = row.number(index);
     }
     return servers;
 }
 
 std::vector<std::string> readColumns(const Database &db) {
-    Statement statement =
-        db.prepare("SELECT name FROM pragma_table_info('radiusClient') ORDER BY cid");
+    Statement row = db.query("SELECT name FROM pragma_table_info('radiusClient') ORDER BY cid");
     std::vector<std::string> names;
-    while (statement.step()) {
-        names.push_back(statement.text(0).value_or(""));
+    while (row.step()) {
+        names.push_back(row.text(0).value_or(""));
     }
     return names;
 }
@@ -274,15 +265,14 @@ Problem problemOf(const Server &server) {
         return "the row id " + std::to_string(server.id) + " is not from 1 to " +
                std::to_string(kIdMax);
     }
-    for (Problem problem : {problemOfHost(server.host), problemOfSecret(server.secret),
-                            problemOfNumber("port", server.port, 0, kPortMax),
-                            problemOfNumber("time-out", server.timeout, 1, kTimeoutMax),
-                            problemOfNumber("retries", server.retries, 0, kRetriesMax)}) {
-        if (problem) {
-            return problem;
+    Problem problem = problemOfHost(server.host);
+    problem = problem ? problem : problemOfSecret(server.secret);
+    for (const Column &column : kServerColumns) {
+        if (!problem && column.isNumber()) {
+            problem = problemOfNumber(server.*column.field, column);
         }
     }
-    return std::nullopt;
+    return problem;
 }
 
 std::vector<Problem> problemsOf(const std::vector<Server> &servers) {
@@ -326,8 +316,7 @@ Problem fileProblemOf(const std::vector<Server> &servers) {
         return "there are " + std::to_string(servers.size()) +
                " servers, and the library has place for eight";
     }
-    const size_t length = lineOf(servers).size();
-    return length > kLineMax ? Problem(tooLong(length)) : std::nullopt;
+    return lineProblemOf(servers);
 }
 
 Problem editProblemOf(const std::vector<Server> &servers, const Server &edited) {
@@ -352,28 +341,26 @@ Problem editProblemOf(const std::vector<Server> &servers, const Server &edited) 
     if (table.size() > RAD_SERVERS_MAX && table.size() > servers.size()) {
         return tooMany();
     }
-    const size_t length = lineOf(table).size();
-    return length > kLineMax ? Problem(tooLong(length)) : std::nullopt;
+    return lineProblemOf(table);
 }
 
 std::string confFileOf(const std::vector<Server> &servers) {
     return lineOf(servers) + "\ndictionary        " + kDefaultDictionary + "\n";
 }
 
-void insertServer(const Database &db, Server &server) {
-    runWith(db.prepare("INSERT INTO radiusClient(" + columnList() + ") VALUES(?1, ?2, ?3, ?4, ?5)"),
+void storeServer(const Database &db, Server &server) {
+    if (server.id != 0) {
+        runWith(
+            db,
+            "UPDATE radiusClient SET (" + columnList() + ")=(?1, ?2, ?3, ?4, ?5) WHERE rowid=?6",
             server);
-    server.id = db.lastRow();
-}
-
-void updateServer(const Database &db, const Server &server) {
-    runWith(db.prepare("UPDATE radiusClient SET (" + columnList() +
-                       ")=(?1, ?2, ?3, ?4, ?5) WHERE rowid=" + std::to_string(server.id)),
+        return;
+    }
+    runWith(db,
+            "INSERT INTO radiusClient(" + columnList() +
+                ", rowid) VALUES(?1, ?2, ?3, ?4, ?5, NULLIF(?6, 0))",
             server);
-}
-
-void deleteServer(const Database &db, int64_t id) {
-    db.prepare("DELETE FROM radiusClient WHERE rowid=?1").bind(1, id).run();
+    server.id = db.number("SELECT last_insert_rowid()");
 }
 
 }  // namespace lanyardctl

@@ -11,32 +11,52 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "database.h"
 
 namespace lanyardctl {
 
+using Text = std::optional<std::string>;
+using Problem = std::optional<std::string>;
+
 // One row, as it stands: any program may have written it.
 struct Server {
     int64_t id = 0;
-    std::optional<std::string> host = {};
-    std::optional<std::string> port = {};
-    std::optional<std::string> secret = {};
-    std::optional<std::string> timeout = {};
-    std::optional<std::string> retries = {};
+    Text host = {};
+    Text port = {};
+    Text secret = {};
+    Text timeout = {};
+    Text retries = {};
 
     bool operator==(const Server &) const = default;
 };
 
-// The columns that matter, and where their values are.
-inline constexpr std::array<std::pair<const char *, std::optional<std::string> Server::*>, 5>
-    kServerColumns = {{{"authserver", &Server::host},
-                       {"authport", &Server::port},
-                       {"authsecret", &Server::secret},
-                       {"authtimeout", &Server::timeout},
-                       {"authretries", &Server::retries}}};
+// The columns that matter, in the order of a server's text.
+struct Column {
+    Text Server::*field;
+    const char *column;  // in the table
+    const char *name;    // in options, JSON and headings
+    const char *word;    // in messages
+    const char *type;    // of its option
+    const char *help;
+    int min = 0;
+    int max = 0;                     // 0 for what is no number
+    const char *standard = nullptr;  // what a new server gets; null for none
+
+    [[nodiscard]] bool isNumber() const { return max != 0; }
+};
+
+inline constexpr std::array<Column, 5> kServerColumns = {{
+    {&Server::host, "authserver", "host", "host", "HOST", "name or dotted IPv4 address"},
+    {&Server::port, "authport", "port", "port", "PORT",
+     "UDP port, 0 to 65535; 0 for the port of 'radius' in the services database", 0, 65535, "1812"},
+    {&Server::timeout, "authtimeout", "timeout", "time-out", "SECONDS",
+     "seconds to wait for an answer, 1 to 300", 1, 300, "10"},
+    {&Server::retries, "authretries", "retries", "retries", "COUNT",
+     "sends after the first one, 0 to 20", 0, 20, "3"},
+    {&Server::secret, "authsecret", "secret", "secret", "SECRET", "shared secret"},
+}};
 
 // Makes the tables that are missing and drops what earlier versions kept beside them. A dictionary
 // replaces the one in "environment"; without one that is left alone, or set to kDefaultDictionary
@@ -59,28 +79,27 @@ std::vector<Server> readServers(const Database &db);
 std::vector<std::string> readColumns(const Database &db);
 
 // A reason why a row cannot be used by itself; none when it can.
-std::optional<std::string> problemOf(const Server &server);
+Problem problemOf(const Server &server);
 
 // The same for each row of the whole table, where host names may also stand twice, and rows beyond
 // the eighth find no place.
-std::vector<std::optional<std::string>> problemsOf(const std::vector<Server> &servers);
+std::vector<Problem> problemsOf(const std::vector<Server> &servers);
 
 // The rows without a problem: what the relay is to hold.
 std::vector<Server> usableServers(const std::vector<Server> &servers);
 
 // A reason why the configuration file cannot carry the table; none when it can. Unlike the relay, it
 // can carry a host name twice.
-std::optional<std::string> fileProblemOf(const std::vector<Server> &servers);
+Problem fileProblemOf(const std::vector<Server> &servers);
 
 // The configuration file as the library writes it from a table that it can carry.
 std::string confFileOf(const std::vector<Server> &servers);
 
 // A reason why a server cannot be put into the table beside the others, one of which it may replace.
-std::optional<std::string> editProblemOf(const std::vector<Server> &servers, const Server &edited);
+Problem editProblemOf(const std::vector<Server> &servers, const Server &edited);
 
-void insertServer(const Database &db, Server &server);
-void updateServer(const Database &db, const Server &server);
-void deleteServer(const Database &db, int64_t id);
+// Inserts a server, which gets its id, or stores one that has an id.
+void storeServer(const Database &db, Server &server);
 
 }  // namespace lanyardctl
 

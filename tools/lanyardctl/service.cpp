@@ -64,9 +64,9 @@ std::string oldValuesOf(const Server &row, const std::vector<std::string> &colum
     for (const std::string &column : columns) {
         const auto *const known =
             std::find_if(kServerColumns.begin(), kServerColumns.end(),
-                         [&](const auto &entry) { return column == entry.first; });
+                         [&](const Column &entry) { return column == entry.column; });
         names += column + '\0';
-        values += (known != kServerColumns.end() ? (row.*known->second).value_or("") : "") + '\0';
+        values += (known != kServerColumns.end() ? (row.*known->field).value_or("") : "") + '\0';
     }
     return names + values;
 }
@@ -75,9 +75,9 @@ std::string oldValuesOf(const Server &row, const std::vector<std::string> &colum
 void keepWhatIsSame(Server &row, const std::vector<Server> &servers) {
     const auto now = std::find_if(servers.begin(), servers.end(),
                                   [&](const Server &server) { return server.id == row.id; });
-    for (const auto &[name, field] : kServerColumns) {
-        if (now == servers.end() || row.*field != (*now).*field) {
-            (row.*field).reset();
+    for (const Column &column : kServerColumns) {
+        if (now == servers.end() || row.*column.field != (*now).*column.field) {
+            (row.*column.field).reset();
         }
     }
 }
@@ -105,7 +105,7 @@ void Service::replay() {
 
 void Service::look() {
     try {
-        const int64_t version = db_.dataVersion();
+        const int64_t version = db_.number("PRAGMA data_version");
         if (std::string run = relay_.run(); run != run_) {
             meet(std::move(run));
         }

@@ -6,7 +6,7 @@
 
 #include "tests/interop/child_process.h"
 #include "tests/unit/tools/lanyardctl/device.h"
-#include "tools/lanyardctl/cli.h"
+#include "tools/lanyardctl/failure.h"
 
 namespace lanyard::test::command_test {
 namespace {

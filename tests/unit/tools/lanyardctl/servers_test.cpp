@@ -203,8 +203,8 @@ TEST_F(Prepare, TableWithoutAColumn_FailsWithNothingHalfDone) {
 TEST_F(Prepare, PreparedDatabase_ChangesNothingButANamedDictionary) {
     prepareDatabase(db_, std::nullopt);
     EXPECT_EQ(kDefaultDictionary, readDictionary(db_));
-    Server added = server();
-    insertServer(db_, added);
+    Server added = server("radius.example", 0);
+    storeServer(db_, added);
     const auto before = db_.number("SELECT sum(length(sql)) FROM sqlite_master");
     prepareDatabase(db_, "/mine.dict");
     EXPECT_EQ(before, db_.number("SELECT sum(length(sql)) FROM sqlite_master"));
