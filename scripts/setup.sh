@@ -2,18 +2,32 @@
 #
 # Installs what building, testing and checking need on Debian 12. Does nothing, quickly, where all of it
 # is there. Run it as root, or as a user who may use sudo.
+#
+#   --bench  also what scripts/compare-eap.sh measures against
 set -euo pipefail
+
+# Packages that would run a service from their installation on.
+servers=(freeradius)
+case "$*" in
+    "") ;;
+    --bench) servers+=(hostapd) ;;
+    *)
+        echo "Usage: $0 [--bench]" >&2
+        exit 2
+        ;;
+esac
 
 packages=(
     # to build
     g++ cmake ninja-build ccache libssl-dev libsqlite3-dev libcli11-dev nlohmann-json3-dev
     # to test: the RADIUS server is the far end of the interoperability tests and of the demo
-    libgtest-dev libgmock-dev libbenchmark-dev libboost-dev sqlite3 freeradius
+    libgtest-dev libgmock-dev libbenchmark-dev libboost-dev sqlite3
     # to test the EAP relay: the supplicant is the far end of the port-access authenticator
     wpasupplicant iproute2
     # to check
     binutils clang-format-14 clang-tidy-14 shellcheck git
     clang-14 g++-arm-linux-gnueabihf
+    "${servers[@]}"
 )
 
 missing=()
@@ -57,13 +71,9 @@ apt_get() {
     done
 }
 
-# Installing a server on Debian starts it and has it started at every boot. This one is to be there and
-# not to run, so its service is disabled before it comes: under systemd by a mask that ends with the
+# Installing a server on Debian starts it and has it started at every boot. Those here are to be there and
+# not to run, so the service is disabled before it comes: under systemd by a mask that ends with the
 # installation, or the next boot, elsewhere by the links of a disabled service.
-server=freeradius
-script=/etc/init.d/$server
-links=("/etc/rc"{2,3,4,5}".d/K01$server")
-mask=/run/systemd/system/$server.service
 undo=()
 
 undo_disabling() {
@@ -80,6 +90,8 @@ trap 'exit 130' INT
 trap 'exit 143' TERM
 
 disable_before_installation() {
+    local server=$1 script=/etc/init.d/$1 mask=/run/systemd/system/$1.service
+    local links=("/etc/rc"{2,3,4,5}".d/K01$1")
     if [[ -d /run/systemd/system ]]; then
         # Who has masked it before keeps the mask.
         if [[ ! -L $mask ]]; then
@@ -99,7 +111,8 @@ disable_before_installation() {
 }
 
 install_server() {
-    disable_before_installation
+    local server=$1
+    disable_before_installation "$server"
     apt_get install -y --no-install-recommends "$server"
     # The links are right as they are, the mask has done its work.
     [[ ! -d /run/systemd/system ]] || undo_disabling
@@ -109,14 +122,19 @@ install_server() {
 
 echo "setup: installing ${missing[*]}"
 apt_get update
+missing_servers=()
 others=()
 for package in "${missing[@]}"; do
-    [[ $package == "$server" ]] || others+=("$package")
+    if [[ " ${servers[*]} " == *" $package "* ]]; then
+        missing_servers+=("$package")
+    else
+        others+=("$package")
+    fi
 done
 if [[ ${#others[@]} -gt 0 ]]; then
     apt_get install -y --no-install-recommends "${others[@]}"
 fi
-if [[ ${#others[@]} -lt ${#missing[@]} ]]; then
-    install_server
-fi
+for package in "${missing_servers[@]}"; do
+    install_server "$package"
+done
 echo "setup: done"
