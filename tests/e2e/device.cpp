@@ -121,7 +121,9 @@ void Device::superviseRelay() {
 
 void Device::startRelay(const std::string &program) {
     relayProgram_ = program;
-    const ProgramResult result = runProgram({program, "-d", database_}, settings("relay"));
+    std::vector<std::string> command = {program, "-d", database_};
+    command.insert(command.end(), relayOptions_.begin(), relayOptions_.end());
+    const ProgramResult result = runProgram(command, settings("relay"));
     std::optional<pid_t> task;
     if (result.status != 0 || !waitUntil([&] {
             task = findTask(kRelayTask);

@@ -47,6 +47,8 @@ class Device {
     // Waits until the service has given a relay servers. Throws std::runtime_error.
     void awaitRelay();
 
+    // Options for relays that are started from now on.
+    void setRelayOptions(const std::vector<std::string> &options) { relayOptions_ = options; }
     // Starts radeapd, or another relay, and returns when it runs as a daemon.
     void startRelay(const std::string &program = kRelay);
     // Sends it a signal and waits for its end. Throws std::runtime_error when there is none.
@@ -95,6 +97,7 @@ class Device {
     std::optional<RunningProgram> authenticator_;
     pid_t relay_ = -1;
     std::string relayProgram_;
+    std::vector<std::string> relayOptions_;
     std::string wrong_;  // what stop() has to tell
 };
 

@@ -36,14 +36,17 @@ std::string authority(const RealServer &server) {
 
 // Writes the configuration. Returns the command.
 std::vector<std::string> prepare(const TemporaryFolder &folder, const Account &account,
-                                 const std::string &interface) {
+                                 const std::string &interface, Supplicant::Log log) {
     folder.write("supplicant.conf", "ctrl_interface=" + (folder.path() / "control").string() +
                                         "\nap_scan=0\nnetwork={\nkey_mgmt=IEEE8021X\n" +
                                         "eapol_flags=0\n" + account + "}\n");
-    // -K shows keys, and -dd the states that are waited for.
-    return {kProgram,  "-D",  "wired",
-            "-K",      "-dd", "-i",
-            interface, "-c",  (folder.path() / "supplicant.conf").string()};
+    std::vector<std::string> command = {
+        kProgram, "-D", "wired", "-i", interface, "-c", folder.path() / "supplicant.conf"};
+    if (log == Supplicant::Log::kAll) {
+        // -K shows keys, and -dd the states that are waited for.
+        command.insert(command.end(), {"-K", "-dd"});
+    }
+    return command;
 }
 
 sockaddr_un addressOf(const std::filesystem::path &path) {
@@ -81,10 +84,11 @@ Account tlsAccount(const RealServer &server, const std::string &identity,
 }
 
 Supplicant::Supplicant(const VirtualWire &wire, const Account &account,
-                       const std::string &interface)
+                       const std::string &interface, Log log)
     : interface_(interface), program_([&] {
           const VirtualWire::SupplicantsSide side(wire);
-          return RunningProgram(prepare(folder_, account, interface), {}, folder_.path() / "log");
+          return RunningProgram(prepare(folder_, account, interface, log), {},
+                                folder_.path() / "log");
       }()) {}
 
 void Supplicant::awaitReady() const {

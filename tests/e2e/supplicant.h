@@ -27,8 +27,12 @@ Account tlsAccount(const RealServer &server, const std::string &identity,
 
 class Supplicant {
   public:
+    // What it says beside results. The functions that wait for what it does, and sessionKey(), need
+    // all of it; a measurement had better do without.
+    enum class Log { kAll, kResults };
+
     Supplicant(const VirtualWire &wire, const Account &account,
-               const std::string &interface = VirtualWire::kUser);
+               const std::string &interface = VirtualWire::kUser, Log log = Log::kAll);
 
     // Waits until it listens. Then it answers when it is asked for its identity; by itself it
     // would wait for two seconds. Throws std::runtime_error.
