@@ -162,63 +162,6 @@ bool Authenticator::answersGroup(const EapPacket &eap) const {
     return group_ && eap.type == kEapTypeIdentity && eap.identifier == group_->identifier;
 }
 
-// The table of conversations
-
-Authenticator::Conversation *Authenticator::find(const Mac &address) {
-    const auto found = conversations_.find(address);
-    return found == conversations_.end() ? nullptr : &found->second;
-}
-
-Authenticator::Conversation *Authenticator::findCookie(uint32_t cookie) {
-    const auto found = cookies_.find(cookie);
-    Conversation *conversation = found == cookies_.end() ? nullptr : find(found->second);
-    return conversation && conversation->cookie == cookie ? conversation : nullptr;
-}
-
-Authenticator::Conversation *Authenticator::findOrAdd(const EapolFrame &frame) {
-    Conversation *conversation = find(frame.source);
-    if (!conversation) {
-        if (!makeRoom()) {
-            ++counters_.refused;
-            return nullptr;
-        }
-        conversation = &conversations_[frame.source];
-        conversation->address = frame.source;
-        conversation->identifier = static_cast<uint8_t>(random_());
-        conversation->unanswered = unanswered_.insert(unanswered_.end(), frame.source);
-    }
-    conversation->version = frame.version;
-    return conversation;
-}
-
-// Whoever has answered once is real; a flood of invented addresses only displaces itself and those
-// who would have answered next.
-bool Authenticator::makeRoom() {
-    if (conversations_.size() < settings_.supplicantsMax) {
-        return true;
-    }
-    if (unanswered_.empty()) {
-        return false;
-    }
-    ++counters_.evicted;
-    drop(*find(unanswered_.front()));
-    return true;
-}
-
-void Authenticator::drop(Conversation &conversation) {
-    endAttempt(conversation);
-    setAlarm(conversation, std::nullopt);
-    noteAnswered(conversation);
-    conversations_.erase(conversation.address);
-}
-
-void Authenticator::noteAnswered(Conversation &conversation) {
-    if (conversation.unanswered) {
-        unanswered_.erase(*conversation.unanswered);
-        conversation.unanswered.reset();
-    }
-}
-
 // An attempt to log in
 
 void Authenticator::beginAttempt(Conversation &conversation, Time now) {
@@ -365,28 +308,6 @@ void Authenticator::repeatGroupRequest(Time now) {
         group_->due = end;  // answers may still come
     } else {
         group_.reset();
-    }
-}
-
-void Authenticator::settle(Conversation &conversation) {
-    std::optional<Time> alarm = conversation.phaseEnd;
-    if (conversation.session && conversation.session->end &&
-        (!alarm || *conversation.session->end < *alarm)) {
-        alarm = conversation.session->end;
-    }
-    setAlarm(conversation, alarm);
-    if (conversation.phase == Phase::kIdle && !conversation.session) {
-        drop(conversation);
-    }
-}
-
-void Authenticator::setAlarm(Conversation &conversation, std::optional<Time> alarm) {
-    if (conversation.alarm) {
-        alarms_.erase({*conversation.alarm, conversation.address});
-    }
-    conversation.alarm = alarm;
-    if (alarm) {
-        alarms_.insert({*alarm, conversation.address});
     }
 }
 

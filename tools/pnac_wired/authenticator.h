@@ -30,7 +30,6 @@
 #ifndef LANYARD_TOOLS_PNAC_WIRED_AUTHENTICATOR_H
 #define LANYARD_TOOLS_PNAC_WIRED_AUTHENTICATOR_H
 
-#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -38,97 +37,14 @@
 #include <map>
 #include <optional>
 #include <set>
-#include <string>
 #include <utility>
 
 #include "tools/pnac_wired/eapol.h"
+#include "tools/pnac_wired/event.h"
 #include "tools/pnac_wired/relay_record.h"
+#include "tools/pnac_wired/settings.h"
 
 namespace lanyard::pnac {
-
-using Clock = std::chrono::steady_clock;
-using Time = Clock::time_point;
-using Duration = Clock::duration;
-
-enum class EventKind {
-    kAuthorized,   // logged in, for the first time or again
-    kFailed,       // not logged in; an attempt that ends before it has a name is no event
-    kUnauthorized  // the session is over
-};
-
-enum class Reason {
-    kAccepted,
-    kRejected,
-    kSupplicantSilent,
-    kRelaySilent,
-    kIdentityTooLong,
-    kLogoff,
-    kSessionTimeout,
-    kNotReauthenticated,
-    kLinkDown,
-    kShutdown
-};
-
-// What the outside is told. All that it refers to ends with the call.
-struct Event {
-    EventKind kind = EventKind::kFailed;
-    Reason reason = Reason::kRejected;
-    Mac address = {};
-    ByteView identity = {};
-    Duration duration = {};         // of the attempt; of the session when it is over
-    bool reauthentication = false;  // the supplicant was authorized before
-    KeyInfo keyInfo = {};           // with kAuthorized
-};
-
-class Outlet {
-  public:
-    virtual void sendFrame(ByteView frame) = 0;
-    // False when the relay does not take it now.
-    virtual bool sendRecord(ByteView record) = 0;
-    virtual void report(const Event &event) = 0;
-
-  protected:
-    ~Outlet() = default;
-};
-
-struct Settings {
-    Mac address = {};                             // of the interface
-    Duration interval = std::chrono::seconds(3);  // before a request is sent again
-    unsigned repeats = 3;                         // how often it is
-    size_t supplicantsMax = 2048;                 // conversations at once
-
-    // The longest wait that a server may ask for with a challenge: the relay forgets it after that.
-    Duration challengeWaitMax = std::chrono::minutes(5);
-
-    Duration relayTimeout = std::chrono::seconds(30);     // for the relay's answer
-    size_t relayWindow = 4;                               // packets that the relay has at once
-    Duration relayStall = std::chrono::milliseconds(50);  // then it gets more without an answer
-
-    // Before a packet that the relay did not take is offered again; doubles each time.
-    Duration handOverRetryMin = std::chrono::milliseconds(5);
-    Duration handOverRetryMax = std::chrono::milliseconds(320);
-};
-
-struct Counters {
-    uint64_t framesReceived = 0;
-    uint64_t framesMalformed = 0;
-    uint64_t framesForeign = 0;
-    uint64_t starts = 0;
-    uint64_t logoffs = 0;
-    uint64_t eapMalformed = 0;
-    uint64_t eapUnexpected = 0;  // duplicates, wrong identifiers, answers to nothing
-    uint64_t identitiesTooLong = 0;
-    uint64_t refused = 0;  // no room for another supplicant
-    uint64_t evicted = 0;  // gave their room to another one before they had answered
-    uint64_t requestsRepeated = 0;
-    uint64_t recordsSent = 0;
-    uint64_t recordsDelayed = 0;  // the relay did not take them at once
-    uint64_t recordsReceived = 0;
-    uint64_t recordsMalformed = 0;
-    uint64_t recordsUnexpected = 0;  // of an attempt that is over
-    uint64_t authorized = 0;
-    uint64_t failed = 0;
-};
 
 class Authenticator {
   public:

@@ -14,7 +14,7 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "tools/pnac_wired/authenticator.h"
+#include "tools/pnac_wired/event.h"
 
 namespace lanyard::pnac {
 

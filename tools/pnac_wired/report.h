@@ -6,7 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "tools/pnac_wired/authenticator.h"
+#include "tools/pnac_wired/event.h"
+#include "tools/pnac_wired/settings.h"
 
 namespace lanyard::pnac {
 
