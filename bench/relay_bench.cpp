@@ -145,7 +145,7 @@ class Authenticator {
     Moment send(uint32_t cookie, const Bytes &eap) {
         const pnac::Bytes record = pnac::buildRecord(cookie, eap);
         const Moment sent = now();
-        if (!bus_.send(record)) {
+        if (bus_.send(record) != pnac::HandOver::kTaken) {
             throw std::runtime_error("the relay takes nothing");
         }
         return sent;

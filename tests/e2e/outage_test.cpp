@@ -71,7 +71,7 @@ TEST_F(Outage, RelayDead_TheSupplicantIsTold) {
     device().startAuthenticator({"--relay-timeout", "0.2"});
     const Event event = knock(md5Account("alice", "wonderland"));
     EXPECT_EQ("failed", event.at("event"));
-    EXPECT_EQ("no answer from the relay", event.at("reason"));
+    EXPECT_EQ("relay not running", event.at("reason"));
     device().startRelay();
     device().db({"replay"});
     expectLogin();

@@ -16,6 +16,7 @@ Authenticator::Authenticator(const Settings &settings, Outlet &outlet,
     : settings_(settings),
       outlet_(outlet),
       random_(std::move(random)),
+      load_(settings.relayLoad),
       handOverRetry_(settings.handOverRetryMin) {}
 
 // The link
@@ -49,7 +50,8 @@ void Authenticator::endAll(Reason reason, Time now) {
         endSession(conversation, reason, now);
         drop(conversation);
     }
-    inWindow_ = 0;
+    load_.forget();
+    stalledAt_.reset();
     handOverAt_.reset();
 }
 
@@ -238,19 +240,23 @@ void Authenticator::tick(Time now) {
     if (group_ && group_->due <= now) {
         repeatGroupRequest(now);
     }
-    if (handOverAt_ && *handOverAt_ <= now) {
-        inWindow_ = 0;  // what the relay has lost or keeps for long does not hold up the others
+    const bool isStalled = stalledAt_ && *stalledAt_ <= now;
+    if (isStalled) {
+        load_.forget();
+        stalledAt_.reset();
+    }
+    if (isStalled || (handOverAt_ && *handOverAt_ <= now)) {
         drainBacklog(now);
     }
 }
 
 std::optional<Time> Authenticator::nextDeadline() const {
-    std::optional<Time> next = handOverAt_;
-    if (!alarms_.empty() && (!next || alarms_.begin()->first < *next)) {
-        next = alarms_.begin()->first;
+    std::optional<Time> next = earlier(handOverAt_, stalledAt_);
+    if (!alarms_.empty()) {
+        next = earlier(next, alarms_.begin()->first);
     }
-    if (group_ && (!next || group_->due < *next)) {
-        next = group_->due;
+    if (group_) {
+        next = earlier(next, group_->due);
     }
     return next;
 }
@@ -269,8 +275,7 @@ void Authenticator::expirePhase(Conversation &conversation, Time now) {
         enqueue(conversation, now);
         settle(conversation);
     } else if (conversation.phase == Phase::kBacklog || conversation.phase == Phase::kRelay) {
-        sendEap(conversation, eapFailure(conversation.identifier));
-        fail(conversation, Reason::kRelaySilent, now);
+        expireRelay(conversation, now);
     } else if (conversation.repeatsLeft > 0) {
         --conversation.repeatsLeft;
         ++counters_.requestsRepeated;

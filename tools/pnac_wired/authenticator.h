@@ -17,10 +17,8 @@
 // A session (the supplicant is authorized) lives beside that: it stays while the supplicant logs in
 // again, and ends with a failure of that, with EAPOL-Logoff, its Session-Timeout or the link.
 //
-// The relay serves one packet at a time, keeps the state of every conversation that it has seen, and
-// gives a conversation up after so many packets, whosever they are. So it is handed a few packets at
-// once, and those of logins that are under way before those of newcomers: when all supplicants of a
-// switch come at the same time, few logins are under way at any moment, and each of them is short.
+// The relay is handed packets as soon as it takes them, those of logins that are under way before those
+// of newcomers, which wait while it has much to do (relay_load.h).
 //
 // It forgets a conversation with its verdict. An attempt that is given up before leaves one behind for
 // minutes, so the next attempt of that address goes on in it: a new identity has the relay begin it
@@ -100,6 +98,7 @@ class Authenticator {
     struct Remnant {
         uint32_t cookie = 0;
         Birth birth = {};
+        uint64_t packetSent = 0;
         std::optional<Time> owedUntil = {};  // an answer may come until then
         std::list<Mac>::iterator place = {};
     };
@@ -121,7 +120,8 @@ class Authenticator {
         std::optional<Time> alarm = {};                           // its entry in alarms_
         std::optional<std::list<Mac>::iterator> unanswered = {};  // its places in the lists
         std::optional<std::list<Mac>::iterator> waiting = {};
-        bool underway = false;  // which of them: the relay knows it
+        bool underway = false;    // which of them: the relay knows it
+        uint64_t packetSent = 0;  // the relay's number of it
     };
 
     // The Identity request to the group.
@@ -151,11 +151,12 @@ class Authenticator {
     void forward(Conversation &conversation, const EapPacket &eap, Time now);
     void enqueue(Conversation &conversation, Time now);
     bool handOver(Conversation &conversation, Time now);
+    bool handOverFirst(const std::list<Mac> &backlog, Time now);
     void drainBacklog(Time now);
     std::list<Mac> &backlogOf(const Conversation &conversation) {
         return conversation.underway ? underway_ : newcomers_;
     }
-    Conversation *firstOfBacklog();
+    void expireRelay(Conversation &conversation, Time now);
     void takeRecord(const RelayRecord &record, Time now);
     void takeLateAnswer(const RelayRecord &record, Time now);
     void relayRequest(Conversation &conversation, const RelayRecord &record, Time now);
@@ -203,9 +204,12 @@ class Authenticator {
     // Those in Phase::kBacklog, the oldest first.
     std::list<Mac> underway_;
     std::list<Mac> newcomers_;
-    size_t inWindow_ = 0;  // packets that the relay has, as far as one may think
-    std::optional<Time> handOverAt_;
+    RelayLoad load_;
+    std::optional<Time> stalledAt_;   // newcomers wait no longer for an answer of the relay
+    std::optional<Time> handOverAt_;  // after the relay has refused a packet
     Duration handOverRetry_;
+    HandOver lastHandOver_ = HandOver::kTaken;
+    Time lastAnswer_ = Time::min();
 
     std::map<Mac, Remnant> remnants_;  // their cookies are in cookies_ too
     std::list<Mac> remnantsByAge_;     // the oldest first

@@ -49,6 +49,7 @@ void Authenticator::leaveRemnant(const Conversation &conversation) {
     remnants_[conversation.address] = {
         .cookie = conversation.cookie,
         .birth = *conversation.birth,
+        .packetSent = conversation.packetSent,
         .owedUntil = conversation.phase == Phase::kRelay ? conversation.phaseEnd : std::nullopt,
         .place = remnantsByAge_.insert(remnantsByAge_.end(), conversation.address)};
 }
@@ -111,7 +112,8 @@ void Authenticator::enqueue(Conversation &conversation, Time now) {
 }
 
 bool Authenticator::handOver(Conversation &conversation, Time now) {
-    if (!outlet_.sendRecord(conversation.packet)) {
+    lastHandOver_ = outlet_.sendRecord(conversation.packet);
+    if (lastHandOver_ != HandOver::kTaken) {
         handOverAt_ = now + handOverRetry_;
         handOverRetry_ = std::min(handOverRetry_ * 2, settings_.handOverRetryMax);
         return false;
@@ -120,38 +122,62 @@ bool Authenticator::handOver(Conversation &conversation, Time now) {
         conversation.birth = Birth{.since = now, .recordsSent = counters_.recordsSent};
     }
     ++counters_.recordsSent;
-    ++inWindow_;
     handOverRetry_ = settings_.handOverRetryMin;
     conversation.packet.clear();
+    conversation.packetSent = load_.sent();
+    conversation.phaseEnd = now + settings_.relayTimeout;
     setPhase(conversation, Phase::kRelay);
+    settle(conversation);
     return true;
 }
 
-Authenticator::Conversation *Authenticator::firstOfBacklog() {
-    const auto &backlog = underway_.empty() ? newcomers_ : underway_;
-    return backlog.empty() ? nullptr : find(backlog.front());
+bool Authenticator::handOverFirst(const std::list<Mac> &backlog, Time now) {
+    return handOver(*find(backlog.front()), now);
 }
 
 void Authenticator::drainBacklog(Time now) {
     handOverAt_.reset();
-    inWindow_ = std::min(inWindow_, withRelay_);
-    while (Conversation *conversation = firstOfBacklog()) {
-        if (inWindow_ >= settings_.relayWindow) {
-            handOverAt_ = now + settings_.relayStall;
-            return;
-        }
-        if (!handOver(*conversation, now)) {
+    while (!underway_.empty()) {
+        if (!handOverFirst(underway_, now)) {
             return;
         }
     }
+    while (!newcomers_.empty() && !load_.isFull()) {
+        if (!handOverFirst(newcomers_, now)) {
+            return;
+        }
+    }
+    if (newcomers_.empty()) {
+        stalledAt_.reset();
+    } else if (!stalledAt_) {
+        stalledAt_ = now + settings_.relayLoad.slow;
+    }
+}
+
+// A packet has waited for so long. What the relay has not been handed is not its silence while it
+// answers others.
+void Authenticator::expireRelay(Conversation &conversation, Time now) {
+    const bool isWaiting = conversation.phase == Phase::kBacklog;
+    if (isWaiting && lastAnswer_ + settings_.relayTimeout > now) {
+        conversation.phaseEnd = lastAnswer_ + settings_.relayTimeout;
+        settle(conversation);
+        return;
+    }
+    if (!isWaiting) {
+        load_.late(conversation.packetSent);
+    }
+    sendEap(conversation, eapFailure(conversation.identifier));
+    const bool isNobody = isWaiting && lastHandOver_ == HandOver::kNobody;
+    fail(conversation, isNobody ? Reason::kRelayNotRunning : Reason::kRelaySilent, now);
 }
 
 // From the relay
 
 void Authenticator::receiveRecord(ByteView bytes, Time now) {
     ++counters_.recordsReceived;
-    inWindow_ -= std::min<size_t>(inWindow_, 1);
+    stalledAt_.reset();
     if (const auto record = parseRecord(bytes)) {
+        lastAnswer_ = now;
         takeRecord(*record, now);
     } else {
         ++counters_.recordsMalformed;
@@ -166,6 +192,8 @@ void Authenticator::takeRecord(const RelayRecord &record, Time now) {
         takeLateAnswer(record, now);
         return;
     }
+    load_.answered(conversation->packetSent,
+                   now - (*conversation->phaseEnd - settings_.relayTimeout));
     if (record.eap.code != EapCode::kRequest) {
         conversation->birth.reset();  // the relay forgets it with its verdict
     }
@@ -195,6 +223,9 @@ void Authenticator::takeLateAnswer(const RelayRecord &record, Time now) {
     Remnant *remnant = findRemnant(address);
     if (!remnant || remnant->cookie != record.cookie) {
         return;
+    }
+    if (remnant->owedUntil) {
+        load_.answered(remnant->packetSent, now - (*remnant->owedUntil - settings_.relayTimeout));
     }
     if (record.eap.code == EapCode::kRequest) {
         remnant->owedUntil.reset();

@@ -59,12 +59,9 @@ void Authenticator::noteAnswered(Conversation &conversation) {
 }
 
 void Authenticator::settle(Conversation &conversation) {
-    std::optional<Time> alarm = conversation.phaseEnd;
-    if (conversation.session && conversation.session->end &&
-        (!alarm || *conversation.session->end < *alarm)) {
-        alarm = conversation.session->end;
-    }
-    setAlarm(conversation, alarm);
+    setAlarm(conversation,
+             earlier(conversation.phaseEnd,
+                     conversation.session ? conversation.session->end : std::nullopt));
     if (conversation.phase == Phase::kIdle && !conversation.session) {
         drop(conversation);
     }

@@ -42,11 +42,15 @@ Bus::~Bus() {
     xbusDeInit();
 }
 
-bool Bus::send(ByteView record) {
+HandOver Bus::send(ByteView record) {
     uint32_t outLen = 0;
-    return xbusIoctl(context_, RAD_EAP_MODULE, kRecordCommand, record.data(),
-                     static_cast<uint32_t>(record.size()), nullptr, &outLen, XBUS_NO_WAIT, 0,
-                     0) == 0;
+    errno = 0;  // a vendor's bus may not set it
+    if (xbusIoctl(context_, RAD_EAP_MODULE, kRecordCommand, record.data(),
+                  static_cast<uint32_t>(record.size()), nullptr, &outLen, XBUS_NO_WAIT, 0,
+                  0) == 0) {
+        return HandOver::kTaken;
+    }
+    return errno == ENOENT || errno == ECONNREFUSED ? HandOver::kNobody : HandOver::kBusy;
 }
 
 bool Bus::listen(std::chrono::microseconds wait) {

@@ -9,7 +9,7 @@
 
 #include <xbus.h>
 
-#include "tools/pnac_wired/eapol.h"
+#include "tools/pnac_wired/event.h"
 
 namespace lanyard::pnac {
 
@@ -21,8 +21,8 @@ class Bus {
     Bus(const Bus &) = delete;
     Bus &operator=(const Bus &) = delete;
 
-    // Hands a record to the relay without waiting; false when it does not take it.
-    bool send(ByteView record);
+    // Hands a record to the relay without waiting.
+    HandOver send(ByteView record);
 
     // What to poll for input: listen() without a wait has something to do when it is readable. -1
     // where the bus of this device has no descriptor; then only a listen() that waits is woken by it.

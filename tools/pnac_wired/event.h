@@ -3,6 +3,7 @@
 #define LANYARD_TOOLS_PNAC_WIRED_EVENT_H
 
 #include <chrono>
+#include <optional>
 
 #include "tools/pnac_wired/eapol.h"
 #include "tools/pnac_wired/relay_record.h"
@@ -12,6 +13,11 @@ namespace lanyard::pnac {
 using Clock = std::chrono::steady_clock;
 using Time = Clock::time_point;
 using Duration = Clock::duration;
+
+// Of two points in time, where there are any.
+inline std::optional<Time> earlier(std::optional<Time> one, std::optional<Time> other) {
+    return !one || (other && *other < *one) ? other : one;
+}
 
 enum class EventKind {
     kAuthorized,   // logged in, for the first time or again
@@ -24,6 +30,7 @@ enum class Reason {
     kRejected,
     kSupplicantSilent,
     kRelaySilent,
+    kRelayNotRunning,
     kIdentityTooLong,
     kLogoff,
     kSessionTimeout,
@@ -43,11 +50,17 @@ struct Event {
     KeyInfo keyInfo = {};           // with kAuthorized
 };
 
+// What becomes of a record for the relay.
+enum class HandOver {
+    kTaken,
+    kBusy,    // there is no room for it now
+    kNobody,  // no relay is running
+};
+
 class Outlet {
   public:
     virtual void sendFrame(ByteView frame) = 0;
-    // False when the relay does not take it now.
-    virtual bool sendRecord(ByteView record) = 0;
+    virtual HandOver sendRecord(ByteView record) = 0;
     virtual void report(const Event &event) = 0;
 
   protected:

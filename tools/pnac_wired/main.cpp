@@ -147,7 +147,7 @@ class Program final : private Outlet {
     }
 
     void sendFrame(ByteView frame) override { ethernet_.send(frame); }
-    bool sendRecord(ByteView record) override { return bus_.send(record); }
+    HandOver sendRecord(ByteView record) override { return bus_.send(record); }
     // Where a step fails, the others that are to come are taken all the same.
     template <typename Step>
     static void attempt(Step step) {

@@ -72,6 +72,8 @@ std::string_view nameOf(Reason reason) {
             return "no answer from the supplicant";
         case Reason::kRelaySilent:
             return "no answer from the relay";
+        case Reason::kRelayNotRunning:
+            return "relay not running";
         case Reason::kIdentityTooLong:
             return "identity too long";
         case Reason::kLogoff:

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "tools/pnac_wired/event.h"
+#include "tools/pnac_wired/relay_load.h"
 
 namespace lanyard::pnac {
 
@@ -17,9 +18,8 @@ struct Settings {
     // The longest wait that a server may ask for with a challenge: the relay forgets it after that.
     Duration challengeWaitMax = std::chrono::minutes(5);
 
-    Duration relayTimeout = std::chrono::seconds(30);     // for the relay's answer
-    size_t relayWindow = 4;                               // packets that the relay has at once
-    Duration relayStall = std::chrono::milliseconds(50);  // then it gets more without an answer
+    Duration relayTimeout = std::chrono::seconds(30);  // for the relay's answer
+    RelayLoad::Settings relayLoad = {};
 
     // Before a packet that the relay did not take is offered again; doubles each time.
     Duration handOverRetryMin = std::chrono::milliseconds(5);

@@ -495,120 +495,6 @@ TEST(Attempt, TakesOtherSessionTimeoutsOfAChallengeForNothing) {
     EXPECT_THAT(world.events(), SizeIs(1));
 }
 
-TEST(Attempt, FailsWhenTheRelayIsSilent) {
-    World world;
-    Supplicant alice(world, 1);
-    alice.knock("alice");
-    const uint8_t identifier = alice.identifier();
-    world.pass(29999ms);
-    EXPECT_THAT(world.events(), IsEmpty());
-    world.pass(1ms);
-    EXPECT_THAT(world.events(),
-                ElementsAre(Event(EventKind::kFailed, Reason::kRelaySilent, "alice")));
-    EXPECT_EQ(30s, world.events()[0].duration);
-    EXPECT_BYTES_EQ(eapFailure(identifier), alice.received().back());
-    world.relaySends(alice.cookie(), eapSuccess(identifier));
-    EXPECT_EQ(1U, world.counters().recordsUnexpected);
-    EXPECT_THAT(world.events(), SizeIs(1));
-}
-
-TEST(Attempt, WaitsForARelayThatIsNotThereYet) {
-    World world;
-    world.setRelayRoom(0);
-    Supplicant alice(world, 1);
-    alice.knock("alice");
-    EXPECT_THAT(world.records(), IsEmpty());
-    EXPECT_FALSE(world.authenticator().awaitsRelay()) << "there is nothing that it could answer";
-    world.pass(20s);
-    EXPECT_LT(world.recordsOffered(), 100U) << "it is not offered without a pause";
-    world.setRelayRoom(-1);
-    world.pass(320ms);
-    ASSERT_THAT(world.records(), SizeIs(1));
-    EXPECT_TRUE(world.authenticator().awaitsRelay());
-    world.relaySends(alice.cookie(), eapSuccess(1));
-    EXPECT_THAT(world.events(),
-                ElementsAre(Event(EventKind::kAuthorized, Reason::kAccepted, "alice")));
-}
-
-TEST(Attempt, FailsWhenTheRelayStaysAway) {
-    World world;
-    world.setRelayRoom(0);
-    Supplicant alice(world, 1);
-    alice.knock("alice");
-    world.pass(30s);
-    EXPECT_THAT(world.events(),
-                ElementsAre(Event(EventKind::kFailed, Reason::kRelaySilent, "alice")));
-    world.setRelayRoom(-1);
-    world.pass(1min);
-    EXPECT_THAT(world.records(), IsEmpty()) << "what is over is not sent any more";
-    alice.logIn("alice");
-    EXPECT_THAT(world.events(), SizeIs(2));
-}
-
-TEST(Attempt, ServesSupplicantsInTheirOrderWhenTheRelayIsBusy) {
-    World world;
-    world.setRelayRoom(1);
-    Supplicant first(world, 1);
-    Supplicant second(world, 2);
-    Supplicant third(world, 3);
-    first.knock("first");
-    second.knock("second");
-    third.knock("third");
-    ASSERT_THAT(world.records(), SizeIs(1));
-    EXPECT_EQ(2U, world.counters().recordsDelayed);
-
-    world.setRelayRoom(1);
-    world.relaySends(world.records()[0].cookie, eapSuccess(1));
-    ASSERT_THAT(world.records(), SizeIs(2));
-    EXPECT_EQ("second", toText(ByteView(world.records()[1].eap).subspan(5)));
-
-    second.logoff();
-    third.start();
-    third.identify("third again");
-    world.setRelayRoom(-1);
-    world.pass(1s);
-    ASSERT_THAT(world.records(), SizeIs(3));
-    EXPECT_EQ("third again", toText(ByteView(world.records()[2].eap).subspan(5)));
-}
-
-TEST(Attempt, ThatIsUnderWayIsServedBeforeNewcomers) {
-    World world({.relayWindow = 1});
-    Supplicant alice(world, 1);
-    alice.knock("alice");
-    Supplicant(world, 2).knock("bob");
-    Supplicant(world, 3).knock("carol");
-    ASSERT_THAT(world.records(), SizeIs(1));
-    world.relaySends(world.records()[0].cookie, eapRequest(50, 4));
-    ASSERT_THAT(world.records(), SizeIs(2)) << "the relay is not left without work";
-    alice.answer(4, "10"_hex);
-    ASSERT_THAT(world.records(), SizeIs(2));
-    world.relaySends(world.records()[1].cookie, eapRequest(60, 4));
-    ASSERT_THAT(world.records(), SizeIs(3));
-    EXPECT_BYTES_EQ(eapResponse(50, 4, "10"_hex), world.records()[2].eap);
-    world.relaySends(world.records()[2].cookie, eapSuccess(50));
-    ASSERT_THAT(world.records(), SizeIs(4));
-    EXPECT_EQ("carol", toText(ByteView(world.records()[3].eap).subspan(5)));
-}
-
-TEST(Attempt, IsNotHeldUpByPacketsThatTheRelayHasLost) {
-    World world({.relayWindow = 2});
-    for (unsigned i = 0; i < 5; ++i) {
-        Supplicant(world, i).knock("user");
-    }
-    EXPECT_THAT(world.records(), SizeIs(2));
-    world.pass(49ms);
-    EXPECT_THAT(world.records(), SizeIs(2));
-    world.pass(1ms);
-    EXPECT_THAT(world.records(), SizeIs(4));
-    world.pass(50ms);
-    EXPECT_THAT(world.records(), SizeIs(5));
-    for (unsigned i = 0; i < 5; ++i) {
-        Supplicant(world, i).logoff();
-    }
-    Supplicant(world, 6).knock("user");
-    EXPECT_THAT(world.records(), SizeIs(6)) << "nobody waits for what was given up";
-}
-
 TEST(Attempt, EndsWithALogoff) {
     World world;
     Supplicant alice(world, 1);
@@ -630,18 +516,18 @@ TEST(Attempt, HasACookieThatIsNotZeroNorUsedNorGuessed) {
 
       private:
         void sendFrame(ByteView frame) override { identifier = frame[19]; }
-        bool sendRecord(ByteView record) override {
+        pnac::HandOver sendRecord(ByteView record) override {
             uint32_t cookie = 0;
             std::copy_n(record.begin(), sizeof(cookie), reinterpret_cast<uint8_t *>(&cookie));
             cookies.push_back(cookie);
-            return true;
+            return pnac::HandOver::kTaken;
         }
         void report(const pnac::Event & /*event*/) override {}
     };
     // A source that starts with nothing but 0 and repeats each number.
     uint32_t calls = 0;
     Silent outlet;
-    pnac::Authenticator authenticator({.address = kOwnAddress, .relayWindow = 50}, outlet,
+    pnac::Authenticator authenticator({.address = kOwnAddress}, outlet,
                                       [&] { return calls++ / 7; });
     const pnac::Time now{};
     for (int i = 0; i < 50; ++i) {

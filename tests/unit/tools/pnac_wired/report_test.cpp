@@ -136,6 +136,7 @@ TEST(Report, NamesEveryReason) {
                                        {Reason::kRejected, "rejected"},
                                        {Reason::kSupplicantSilent, "no answer from the supplicant"},
                                        {Reason::kRelaySilent, "no answer from the relay"},
+                                       {Reason::kRelayNotRunning, "relay not running"},
                                        {Reason::kIdentityTooLong, "identity too long"},
                                        {Reason::kLogoff, "logoff"},
                                        {Reason::kSessionTimeout, "session timeout"},

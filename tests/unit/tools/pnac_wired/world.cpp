@@ -133,10 +133,13 @@ void World::sendFrame(ByteView frame) {
     frames_.push_back(sent);
 }
 
-bool World::sendRecord(ByteView record) {
+pnac::HandOver World::sendRecord(ByteView record) {
     ++recordsOffered_;
+    if (!relayRuns_) {
+        return pnac::HandOver::kNobody;
+    }
     if (relayRoom_ == 0) {
-        return false;
+        return pnac::HandOver::kBusy;
     }
     relayRoom_ -= relayRoom_ > 0 ? 1 : 0;
     const ByteView eap = record.subspan(kRecordHeadSize);
@@ -144,7 +147,7 @@ bool World::sendRecord(ByteView record) {
     records_.push_back({.cookie = hostWordAt(record, 0),
                         .command = hostWordAt(record, 4),
                         .eap = Bytes(eap.begin(), eap.end())});
-    return true;
+    return pnac::HandOver::kTaken;
 }
 
 void World::report(const pnac::Event &event) {

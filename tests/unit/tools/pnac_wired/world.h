@@ -119,6 +119,7 @@ class World final : private pnac::Outlet {
 
     // The relay's bus takes that many records more; -1 for any number.
     void setRelayRoom(int records) { relayRoom_ = records; }
+    void setRelayRunning(bool isRunning) { relayRuns_ = isRunning; }
     // How often a record was offered, taken or not.
     size_t recordsOffered() const { return recordsOffered_; }
 
@@ -129,7 +130,7 @@ class World final : private pnac::Outlet {
 
   private:
     void sendFrame(ByteView frame) override;
-    bool sendRecord(ByteView record) override;
+    pnac::HandOver sendRecord(ByteView record) override;
     void report(const pnac::Event &event) override;
 
     static pnac::Settings withAddress(pnac::Settings settings);
@@ -137,6 +138,7 @@ class World final : private pnac::Outlet {
     Random random_{802};
     pnac::Time now_{seconds(1000)};
     int relayRoom_ = -1;
+    bool relayRuns_ = true;
     size_t recordsOffered_ = 0;
     std::vector<SentFrame> frames_;
     std::vector<SentRecord> records_;
