@@ -5,6 +5,20 @@
 namespace lanyard::pnac {
 namespace {
 
+// No server has said anything about that supplicant.
+bool isUndecided(Reason reason) {
+    switch (reason) {
+        case Reason::kRelaySilent:
+        case Reason::kRelayNotRunning:
+        case Reason::kNoServer:
+        case Reason::kNotSent:
+        case Reason::kExpired:
+            return true;
+        default:
+            return false;
+    }
+}
+
 // What a User-Name has room for (RFC 2865 section 5). The relay would keep a longer one for minutes
 // and could ask no server for it.
 constexpr size_t kIdentityMax = 253;
@@ -198,8 +212,16 @@ void Authenticator::identify(Conversation &conversation, Time now) {
 // Ends an attempt without the relay, which has nothing to say to that identity.
 void Authenticator::refuse(Conversation &conversation, const EapPacket &eap, Time now) {
     ++counters_.identitiesTooLong;
-    sendEap(conversation, eapFailure(eap.identifier));
-    fail(conversation, Reason::kIdentityTooLong, now);
+    failWith(eapFailure(eap.identifier), conversation, Reason::kIdentityTooLong, now);
+}
+
+// A supplicant whose session goes on gets no Failure: it would close the port at its own end.
+void Authenticator::failWith(ByteView failure, Conversation &conversation, Reason reason,
+                             Time now) {
+    if (!conversation.session || !isUndecided(reason)) {
+        sendEap(conversation, failure);
+    }
+    fail(conversation, reason, now);
 }
 
 void Authenticator::fail(Conversation &conversation, Reason reason, Time now) {
@@ -213,7 +235,11 @@ void Authenticator::fail(Conversation &conversation, Reason reason, Time now) {
                         .reauthentication = conversation.session.has_value()});
     }
     endAttempt(conversation);
-    endSession(conversation, Reason::kNotReauthenticated, now);
+    if (conversation.session && isUndecided(reason)) {
+        conversation.session->askAt = now + settings_.askAgain;
+    } else {
+        endSession(conversation, Reason::kNotReauthenticated, now);
+    }
     settle(conversation);
 }
 
@@ -290,10 +316,14 @@ void Authenticator::expirePhase(Conversation &conversation, Time now) {
 // Either way the supplicant is asked who it is. It does not know of the end of its session, and would
 // have no reason to start by itself.
 void Authenticator::expireSession(Conversation &conversation, Time now) {
-    if (conversation.session->rule == SessionRule::kTerminate) {
+    Session &session = *conversation.session;
+    if (!session.end || *session.end > now) {
+        session.askAt.reset();
+    } else if (session.rule == SessionRule::kTerminate) {
         endSession(conversation, Reason::kSessionTimeout, now);
     } else {
-        conversation.session->end.reset();  // from here on the attempt decides
+        session.end.reset();  // from here on the attempt decides
+        session.askAt.reset();
     }
     if (conversation.phase == Phase::kIdle) {
         beginAttempt(conversation, now);

@@ -15,7 +15,8 @@
 //                                 idle, with a session or gone
 //
 // A session (the supplicant is authorized) lives beside that: it stays while the supplicant logs in
-// again, and ends with a failure of that, with EAPOL-Logoff, its Session-Timeout or the link.
+// again, and ends with a failure of that, with EAPOL-Logoff, its Session-Timeout or the link. A login
+// that the server has not decided ends no session; the supplicant is asked again later.
 //
 // The relay is handed packets as soon as it takes them, those of logins that are under way before those
 // of newcomers, which wait while it has much to do (relay_load.h).
@@ -86,6 +87,7 @@ class Authenticator {
         Time since = {};
         std::optional<Time> end = {};
         SessionRule rule = SessionRule::kTerminate;
+        std::optional<Time> askAt = {};  // after a login without a verdict
     };
 
     // When the relay got to know a conversation.
@@ -161,6 +163,7 @@ class Authenticator {
     void takeLateAnswer(const RelayRecord &record, Time now);
     void relayRequest(Conversation &conversation, const RelayRecord &record, Time now);
     void authorize(Conversation &conversation, const RelayRecord &record, Time now);
+    void failWith(ByteView failure, Conversation &conversation, Reason reason, Time now);
     void fail(Conversation &conversation, Reason reason, Time now);
     void endSession(Conversation &conversation, Reason reason, Time now);
     void endAll(Reason reason, Time now);

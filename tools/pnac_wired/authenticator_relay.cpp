@@ -20,6 +20,19 @@ constexpr size_t kRemnantsMax = RAD_EAP_LIFE;
 constexpr Duration kIdlePass = std::chrono::milliseconds(100);
 constexpr uint64_t kYoungPasses = RAD_EAP_LIFE / 2;
 
+Reason reasonOf(FailureReason failure) {
+    switch (failure) {
+        case FailureReason::kNoServer:
+            return Reason::kNoServer;
+        case FailureReason::kNotSent:
+            return Reason::kNotSent;
+        case FailureReason::kExpired:
+            return Reason::kExpired;
+        default:
+            return Reason::kRejected;
+    }
+}
+
 }  // namespace
 
 // What the relay has of attempts that were given up
@@ -166,9 +179,9 @@ void Authenticator::expireRelay(Conversation &conversation, Time now) {
     if (!isWaiting) {
         load_.late(conversation.packetSent);
     }
-    sendEap(conversation, eapFailure(conversation.identifier));
     const bool isNobody = isWaiting && lastHandOver_ == HandOver::kNobody;
-    fail(conversation, isNobody ? Reason::kRelayNotRunning : Reason::kRelaySilent, now);
+    failWith(eapFailure(conversation.identifier), conversation,
+             isNobody ? Reason::kRelayNotRunning : Reason::kRelaySilent, now);
 }
 
 // From the relay
@@ -197,18 +210,19 @@ void Authenticator::takeRecord(const RelayRecord &record, Time now) {
     if (record.eap.code != EapCode::kRequest) {
         conversation->birth.reset();  // the relay forgets it with its verdict
     }
-    sendEap(*conversation, record.eap.bytes);
     switch (record.eap.code) {
         case EapCode::kRequest:
+            sendEap(*conversation, record.eap.bytes);
             relayRequest(*conversation, record, now);
             settle(*conversation);
             break;
         case EapCode::kSuccess:
+            sendEap(*conversation, record.eap.bytes);
             authorize(*conversation, record, now);
             settle(*conversation);
             break;
         default:
-            fail(*conversation, Reason::kRejected, now);
+            failWith(record.eap.bytes, *conversation, reasonOf(record.keyInfo.failure), now);
             break;
     }
 }

@@ -59,9 +59,11 @@ void Authenticator::noteAnswered(Conversation &conversation) {
 }
 
 void Authenticator::settle(Conversation &conversation) {
-    setAlarm(conversation,
-             earlier(conversation.phaseEnd,
-                     conversation.session ? conversation.session->end : std::nullopt));
+    std::optional<Time> alarm = conversation.phaseEnd;
+    if (const auto &session = conversation.session) {
+        alarm = earlier(alarm, earlier(session->end, session->askAt));
+    }
+    setAlarm(conversation, alarm);
     if (conversation.phase == Phase::kIdle && !conversation.session) {
         drop(conversation);
     }

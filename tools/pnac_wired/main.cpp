@@ -48,6 +48,7 @@ struct Options {
     unsigned repeats = 3;
     double relayTimeout = 30;
     size_t supplicantsMax = 2048;
+    double askAgain = 60;
 };
 
 Duration toDuration(double seconds) {
@@ -101,7 +102,8 @@ class Program final : private Outlet {
                           .interval = toDuration(options.interval),
                           .repeats = options.repeats,
                           .supplicantsMax = options.supplicantsMax,
-                          .relayTimeout = toDuration(options.relayTimeout)},
+                          .relayTimeout = toDuration(options.relayTimeout),
+                          .askAgain = toDuration(options.askAgain)},
                          *this, [this] { return random_(); }) {}
 
     int run() {
@@ -319,6 +321,11 @@ int runWith(int argc, char **argv) {
                    "seconds to wait for the relay's answer")
         ->capture_default_str()
         ->check(CLI::Range(0.01, 3600.0));
+    app.add_option("--ask-again", options.askAgain,
+                   "seconds before the supplicant of a session is asked again after no server or "
+                   "relay has answered")
+        ->capture_default_str()
+        ->check(CLI::Range(0.01, 86400.0));
     app.add_option("--max-supplicants", options.supplicantsMax, "conversations at once")
         ->capture_default_str()
         ->check(CLI::Range(size_t{1}, size_t{65536}));

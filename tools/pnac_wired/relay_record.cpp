@@ -10,6 +10,9 @@ namespace {
 
 constexpr uint8_t kElementHeaderSize = 2;
 
+// Elements of a relay that has many packets in flight.
+constexpr uint8_t kFailureReason = 6;
+
 static_assert(kRecordCommand != RAD_EAP_CMD_DB_UPDATE);
 static_assert(static_cast<int>(SessionRule::kReauthenticate) == RAD_EAP_SESSION_REAUTH);
 static_assert(static_cast<int>(SessionRule::kChallengeWait) == RAD_EAP_SESSION_CHALLENGE);
@@ -27,6 +30,16 @@ bool readSession(ByteView value, uint8_t type, std::optional<SessionTimeout> &se
     return reader.ok() && reader.left() == 0;
 }
 
+// A reason that is not known stands for no better one than none does.
+bool readFailure(ByteView value, FailureReason &failure) {
+    ByteReader reader(value);
+    const uint8_t reason = reader.u8();
+    const bool isKnown = reason >= static_cast<uint8_t>(FailureReason::kRejected) &&
+                         reason <= static_cast<uint8_t>(FailureReason::kExpired);
+    failure = isKnown ? static_cast<FailureReason>(reason) : FailureReason::kRejected;
+    return reader.ok() && reader.left() == 0;
+}
+
 // Later elements of a type replace earlier ones; unknown types are passed over.
 bool readElement(uint8_t type, ByteView value, KeyInfo &info) {
     switch (type) {
@@ -38,6 +51,8 @@ bool readElement(uint8_t type, ByteView value, KeyInfo &info) {
         case RAD_EAP_SESSION_CHALLENGE:
         case RAD_EAP_SESSION_TERMINATE:
             return readSession(value, type, info.session);
+        case kFailureReason:
+            return readFailure(value, info.failure);
         default:
             return true;
     }

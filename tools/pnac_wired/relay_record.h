@@ -26,11 +26,20 @@ struct SessionTimeout {
     uint32_t seconds = 0;
 };
 
+// Why the relay sends a Failure.
+enum class FailureReason : uint8_t {
+    kRejected = 1,  // by the server; of a relay that gives no reason, too
+    kNoServer = 2,  // no server answered
+    kNotSent = 3,   // the relay could not ask any
+    kExpired = 4    // the relay has given up the conversation
+};
+
 // The keys lie in the record that was parsed; empty for none.
 struct KeyInfo {
     std::optional<SessionTimeout> session = {};
     ByteView recvKey = {};
     ByteView sendKey = {};
+    FailureReason failure = FailureReason::kRejected;  // of a Failure
 };
 
 struct RelayRecord {

@@ -74,6 +74,12 @@ std::string_view nameOf(Reason reason) {
             return "no answer from the relay";
         case Reason::kRelayNotRunning:
             return "relay not running";
+        case Reason::kNoServer:
+            return "no server answered";
+        case Reason::kNotSent:
+            return "request not sent";
+        case Reason::kExpired:
+            return "conversation expired";
         case Reason::kIdentityTooLong:
             return "identity too long";
         case Reason::kLogoff:

@@ -20,6 +20,7 @@ struct Settings {
 
     Duration relayTimeout = std::chrono::seconds(30);  // for the relay's answer
     RelayLoad::Settings relayLoad = {};
+    Duration askAgain = std::chrono::minutes(1);  // after a login in a session without a verdict
 
     // Before a packet that the relay did not take is offered again; doubles each time.
     Duration handOverRetryMin = std::chrono::milliseconds(5);

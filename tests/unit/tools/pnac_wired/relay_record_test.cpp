@@ -7,6 +7,7 @@
 namespace lanyard::test::relay_record_test {
 namespace {
 
+using pnac::FailureReason;
 using pnac::parseKeyInfo;
 using pnac::parseRecord;
 using pnac::SessionRule;
@@ -144,6 +145,21 @@ TEST(KeyInfo, HasARuleForEachTypeOfSessionTimeout) {
         EXPECT_EQ(rule, info->session->rule);
         EXPECT_EQ(0xffffffffU, info->session->seconds);
     }
+}
+
+TEST(KeyInfo, HasAReasonOfOneOctetForAFailure) {
+    for (const auto &[value, reason] :
+         {std::pair{"01", FailureReason::kRejected}, std::pair{"02", FailureReason::kNoServer},
+          std::pair{"03", FailureReason::kNotSent}, std::pair{"04", FailureReason::kExpired},
+          std::pair{"00", FailureReason::kRejected}, std::pair{"05", FailureReason::kRejected}}) {
+        const Bytes block = keyBlock({concatenate({"0603"_hex, fromHex(value)})});
+        const auto info = parseKeyInfo(block);
+        ASSERT_TRUE(info) << value;
+        EXPECT_EQ(reason, info->failure) << value;
+    }
+    EXPECT_EQ(FailureReason::kRejected, parseKeyInfo({})->failure);
+    EXPECT_FALSE(isBlock("0004 0602"_hex));
+    EXPECT_FALSE(isBlock("0006 0604 0002"_hex));
 }
 
 TEST(KeyInfo, PassesOverElementsThatItDoesNotKnow) {

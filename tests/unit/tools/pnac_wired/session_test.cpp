@@ -157,17 +157,88 @@ TEST(Session, EndsWhenTheSupplicantIsRejected) {
     EXPECT_EQ(0U, world.authenticator().supplicants());
 }
 
-TEST(Session, EndsWhenTheRelayIsSilent) {
+TEST(Session, GoesOnWhenTheRelayIsSilent) {
     World world;
     Supplicant alice(world, 1);
     alice.logIn("alice", keyBlock({sessionElement(2, 60)}));
     world.pass(60s);
     alice.identify("alice");
+    const size_t before = alice.received().size();
     world.pass(30s);
-    EXPECT_THAT(
-        world.events(),
-        ElementsAre(kAuthorized("alice"), Event(EventKind::kFailed, Reason::kRelaySilent, "alice"),
-                    Event(EventKind::kUnauthorized, Reason::kNotReauthenticated, "alice")));
+    EXPECT_THAT(world.events(),
+                ElementsAre(kAuthorized("alice"),
+                            Event(EventKind::kFailed, Reason::kRelaySilent, "alice")));
+    EXPECT_TRUE(world.events()[1].reauthentication);
+    EXPECT_EQ(before, alice.received().size()) << "no Failure, which would close its own port";
+    EXPECT_EQ(1U, world.authenticator().supplicants());
+
+    world.pass(60s - 1ms);
+    EXPECT_EQ(before, alice.received().size());
+    world.pass(1ms);
+    ASSERT_EQ(before + 1, alice.received().size()) << "it is asked again";
+    alice.identify("alice");
+    world.relaySends(alice.cookie(), eapSuccess(1));
+    EXPECT_THAT(world.events().back(), kAuthorized("alice"));
+    EXPECT_TRUE(world.events().back().reauthentication);
+    EXPECT_FALSE(world.authenticator().nextDeadline()) << "and then no more";
+}
+
+TEST(Session, GoesOnUntilTheServerHasDecided) {
+    for (const auto &[why, reason] : {std::pair{pnac::FailureReason::kNoServer, Reason::kNoServer},
+                                      {pnac::FailureReason::kNotSent, Reason::kNotSent},
+                                      {pnac::FailureReason::kExpired, Reason::kExpired}}) {
+        World world({.askAgain = 10s});
+        Supplicant alice(world, 1);
+        alice.logIn("alice", keyBlock({sessionElement(2, 60)}));
+        world.pass(60s);
+        for (int round = 0; round < 3; ++round) {
+            alice.identify("alice");
+            const size_t before = world.events().size();
+            world.relaySends(alice.cookie(), failureBecause(1, why));
+            ASSERT_THAT(world.events(), SizeIs(before + 1));
+            EXPECT_THAT(world.events().back(), Event(EventKind::kFailed, reason, "alice"));
+            EXPECT_EQ(1, alice.received().back()[0]) << "no Failure";
+            world.pass(10s);
+        }
+        alice.identify("alice");
+        world.relaySends(alice.cookie(), failureBecause(1, pnac::FailureReason::kRejected));
+        EXPECT_THAT(world.events().back(),
+                    Event(EventKind::kUnauthorized, Reason::kNotReauthenticated, "alice"));
+        EXPECT_EQ(4, alice.received().back()[0]);
+    }
+}
+
+TEST(Session, EndsInItsTimeThoughNoServerAnswers) {
+    World world;
+    Supplicant alice(world, 1);
+    alice.logIn("alice", keyBlock({sessionElement(5, 100)}));
+    world.pass(30s);
+    alice.knock("alice");
+    world.relaySends(alice.cookie(), failureBecause(1, pnac::FailureReason::kNoServer));
+    world.pass(60s);
+    alice.identify("alice");
+    world.relaySends(alice.cookie(), failureBecause(1, pnac::FailureReason::kNoServer));
+    EXPECT_THAT(world.events(), SizeIs(3));
+    world.pass(10s);
+    EXPECT_THAT(world.events().back(),
+                Event(EventKind::kUnauthorized, Reason::kSessionTimeout, "alice"));
+}
+
+TEST(Session, GoesOnWithoutARelay) {
+    World world;
+    Supplicant alice(world, 1);
+    alice.logIn("alice");
+    world.setRelayRunning(false);
+    alice.knock("alice");
+    world.pass(30s);
+    EXPECT_THAT(world.events(),
+                ElementsAre(kAuthorized("alice"),
+                            Event(EventKind::kFailed, Reason::kRelayNotRunning, "alice")));
+    EXPECT_EQ(1U, world.authenticator().supplicants());
+    world.pass(60s + 12s);
+    EXPECT_THAT(world.events().back(),
+                Event(EventKind::kUnauthorized, Reason::kNotReauthenticated, "alice"))
+        << "a supplicant that is silent ends it";
 }
 
 TEST(Session, GoesOnWhileTheSupplicantStartsAgain) {

@@ -86,6 +86,20 @@ TEST(Relay, ThatDiesWithAPacketIsSilent) {
                 ElementsAre(Event(EventKind::kFailed, Reason::kRelaySilent, "alice")));
 }
 
+TEST(Relay, SaysWhyALoginFailed) {
+    for (const auto &[why, reason] : {std::pair{pnac::FailureReason::kRejected, Reason::kRejected},
+                                      {pnac::FailureReason::kNoServer, Reason::kNoServer},
+                                      {pnac::FailureReason::kNotSent, Reason::kNotSent},
+                                      {pnac::FailureReason::kExpired, Reason::kExpired}}) {
+        World world;
+        Supplicant alice(world, 1);
+        alice.knock("alice");
+        world.relaySends(alice.cookie(), failureBecause(7, why));
+        EXPECT_BYTES_EQ(eapFailure(7), alice.received().back());
+        EXPECT_THAT(world.events(), ElementsAre(Event(EventKind::kFailed, reason, "alice")));
+    }
+}
+
 TEST(Relay, HasItsTimeFromWhenItTookThePacket) {
     World world;
     world.setRelayRoom(0);

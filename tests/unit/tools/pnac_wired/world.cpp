@@ -82,6 +82,11 @@ Bytes sessionElement(uint8_t type, uint32_t value) {
             static_cast<uint8_t>(value)};
 }
 
+Bytes failureBecause(uint8_t identifier, pnac::FailureReason reason) {
+    return concatenate(
+        {eapFailure(identifier), keyBlock({Bytes{6, 3, static_cast<uint8_t>(reason)}})});
+}
+
 World::World(pnac::Settings settings, Link link)
     : authenticator_(withAddress(settings), *this, [this] { return random_(); }) {
     if (link == Link::up) {

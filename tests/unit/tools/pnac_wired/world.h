@@ -63,6 +63,8 @@ Bytes relayRecord(uint32_t cookie, ByteView payload, int length = -1);
 Bytes keyBlock(std::initializer_list<ByteView> elements);
 Bytes keyElement(uint8_t type, ByteView key);
 Bytes sessionElement(uint8_t type, uint32_t value);
+// A Failure of a relay that says why.
+Bytes failureBecause(uint8_t identifier, pnac::FailureReason reason);
 
 // An event with copies of what it referred to.
 struct SeenEvent {
