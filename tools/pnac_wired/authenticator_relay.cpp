@@ -116,7 +116,9 @@ void Authenticator::enqueue(Conversation &conversation, Time now) {
     if (conversation.cookie == 0) {
         takeCookie(conversation, now);
     }
-    conversation.packet = buildRecord(conversation.cookie, conversation.packet);
+    const Bytes port =
+        settings_.port ? portInformation(conversation.address, *settings_.port) : Bytes();
+    conversation.packet = buildRecord(conversation.cookie, conversation.packet, port);
     conversation.phaseEnd = now + settings_.relayTimeout;
     setPhase(conversation, Phase::kBacklog);
     if (!handOverAt_) {

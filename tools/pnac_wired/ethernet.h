@@ -19,6 +19,7 @@ class Ethernet {
     explicit Ethernet(const std::string &interface);
 
     const Mac &address() const { return address_; }
+    int index() const { return index_; }
 
     int frames() const { return frames_.get(); }
     // The next frame, valid until the next call; nothing when none waits. One of a VLAN, which comes

@@ -49,6 +49,7 @@ struct Options {
     double relayTimeout = 30;
     size_t supplicantsMax = 2048;
     double askAgain = 60;
+    bool noPortInformation = false;
 };
 
 Duration toDuration(double seconds) {
@@ -81,6 +82,15 @@ FileDescriptor catchSignals() {
     return {signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC), "signalfd"};
 }
 
+std::optional<Port> portOf(const Options &options, const Ethernet &ethernet) {
+    if (options.noPortInformation) {
+        return std::nullopt;
+    }
+    return Port{.number = static_cast<uint32_t>(ethernet.index()),
+                .name = options.interface,
+                .address = ethernet.address()};
+}
+
 void complain(const std::exception &error) {
     (void)std::fprintf(stderr, "pnac-wired: %s\n", error.what());
 }
@@ -99,6 +109,7 @@ class Program final : private Outlet {
                     options.json ? Reporter::Format::kJson : Reporter::Format::kText,
                     options.showKeys),
           authenticator_({.address = ethernet_.address(),
+                          .port = portOf(options, ethernet_),
                           .interval = toDuration(options.interval),
                           .repeats = options.repeats,
                           .supplicantsMax = options.supplicantsMax,
@@ -329,6 +340,8 @@ int runWith(int argc, char **argv) {
     app.add_option("--max-supplicants", options.supplicantsMax, "conversations at once")
         ->capture_default_str()
         ->check(CLI::Range(size_t{1}, size_t{65536}));
+    app.add_flag("--no-port-information", options.noPortInformation,
+                 "do not tell the relay the supplicant's address and the port");
     CLI11_PARSE(app, argc, argv);
     return Program(options).run();
 }

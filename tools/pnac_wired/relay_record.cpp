@@ -8,7 +8,10 @@
 namespace lanyard::pnac {
 namespace {
 
+constexpr size_t kBlockHeaderSize = 2;
 constexpr uint8_t kElementHeaderSize = 2;
+
+enum class PortElement : uint8_t { kSupplicant = 1, kAddress = 2, kNumber = 3, kName = 4 };
 
 // Elements of a relay that has many packets in flight.
 constexpr uint8_t kFailureReason = 6;
@@ -60,13 +63,35 @@ bool readElement(uint8_t type, ByteView value, KeyInfo &info) {
 
 }  // namespace
 
-Bytes buildRecord(uint32_t cookie, ByteView eap) {
-    Bytes record(kRecordHeadSize + eap.size());
+Bytes portInformation(const Mac &supplicant, const Port &port) {
+    const size_t size = kBlockHeaderSize + 4 * kElementHeaderSize + 2 * supplicant.size() +
+                        sizeof(port.number) + port.name.size();
+    Bytes block(size);
+    ByteWriter writer(block);
+    const auto element = [&](PortElement type, size_t length) {
+        writer.u8(static_cast<uint8_t>(type));
+        writer.u8(static_cast<uint8_t>(kElementHeaderSize + length));
+    };
+    writer.u16(static_cast<uint16_t>(size));
+    element(PortElement::kSupplicant, supplicant.size());
+    writer.bytes(supplicant);
+    element(PortElement::kAddress, port.address.size());
+    writer.bytes(port.address);
+    element(PortElement::kNumber, sizeof(port.number));
+    writer.u32(port.number);
+    element(PortElement::kName, port.name.size());
+    writer.bytes({reinterpret_cast<const uint8_t *>(port.name.data()), port.name.size()});
+    return block;
+}
+
+Bytes buildRecord(uint32_t cookie, ByteView eap, ByteView portInformation) {
+    Bytes record(kRecordHeadSize + eap.size() + portInformation.size());
     ByteWriter writer(record);
     writeRecordHead(
         writer,
         {.cookie = cookie, .command = kRecordCommand, .length = static_cast<uint32_t>(eap.size())});
     writer.bytes(eap);
+    writer.bytes(portInformation);
     return record;
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 #include "tools/pnac_wired/eapol.h"
 
@@ -48,8 +49,19 @@ struct RelayRecord {
     KeyInfo keyInfo = {};
 };
 
-// A record for the relay.
-Bytes buildRecord(uint32_t cookie, ByteView eap);
+// The port that a supplicant is at, for the server's eyes.
+struct Port {
+    uint32_t number = 0;    // the interface's index
+    std::string name = {};  // of the interface, 1 to 253 bytes
+    Mac address = {};
+};
+
+// The port-information block of a supplicant's records.
+Bytes portInformation(const Mac &supplicant, const Port &port);
+
+// A record for the relay. A relay that knows nothing of port information passes it over: it is no part
+// of the payload.
+Bytes buildRecord(uint32_t cookie, ByteView eap, ByteView portInformation = {});
 
 // Reads a record of the relay. Nothing for one that does not hold together in every part: a verdict
 // whose key information is broken is no verdict. What follows a request and is no key information is

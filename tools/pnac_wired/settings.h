@@ -3,6 +3,7 @@
 #define LANYARD_TOOLS_PNAC_WIRED_SETTINGS_H
 
 #include <cstdint>
+#include <optional>
 
 #include "tools/pnac_wired/event.h"
 #include "tools/pnac_wired/relay_load.h"
@@ -11,6 +12,7 @@ namespace lanyard::pnac {
 
 struct Settings {
     Mac address = {};                             // of the interface
+    std::optional<Port> port = {};                // what the relay is told of it
     Duration interval = std::chrono::seconds(3);  // before a request is sent again
     unsigned repeats = 3;                         // how often it is
     size_t supplicantsMax = 2048;                 // conversations at once

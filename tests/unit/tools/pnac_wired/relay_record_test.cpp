@@ -33,6 +33,16 @@ TEST(Record, ForTheRelayHasItsHeadInHostByteOrder) {
     EXPECT_BYTES_EQ("0207 0005 01"_hex, ByteView(record).subspan(12));
 }
 
+TEST(Record, HasPortInformationAfterThePayload) {
+    const pnac::Port port{.number = 0x01020304, .name = "eth0", .address = kOwnAddress};
+    const Bytes block = pnac::portInformation(macOf(1), port);
+    EXPECT_BYTES_EQ("001e 0108 021000000001 0208 0200000000fe 0306 01020304 0406 65746830"_hex,
+                    block);
+    const Bytes record = pnac::buildRecord(1, "0207 0005 01"_hex, block);
+    EXPECT_BYTES_EQ(pnac::buildRecord(1, "0207 0005 01"_hex), ByteView(record).first(17));
+    EXPECT_BYTES_EQ(block, ByteView(record).subspan(17));
+}
+
 TEST(Record, IsReadToItsParts) {
     const Bytes bytes = relayRecord(0xcafe, "0107 0006 0410"_hex);
     const auto record = parseRecord(bytes);

@@ -162,6 +162,20 @@ TEST(Relay, ThatIsBusyServesSupplicantsInTheirOrder) {
     EXPECT_EQ("third again", toText(ByteView(world.records()[2].eap).subspan(5)));
 }
 
+TEST(Relay, IsToldThePortWithEveryPacket) {
+    const pnac::Port port{.number = 7, .name = "eth0", .address = kOwnAddress};
+    World world({.port = port});
+    Supplicant alice(world, 1);
+    alice.logIn("alice");
+    ASSERT_THAT(world.records(), SizeIs(2));
+    for (const SentRecord &record : world.records()) {
+        EXPECT_BYTES_EQ(pnac::portInformation(alice.address(), port), record.portInformation);
+    }
+    World silent;
+    Supplicant(silent, 1).knock("alice");
+    EXPECT_THAT(silent.records()[0].portInformation, IsEmpty());
+}
+
 TEST(Relay, GetsAllThatItTakes) {
     World world;
     for (unsigned i = 0; i < 64; ++i) {

@@ -147,11 +147,12 @@ pnac::HandOver World::sendRecord(ByteView record) {
         return pnac::HandOver::kBusy;
     }
     relayRoom_ -= relayRoom_ > 0 ? 1 : 0;
-    const ByteView eap = record.subspan(kRecordHeadSize);
-    EXPECT_EQ(eap.size(), hostWordAt(record, 8));
+    const ByteView eap = record.subspan(kRecordHeadSize, hostWordAt(record, 8));
+    const ByteView rest = record.subspan(kRecordHeadSize + eap.size());
     records_.push_back({.cookie = hostWordAt(record, 0),
                         .command = hostWordAt(record, 4),
-                        .eap = Bytes(eap.begin(), eap.end())});
+                        .eap = Bytes(eap.begin(), eap.end()),
+                        .portInformation = Bytes(rest.begin(), rest.end())});
     return pnac::HandOver::kTaken;
 }
 

@@ -97,6 +97,7 @@ struct SentRecord {
     uint32_t cookie = 0;
     uint32_t command = 0;
     Bytes eap = {};
+    Bytes portInformation = {};
 };
 
 class World final : private pnac::Outlet {
