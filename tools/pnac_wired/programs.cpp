@@ -46,6 +46,9 @@ Programs::Job Programs::jobOf(const std::string &program, const Event &event) co
     set("PNAC_IDENTITY", escaped(event.identity));
     set("PNAC_IDENTITY_HEX", toHex(event.identity));
     set("PNAC_REAUTHENTICATION", event.reauthentication ? "1" : "0");
+    if (!event.keyInfo.vlan.empty()) {
+        set("PNAC_VLAN", escaped(event.keyInfo.vlan));
+    }
     return job;
 }
 

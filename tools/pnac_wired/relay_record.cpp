@@ -15,6 +15,7 @@ enum class PortElement : uint8_t { kSupplicant = 1, kAddress = 2, kNumber = 3, k
 
 // Elements of a relay that has many packets in flight.
 constexpr uint8_t kFailureReason = 6;
+constexpr uint8_t kVlan = 7;
 
 static_assert(kRecordCommand != RAD_EAP_CMD_DB_UPDATE);
 static_assert(static_cast<int>(SessionRule::kReauthenticate) == RAD_EAP_SESSION_REAUTH);
@@ -56,6 +57,9 @@ bool readElement(uint8_t type, ByteView value, KeyInfo &info) {
             return readSession(value, type, info.session);
         case kFailureReason:
             return readFailure(value, info.failure);
+        case kVlan:
+            info.vlan = value;
+            return !value.empty();
         default:
             return true;
     }

@@ -35,12 +35,13 @@ enum class FailureReason : uint8_t {
     kExpired = 4    // the relay has given up the conversation
 };
 
-// The keys lie in the record that was parsed; empty for none.
+// Keys and VLAN lie in the record that was parsed; empty for none.
 struct KeyInfo {
     std::optional<SessionTimeout> session = {};
     ByteView recvKey = {};
     ByteView sendKey = {};
     FailureReason failure = FailureReason::kRejected;  // of a Failure
+    ByteView vlan = {};                                // the port's, of a Success
 };
 
 struct RelayRecord {

@@ -151,6 +151,9 @@ std::string Reporter::eventAsText(const Event &event) const {
         line += " session-timeout=" + std::to_string(session->seconds) + " then=";
         line += nameOf(session->rule);
     }
+    if (!event.keyInfo.vlan.empty()) {
+        line += " vlan=\"" + escaped(event.keyInfo.vlan) + '"';
+    }
     return line + '\n';
 }
 
@@ -173,6 +176,9 @@ std::string Reporter::eventAsJson(const Event &event) const {
     if (const auto &session = event.keyInfo.session) {
         object["session_timeout"] = session->seconds;
         object["then"] = nameOf(session->rule);
+    }
+    if (!event.keyInfo.vlan.empty()) {
+        object["vlan"] = asString(event.keyInfo.vlan);
     }
     return lineOf(object);
 }

@@ -75,6 +75,17 @@ TEST_F(ProgramsTest, AreToldAllInTheirEnvironment) {
         root_.read("/told"));
 }
 
+TEST_F(ProgramsTest, AreToldTheVlan) {
+    Programs running = programs(script("/on", "env | grep ^PNAC_VLAN > told\n"));
+    const Bytes alice = fromText("alice");
+    const Bytes vlan = fromText("120\n");
+    pnac::Event event = eventOf(EventKind::kAuthorized, 1, alice);
+    event.keyInfo.vlan = vlan;
+    running.run(event, now_);
+    finish(running);
+    EXPECT_EQ("PNAC_VLAN=120\\x0a\n", root_.read("/told"));
+}
+
 TEST_F(ProgramsTest, AreNotHandedToAShell) {
     const std::string path = script("/on authorized; touch harm", "touch ran\n");
     Programs running = programs(path);

@@ -172,6 +172,15 @@ TEST(KeyInfo, HasAReasonOfOneOctetForAFailure) {
     EXPECT_FALSE(isBlock("0006 0604 0002"_hex));
 }
 
+TEST(KeyInfo, HasAVlanThatIsNotEmpty) {
+    const Bytes longest(253, 'v');
+    const Bytes block = keyBlock({concatenate({"07ff"_hex, longest})});
+    const auto info = parseKeyInfo(block);
+    ASSERT_TRUE(info);
+    EXPECT_BYTES_EQ(longest, info->vlan);
+    EXPECT_FALSE(isBlock("0004 0702"_hex));
+}
+
 TEST(KeyInfo, PassesOverElementsThatItDoesNotKnow) {
     const Bytes block = keyBlock({"c803aa"_hex, keyElement(1, kKey), "0002"_hex});
     const auto info = parseKeyInfo(block);

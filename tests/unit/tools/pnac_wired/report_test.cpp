@@ -53,6 +53,15 @@ TEST(TextReport, TellsOfALogin) {
               reporter.event(again));
 }
 
+TEST(TextReport, NamesTheVlan) {
+    const Bytes vlan = fromHex("67 75 22 0a");
+    pnac::Event event = acceptance();
+    event.keyInfo = {.vlan = vlan};
+    EXPECT_EQ(
+        "02:10:00:00:00:01 authorized identity=\"alice\" seconds=0.0123 vlan=\"gu\\x22\\x0a\"\n",
+        Reporter("eth0", Reporter::Format::kText, false).event(event));
+}
+
 TEST(TextReport, ShowsKeysOnRequestAlone) {
     const Reporter reporter("eth0", Reporter::Format::kText, true);
     const std::string line = reporter.event(acceptance());
@@ -95,6 +104,13 @@ TEST(JsonReport, TellsOfALogin) {
                     {"session_timeout", 3600},
                     {"then", "reauthenticate"}}),
               object);
+}
+
+TEST(JsonReport, NamesTheVlan) {
+    const Bytes vlan = fromText("120");
+    pnac::Event event = acceptance();
+    event.keyInfo.vlan = vlan;
+    EXPECT_EQ("120", parsed(Reporter("eth0", Reporter::Format::kJson, false).event(event))["vlan"]);
 }
 
 TEST(JsonReport, ShowsKeysOnRequestAlone) {
