@@ -59,10 +59,13 @@ void Authenticator::shutDown(Time now) {
 
 void Authenticator::endAll(Reason reason, Time now) {
     group_.reset();
-    while (!conversations_.empty()) {
-        Conversation &conversation = conversations_.begin()->second;
+    for (auto next = conversations_.begin(); next != conversations_.end();) {
+        Conversation &conversation = (next++)->second;
         endSession(conversation, reason, now);
-        drop(conversation);
+        // Pulling the plug must not be a way to be heard again.
+        if (!conversation.quietUntil) {
+            drop(conversation);
+        }
     }
     load_.forget();
     stalledAt_.reset();
@@ -93,6 +96,10 @@ void Authenticator::receiveFrame(ByteView bytes, Time now) {
     }
     if (!linkIsUp_) {
         linkUp(now);  // a frame knows better than the news of the interface, which may be late
+    }
+    if (const Conversation *known = find(frame.source); known && known->quietUntil) {
+        ++counters_.framesWhileQuiet;
+        return;
     }
     switch (frame.type) {
         case EapolType::kStart:
@@ -240,6 +247,9 @@ void Authenticator::fail(Conversation &conversation, Reason reason, Time now) {
     } else {
         endSession(conversation, Reason::kNotReauthenticated, now);
     }
+    if (reason == Reason::kRejected && settings_.quietPeriod > Duration::zero()) {
+        silence(conversation, now);
+    }
     settle(conversation);
 }
 
@@ -290,6 +300,8 @@ std::optional<Time> Authenticator::nextDeadline() const {
 void Authenticator::wake(Conversation &conversation, Time now) {
     if (conversation.phaseEnd && *conversation.phaseEnd <= now) {
         expirePhase(conversation, now);
+    } else if (conversation.quietUntil) {
+        drop(conversation);
     } else {
         expireSession(conversation, now);
     }

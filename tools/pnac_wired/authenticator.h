@@ -1,6 +1,9 @@
 // The port-access authenticator (IEEE 802.1X-2004 section 8) without its surroundings: frames,
 // records and the time come in through calls, frames, records and events go out through an Outlet.
 //
+// An address that was rejected is not heard for a while (heldWhile of the standard), so that passwords
+// cannot be tried in quick succession.
+//
 // Every supplicant is a conversation, named by its address:
 //
 //     EAPOL-Start, or an answer to the request to the group
@@ -119,9 +122,11 @@ class Authenticator {
         Time startedAt = {};
         std::optional<Time> phaseEnd = {};
         std::optional<Session> session = {};
+        std::optional<Time> quietUntil = {};                      // it was rejected
         std::optional<Time> alarm = {};                           // its entry in alarms_
         std::optional<std::list<Mac>::iterator> unanswered = {};  // its places in the lists
         std::optional<std::list<Mac>::iterator> waiting = {};
+        std::optional<std::list<Mac>::iterator> quiet = {};
         bool underway = false;    // which of them: the relay knows it
         uint64_t packetSent = 0;  // the relay's number of it
     };
@@ -144,6 +149,7 @@ class Authenticator {
     Conversation *findCookie(uint32_t cookie);
     Conversation *findOrAdd(const EapolFrame &frame);
     bool makeRoom();
+    void silence(Conversation &conversation, Time now);
     void drop(Conversation &conversation);
 
     void beginAttempt(Conversation &conversation, Time now);
@@ -201,6 +207,7 @@ class Authenticator {
     std::map<uint32_t, Mac> cookies_;
     std::set<std::pair<Time, Mac>> alarms_;
     std::list<Mac> unanswered_;  // the oldest first
+    std::list<Mac> quiet_;       // likewise
     size_t withRelay_ = 0;       // how many are in Phase::kRelay
     size_t held_ = 0;            // and in Phase::kHeld
 

@@ -1,4 +1,6 @@
 // The authenticator's table: who is in it, who has to make room, and who is woken when.
+#include <algorithm>
+
 #include "tools/pnac_wired/authenticator.h"
 
 namespace lanyard::pnac {
@@ -31,23 +33,38 @@ Authenticator::Conversation *Authenticator::findOrAdd(const EapolFrame &frame) {
 }
 
 // Whoever has answered once is real; a flood of invented addresses only displaces itself and those
-// who would have answered next.
+// who would have answered next. Only after them come the quiet ones: to be heard before its time, an
+// address needs others that fill the table with answers, not with starts.
 bool Authenticator::makeRoom() {
     if (conversations_.size() < settings_.supplicantsMax) {
         return true;
     }
-    if (unanswered_.empty()) {
+    const auto &leaving = unanswered_.empty() ? quiet_ : unanswered_;
+    if (leaving.empty()) {
         return false;
     }
     ++counters_.evicted;
-    drop(*find(unanswered_.front()));
+    drop(*find(leaving.front()));
     return true;
+}
+
+// The quiet ones get half of the table at most, so that newcomers have room to answer in.
+void Authenticator::silence(Conversation &conversation, Time now) {
+    if (quiet_.size() >= std::max<size_t>(settings_.supplicantsMax / 2, 1)) {
+        ++counters_.evicted;
+        drop(*find(quiet_.front()));
+    }
+    conversation.quietUntil = now + settings_.quietPeriod;
+    conversation.quiet = quiet_.insert(quiet_.end(), conversation.address);
 }
 
 void Authenticator::drop(Conversation &conversation) {
     endAttempt(conversation);
     setAlarm(conversation, std::nullopt);
     noteAnswered(conversation);
+    if (conversation.quiet) {
+        quiet_.erase(*conversation.quiet);
+    }
     conversations_.erase(conversation.address);
 }
 
@@ -59,12 +76,12 @@ void Authenticator::noteAnswered(Conversation &conversation) {
 }
 
 void Authenticator::settle(Conversation &conversation) {
-    std::optional<Time> alarm = conversation.phaseEnd;
+    std::optional<Time> alarm = earlier(conversation.phaseEnd, conversation.quietUntil);
     if (const auto &session = conversation.session) {
         alarm = earlier(alarm, earlier(session->end, session->askAt));
     }
     setAlarm(conversation, alarm);
-    if (conversation.phase == Phase::kIdle && !conversation.session) {
+    if (conversation.phase == Phase::kIdle && !conversation.session && !conversation.quietUntil) {
         drop(conversation);
     }
 }

@@ -49,6 +49,7 @@ struct Options {
     double relayTimeout = 30;
     size_t supplicantsMax = 2048;
     double askAgain = 60;
+    double quietPeriod = 60;
     bool noPortInformation = false;
 };
 
@@ -113,6 +114,7 @@ class Program final : private Outlet {
                           .interval = toDuration(options.interval),
                           .repeats = options.repeats,
                           .supplicantsMax = options.supplicantsMax,
+                          .quietPeriod = toDuration(options.quietPeriod),
                           .relayTimeout = toDuration(options.relayTimeout),
                           .askAgain = toDuration(options.askAgain)},
                          *this, [this] { return random_(); }) {}
@@ -340,6 +342,10 @@ int runWith(int argc, char **argv) {
     app.add_option("--max-supplicants", options.supplicantsMax, "conversations at once")
         ->capture_default_str()
         ->check(CLI::Range(size_t{1}, size_t{65536}));
+    app.add_option("--quiet-period", options.quietPeriod,
+                   "seconds in which nothing is heard of an address that was rejected; 0 for none")
+        ->capture_default_str()
+        ->check(CLI::Range(0.0, 65535.0));
     app.add_flag("--no-port-information", options.noPortInformation,
                  "do not tell the relay the supplicant's address and the port");
     CLI11_PARSE(app, argc, argv);

@@ -10,10 +10,11 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::array<std::pair<const char *, uint64_t Counters::*>, 18> kCounterNames = {{
+constexpr std::array<std::pair<const char *, uint64_t Counters::*>, 19> kCounterNames = {{
     {"frames_received", &Counters::framesReceived},
     {"frames_malformed", &Counters::framesMalformed},
     {"frames_foreign", &Counters::framesForeign},
+    {"frames_while_quiet", &Counters::framesWhileQuiet},
     {"starts", &Counters::starts},
     {"logoffs", &Counters::logoffs},
     {"eap_malformed", &Counters::eapMalformed},

@@ -11,11 +11,12 @@
 namespace lanyard::pnac {
 
 struct Settings {
-    Mac address = {};                             // of the interface
-    std::optional<Port> port = {};                // what the relay is told of it
-    Duration interval = std::chrono::seconds(3);  // before a request is sent again
-    unsigned repeats = 3;                         // how often it is
-    size_t supplicantsMax = 2048;                 // conversations at once
+    Mac address = {};                                // of the interface
+    std::optional<Port> port = {};                   // what the relay is told of it
+    Duration interval = std::chrono::seconds(3);     // before a request is sent again
+    unsigned repeats = 3;                            // how often it is
+    size_t supplicantsMax = 2048;                    // conversations at once
+    Duration quietPeriod = std::chrono::minutes(1);  // after a rejection nothing is heard
 
     // The longest wait that a server may ask for with a challenge: the relay forgets it after that.
     Duration challengeWaitMax = std::chrono::minutes(5);
@@ -33,6 +34,7 @@ struct Counters {
     uint64_t framesReceived = 0;
     uint64_t framesMalformed = 0;
     uint64_t framesForeign = 0;
+    uint64_t framesWhileQuiet = 0;
     uint64_t starts = 0;
     uint64_t logoffs = 0;
     uint64_t eapMalformed = 0;

@@ -80,7 +80,7 @@ TEST(Attempt, EndsWithSuccess) {
 }
 
 TEST(Attempt, EndsWithFailure) {
-    World world;
+    World world(kNeverQuiet);
     Supplicant mallory(world, 1);
     mallory.knock("mallory");
     world.relaySends(mallory.cookie(), eapFailure(mallory.identifier()));
@@ -92,8 +92,8 @@ TEST(Attempt, EndsWithFailure) {
     EXPECT_EQ(1U, world.counters().failed);
 }
 
-TEST(Attempt, MayFollowAFailedOneAtOnce) {
-    World world;
+TEST(Attempt, MayFollowAFailedOneAtOnceWithoutAQuietPeriod) {
+    World world(kNeverQuiet);
     Supplicant alice(world, 1);
     alice.knock("alice");
     const uint32_t first = alice.cookie();

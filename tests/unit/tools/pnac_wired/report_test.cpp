@@ -185,7 +185,7 @@ TEST(Report, ShowsTheCounters) {
     EXPECT_EQ(9, object["lines_lost"]);
     EXPECT_EQ(3, object["supplicants"]);
     EXPECT_EQ(18446744073709551615U, object["failed"].get<uint64_t>());
-    EXPECT_EQ(23U, object.size());
+    EXPECT_EQ(24U, object.size());
 
     const std::string line =
         Reporter("eth0", Reporter::Format::kText, false).counters(counters, more);

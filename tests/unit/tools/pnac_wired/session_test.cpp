@@ -143,7 +143,7 @@ TEST(Session, EndsWhenTheSupplicantDoesNotAnswerAgain) {
 }
 
 TEST(Session, EndsWhenTheSupplicantIsRejected) {
-    World world;
+    World world(kNeverQuiet);
     Supplicant alice(world, 1);
     alice.logIn("alice", keyBlock({sessionElement(2, 60)}));
     world.pass(60s);

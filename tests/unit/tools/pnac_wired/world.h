@@ -31,6 +31,9 @@ using std::chrono::seconds;
 
 constexpr Mac kOwnAddress = {0x02, 0, 0, 0, 0, 0xfe};
 
+// Rejected supplicants may try again at once.
+inline const pnac::Settings kNeverQuiet = {.quietPeriod = {}};
+
 // Numbers that are the same in every run.
 class Random {
   public:
