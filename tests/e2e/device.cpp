@@ -174,6 +174,20 @@ void Device::startAuthenticatorAt(const std::string &output,
     runAuthenticator({"/bin/sh", "-c", "exec \"$@\" > '" + output + "'", "sh"}, options);
 }
 
+ProgramResult Device::showStatus(const std::vector<std::string> &arguments) const {
+    std::vector<std::string> command = {LANYARD_PNAC_WIRED, "status"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return runProgram(command, settings("programs"));
+}
+
+nlohmann::json Device::status() const {
+    const ProgramResult result = showStatus({"--json"});
+    if (result.status != 0) {
+        throw std::runtime_error("pnac-wired status: " + result.err);
+    }
+    return nlohmann::json::parse(result.out);
+}
+
 std::string Device::authenticatorsSwitches() const {
     const std::optional<pid_t> process = findTask(kAuthenticatorTask);
     if (!process) {

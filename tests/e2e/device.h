@@ -62,6 +62,10 @@ class Device {
     // The same, with a file for its standard output, such as a terminal: its events are nowhere
     // else. Returns when it runs, not when it is ready.
     void startAuthenticatorAt(const std::string &output, const std::vector<std::string> &options);
+    // Runs `pnac-wired status` with those arguments.
+    ProgramResult showStatus(const std::vector<std::string> &arguments) const;
+    // Its status as a JSON object. Throws std::runtime_error when there is none.
+    nlohmann::json status() const;
     // Sends it a signal.
     void signalAuthenticator(int signal) const { authenticator_->signal(signal); }
     // How often it has gone to sleep so far, and has been put to it, as the system counts that.

@@ -45,6 +45,7 @@
 #include "tools/pnac_wired/event.h"
 #include "tools/pnac_wired/relay_record.h"
 #include "tools/pnac_wired/settings.h"
+#include "tools/pnac_wired/status.h"
 
 namespace lanyard::pnac {
 
@@ -72,6 +73,9 @@ class Authenticator {
     // Ends all sessions for good.
     void shutDown(Time now);
 
+    // All supplicants, by their addresses.
+    Status status() const;
+
     const Counters &counters() const { return counters_; }
     size_t supplicants() const { return conversations_.size(); }
 
@@ -87,6 +91,7 @@ class Authenticator {
 
     struct Session {
         Bytes identity = {};
+        Bytes vlan = {};
         Time since = {};
         std::optional<Time> end = {};
         SessionRule rule = SessionRule::kTerminate;
@@ -142,6 +147,7 @@ class Authenticator {
     void receiveStart(const EapolFrame &frame, Time now);
     void receiveLogoff(const EapolFrame &frame, Time now);
     void receiveEap(const EapolFrame &frame, Time now);
+    static Status::AwaitedBy awaitedBy(Phase phase);
     static bool takesResponse(const Conversation &conversation, const EapPacket &eap);
     bool answersGroup(const EapPacket &eap) const;
 

@@ -273,7 +273,9 @@ void Authenticator::relayRequest(Conversation &conversation, const RelayRecord &
 
 void Authenticator::authorize(Conversation &conversation, const RelayRecord &record, Time now) {
     const bool again = conversation.session.has_value();
+    const ByteView vlan = record.keyInfo.vlan;
     Session session{.identity = conversation.identity,
+                    .vlan = Bytes(vlan.begin(), vlan.end()),
                     .since = again ? conversation.session->since : now};
     const auto &timeout = record.keyInfo.session;
     if (timeout && timeout->rule != SessionRule::kChallengeWait) {

@@ -86,6 +86,43 @@ void Authenticator::settle(Conversation &conversation) {
     }
 }
 
+Status::AwaitedBy Authenticator::awaitedBy(Phase phase) {
+    switch (phase) {
+        case Phase::kIdentify:
+            return Status::AwaitedBy::kIdentity;
+        case Phase::kRequest:
+            return Status::AwaitedBy::kSupplicant;
+        case Phase::kBacklog:
+            return Status::AwaitedBy::kRoom;
+        default:
+            return Status::AwaitedBy::kRelay;
+    }
+}
+
+Status Authenticator::status() const {
+    Status status;
+    for (const auto &[address, conversation] : conversations_) {
+        if (const auto &session = conversation.session) {
+            status.sessions.push_back({.address = address,
+                                       .identity = session->identity,
+                                       .vlan = session->vlan,
+                                       .since = session->since,
+                                       .until = session->end,
+                                       .rule = session->rule});
+        }
+        if (conversation.phase != Phase::kIdle) {
+            status.attempts.push_back({.address = address,
+                                       .identity = conversation.identity,
+                                       .since = conversation.startedAt,
+                                       .awaited = awaitedBy(conversation.phase)});
+        }
+        if (conversation.quietUntil) {
+            status.quiet.push_back({.address = address, .until = *conversation.quietUntil});
+        }
+    }
+    return status;
+}
+
 void Authenticator::setAlarm(Conversation &conversation, std::optional<Time> alarm) {
     if (conversation.alarm) {
         alarms_.erase({*conversation.alarm, conversation.address});

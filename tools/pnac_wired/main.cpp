@@ -8,50 +8,39 @@
 // A bus without a descriptor cannot be waited for in that way. There the program waits for whoever
 // speaks next: for the relay while it has a packet, with a look at the rest in short turns; otherwise
 // for the rest, with a look at the bus now and then.
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <initializer_list>
 #include <optional>
 #include <poll.h>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <sys/signalfd.h>
 #include <unistd.h>
+#include <vector>
 
 #include "tools/file_descriptor.h"
 #include "tools/pnac_wired/authenticator.h"
 #include "tools/pnac_wired/bus.h"
 #include "tools/pnac_wired/ethernet.h"
+#include "tools/pnac_wired/options.h"
 #include "tools/pnac_wired/output.h"
 #include "tools/pnac_wired/programs.h"
 #include "tools/pnac_wired/report.h"
+#include "tools/pnac_wired/status.h"
+#include "tools/pnac_wired/status_socket.h"
 
 namespace lanyard::pnac {
 namespace {
 
 using std::chrono::milliseconds;
-
-struct Options {
-    std::string interface = {};
-    bool json = false;
-    bool showKeys = false;
-    std::string onAuthorized = {};
-    std::string onUnauthorized = {};
-    double interval = 3;
-    unsigned repeats = 3;
-    double relayTimeout = 30;
-    size_t supplicantsMax = 2048;
-    double askAgain = 60;
-    double quietPeriod = 60;
-    bool noPortInformation = false;
-};
 
 Duration toDuration(double seconds) {
     return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds));
@@ -99,7 +88,8 @@ void complain(const std::exception &error) {
 class Program final : private Outlet {
   public:
     explicit Program(const Options &options)
-        : output_(STDOUT_FILENO),
+        : interface_(options.interface),
+          output_(STDOUT_FILENO),
           signals_(catchSignals()),
           ethernet_(options.interface),
           bus_([this](ByteView record) { authenticator_.receiveRecord(record, Clock::now()); }),
@@ -121,6 +111,10 @@ class Program final : private Outlet {
 
     int run() {
         try {
+            // Nobody's login depends on it.
+            attempt([this] {
+                status_.emplace(statusFolder(), interface_, [this] { return statusLine(); });
+            });
             output_.say(reporter_.ready(ethernet_.address()));
             while (!stopped_) {
                 serve();
@@ -129,6 +123,7 @@ class Program final : private Outlet {
             complain(error);
             failed_ = true;
         }
+        status_.reset();
         // Whatever has ended it: no session is left open.
         authenticator_.shutDown(Clock::now());
         finishPrograms();
@@ -159,6 +154,9 @@ class Program final : private Outlet {
         authenticator_.tick(now);
         programs_.tick(now);
         output_.flush();
+        if (status_) {
+            status_->serve();
+        }
     }
 
     void sendFrame(ByteView frame) override { ethernet_.send(frame); }
@@ -178,11 +176,23 @@ class Program final : private Outlet {
         attempt([&] { output_.say(reporter_.event(event)); });
     }
 
+    ProgramCounters programCounters() const {
+        return {.supplicants = authenticator_.supplicants(),
+                .framesNotSent = ethernet_.notSent(),
+                .linesLost = output_.linesLost()};
+    }
+
     void sayCounters() {
-        output_.say(reporter_.counters(authenticator_.counters(),
-                                       {.supplicants = authenticator_.supplicants(),
-                                        .framesNotSent = ethernet_.notSent(),
-                                        .linesLost = output_.linesLost()}));
+        output_.say(reporter_.counters(authenticator_.counters(), programCounters()));
+    }
+
+    std::string statusLine() const {
+        return pnac::statusLine({.interface = interface_,
+                                 .address = ethernet_.address(),
+                                 .now = Clock::now(),
+                                 .wallNow = time(nullptr)},
+                                authenticator_.status(), authenticator_.counters(),
+                                programCounters());
     }
 
     // Waits until there is something to do.
@@ -197,12 +207,15 @@ class Program final : private Outlet {
                 earliest({authenticator_.nextDeadline(), programs_.nextDeadline(), turn}));
     }
 
-    // Waits for one of them, -1 for none, or for room at the output.
-    void waitFor(std::initializer_list<int> inputs, std::optional<Time> until) const {
-        std::array<pollfd, 5> polled = {};
-        polled[0] = {.fd = output_.awaited(), .events = POLLOUT, .revents = 0};
-        std::transform(inputs.begin(), inputs.end(), polled.begin() + 1,
-                       [](int fd) { return pollfd{.fd = fd, .events = POLLIN, .revents = 0}; });
+    // Waits for one of them, -1 for none, for room at the output, or for who wants the status.
+    void waitFor(std::initializer_list<int> inputs, std::optional<Time> until) {
+        polled_.assign({{.fd = output_.awaited(), .events = POLLOUT, .revents = 0}});
+        for (const int fd : inputs) {
+            polled_.push_back({.fd = fd, .events = POLLIN, .revents = 0});
+        }
+        if (status_) {
+            status_->addTo(polled_);
+        }
         timespec wait = {};
         if (until) {
             const auto left = std::max(*until - Clock::now(), Duration::zero());
@@ -210,7 +223,7 @@ class Program final : private Outlet {
             wait.tv_sec = static_cast<time_t>(seconds.count());
             wait.tv_nsec = static_cast<long>(std::chrono::nanoseconds(left - seconds).count());
         }
-        ppoll(polled.data(), inputs.size() + 1, until ? &wait : nullptr, nullptr);
+        ppoll(polled_.data(), polled_.size(), until ? &wait : nullptr, nullptr);
     }
 
     // What waits on the bus; a queue that is full would make the relay drop its answers.
@@ -294,6 +307,7 @@ class Program final : private Outlet {
         }
     }
 
+    std::string interface_;
     Output output_;  // the first: what is opened behind it may get the number of a closed one
     FileDescriptor signals_;
     Ethernet ethernet_;
@@ -302,54 +316,43 @@ class Program final : private Outlet {
     Reporter reporter_;
     std::random_device random_;
     Authenticator authenticator_;
+    std::optional<StatusSocket> status_;
+    std::vector<pollfd> polled_;
     bool stopped_ = false;
     bool failed_ = false;
 };
 
+// Prints the status of a running one, or of all. Returns the exit status.
+int showStatus(const Options &options) {
+    const std::string folder = statusFolder();
+    const auto interfaces = options.interface.empty() ? statusInterfaces(folder)
+                                                      : std::vector<std::string>{options.interface};
+    bool isAny = false;
+    for (const std::string &interface : interfaces) {
+        const auto line = askStatus(folder, interface);
+        if (!line) {
+            continue;
+        }
+        const auto text = options.json ? line : statusTable(*line);
+        if (!text) {
+            throw std::runtime_error(interface + ": the answer is no status");
+        }
+        (void)std::fputs(text->c_str(), stdout);
+        isAny = true;
+    }
+    if (!isAny) {
+        throw std::runtime_error("does not run" +
+                                 (options.interface.empty() ? "" : " on " + options.interface));
+    }
+    return EXIT_SUCCESS;
+}
+
 int runWith(int argc, char **argv) {
     Options options;
-    CLI::App app(
-        "Port-access authenticator (IEEE 802.1X) of an Ethernet interface. Hands EAP packets to "
-        "the "
-        "EAP relay over the management bus.");
-    app.add_option("interface", options.interface, "interface that supplicants are on")->required();
-    app.add_flag("--json", options.json, "print a JSON object for each event");
-    app.add_flag("--show-keys", options.showKeys, "print MS-MPPE keys, not only their lengths");
-    app.add_option("--on-authorized", options.onAuthorized,
-                   "program to run, without a shell, when a supplicant has logged in")
-        ->type_name("PROGRAM")
-        ->check(CLI::ExistingFile);
-    app.add_option("--on-unauthorized", options.onUnauthorized,
-                   "program to run when a session has ended")
-        ->type_name("PROGRAM")
-        ->check(CLI::ExistingFile);
-    app.add_option("--interval", options.interval,
-                   "seconds before a request to a supplicant is sent again")
-        ->capture_default_str()
-        ->check(CLI::Range(0.01, 3600.0));
-    app.add_option("--repeats", options.repeats, "how often it is sent again")
-        ->capture_default_str()
-        ->check(CLI::Range(0U, 100U));
-    app.add_option("--relay-timeout", options.relayTimeout,
-                   "seconds to wait for the relay's answer")
-        ->capture_default_str()
-        ->check(CLI::Range(0.01, 3600.0));
-    app.add_option("--ask-again", options.askAgain,
-                   "seconds before the supplicant of a session is asked again after no server or "
-                   "relay has answered")
-        ->capture_default_str()
-        ->check(CLI::Range(0.01, 86400.0));
-    app.add_option("--max-supplicants", options.supplicantsMax, "conversations at once")
-        ->capture_default_str()
-        ->check(CLI::Range(size_t{1}, size_t{65536}));
-    app.add_option("--quiet-period", options.quietPeriod,
-                   "seconds in which nothing is heard of an address that was rejected; 0 for none")
-        ->capture_default_str()
-        ->check(CLI::Range(0.0, 65535.0));
-    app.add_flag("--no-port-information", options.noPortInformation,
-                 "do not tell the relay the supplicant's address and the port");
-    CLI11_PARSE(app, argc, argv);
-    return Program(options).run();
+    if (const auto status = readOptions(argc, argv, options)) {
+        return *status;
+    }
+    return options.showsStatus ? showStatus(options) : Program(options).run();
 }
 
 }  // namespace

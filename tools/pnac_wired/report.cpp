@@ -37,10 +37,6 @@ double secondsOf(Duration duration) {
     return std::chrono::duration<double>(duration).count();
 }
 
-std::string_view nameOf(SessionRule rule) {
-    return rule == SessionRule::kReauthenticate ? "reauthenticate" : "terminate";
-}
-
 // Octets that are no UTF-8 become U+FFFD.
 std::string lineOf(const Json &object) {
     return object.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
@@ -51,6 +47,10 @@ std::string asString(ByteView octets) {
 }
 
 }  // namespace
+
+std::string_view nameOf(SessionRule rule) {
+    return rule == SessionRule::kReauthenticate ? "reauthenticate" : "terminate";
+}
 
 std::string_view nameOf(EventKind kind) {
     switch (kind) {
@@ -184,24 +184,27 @@ std::string Reporter::eventAsJson(const Event &event) const {
     return lineOf(object);
 }
 
-std::string Reporter::counters(const Counters &counters, const ProgramCounters &more) const {
-    Json object = {{"event", "counters"},
-                   {"interface", interface_},
-                   {"supplicants", more.supplicants},
-                   {"frames_not_sent", more.framesNotSent},
-                   {"lines_lost", more.linesLost}};
+void forEachCounter(const Counters &counters, const ProgramCounters &more,
+                    const std::function<void(const char *name, uint64_t value)> &call) {
+    call("supplicants", more.supplicants);
+    call("frames_not_sent", more.framesNotSent);
+    call("lines_lost", more.linesLost);
     for (const auto &[name, counter] : kCounterNames) {
-        object[name] = counters.*counter;
+        call(name, counters.*counter);
     }
+}
+
+std::string Reporter::counters(const Counters &counters, const ProgramCounters &more) const {
     if (format_ == Format::kJson) {
+        Json object = {{"event", "counters"}, {"interface", interface_}};
+        forEachCounter(counters, more,
+                       [&](const char *name, uint64_t value) { object[name] = value; });
         return lineOf(object);
     }
-    object.erase("event");
-    object.erase("interface");
     std::string line = "counters";
-    for (const auto &[name, value] : object.items()) {
-        line += ' ' + name + '=' + value.dump();
-    }
+    forEachCounter(counters, more, [&](const char *name, uint64_t value) {
+        line += std::string(" ") + name + '=' + std::to_string(value);
+    });
     return line + '\n';
 }
 

@@ -3,6 +3,7 @@
 #define LANYARD_TOOLS_PNAC_WIRED_REPORT_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,9 @@ std::string_view nameOf(EventKind kind);
 // "rejected", "no answer from the relay", ...
 std::string_view nameOf(Reason reason);
 
+// "reauthenticate", "terminate"
+std::string_view nameOf(SessionRule rule);
+
 // Octets from outside as one word of a line: what is not printable ASCII, the quote and the
 // backslash stand as \xNN.
 std::string escaped(ByteView octets);
@@ -30,6 +34,10 @@ struct ProgramCounters {
     uint64_t framesNotSent = 0;
     uint64_t linesLost = 0;
 };
+
+// Calls with the name and the value of each counter.
+void forEachCounter(const Counters &counters, const ProgramCounters &more,
+                    const std::function<void(const char *name, uint64_t value)> &call);
 
 class Reporter {
   public:
