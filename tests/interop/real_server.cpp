@@ -15,6 +15,7 @@
 #include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "tests/interop/certificates.h"
@@ -68,7 +69,9 @@ class FreePort {
 
 }  // namespace
 
-RealServer::RealServer(Eap eap) : secret_(randomSecret()) {
+RealServer::RealServer(Eap eap) : RealServer(eap, randomSecret()) {}
+
+RealServer::RealServer(Eap eap, std::string secret) : secret_(std::move(secret)) {
     std::vector<const char *> files = {"radiusd.conf", "users", "grants"};
     if (eap == Eap::kYes) {
         files.insert(files.end(), {"eap-methods", "eap-server"});

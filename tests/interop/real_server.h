@@ -22,6 +22,8 @@ class RealServer {
     // log.
     // `eap` is kYes to serve EAP-MD5, EAP-TLS, PEAP and TTLS as well, with new certificates.
     explicit RealServer(Eap eap = Eap::kNo);
+    // The same, with that secret: another server of the same clients.
+    RealServer(Eap eap, std::string secret);
     ~RealServer();
     RealServer(const RealServer &) = delete;
     RealServer &operator=(const RealServer &) = delete;
@@ -39,7 +41,8 @@ class RealServer {
     std::filesystem::path certificate(const std::string &file) const {
         return folder_.path() / file;
     }
-    // The secret shared with all clients; another one in every object.
+    // The secret shared with all clients; another one in every object that was not
+    // given one.
     const std::string &secret() const { return secret_; }
 
     // The Access-Requests so far, passwords revealed, as text: a blank line after each.
