@@ -25,6 +25,7 @@ struct Options {
     std::vector<std::string> rows = {};
     int rounds = 3;
     bool quick = false;
+    bool logs = false;
     double giveUp = Round::Limits().login.count();
     std::string relay = {};
     std::string authenticator = {};
@@ -105,6 +106,9 @@ class Comparison {
         std::string problem;
         try {
             row.run(round);
+            if (options_.logs) {
+                (void)std::fprintf(stderr, "%s\n", round.log().c_str());
+            }
         } catch (const std::exception &reason) {
             problem = std::string("  ") + name + ", round " + std::to_string(number + 1) +
                       ", not measured: " + reason.what() + "\n";
@@ -145,6 +149,7 @@ int run(int argc, char *argv[]) {
     app.add_option("--authenticator-options", options.authenticator,
                    "for pnac-wired, beside its defaults")
         ->envname("OURS_AUTHENTICATOR_OPTIONS");
+    app.add_flag("--logs", options.logs, "what each side has said, on standard error");
     app.add_flag("--list", list, "the rows");
     CLI11_PARSE(app, argc, argv);
     if (list) {
