@@ -28,23 +28,23 @@ void locate(const std::vector<uint8_t> &attributes, int attrNum) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    std::vector<uint8_t> octets = packetFrom(data, size);
-    if (octets.empty()) {
+    std::vector<uint8_t> bytes = packetFrom(data, size);
+    if (bytes.empty()) {
         return 0;
     }
-    const std::vector<uint8_t> attributes(octets.begin() + sizeof(RadPacket), octets.end());
+    const std::vector<uint8_t> attributes(bytes.begin() + sizeof(RadPacket), bytes.end());
     for (const int attrNum : {int{RAD_ATTR_MESSAGE_AUTHENTICATOR}, int{RAD_ATTR_STATE}, 0, 255}) {
         locate(attributes, attrNum);
     }
 
-    const std::vector<uint8_t> before = octets;
-    const int status = radCheckMsgAuth(reinterpret_cast<RadPacket *>(octets.data()), kSecret,
+    const std::vector<uint8_t> before = bytes;
+    const int status = radCheckMsgAuth(reinterpret_cast<RadPacket *>(bytes.data()), kSecret,
                                        kRequestAuthenticator.data());
     require(status == 0 || status == -1, "a Message-Authenticator matches or does not");
     // On failure the header may keep the request's authenticator; nothing else may change.
-    const auto behindHeader = octets.begin() + sizeof(RadPacket);
-    require(std::equal(behindHeader, octets.end(), before.begin() + sizeof(RadPacket)),
+    const auto afterHeader = bytes.begin() + sizeof(RadPacket);
+    require(std::equal(afterHeader, bytes.end(), before.begin() + sizeof(RadPacket)),
             "the attributes stay as they are");
-    require(status == -1 || octets == before, "a packet that matches stays as it is");
+    require(status == -1 || bytes == before, "a packet that matches stays as it is");
     return 0;
 }

@@ -104,7 +104,7 @@ class Mutator {
         return choices[below(choices.size())];
     }
 
-    uint8_t octet() {
+    uint8_t byte() {
         static const std::vector<uint8_t> edges = {0,   1,   2,   3,   4,    6,   16,  17,
                                                    18,  32,  127, 128, 253,  254, 255, '\n',
                                                    ' ', ':', ',', '#', '\t', '-', '9', '%'};
@@ -113,7 +113,7 @@ class Mutator {
 
     void mutate(Input &input) {
         if (input.empty()) {
-            input.push_back(octet());
+            input.push_back(byte());
             return;
         }
         const size_t at = below(input.size());
@@ -125,7 +125,7 @@ class Mutator {
                 *begin ^= static_cast<uint8_t>(1U << below(8));
                 break;
             case 1:
-                *begin = octet();
+                *begin = byte();
                 break;
             case 2:
                 *begin = static_cast<uint8_t>(*begin + (below(2) == 0 ? 1 : 255));
@@ -139,7 +139,7 @@ class Mutator {
                 break;
             }
             case 5:
-                input.insert(begin, below(300), octet());
+                input.insert(begin, below(300), byte());
                 break;
             case 6:
                 input.resize(at);

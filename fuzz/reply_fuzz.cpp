@@ -1,6 +1,6 @@
 // A received packet: decoded, displayed, searched for vendor attributes, and processed as a reply.
 //
-// The identifier octet says which allocation fails; 0: none.
+// The identifier byte says which allocation fails; 0: none.
 #include <array>
 
 #include <lanyard/radius/attr.h>
@@ -21,7 +21,7 @@ void readVendorAttribute(const RadPair &pair, uint32_t vendor, int type) {
     const int status = radVendorAttrGet(&pair, vendor, type, &data);
     require((status == 0) == (data != nullptr), "data are handed out on success alone");
     if (data != nullptr) {
-        // As many octets as the interface promises.
+        // As many bytes as the interface promises.
         const size_t size = vendor == RAD_VENDOR_MICROSOFT
                                 ? size_t{static_cast<uint8_t>(pair.strValue[5])} - 2
                                 : size_t{pair.numValue} - 4;
@@ -48,11 +48,11 @@ void readPair(const RadPair &pair) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    std::vector<uint8_t> octets = packetFrom(data, size);
-    if (octets.empty()) {
+    std::vector<uint8_t> bytes = packetFrom(data, size);
+    if (bytes.empty()) {
         return 0;
     }
-    auto *packet = reinterpret_cast<RadPacket *>(octets.data());
+    auto *packet = reinterpret_cast<RadPacket *>(bytes.data());
     RadPacket request{};
     const size_t before = liveBlocks();
     failAllocation(packet->identifier);

@@ -1,6 +1,6 @@
 // A list of servers as an option of the configuration gives it.
 //
-// The first octet chooses: its lowest bit the kind of server, the others which allocation fails
+// The first byte chooses: its lowest bit the kind of server, the others which allocation fails
 // (0: none). The rest is the text.
 #include <span>
 

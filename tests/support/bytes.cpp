@@ -18,7 +18,7 @@ uint8_t digitValue(char digit) {
     return static_cast<uint8_t>(value);
 }
 
-// Sixteen octets a line behind their offset, in groups of four; the octet at `mark` is bracketed.
+// Sixteen bytes a line after their offset, in groups of four; the byte at `mark` is bracketed.
 std::string dump(ByteView bytes, size_t mark) {
     std::string text;
     for (size_t i = 0; i < bytes.size(); ++i) {
@@ -28,8 +28,8 @@ std::string dump(ByteView bytes, size_t mark) {
                 "\n    " + std::string(5 - std::min<size_t>(5, offset.size()), ' ') + offset + ":";
         }
         text += i % 4 == 0 ? "  " : " ";
-        const std::string octet = toHex(bytes.subspan(i, 1));
-        text += i == mark ? "[" + octet + "]" : octet;
+        const std::string byte = toHex(bytes.subspan(i, 1));
+        text += i == mark ? "[" + byte + "]" : byte;
     }
     return text;
 }
@@ -67,9 +67,9 @@ std::string toText(ByteView bytes) {
 std::string toHex(ByteView bytes) {
     std::string text;
     text.reserve(bytes.size() * 2);
-    for (const uint8_t octet : bytes) {
-        text += kDigits[octet >> 4];
-        text += kDigits[octet & 15];
+    for (const uint8_t byte : bytes) {
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 15];
     }
     return text;
 }
@@ -91,9 +91,9 @@ testing::AssertionResult compareBytes(const char *expectedExpression, const char
     }
     const auto offset = static_cast<size_t>(expectedEnd - expected.begin());
     return testing::AssertionFailure()
-           << "The octets differ from offset " << offset << " on.\n  Expected, " << expected.size()
-           << " octets: " << expectedExpression << dump(expected, offset) << "\n  Actual, "
-           << actual.size() << " octets: " << actualExpression << dump(actual, offset);
+           << "The bytes differ from offset " << offset << " on.\n  Expected, " << expected.size()
+           << " bytes: " << expectedExpression << dump(expected, offset) << "\n  Actual, "
+           << actual.size() << " bytes: " << actualExpression << dump(actual, offset);
 }
 
 }  // namespace lanyard::test

@@ -37,11 +37,11 @@ GuardedBuffer::GuardedBuffer(ByteView content, Edge edge) : GuardedBuffer(conten
 GuardedBuffer::~GuardedBuffer() {
     const uint8_t *usable = mapping_ + pageSize_;
     const auto intact = [](const uint8_t *begin, const uint8_t *end) {
-        return std::all_of(begin, end, [](uint8_t octet) { return octet == kFiller; });
+        return std::all_of(begin, end, [](uint8_t byte) { return byte == kFiller; });
     };
-    EXPECT_TRUE(intact(usable, data_)) << "octets in front of the buffer were written to";
+    EXPECT_TRUE(intact(usable, data_)) << "bytes in front of the buffer were written to";
     EXPECT_TRUE(intact(data_ + size_, usable + usable_))
-        << "octets behind the buffer were written to";
+        << "bytes after the buffer were written to";
     munmap(mapping_, usable_ + 2 * pageSize_);
 }
 

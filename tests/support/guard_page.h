@@ -1,4 +1,4 @@
-// Buffers between inaccessible pages: reading or writing one octet past the edge ends the test at
+// Buffers between inaccessible pages: reading or writing one byte past the edge ends the test at
 // once, in every build, with the faulty access on top of the stack.
 //
 //     GuardedBuffer packet("0200 0014 ..."_hex);               // ends where its guard begins
@@ -8,7 +8,7 @@
 //     GuardedBuffer name = GuardedBuffer::ofText("nemo");      // with a NUL; text() is the char *
 //     GuardedBuffer room(32);                                  // to be written; filled with 0xa5
 //
-// The octets between the other end and its inaccessible page are checked when the buffer goes: a
+// The bytes between the other end and its inaccessible page are checked when the buffer goes: a
 // test fails when they were written to.
 #ifndef LANYARD_TESTS_SUPPORT_GUARD_PAGE_H
 #define LANYARD_TESTS_SUPPORT_GUARD_PAGE_H
@@ -42,7 +42,7 @@ class GuardedBuffer {
     [[nodiscard]] ByteView bytes() const { return {data_, size_}; }
     [[nodiscard]] char *text() { return as<char>(); }
 
-    // The octets as a record of the public interface that has no alignment, such as RadPacket.
+    // The bytes as a record of the public interface that has no alignment, such as RadPacket.
     template <typename Record>
     [[nodiscard]] Record *as() {
         static_assert(alignof(Record) == 1);
@@ -55,7 +55,7 @@ class GuardedBuffer {
   private:
     uint8_t *mapping_;
     size_t pageSize_;
-    size_t usable_;  // octets between the two inaccessible pages
+    size_t usable_;  // bytes between the two inaccessible pages
     uint8_t *data_;
     size_t size_;
 };

@@ -12,13 +12,12 @@
 //     "trace radPairGen> Receiving State"     function "radPairGen", text "Receiving State\n"
 //     "device trace radeapd> up\\"             module 8, text "up" without a newline
 //
-// Where a line's text is not known to the letter there are matchers. EXPECT_LOGGED asks for one such line among others; EXPECT_ONLY_PROBLEM for that line and no other
-// of the levels 4, 8 and 16; EXPECT_NO_PROBLEM for none of these levels; EXPECT_NOTHING_LOGGED for
-// none of one level. Function and text may be matchers (StartsWith("...")), and lines() goes well
-// with EXPECT_THAT:
+// Where a line's text is not known to the letter there are matchers. EXPECT_LOGGED asks for one such
+// line among others; EXPECT_ONLY_PROBLEM for that line and no other of the levels 4, 8 and 16;
+// EXPECT_NOTHING_LOGGED for none of one level. Function and text may be matchers (StartsWith("...")),
+// and lines() and log() go well with EXPECT_THAT:
 //
-//     EXPECT_THAT(log.lines(8), ElementsAre(Logged(7, 8, "radDictAddAttr", "..."),
-//                                           Logged(7, 8, "radDictLoad", "...")));
+//     EXPECT_THAT(log.log(8), ElementsAre(StartsWith("error radDictLoad: couldn't open")));
 //
 // The test program itself defines palModuleDebug() and palModuleDebugHex(), in front of the OS
 // layer's; linking the target lanyard-test-support brings them in. While no recorder is there,
@@ -87,7 +86,7 @@ class LogRecorder {
     [[nodiscard]] std::vector<LogLine> problems() const;
     [[nodiscard]] std::optional<LogLine> firstProblem() const;
 
-    // Dumps of octets, in order.
+    // Dumps of bytes, in order.
     [[nodiscard]] std::vector<LogDump> dumps() const;
 
     // Neither a line nor a dump of that level.
@@ -119,7 +118,7 @@ testing::Matcher<const LogDump &> Dumped(int module, int level,
 // A line as EXPECT_LOG takes it.
 std::string logText(const LogLine &line);
 
-// Behind EXPECT_LOG: the lines beside each other on failure.
+// For EXPECT_LOG: the lines beside each other on failure.
 testing::AssertionResult compareLogs(const char *expectedExpression, const char *actualExpression,
                                      const std::vector<std::string> &expected,
                                      const std::vector<std::string> &actual);
@@ -146,8 +145,6 @@ void PrintTo(const LogDump &dump, std::ostream *stream);
     EXPECT_THAT((recorder).problems(),                                                          \
                 ::testing::ElementsAre(::lanyard::test::Logged(::lanyard::test::kLibraryModule, \
                                                                level, function, text)))
-
-#define EXPECT_NO_PROBLEM(recorder) EXPECT_THAT((recorder).problems(), ::testing::IsEmpty())
 
 #define EXPECT_NOTHING_LOGGED(recorder, level)   \
     EXPECT_TRUE((recorder).nothingLogged(level)) \

@@ -74,7 +74,7 @@ Digest messageAuthenticator(ByteView packet, size_t valueOffset, ByteView authen
                             packet.subspan(valueOffset + kZeros.size())});
 }
 
-// The octets that the response authenticator of a reply covers: as many as its length field says.
+// The bytes that the response authenticator of a reply covers: as many as its length field says.
 ByteView covered(ByteView reply) {
     return reply.first(std::clamp(lengthField(reply), kHeaderSize, reply.size()));
 }
@@ -122,7 +122,7 @@ void PrintTo(const Attribute &attribute, std::ostream *stream) {
 
 Attributes &Attributes::add(uint8_t type, ByteView value) {
     if (value.size() > 253) {
-        throw std::length_error("attribute value of " + std::to_string(value.size()) + " octets");
+        throw std::length_error("attribute value of " + std::to_string(value.size()) + " bytes");
     }
     bytes_.push_back(type);
     bytes_.push_back(static_cast<uint8_t>(value.size() + 2));
@@ -165,7 +165,7 @@ Bytes makePacket(uint8_t code, uint8_t identifier, ByteView authenticator,
     const std::array<uint8_t, 4> start = {code, identifier, 0, 0};
     Bytes packet = concatenate({start, authenticator, attributes.bytes()});
     if (authenticator.size() != kZeros.size() || packet.size() > UINT16_MAX) {
-        throw std::length_error("no authenticator of 16 octets, or too many attributes");
+        throw std::length_error("no authenticator of 16 bytes, or too many attributes");
     }
     setLengthField(packet, static_cast<uint16_t>(packet.size()));
     return packet;
@@ -276,7 +276,7 @@ Bytes vendorValue(ByteView packet, uint32_t vendor, uint8_t type) {
 Bytes revealPaddedPassword(ByteView request, std::string_view secret) {
     const Bytes hidden = attributeValue(request, kUserPassword);
     if (hidden.empty() || hidden.size() % kBlockSize != 0) {
-        ADD_FAILURE() << "User-Password of " << hidden.size() << " octets";
+        ADD_FAILURE() << "User-Password of " << hidden.size() << " bytes";
         return {};
     }
     Bytes plain;

@@ -44,7 +44,7 @@ void PrintTo(const Attribute &attribute, std::ostream *stream);
 // Builds the attributes of a packet.
 class Attributes {
   public:
-    // A value of more than 253 octets throws std::length_error.
+    // A value of more than 253 bytes throws std::length_error.
     Attributes &add(uint8_t type, ByteView value);
     Attributes &addText(uint8_t type, std::string_view text);
     Attributes &addInteger(uint8_t type, uint32_t number);
@@ -54,7 +54,7 @@ class Attributes {
     Attributes &addVendor(uint32_t vendor, uint8_t type, ByteView data);
     // A Message-Authenticator, which makePacket() leaves zero; makeRequest() and makeReply() sign.
     Attributes &addMessageAuthenticator();
-    // Octets as they are, however malformed.
+    // Bytes as they are, however malformed.
     Attributes &addRaw(ByteView bytes);
 
     [[nodiscard]] const Bytes &bytes() const { return bytes_; }
@@ -82,7 +82,7 @@ struct ReplyFaults {
     bool wrongIdentifier = false;            // the request's and one
     bool wrongMessageAuthenticator = false;  // one bit of it, with an authenticator that fits
     bool wrongAuthenticator = false;         // one bit of it
-    // In place of the true length; the response authenticator covers that many octets, or all when
+    // In place of the true length; the response authenticator covers that many bytes, or all when
     // there are fewer.
     std::optional<uint16_t> lengthField = {};
 };
@@ -96,7 +96,7 @@ Bytes makeReply(uint8_t code, ByteView request, std::string_view secret,
 bool replyIsValid(ByteView reply, ByteView request, std::string_view secret);
 
 // The attributes of a packet up to the end that its length field gives. A malformed packet fails
-// the test and yields the attributes before the malformed one.
+// the test and returns the attributes before the malformed one.
 std::vector<Attribute> parseAttributes(ByteView packet);
 
 // The values of all attributes of that type, and the one value: when there is none or more than
@@ -115,7 +115,7 @@ std::string revealPassword(ByteView request, std::string_view secret);
 // The value of User-Password for a password; the counterpart of revealPaddedPassword().
 Bytes hidePassword(std::string_view password, ByteView authenticator, std::string_view secret);
 
-// Message-Authenticator of a request; false as well when there is not exactly one of 16 octets.
+// Message-Authenticator of a request; false as well when there is not exactly one of 16 bytes.
 bool messageAuthenticatorIsValid(ByteView request, std::string_view secret);
 
 // Request authenticator of an Accounting-Request (RFC 2866 section 3).

@@ -48,7 +48,7 @@
 
 namespace lanyard::test {
 
-// One datagram that a server got. It is a ByteView of its octets.
+// One datagram that a server got. It is a ByteView of its bytes.
 struct ReceivedRequest {
     Bytes bytes;
     std::chrono::steady_clock::time_point arrival;
@@ -124,7 +124,7 @@ class SilentPort {
     [[nodiscard]] uint16_t port() const { return port_; }
     [[nodiscard]] int socket() const { return socket_.get(); }
 
-    // Takes and yields the datagrams that have arrived.
+    // Takes and returns the datagrams that have arrived.
     [[nodiscard]] std::vector<Bytes> received() const;
 
   private:
@@ -161,7 +161,7 @@ class ScriptedServer {
 
     // Puts an action at the end of the script.
     ScriptedServer &then(Action action);
-    // What to do about datagrams behind the end of the script.
+    // What to do about datagrams after the end of the script.
     ScriptedServer &otherwise(Action action);
 
     // Waits until that many datagrams have arrived in all; false when the time is over.

@@ -25,7 +25,7 @@ class StdoutCapture {
     // All that was written since the start.
     [[nodiscard]] std::string text() const;
 
-    // Ends the capture and yields text().
+    // Ends the capture and returns text().
     std::string finish();
 
   private:

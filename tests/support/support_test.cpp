@@ -93,7 +93,7 @@ TEST(BytesTest, ReadsAndWritesHexadecimal) {
     EXPECT_THROW(fromHex("0g"), std::invalid_argument);
 }
 
-TEST(BytesTest, ShowsWhereOctetsDiffer) {
+TEST(BytesTest, ShowsWhereBytesDiffer) {
     EXPECT_BYTES_EQ("0102"_hex, "0102"_hex);
     EXPECT_NONFATAL_FAILURE(EXPECT_BYTES_EQ("010203"_hex, "010303"_hex), "01 [03] 03");
     EXPECT_NONFATAL_FAILURE(EXPECT_BYTES_EQ("0102"_hex, "010203"_hex), "from offset 2 on");
@@ -239,7 +239,7 @@ TEST(ScriptedServerTest, AnswersLateTwiceFromElsewhereOrByFunction) {
     const Client client(server);
     client.send(sampleRequest());
     client.send(sampleRequest());
-    EXPECT_EQ(2, client.receive()[0]) << "a delayed answer holds up those behind it";
+    EXPECT_EQ(2, client.receive()[0]) << "a delayed answer holds up those after it";
     EXPECT_EQ(3, client.receive()[0]);
     EXPECT_LE(200ms, std::chrono::steady_clock::now() - server.request(0).arrival);
 
@@ -281,8 +281,8 @@ TEST(PortTest, SilentOneTakesAndRefusedOneRefuses) {
     toRefused.send("aa"_hex);
     pollfd watched = {toRefused.get(), POLLIN, 0};
     ASSERT_EQ(1, poll(&watched, 1, 2000));
-    char octet = 0;
-    EXPECT_EQ(-1, recv(toRefused.get(), &octet, 1, MSG_DONTWAIT));
+    char byte = 0;
+    EXPECT_EQ(-1, recv(toRefused.get(), &byte, 1, MSG_DONTWAIT));
     EXPECT_EQ(ECONNREFUSED, errno);
 }
 
@@ -331,7 +331,7 @@ TEST(LogRecorderTest, TellsLinesApart) {
                 ElementsAre(Dumped(7, 256, "Packet", "0102"_hex), Dumped(7, 4, "None", {})));
     EXPECT_FALSE(log.nothingLogged(4));
     EXPECT_NONFATAL_FAILURE(EXPECT_LOGGED(log, 16, "first", "7 and more\n"), "module 8, level 16");
-    EXPECT_NONFATAL_FAILURE(EXPECT_NO_PROBLEM(log), "first:3");
+    EXPECT_NONFATAL_FAILURE(EXPECT_PROBLEMS(log), "device warning first> 7 and more");
     EXPECT_THROW(LogRecorder(), std::logic_error);
     log.clear();
     EXPECT_THAT(log.lines(), IsEmpty());
@@ -472,7 +472,7 @@ TEST(GuardedBufferDeathTest, EndsTheTestOnePastTheEdge) {
     EXPECT_BYTES_EQ("010203"_hex, atEnd.bytes());
     EXPECT_BYTES_EQ("010203"_hex, atStart.bytes());
     EXPECT_STREQ("text", GuardedBuffer::ofText("text").text());
-    const auto read = [](const volatile uint8_t *octet) { std::printf("%d\n", *octet); };
+    const auto read = [](const volatile uint8_t *byte) { std::printf("%d\n", *byte); };
     EXPECT_DEATH(read(atEnd.data() + 3), "");
     EXPECT_DEATH(read(atStart.data() - 1), "");
     atEnd.makeReadOnly();
@@ -493,7 +493,7 @@ TEST(GuardedBufferTest, SeesWritingAtItsOtherEnd) {
             GuardedBuffer buffer(3, GuardedBuffer::Edge::start);
             *(buffer.data() + 3) = 0;
         },
-        "behind the buffer");
+        "after the buffer");
 }
 
 TEST(TemporaryRootTest, StandsInForTheRootOfTheDevice) {

@@ -8,7 +8,7 @@
 //     EXPECT_TRUE(root.exists("/var/radius.conf"));
 //     EXPECT_EQ(0644U, root.mode("/var/radius.conf"));
 //
-// One may be there at a time. Behind it, paths are taken as they are.
+// One may be there at a time. Without one, paths are taken as they are.
 #ifndef LANYARD_TESTS_SUPPORT_TEMPORARY_ROOT_H
 #define LANYARD_TESTS_SUPPORT_TEMPORARY_ROOT_H
 

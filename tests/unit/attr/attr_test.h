@@ -35,11 +35,11 @@ class AttrTest : public testing::Test {
     LogRecorder log_;
 };
 
-// The octets of a string pair's value, as many as the pair holds at most.
+// The bytes of a string pair's value, as many as the pair holds at most.
 inline Bytes valueOf(const RadPair &pair) {
     const std::span value(pair.strValue);
-    const auto octets = value.first(std::min<size_t>(pair.numValue, RAD_VALUE_MAX));
-    return {octets.begin(), octets.end()};
+    const auto bytes = value.first(std::min<size_t>(pair.numValue, RAD_VALUE_MAX));
+    return {bytes.begin(), bytes.end()};
 }
 
 // The pairs of a list as they would stand on the wire.

@@ -101,7 +101,7 @@ TEST_F(DecodeTest, LengthBelowTheHeaderIsRefused) {
     }
 }
 
-TEST_F(DecodeTest, LengthOctetBelow2IsRefused) {
+TEST_F(DecodeTest, LengthByteBelow2IsRefused) {
     for (const uint8_t length : {uint8_t{0}, uint8_t{1}}) {
         for (const int type : {1, 6, 17, 0, 255}) {
             const Bytes attribute = {static_cast<uint8_t>(type), length, 0, 0, 0, 0};
@@ -113,7 +113,7 @@ TEST_F(DecodeTest, LengthOctetBelow2IsRefused) {
     }
 }
 
-TEST_F(DecodeTest, NumbersHaveFourOctets) {
+TEST_F(DecodeTest, NumbersHaveFourBytes) {
     for (size_t length = 0; length <= 253; ++length) {
         const Bytes packet = packetOf(Attributes().addText(1, "nemo").add(6, Bytes(length)));
         if (length == 4) {
@@ -210,7 +210,7 @@ TEST_F(DecodeTest, EmptyStringBeforeAttribute0IsEmpty) {
 }
 
 TEST_F(DecodeTest, EmptyStringBeforeTooMuchTextIsRefused) {
-    // 251 octets of value and a header of two make 253, which a pair takes.
+    // 251 bytes of value and a header of two make 253, which a pair takes.
     const Decoded decoded = decode(packetOf(concatenate({"1802 01fd"_hex, Bytes(251, 'a')})));
     ASSERT_EQ(0, decoded.status);
     EXPECT_EQ(253, radPairValueLen(decoded.list.get()));
@@ -251,7 +251,7 @@ TEST_F(DecodeTest, UnknownAttributeThatRunsPastTheEndIsAnnouncedThenRefused) {
                kLengthMismatch);
 }
 
-TEST_F(DecodeTest, TypeOctetAloneIsRefused) {
+TEST_F(DecodeTest, TypeByteAloneIsRefused) {
     expectRefused(packetOf("1203 41 01"_hex));
     EXPECT_LOG(log_, "trace radPairGen> Receiving attribute: Reply-Message", kLengthMismatch);
 }
@@ -341,7 +341,7 @@ TEST_F(HostilePacketTest, EveryTruncation) {
     EXPECT_EQ(8U, accepted);  // at the ends of the seven attributes and before them
 }
 
-TEST_F(HostilePacketTest, EveryLengthOctetAtEveryPlace) {
+TEST_F(HostilePacketTest, EveryLengthByteAtEveryPlace) {
     const Bytes area = sampleAttributes();
     for (size_t at = 0; at < area.size(); at += area[at + 1]) {
         for (unsigned length = 0; length < 256; ++length) {
@@ -354,7 +354,7 @@ TEST_F(HostilePacketTest, EveryLengthOctetAtEveryPlace) {
     }
 }
 
-TEST_F(HostilePacketTest, EveryTypeOctetAtEveryPlace) {
+TEST_F(HostilePacketTest, EveryTypeByteAtEveryPlace) {
     const Bytes area = sampleAttributes();
     for (size_t at = 0; at < area.size(); at += area[at + 1]) {
         for (unsigned type = 0; type < 256; ++type) {

@@ -78,7 +78,7 @@ TEST_F(LocateTest, SearchEndsAtTheEndOfTheArea) {
     EXPECT_LOG(log_);
 }
 
-TEST_F(LocateTest, LengthOctetBelow2EndsTheSearch) {
+TEST_F(LocateTest, LengthByteBelow2EndsTheSearch) {
     for (const uint8_t length : {uint8_t{0}, uint8_t{1}}) {
         for (const int type : {80, 6, 17, 0, 255}) {
             log_.clear();
@@ -104,7 +104,7 @@ TEST_F(LocateTest, NumberOfAnotherLengthEndsTheSearch) {
                 EXPECT_LOG(log_);
                 continue;
             }
-            // Before it is compared, and before anything behind it.
+            // Before it is compared, and before anything after it.
             const std::string message = "error radPairLocate: attribute " + std::to_string(type) +
                                         " with invalid length " + std::to_string(length);
             EXPECT_EQ(std::nullopt, locate(area, type));
@@ -204,7 +204,7 @@ TEST_F(HostileAreaTest, EveryTruncation) {
     }
 }
 
-TEST_F(HostileAreaTest, EveryLengthOctetAtEveryPlace) {
+TEST_F(HostileAreaTest, EveryLengthByteAtEveryPlace) {
     const Bytes area = sampleArea();
     for (size_t at = 0; at < area.size(); at += area[at + 1]) {
         for (unsigned length = 0; length < 256; ++length) {

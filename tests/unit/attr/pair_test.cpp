@@ -36,7 +36,7 @@ class PairTest : public AttrTest {
     }
 };
 
-Bytes octetsOf(const RadPair &pair) {
+Bytes bytesOf(const RadPair &pair) {
     const auto *bytes = reinterpret_cast<const uint8_t *>(&pair);
     return {bytes, bytes + sizeof(pair)};
 }
@@ -132,7 +132,7 @@ TEST_F(PairTest, NeedsAValue) {
 
 TEST_F(PairTest, ReportsExhaustedMemory) {
     failAllocation(1);
-    // The value, which would be refused as well, comes behind the allocation.
+    // The value, which would be refused as well, comes after the allocation.
     EXPECT_EQ(nullptr, radPairNew(RAD_ATTR_USER_NAME, Bytes(254, 'a').data(), 254));
     stopFailing();
     EXPECT_TRUE(allocationFailed());
@@ -154,17 +154,17 @@ TEST_F(PairTest, FreesThePairWhoseValueIsRefused) {
     EXPECT_LOG(log_, "error radPairAssign: unknown attribute type 7");
 }
 
-// Octets of an explicit length.
+// Bytes of an explicit length.
 
 TEST_F(PairTest, TakesEveryLengthThatAnAttributeCanHave) {
     for (int length = 1; length <= RAD_VALUE_MAX; ++length) {
-        const Bytes octets = counting(static_cast<size_t>(length));
-        const GuardedBuffer value(octets);
+        const Bytes bytes = counting(static_cast<size_t>(length));
+        const GuardedBuffer value(bytes);
         const PairList pair(radPairNew(RAD_ATTR_STATE, value.data(), length));
         ASSERT_NE(nullptr, pair) << length;
         EXPECT_EQ(length, radPairValueLen(pair.get()));
-        EXPECT_BYTES_EQ(octets, valueOf(*pair));
-        EXPECT_EQ('\0', std::span(pair->strValue)[octets.size()]);
+        EXPECT_BYTES_EQ(bytes, valueOf(*pair));
+        EXPECT_EQ('\0', std::span(pair->strValue)[bytes.size()]);
     }
     EXPECT_LOG(log_);
 }
@@ -178,17 +178,17 @@ TEST_F(PairTest, KeepsEmbeddedNuls) {
 
 TEST_F(PairTest, RefusesMoreThanAnAttributeCanHaveWithoutReadingIt) {
     const PairList pair = makePair(RAD_ATTR_STATE, "before");
-    const Bytes before = octetsOf(*pair);
+    const Bytes before = bytesOf(*pair);
     const GuardedBuffer value("01"_hex);
     for (const int length : {254, 255, 256, 65536, INT_MAX}) {
         log_.clear();
         EXPECT_EQ(-1, radPairAssign(pair.get(), value.data(), length));
         EXPECT_LOG(log_, kBadLength);
-        EXPECT_BYTES_EQ(before, octetsOf(*pair));
+        EXPECT_BYTES_EQ(before, bytesOf(*pair));
     }
 }
 
-TEST_F(PairTest, EndsAShorterValueBehindItsOctets) {
+TEST_F(PairTest, EndsAShorterValueAfterItsBytes) {
     const PairList pair(radPairNew(RAD_ATTR_STATE, counting(253).data(), 253));
     EXPECT_EQ(0, radPairAssign(pair.get(), "nemo", 2));
     EXPECT_EQ(2, radPairValueLen(pair.get()));
@@ -216,16 +216,16 @@ TEST_F(PairTest, TakesTextUpToItsNul) {
 
 TEST_F(PairTest, RefusesTextOf254Characters) {
     const PairList pair = makePair(RAD_ATTR_STATE, "before");
-    const Bytes before = octetsOf(*pair);
+    const Bytes before = bytesOf(*pair);
     for (const size_t length : {254U, 300U}) {
         log_.clear();
         EXPECT_EQ(-1, radPairAssign(pair.get(), std::string(length, 'a').c_str(), 0));
         EXPECT_LOG(log_, kBadLength);
-        EXPECT_BYTES_EQ(before, octetsOf(*pair));
+        EXPECT_BYTES_EQ(before, bytesOf(*pair));
     }
 }
 
-TEST_F(PairTest, TextSetsTheLastByteToNul_OctetsDoNot) {
+TEST_F(PairTest, TextSetsTheLastByteToNul_BytesDoNot) {
     for (const int len : {0, -1}) {
         const PairList pair(radPairNew(RAD_ATTR_STATE, "before", 0));
         std::span bytes(pair->strValue);
@@ -261,12 +261,12 @@ TEST_F(PairTest, CutsTextOfNegativeLengthAndRecordsItsFullLength) {
 TEST_F(PairTest, TakesNumbersOfAnyAlignmentWhateverTheLength) {
     ASSERT_EQ(0, radDictAddAttr("Event-Timestamp 55 date"));
     const uint32_t number = 0x81020304;
-    Bytes octets(4);
-    std::memcpy(octets.data(), &number, sizeof(number));
+    Bytes bytes(4);
+    std::memcpy(bytes.data(), &number, sizeof(number));
     for (const int attrNum : {RAD_ATTR_SERVICE_TYPE + 0, RAD_ATTR_NAS_IP_ADDRESS + 0, 55}) {
         for (const int len : {4, 0, 1, 3, 254, -1, INT_MAX, INT_MIN}) {
             for (const auto edge : {GuardedBuffer::Edge::end, GuardedBuffer::Edge::start}) {
-                const GuardedBuffer value(octets, edge);
+                const GuardedBuffer value(bytes, edge);
                 const PairList pair(radPairNew(attrNum, value.data(), len));
                 ASSERT_NE(nullptr, pair);
                 EXPECT_EQ(number, pair->numValue);
@@ -274,7 +274,7 @@ TEST_F(PairTest, TakesNumbersOfAnyAlignmentWhateverTheLength) {
                 EXPECT_EQ(&pair->numValue, radPairValue(pair.get()));
             }
         }
-        const GuardedBuffer unaligned(concatenate({"ff"_hex, octets, "ff"_hex}));
+        const GuardedBuffer unaligned(concatenate({"ff"_hex, bytes, "ff"_hex}));
         for (const size_t offset : {1U}) {
             const PairList pair(radPairNew(attrNum, unaligned.data() + offset, 4));
             ASSERT_NE(nullptr, pair);
@@ -290,7 +290,7 @@ TEST_F(PairTest, KnowsNoOtherTypes) {
     const PairList pair = makePair(RAD_ATTR_STATE, "before");
     for (const int32_t type : {kUnknownType, 4, -1, INT32_MAX, INT32_MIN}) {
         pair->type = type;
-        const Bytes before = octetsOf(*pair);
+        const Bytes before = bytesOf(*pair);
         const std::string suffix = ": unknown attribute type " + std::to_string(type);
         log_.clear();
         EXPECT_EQ(-1, radPairAssign(pair.get(), "nemo", 4));
@@ -298,19 +298,19 @@ TEST_F(PairTest, KnowsNoOtherTypes) {
         EXPECT_EQ(-1, radPairValueLen(pair.get()));
         EXPECT_LOG(log_, "error radPairAssign" + suffix, "error radPairValue" + suffix,
                    "error radPairValueLen" + suffix);
-        EXPECT_BYTES_EQ(before, octetsOf(*pair));
+        EXPECT_BYTES_EQ(before, bytesOf(*pair));
     }
 }
 
 TEST_F(PairTest, NothingIsNoPairAndNoValue) {
     const PairList pair = makePair(RAD_ATTR_STATE, "before");
-    const Bytes before = octetsOf(*pair);
+    const Bytes before = bytesOf(*pair);
     EXPECT_EQ(-1, radPairAssign(nullptr, "nemo", 4));
     EXPECT_EQ(-1, radPairAssign(pair.get(), nullptr, 4));
     pair->type = kUnknownType;
     EXPECT_EQ(-1, radPairAssign(pair.get(), nullptr, 4));
     pair->type = RAD_TYPE_STRING;
-    EXPECT_BYTES_EQ(before, octetsOf(*pair));
+    EXPECT_BYTES_EQ(before, bytesOf(*pair));
     EXPECT_EQ(nullptr, radPairValue(nullptr));
     EXPECT_EQ(-1, radPairValueLen(nullptr));
     EXPECT_EQ(nullptr, radPairNext(nullptr));
@@ -404,7 +404,7 @@ TEST_F(PairTest, InsertIntoTheEmptyListIgnoresAfter) {
     EXPECT_EQ(nullptr, elsewhere->next);
 }
 
-TEST_F(PairTest, InsertBehindAGivenPairIsNotOffered) {
+TEST_F(PairTest, InsertAfterAGivenPairIsNotOffered) {
     RadPair *list = makeList();
     const PairList owner(list);
     const auto before = membersOf(list);
@@ -528,15 +528,15 @@ TEST_F(PairTest, DupCopiesTheWholeRecordButItsPlace) {
     EXPECT_EQ(nullptr, copy->next);
     RadPair expected = *middle;
     expected.next = nullptr;
-    EXPECT_BYTES_EQ(octetsOf(expected), octetsOf(*copy));
+    EXPECT_BYTES_EQ(bytesOf(expected), bytesOf(*copy));
     EXPECT_EQ(3U, membersOf(list.get()).size());
 }
 
-TEST_F(PairTest, DupTakesTheBufferBehindTheValueToo) {
+TEST_F(PairTest, DupTakesTheBufferAfterTheValueToo) {
     const PairList pair(radPairNew(RAD_ATTR_STATE, counting(253).data(), 253));
     ASSERT_EQ(0, radPairAssign(pair.get(), "x", 1));
     const PairList copy(radPairDup(pair.get()));
-    EXPECT_BYTES_EQ(octetsOf(*pair), octetsOf(*copy));
+    EXPECT_BYTES_EQ(bytesOf(*pair), bytesOf(*copy));
 }
 
 TEST_F(PairTest, DupReportsExhaustedMemorySilently) {

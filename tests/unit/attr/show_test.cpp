@@ -14,11 +14,11 @@ namespace {
 
 using testing::ElementsAre;
 
-// What octets look like: two digits below 0x80, eight from there on.
-std::string shownInHex(ByteView octets) {
+// What bytes look like: two digits below 0x80, eight from there on.
+std::string shownInHex(ByteView bytes) {
     std::string text = "0x";
-    for (const uint8_t octet : octets) {
-        text += (octet >= 0x80 ? "ffffff" : "") + toHex({&octet, 1});
+    for (const uint8_t byte : bytes) {
+        text += (byte >= 0x80 ? "ffffff" : "") + toHex({&byte, 1});
     }
     return text;
 }
@@ -95,13 +95,13 @@ TEST_F(ShowTest, StringsArePrintedInHexadecimal) {
     EXPECT_EQ("State: 0x007fffffff80\n", shownString(RAD_ATTR_STATE, "007f80"_hex));
 }
 
-TEST_F(ShowTest, EveryOctetHasItsDigits) {
-    for (unsigned octet = 0; octet < 256; ++octet) {
+TEST_F(ShowTest, EveryByteHasItsDigits) {
+    for (unsigned byte = 0; byte < 256; ++byte) {
         std::array<char, 16> digits{};
-        (void)std::snprintf(digits.data(), digits.size(), octet < 0x80 ? "%02x" : "ffffff%02x",
-                            octet);
+        (void)std::snprintf(digits.data(), digits.size(), byte < 0x80 ? "%02x" : "ffffff%02x",
+                            byte);
         EXPECT_EQ(std::string("State: 0x") + digits.data() + "\n",
-                  shownString(RAD_ATTR_STATE, Bytes{static_cast<uint8_t>(octet)}));
+                  shownString(RAD_ATTR_STATE, Bytes{static_cast<uint8_t>(byte)}));
     }
 }
 
@@ -155,7 +155,7 @@ TEST_F(ShowTest, CutTextIsShownAsFarAsItIsHeld) {
     EXPECT_EQ("Reply-Message: " + std::string(253, 'a') + "\n", shown(message.get()));
 }
 
-TEST_F(ShowTest, BlankBehindANameOf32CharactersIsCut) {
+TEST_F(ShowTest, BlankAfterANameOf32CharactersIsCut) {
     const std::string name(32, 'N');
     ASSERT_EQ(0, radDictAddAttr((name + " 200 string").c_str()));
     EXPECT_EQ(name + ":0x01\n", shownString(200, "01"_hex));

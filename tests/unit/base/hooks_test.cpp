@@ -26,7 +26,7 @@ class Hooks : public testing::Test {
   protected:
     void TearDown() override {
         EXPECT_EQ(0, radFuncTblUninstall());
-        EXPECT_THAT(log_.lines(), testing::IsEmpty());
+        EXPECT_LOG(log_);
     }
 
   private:

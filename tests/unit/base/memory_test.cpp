@@ -21,7 +21,7 @@ class Memory : public testing::Test {
         stopFailing();
         EXPECT_EQ(0, radMemCleanUp());
         EXPECT_EQ(0U, radMemPartId);
-        EXPECT_THAT(log_.lines(), IsEmpty());
+        EXPECT_LOG(log_);
     }
 
   private:

@@ -24,7 +24,7 @@ TEST(Options, HoldWhatTheyWereSetTo) {
             EXPECT_EQ(value, radOptionGet(option));
         }
     }
-    EXPECT_THAT(log.lines(), testing::IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST(Options, AreKeptAcrossStartAndStop) {

@@ -65,7 +65,7 @@ TEST_F(PartitionOwners, MakeZeroedRecordsAndReleaseThem) {
     EXPECT_EQ(0U, liveBlocks(radMemPartId));
 }
 
-TEST_F(PartitionOwners, MakeZeroedOctetsAndReleaseThem) {
+TEST_F(PartitionOwners, MakeZeroedBytesAndReleaseThem) {
     {
         const auto bytes = allocateBytes(100);
         ASSERT_NE(nullptr, bytes);
@@ -113,7 +113,7 @@ TEST_F(PartitionOwners, WipeASecretBeforeItsReleaseAndNothingElse) {
     ASSERT_EQ(content.size(), releasedContent.size());
     EXPECT_TRUE(allZero(releasedContent.data(), releasedContent.size()));
 
-    // The same look at octets that are no secret: they are seen as they were.
+    // The same look at bytes that are no secret: they are seen as they were.
     {
         const auto bytes = allocateBytes(content.size());
         ASSERT_NE(nullptr, bytes);

@@ -12,7 +12,7 @@ TEST(Version, IsOneLineOnStandardOutput) {
     const int status = radLibVersion();
     EXPECT_EQ("Lanyard RADIUS 2.0.0\n", output.finish());
     EXPECT_EQ(0, status);
-    EXPECT_THAT(log.lines(), testing::IsEmpty());
+    EXPECT_LOG(log);
 }
 
 TEST(DefaultConfigurationFile, IsAConstant) {

@@ -1,4 +1,4 @@
-// The bounds-checked reader and writer. The octets lie between inaccessible pages, so that one
+// The bounds-checked reader and writer. The bytes lie between inaccessible pages, so that one
 // access outside of them ends the test.
 #include "base/wire.h"
 
@@ -7,7 +7,7 @@
 namespace lanyard::test::wire_test {
 namespace {
 
-TEST(ByteReader, ReadsNumbersMostSignificantOctetFirst) {
+TEST(ByteReader, ReadsNumbersMostSignificantByteFirst) {
     const GuardedBuffer buffer("01 0203 04050607 ff fffe fffffffd"_hex);
     ByteReader reader(buffer.bytes());
     EXPECT_EQ(14U, reader.left());
@@ -21,7 +21,7 @@ TEST(ByteReader, ReadsNumbersMostSignificantOctetFirst) {
     EXPECT_TRUE(reader.ok());
 }
 
-TEST(ByteReader, HandsOutViewsOfTheOctets) {
+TEST(ByteReader, HandsOutViewsOfTheBytes) {
     const GuardedBuffer buffer("01020304"_hex);
     ByteReader reader(buffer.bytes());
     const auto taken = reader.take(3);
@@ -46,7 +46,7 @@ TEST(ByteReader, YieldsNothingForMoreThanThereIsAndFailsForGood) {
     ByteReader reader(buffer.bytes());
     EXPECT_TRUE(reader.take(5).empty());
     EXPECT_FALSE(reader.ok());
-    // What would have fitted is not read either: a parser must not go on behind a gap.
+    // What would have fitted is not read either: a parser must not go on after a gap.
     EXPECT_EQ(0U, reader.left());
     EXPECT_TRUE(reader.rest().empty());
     EXPECT_EQ(0, reader.u8());
@@ -79,7 +79,7 @@ TEST(ByteReader, IsNotFooledByTheLargestSizes) {
     EXPECT_FALSE(reader.ok());
 }
 
-TEST(ByteWriter, WritesNumbersMostSignificantOctetFirst) {
+TEST(ByteWriter, WritesNumbersMostSignificantByteFirst) {
     GuardedBuffer buffer(14);
     ByteWriter writer(buffer.bytes());
     writer.u8(0x01);
@@ -94,7 +94,7 @@ TEST(ByteWriter, WritesNumbersMostSignificantOctetFirst) {
     EXPECT_TRUE(writer.ok());
 }
 
-TEST(ByteWriter, CopiesOctetsAndLeavesTheRestAlone) {
+TEST(ByteWriter, CopiesBytesAndLeavesTheRestAlone) {
     GuardedBuffer buffer(5);
     ByteWriter writer(buffer.bytes());
     writer.bytes("010203"_hex);
@@ -130,9 +130,9 @@ TEST(ByteWriter, WritesNothingOfWhatDoesNotFitAndFailsForGood) {
     EXPECT_TRUE(four.claim(0).empty());
     EXPECT_FALSE(four.ok());
 
-    ByteWriter octets(buffer.bytes());
-    octets.bytes("01020304"_hex);
-    EXPECT_FALSE(octets.ok());
+    ByteWriter copied(buffer.bytes());
+    copied.bytes("01020304"_hex);
+    EXPECT_FALSE(copied.ok());
 
     ByteWriter claimed(buffer.bytes());
     EXPECT_TRUE(claimed.claim(SIZE_MAX).empty());

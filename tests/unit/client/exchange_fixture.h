@@ -61,7 +61,7 @@ class ExchangeTest : public EngineTest {
     }
     int exchangeWithAll(int code) { return exchangeWithAll(code, nemo().get()); }
 
-    // The results that were stored; fails the test when one lies behind a slot without.
+    // The results that were stored; fails the test when one lies after a slot without.
     std::vector<int32_t> results() const {
         const auto *const end = std::find(results_.begin(), results_.end(), kUntouched);
         EXPECT_EQ(std::count(end, results_.end(), kUntouched), results_.end() - end);

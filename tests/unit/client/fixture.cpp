@@ -31,12 +31,12 @@ RadPair unnamedPair(int attrNum, int type, const std::string &name) {
 }
 
 int drawFrom(void *context, uint8_t *out, uint32_t length) {
-    const Bytes &octets = *static_cast<const Bytes *>(context);
-    if (octets.empty()) {
+    const Bytes &bytes = *static_cast<const Bytes *>(context);
+    if (bytes.empty()) {
         return -1;
     }
     for (uint32_t i = 0; i < length; ++i) {
-        out[i] = octets[i % octets.size()];
+        out[i] = bytes[i % bytes.size()];
     }
     return 0;
 }
@@ -97,11 +97,11 @@ Hooks::~Hooks() {
     unpackFunction = {};
 }
 
-RandomOctets::RandomOctets(Bytes octets) : octets_(std::move(octets)) {
-    EXPECT_EQ(0, palRandLibInit(drawFrom, &octets_));
+RandomBytes::RandomBytes(Bytes bytes) : bytes_(std::move(bytes)) {
+    EXPECT_EQ(0, palRandLibInit(drawFrom, &bytes_));
 }
 
-RandomOctets::~RandomOctets() {
+RandomBytes::~RandomBytes() {
     EXPECT_EQ(0, palRandLibInit(nullptr, nullptr));
 }
 

@@ -18,7 +18,7 @@
 
 namespace lanyard::test {
 
-// Fails the test when a descriptor is left open behind it, above all a socket of a request.
+// Fails the test when a descriptor is left open after it, above all a socket of a request.
 class EngineTest : public testing::Test {
   protected:
     void SetUp() override;
@@ -65,16 +65,16 @@ class Hooks {
     ~Hooks();
 };
 
-// What palRandGen() yields meanwhile: these octets over and over, or a failure when there are none.
-class RandomOctets {
+// What palRandGen() gives meanwhile: these bytes over and over, or a failure when there are none.
+class RandomBytes {
   public:
-    explicit RandomOctets(Bytes octets);
-    RandomOctets(const RandomOctets &) = delete;
-    RandomOctets &operator=(const RandomOctets &) = delete;
-    ~RandomOctets();
+    explicit RandomBytes(Bytes bytes);
+    RandomBytes(const RandomBytes &) = delete;
+    RandomBytes &operator=(const RandomBytes &) = delete;
+    ~RandomBytes();
 
   private:
-    Bytes octets_;
+    Bytes bytes_;
 };
 
 // The example of RFC 2865 section 7.1.

@@ -323,7 +323,7 @@ TEST_F(LastErrorTest, RequestThatCannotBePacked) {
     expectReason(RAD_STEP_PREPARE, RAD_REASON_TOO_LARGE,
                  at(server.port(), "the request has more than 4096 bytes"));
 
-    const RandomOctets none({});
+    const RandomBytes none({});
     EXPECT_EQ(-1, exchange(kAccess));
     expectReason(RAD_STEP_PREPARE, RAD_REASON_NO_RANDOM,
                  at(server.port(), "no random bytes for the request"));

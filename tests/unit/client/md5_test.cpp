@@ -72,7 +72,7 @@ TEST(HmacMd5, GivesThePublishedDigests) {
                            fromText("Test Using Larger Than Block-Size Key - Hash Key First"))));
 }
 
-TEST(HmacMd5, TakesAKeyOf64OctetsAsItIsAndDigestsALongerOne) {
+TEST(HmacMd5, TakesAKeyOf64BytesAsItIsAndDigestsALongerOne) {
     const Bytes data = fromText("lanyard");
     EXPECT_EQ("168cc95180e502fa2d8963d0d39f3be1", toHex(hmacOf(counting(64), data)));
     EXPECT_EQ("f11aaee1b6cbe513c09b56feed6260dc", toHex(hmacOf(counting(65), data)));
@@ -91,7 +91,7 @@ TEST(HmacMd5, PadsAShortKeyWithZeros) {
 
 class Md5Crypt : public EngineTest {
   protected:
-    // The cipher over guarded buffers; `room` octets of output hold 0xa5 at the start.
+    // The cipher over guarded buffers; `room` bytes of output hold 0xa5 at the start.
     static Bytes crypt(ByteView input, const Bytes &salt, bool decrypt, size_t room) {
         const Bytes authenticator = fromHex(example::kAuthenticator);
         GuardedBuffer secret = GuardedBuffer::ofText(example::kSecret);
@@ -143,7 +143,7 @@ TEST_F(Md5Crypt, RevealsWhatItHid) {
     }
 }
 
-TEST_F(Md5Crypt, LeavesOctetsBehindTheLastWholeBlockAlone) {
+TEST_F(Md5Crypt, LeavesBytesAfterTheLastWholeBlockAlone) {
     for (const bool decrypt : {false, true}) {
         for (const Bytes &salt : {Bytes{}, kSalt}) {
             SCOPED_TRACE(decrypt);
@@ -203,8 +203,8 @@ TEST_F(Md5Crypt, WorksWithAnEmptySecret) {
 
 TEST_F(Md5Crypt, RefusesMissingArguments) {
     const LogRecorder log;
-    Bytes octets(16, 0xa5);
-    uint8_t *const some = octets.data();
+    Bytes bytes(16, 0xa5);
+    uint8_t *const some = bytes.data();
     Bytes output(16, 0xa5);
     EXPECT_EQ(-1, radMd5Crypt(nullptr, some, nullptr, 0, some, 16, output.data(), 0));
     EXPECT_EQ(-1, radMd5Crypt("secret", nullptr, nullptr, 0, some, 16, output.data(), 0));

@@ -22,7 +22,7 @@ class CheckMessageAuthenticator : public EngineTest {
         return makeReply(2, request_, kSecret, attributes, faults);
     }
 
-    // Checks a packet that an inaccessible page follows, and yields what the packet is then.
+    // Checks a packet that an inaccessible page follows, and returns what the packet is then.
     Bytes check(int expected, const Bytes &packet, const char *secret = kSecret) const {
         GuardedBuffer guarded(packet);
         EXPECT_EQ(expected,
@@ -64,7 +64,7 @@ TEST_F(CheckMessageAuthenticator, RefusesAWrongOneAndLeavesTheReplyAsItWas) {
                "server reply");
 }
 
-TEST_F(CheckMessageAuthenticator, CoversEveryOctetOfTheReply) {
+TEST_F(CheckMessageAuthenticator, CoversEveryByteOfTheReply) {
     const Bytes packet =
         reply(Attributes().addText(18, "Hello").addMessageAuthenticator().addInteger(27, 60));
     check(0, packet);
@@ -101,7 +101,7 @@ TEST_F(CheckMessageAuthenticator, TakesTheFirstOfTwo) {
 TEST_F(CheckMessageAuthenticator, RefusesAReplyWithoutOneAndLeavesTheRequestAuthenticatorInIt) {
     for (const Attributes &attributes :
          {Attributes(), Attributes().addText(18, "Hello"),
-          Attributes().addRaw("50"_hex)}) {  // the type octet alone is no attribute
+          Attributes().addRaw("50"_hex)}) {  // the type byte alone is no attribute
         const Bytes packet = reply(attributes);
         const LogRecorder log;
         EXPECT_BYTES_EQ(withRequestAuthenticator(packet), check(-1, packet));
@@ -132,7 +132,7 @@ TEST_F(CheckMessageAuthenticator, RefusesOneThatRunsPastThePacket) {
     }
 }
 
-TEST_F(CheckMessageAuthenticator, LooksAtNothingBehindALengthFieldThatIsTooShortForAHeader) {
+TEST_F(CheckMessageAuthenticator, LooksAtNothingAfterALengthFieldThatIsTooShortForAHeader) {
     for (const uint8_t length : std::initializer_list<uint8_t>{0, 10, 19}) {
         Bytes packet = makePacket(2, 7, Bytes(16, 0x22));
         packet[3] = length;

@@ -24,8 +24,8 @@ class PackerTest : public EngineTest {
 // A request in front of an inaccessible page, with its header written.
 class Packet {
   public:
-    explicit Packet(size_t length) : octets_(length) {
-        auto *header = octets_.as<RadPacket>();
+    explicit Packet(size_t length) : bytes_(length) {
+        auto *header = bytes_.as<RadPacket>();
         header->code = 1;
         header->identifier = 0;
         header->length[0] = static_cast<uint8_t>(length >> 8);
@@ -34,12 +34,12 @@ class Packet {
         std::copy(authenticator.begin(), authenticator.end(), header->authenticator);
     }
 
-    RadPacket *get() { return octets_.as<RadPacket>(); }
-    ByteView bytes() const { return octets_.bytes(); }
+    RadPacket *get() { return bytes_.as<RadPacket>(); }
+    ByteView bytes() const { return bytes_.bytes(); }
     ByteView attributes() const { return bytes().subspan(kHeaderSize); }
 
   private:
-    GuardedBuffer octets_;
+    GuardedBuffer bytes_;
 };
 
 // What a list measures; fails the test when it cannot be measured.
@@ -58,7 +58,7 @@ Bytes packed(const PairRecords &pairs, const char *secret = kSecret) {
 
 using Encode = PackerTest;
 
-TEST_F(Encode, MeasuresTheLengthOctetOfEachKind) {
+TEST_F(Encode, MeasuresTheLengthByteOfEachKind) {
     struct Case {
         RadPair pair;
         int length;
@@ -157,7 +157,7 @@ TEST_F(Encode, NeedsSecretAndRequestForWhatIsHiddenOrSignedAlone) {
     EXPECT_BYTES_EQ("01020304"_hex, value.bytes());
 }
 
-TEST_F(Encode, WritesNumbersMostSignificantOctetFirst) {
+TEST_F(Encode, WritesNumbersMostSignificantByteFirst) {
     for (const int type : {RAD_TYPE_INTEGER, RAD_TYPE_IPADDR, RAD_TYPE_DATE}) {
         EXPECT_BYTES_EQ("0506deadbeef"_hex, packed({{numberPair(5, 0xdeadbeef, type)}}));
     }
@@ -261,7 +261,7 @@ TEST_F(PackList, SignsOverThePacketAsFarAsItIsPacked) {
     EXPECT_THAT(attributeTypes(packet.bytes()), ElementsAre(1, 80));
 }
 
-TEST_F(PackList, NeverWritesBehindThePacket) {
+TEST_F(PackList, NeverWritesBeyondThePacket) {
     const std::vector<std::vector<RadPair>> lists = {
         {textPair(1, "nemo"), textPair(2, "arctangent")},
         {textPair(1, "nemo"), textPair(80, std::string(16, '\0'))},
@@ -309,7 +309,7 @@ TEST_F(PackList, CallsTheHookForEveryPairWithoutPlacesWhileItMeasures) {
             const size_t offset = pair->attrNum == 1 ? 0 : 6;
             EXPECT_EQ(attributes + offset + 2, value);
             EXPECT_EQ(attributes + offset + 1, length);
-            EXPECT_EQ(pair->attrNum, attributes[offset]) << "the type octet is written before";
+            EXPECT_EQ(pair->attrNum, attributes[offset]) << "the type byte is written before";
             EXPECT_STREQ(kSecret, secret);
             EXPECT_EQ(packet.get(), request);
         }

@@ -144,7 +144,7 @@ TEST_F(ReceiveTest, NeedsOneBufferForAReply) {
     EXPECT_EQ(allocationsBefore + 1, allocationCount());
 }
 
-// What makes a reply of that many octets.
+// What makes a reply of that many bytes.
 Attributes attributesForSize(size_t size) {
     Attributes attributes;
     for (size_t left = size - kHeaderSize; left > 0;) {
@@ -155,15 +155,15 @@ Attributes attributesForSize(size_t size) {
     return attributes;
 }
 
-TEST_F(ReceiveTest, TakesAReplyOf4096Octets) {
+TEST_F(ReceiveTest, TakesAReplyOf4096Bytes) {
     const Bytes datagram = reply(2, attributesForSize(4096));
     ASSERT_EQ(4096U, datagram.size());
     EXPECT_EQ(2, receive(datagram));
     EXPECT_EQ(16U, attrNums(reply_.get()).size());
 }
 
-TEST_F(ReceiveTest, RefusesAReplyOfMoreThan4096OctetsWithTheLengthMessage) {
-    // No more than 4096 octets and the length of the secret are taken.
+TEST_F(ReceiveTest, RefusesAReplyOfMoreThan4096BytesWithTheLengthMessage) {
+    // No more than 4096 bytes and the length of the secret are taken.
     for (const size_t size : {4097U, 4101U, 4102U, 4103U, 5000U}) {
         const Bytes datagram = reply(2, attributesForSize(size));
         ASSERT_EQ(size, datagram.size());
@@ -172,7 +172,7 @@ TEST_F(ReceiveTest, RefusesAReplyOfMoreThan4096OctetsWithTheLengthMessage) {
 }
 
 TEST_F(ReceiveTest, RefusesALengthFieldThatIsNotWhatWasReceived) {
-    // 40 octets arrive; no more than Length and the length of the secret are taken.
+    // 40 bytes arrive; no more than Length and the length of the secret are taken.
     const Attributes attributes = Attributes().add(18, Bytes(18, 'x'));
     for (const uint16_t length : std::initializer_list<uint16_t>{34, 38, 39, 41, 100, 4096}) {
         expectLengthRefused(reply(2, attributes, {.lengthField = length}), 40, length);
@@ -185,13 +185,13 @@ TEST_F(ReceiveTest, RefusesALengthFieldThatIsNotWhatWasReceived) {
     }
 }
 
-TEST_F(ReceiveTest, RefusesTrailingOctets) {
+TEST_F(ReceiveTest, RefusesTrailingBytes) {
     Bytes datagram = reply(2);
     datagram.push_back(0);
     expectLengthRefused(datagram, 21, 20);
 }
 
-TEST_F(ReceiveTest, SeesTrailingOctetsWithoutASecretAsWell) {
+TEST_F(ReceiveTest, SeesTrailingBytesWithoutASecretAsWell) {
     secret_ = "";
     EXPECT_EQ(2, receive(reply(2)));
     Bytes datagram = reply(2);
@@ -366,10 +366,10 @@ TEST_F(ReceiveTest, ShowsEveryPairToTheHook) {
                               const char *secret) {
         visited.push_back(pair->attrNum);
         heads.push_back(list);
-        const auto *octets = reinterpret_cast<const uint8_t *>(packet);
-        EXPECT_BYTES_EQ(datagram, ByteView(octets, datagram.size()));
-        octets = reinterpret_cast<const uint8_t *>(request);
-        EXPECT_BYTES_EQ(request_, ByteView(octets, request_.size()));
+        const auto *bytes = reinterpret_cast<const uint8_t *>(packet);
+        EXPECT_BYTES_EQ(datagram, ByteView(bytes, datagram.size()));
+        bytes = reinterpret_cast<const uint8_t *>(request);
+        EXPECT_BYTES_EQ(request_, ByteView(bytes, request_.size()));
         EXPECT_STREQ(kSecret, secret);
         return 0;
     });

@@ -23,7 +23,7 @@ class ReplyTest : public AttrTest {
   protected:
     // A decoded reply to the request.
     struct Reply {
-        explicit Reply(ByteView octets) : packet(octets) {
+        explicit Reply(ByteView bytes) : packet(bytes) {
             RadPair *pairs = nullptr;
             EXPECT_EQ(0, radPairGen(packet.as<RadPacket>(), &pairs));
             list.reset(pairs);
@@ -33,8 +33,8 @@ class ReplyTest : public AttrTest {
         PairList list;
     };
 
-    [[nodiscard]] Bytes replyOctets(const Attributes &attributes,
-                                    const ReplyFaults &faults = {}) const {
+    [[nodiscard]] Bytes replyBytes(const Attributes &attributes,
+                                   const ReplyFaults &faults = {}) const {
         return makeReply(11, request_, kSecret, attributes, faults);
     }
 
@@ -54,7 +54,7 @@ class ReplyTest : public AttrTest {
 
     // One pair of its own as the whole list, with everything else in place.
     int unpackAlone(RadPair *pair) {
-        Reply reply(replyOctets({}));
+        Reply reply(replyBytes({}));
         GuardedBuffer request(request_);
         log_.clear();
         return radPairUnpackDefault(pair, pair, reply.packet.as<RadPacket>(),
@@ -95,7 +95,7 @@ TEST_F(ReplyTest, EapMessageNeedsAMessageAuthenticator) {
     const Attributes first = Attributes().add(79, "03"_hex).addText(18, "hello");
     const Attributes last = Attributes().addText(18, "hello").add(79, "03"_hex);
     for (const Attributes &attributes : {first, last}) {
-        Reply reply(replyOctets(attributes));
+        Reply reply(replyBytes(attributes));
         EXPECT_EQ(-1, unpack(reply));
         EXPECT_LOG(log_, processing("EAP-Message"), processing("EAP-Message"),
                    "error radPairUnpackDefault: EAP-Message Attribute received without "
@@ -105,11 +105,11 @@ TEST_F(ReplyTest, EapMessageNeedsAMessageAuthenticator) {
 
 TEST_F(ReplyTest, EapMessageBesideAMessageAuthenticatorPassesInAnyOrder) {
     const std::string verified = "trace radCheckMsgAuth> Verified Message-Authenticator";
-    Reply before(replyOctets(Attributes().add(79, "03"_hex).addMessageAuthenticator()));
+    Reply before(replyBytes(Attributes().add(79, "03"_hex).addMessageAuthenticator()));
     EXPECT_EQ(0, unpack(before));
     EXPECT_LOG(log_, processing("EAP-Message"), processing("EAP-Message"),
                processing("Message-Authenticator"), verified);
-    Reply after(replyOctets(Attributes().addMessageAuthenticator().add(79, "03"_hex)));
+    Reply after(replyBytes(Attributes().addMessageAuthenticator().add(79, "03"_hex)));
     EXPECT_EQ(0, unpack(after));
     EXPECT_LOG(log_, processing("Message-Authenticator"), verified, processing("EAP-Message"),
                processing("EAP-Message"));
@@ -125,7 +125,7 @@ TEST_F(ReplyTest, EapMessageNeedsNothingElse) {
 }
 
 TEST_F(ReplyTest, EapFragmentsStayPairsOfTheirOwn) {
-    Reply reply(replyOctets(
+    Reply reply(replyBytes(
         Attributes().add(79, Bytes(253, 1)).add(79, Bytes(7, 2)).addMessageAuthenticator()));
     EXPECT_EQ(0, unpack(reply));
     const auto attributes = attributesOf(reply.list.get());
@@ -145,31 +145,31 @@ TEST_F(ReplyTest, LogShowsTheNameOfThePair) {
 // Message-Authenticator.
 
 TEST_F(ReplyTest, MessageAuthenticatorIsVerified) {
-    const Bytes octets = replyOctets(Attributes().addText(18, "hi").addMessageAuthenticator());
-    Reply reply(octets);
+    const Bytes bytes = replyBytes(Attributes().addText(18, "hi").addMessageAuthenticator());
+    Reply reply(bytes);
     EXPECT_EQ(0, unpack(reply));
     EXPECT_LOG(log_, processing("Message-Authenticator"),
                "trace radCheckMsgAuth> Verified Message-Authenticator");
-    EXPECT_BYTES_EQ(octets, reply.packet.bytes());
+    EXPECT_BYTES_EQ(bytes, reply.packet.bytes());
 }
 
 TEST_F(ReplyTest, WrongMessageAuthenticatorIsRefused) {
-    const Bytes octets =
-        replyOctets(Attributes().addMessageAuthenticator(), {.wrongMessageAuthenticator = true});
-    Reply reply(octets);
+    const Bytes bytes =
+        replyBytes(Attributes().addMessageAuthenticator(), {.wrongMessageAuthenticator = true});
+    Reply reply(bytes);
     EXPECT_EQ(-1, unpack(reply));
     EXPECT_LOG(log_, processing("Message-Authenticator"),
                "error radCheckMsgAuth> radCheckMsgAuth:Invalid Message-Authenticator in RADIUS "
                "server reply");
-    EXPECT_BYTES_EQ(octets, reply.packet.bytes());
+    EXPECT_BYTES_EQ(bytes, reply.packet.bytes());
 }
 
-// Every octet that the digest covers. The reply's own authenticator is not among them: the
+// Every byte that the digest covers. The reply's own authenticator is not among them: the
 // request's stands in for it.
-TEST_F(ReplyTest, EveryChangedOctetIsSeen) {
-    const Bytes octets = replyOctets(
-        Attributes().addText(18, "hello").add(24, "0102"_hex).addMessageAuthenticator());
-    for (size_t at = 0; at < octets.size(); ++at) {
+TEST_F(ReplyTest, EveryChangedByteIsSeen) {
+    const Bytes bytes =
+        replyBytes(Attributes().addText(18, "hello").add(24, "0102"_hex).addMessageAuthenticator());
+    for (size_t at = 0; at < bytes.size(); ++at) {
         const bool isLengthField = at == 2 || at == 3;
         const bool isAuthenticator = at >= 4 && at < kHeaderSize;
         const bool isHeaderOfAttribute =
@@ -177,23 +177,23 @@ TEST_F(ReplyTest, EveryChangedOctetIsSeen) {
         if (isLengthField || isHeaderOfAttribute) {
             continue;
         }
-        Reply reply(octets);
+        Reply reply(bytes);
         reply.packet.data()[at] ^= 1;
         EXPECT_EQ(isAuthenticator ? 0 : -1, unpack(reply)) << at;
     }
 }
 
 TEST_F(ReplyTest, SecretAndRequestMakeTheDigest) {
-    const Bytes octets = replyOctets(Attributes().addMessageAuthenticator());
+    const Bytes bytes = replyBytes(Attributes().addMessageAuthenticator());
     for (const size_t changed : {size_t{4}, size_t{19}}) {
-        Reply reply(octets);
+        Reply reply(bytes);
         GuardedBuffer request(request_);
         request.data()[changed] ^= 1;
         EXPECT_EQ(-1, radPairUnpackDefault(reply.list.get(), reply.list.get(),
                                            reply.packet.as<RadPacket>(), request.as<RadPacket>(),
                                            kSecret));
     }
-    Reply reply(octets);
+    Reply reply(bytes);
     GuardedBuffer request(request_);
     EXPECT_EQ(-1,
               radPairUnpackDefault(reply.list.get(), reply.list.get(), reply.packet.as<RadPacket>(),
@@ -201,8 +201,8 @@ TEST_F(ReplyTest, SecretAndRequestMakeTheDigest) {
 }
 
 TEST_F(ReplyTest, MessageAuthenticatorNeedsReplySecretAndRequest) {
-    const Bytes octets = replyOctets(Attributes().addMessageAuthenticator());
-    Reply reply(octets);
+    const Bytes bytes = replyBytes(Attributes().addMessageAuthenticator());
+    Reply reply(bytes);
     GuardedBuffer request(request_);
     auto *replyPacket = reply.packet.as<RadPacket>();
     auto *requestPacket = request.as<RadPacket>();
@@ -212,20 +212,20 @@ TEST_F(ReplyTest, MessageAuthenticatorNeedsReplySecretAndRequest) {
     EXPECT_EQ(-1, radPairUnpackDefault(pair, pair, replyPacket, nullptr, kSecret));
     EXPECT_EQ(-1, radPairUnpackDefault(pair, pair, replyPacket, requestPacket, nullptr));
     EXPECT_LOG(log_);
-    EXPECT_BYTES_EQ(octets, reply.packet.bytes());
+    EXPECT_BYTES_EQ(bytes, reply.packet.bytes());
 }
 
-TEST_F(ReplyTest, MessageAuthenticatorHas16Octets) {
+TEST_F(ReplyTest, MessageAuthenticatorHas16Bytes) {
     for (const size_t length : {size_t{0}, size_t{14}, size_t{15}, size_t{17}, size_t{253}}) {
-        // An empty one takes the text behind it, of which there is none.
-        const Bytes octets = replyOctets(Attributes().addText(18, "x").add(80, Bytes(length)));
-        Reply reply(octets);
+        // An empty one takes the text after it, of which there is none.
+        const Bytes bytes = replyBytes(Attributes().addText(18, "x").add(80, Bytes(length)));
+        Reply reply(bytes);
         EXPECT_EQ(-1, unpack(reply));
         EXPECT_LOG(
             log_, processing("Message-Authenticator"),
             "error radCheckMsgAuth: Invalid Message-Authenticator length inRADIUS server reply");
         // The reply keeps the request's authenticator, and all else as it was.
-        Bytes expected = octets;
+        Bytes expected = bytes;
         std::copy(authenticator_.begin(), authenticator_.end(), expected.begin() + 4);
         EXPECT_BYTES_EQ(expected, reply.packet.bytes());
     }
@@ -234,10 +234,10 @@ TEST_F(ReplyTest, MessageAuthenticatorHas16Octets) {
 TEST_F(ReplyTest, MessageAuthenticatorMustLieInThePacket) {
     const PairList pair(radPairNew(RAD_ATTR_MESSAGE_AUTHENTICATOR, Bytes(16).data(), 16));
     for (size_t present = 0; present < 16; ++present) {
-        const Bytes octets =
+        const Bytes bytes =
             makePacket(2, 7, Bytes(16, 0xbb),
                        Attributes().addRaw(concatenate({"5012"_hex, Bytes(present, 0x11)})));
-        GuardedBuffer reply(octets);
+        GuardedBuffer reply(bytes);
         GuardedBuffer request(request_);
         log_.clear();
         EXPECT_EQ(-1, radPairUnpackDefault(pair.get(), pair.get(), reply.as<RadPacket>(),
@@ -245,7 +245,7 @@ TEST_F(ReplyTest, MessageAuthenticatorMustLieInThePacket) {
         EXPECT_PROBLEMS(
             log_,
             "error radCheckMsgAuth: Invalid Message-Authenticator length inRADIUS server reply");
-        Bytes expected = octets;
+        Bytes expected = bytes;
         std::copy(authenticator_.begin(), authenticator_.end(), expected.begin() + 4);
         EXPECT_BYTES_EQ(expected, reply.bytes());
     }
@@ -273,7 +273,7 @@ TEST_F(ReplyTest, SearchForTheMessageAuthenticatorTellsItsOwnTroubles) {
 
 TEST_F(ReplyTest, KeysAreDecryptedInTheList) {
     const Bytes key = fromText("0123456789abcdef");
-    Reply reply(replyOctets(
+    Reply reply(replyBytes(
         Attributes()
             .addVendor(311, RAD_MS_MPPE_SEND_KEY, encryptMppeKey(key, kSecret, authenticator_))
             .addVendor(311, RAD_MS_MPPE_RECV_KEY,
@@ -290,7 +290,7 @@ TEST_F(ReplyTest, KeysAreDecryptedInTheList) {
 }
 
 TEST_F(ReplyTest, AnotherVendorIsAccepted) {
-    Reply reply(replyOctets(Attributes().addVendor(9, 1, "0102"_hex)));
+    Reply reply(replyBytes(Attributes().addVendor(9, 1, "0102"_hex)));
     const Bytes before = valueOf(*reply.list);
     EXPECT_EQ(0, unpack(reply));
     EXPECT_LOG(log_, processing("Vendor-Specific"),
@@ -299,14 +299,14 @@ TEST_F(ReplyTest, AnotherVendorIsAccepted) {
 }
 
 TEST_F(ReplyTest, MalformedVendorSpecificIsRefused) {
-    Reply reply(replyOctets(Attributes().add(26, "000001370103"_hex)));
+    Reply reply(replyBytes(Attributes().add(26, "000001370103"_hex)));
     EXPECT_EQ(-1, unpack(reply));
     EXPECT_LOG(log_, processing("Vendor-Specific"),
                "error radVendorMessage: Invalid Length in Vendor Message");
 }
 
 TEST_F(ReplyTest, VendorSpecificNeedsSecretAndRequestAlone) {
-    Reply reply(replyOctets(Attributes().addVendor(
+    Reply reply(replyBytes(Attributes().addVendor(
         311, RAD_MS_MPPE_SEND_KEY, encryptMppeKey("0102"_hex, kSecret, authenticator_))));
     GuardedBuffer request(request_);
     auto *replyPacket = reply.packet.as<RadPacket>();
@@ -321,7 +321,7 @@ TEST_F(ReplyTest, VendorSpecificNeedsSecretAndRequestAlone) {
 }
 
 TEST_F(ReplyTest, CutVendorTextIsLookedAtAsFarAsItIsHeld) {
-    // The 253 octets that are held are well-formed of themselves.
+    // The 253 bytes that are held are well-formed of themselves.
     const std::string text = "abcde\xf9" + std::string(294, 'x');
     const PairList pair(radPairNew(RAD_ATTR_VENDOR_SPECIFIC, text.c_str(), -1));
     ASSERT_EQ(300U, pair->numValue);

@@ -76,7 +76,7 @@ std::string noReply(const SilentPort &server) {
 }
 
 TEST_F(SendTest, ExchangesTheExampleOfTheRfc) {
-    const RandomOctets authenticator(fromHex(example::kAuthenticator));
+    const RandomBytes authenticator(fromHex(example::kAuthenticator));
     const ScriptedServer server(example::kSecret, {sendRaw(fromHex(example::kReply))});
     RadRequestDesc desc = to(server, kPlenty);
     desc.identifier = 0;
@@ -125,8 +125,8 @@ TEST_F(SendTest, DrawsAFreshAuthenticatorForEachRequest) {
     EXPECT_NE(server.request(0).authenticator(), server.request(1).authenticator());
 }
 
-TEST_F(SendTest, FailsWithoutRandomOctets) {
-    const RandomOctets none({});
+TEST_F(SendTest, FailsWithoutRandomBytes) {
+    const RandomBytes none({});
     const SilentPort server;
     const LogRecorder log;
     expectFailure(to(server, kPlenty));
@@ -144,7 +144,7 @@ TEST_F(SendTest, SignsAnAccountingRequest) {
 
 TEST_F(SendTest, SignsNoOtherRequestThatWay) {
     for (const uint8_t code : std::initializer_list<uint8_t>{1, 2, 5, 12}) {
-        const RandomOctets authenticator(fromHex(example::kAuthenticator));
+        const RandomBytes authenticator(fromHex(example::kAuthenticator));
         const ScriptedServer server(kSecret, {accept()});
         EXPECT_EQ(2, send(to(server, kPlenty, 0, code)));
         EXPECT_EQ(code, server.request(0).code());
@@ -253,7 +253,7 @@ TEST_F(SendTest, FailsWithoutAMessageWhenTheSystemDoesNotSend) {
     }
 }
 
-// A request of that many octets.
+// A request of that many bytes.
 std::vector<RadPair> pairsOfSize(size_t size) {
     std::vector<RadPair> pairs;
     for (size_t left = size - kHeaderSize; left > 0;) {
@@ -264,14 +264,14 @@ std::vector<RadPair> pairsOfSize(size_t size) {
     return pairs;
 }
 
-TEST_F(SendTest, SendsARequestOf4096Octets) {
+TEST_F(SendTest, SendsARequestOf4096Bytes) {
     const ScriptedServer server(kSecret, {accept()});
     EXPECT_EQ(2, send(to(server, kPlenty), PairRecords(pairsOfSize(4096))));
     EXPECT_EQ(4096U, server.request(0).bytes.size());
     EXPECT_BYTES_EQ("1000"_hex, ByteView(server.request(0)).subspan(2, 2));
 }
 
-TEST_F(SendTest, RefusesARequestOfMoreThan4096Octets) {
+TEST_F(SendTest, RefusesARequestOfMoreThan4096Bytes) {
     const SilentPort server;
     for (const size_t size : {4097U, 5000U, 70000U}) {
         const LogRecorder log;

@@ -1,5 +1,5 @@
 // The library's own SHA-1: known answers, and libcrypto's compression of the same blocks with the
-// octets of each word turned round.
+// bytes of each word turned round.
 #include <algorithm>
 #include <array>
 #include <openssl/sha.h>
@@ -30,16 +30,16 @@ std::string hexDigestOf(std::string_view message) {
     return toHex(digestOf(fromText(message)));
 }
 
-// Octets that differ from their neighbours, and from those a block further.
+// Bytes that differ from their neighbours, and from those a block further.
 Bytes message(size_t size) {
-    Bytes octets(size);
+    Bytes bytes(size);
     for (size_t i = 0; i < size; ++i) {
-        octets[i] = static_cast<uint8_t>(i * 7 + i / 64 + 1);
+        bytes[i] = static_cast<uint8_t>(i * 7 + i / 64 + 1);
     }
-    return octets;
+    return bytes;
 }
 
-// Published SHA-1 from a state on, but for the order of the octets in each message word.
+// Published SHA-1 from a state on, but for the order of the bytes in each message word.
 class Reference {
   public:
     explicit Reference(const std::array<uint32_t, 5> &state) : context_() {
@@ -65,30 +65,30 @@ class Reference {
     }
 
     [[nodiscard]] Bytes digest() const {
-        Bytes octets;
+        Bytes bytes;
         for (const uint32_t word : state()) {
             for (const int shift : {24, 16, 8, 0}) {
-                octets.push_back(static_cast<uint8_t>(word >> shift));
+                bytes.push_back(static_cast<uint8_t>(word >> shift));
             }
         }
-        return octets;
+        return bytes;
     }
 
   private:
     SHA_CTX context_;
 };
 
-// The message as it is compressed: one octet 0x80, zeros, and `bitCount`, in whole blocks.
+// The message as it is compressed: one byte 0x80, zeros, and `bitCount`, in whole blocks.
 Bytes padded(ByteView message, uint64_t bitCount) {
-    Bytes octets(message.begin(), message.end());
-    octets.push_back(0x80);
-    while (octets.size() % kBlock != kBlock - 8) {
-        octets.push_back(0);
+    Bytes bytes(message.begin(), message.end());
+    bytes.push_back(0x80);
+    while (bytes.size() % kBlock != kBlock - 8) {
+        bytes.push_back(0);
     }
     for (int shift = 56; shift >= 0; shift -= 8) {
-        octets.push_back(static_cast<uint8_t>(bitCount >> shift));
+        bytes.push_back(static_cast<uint8_t>(bitCount >> shift));
     }
-    return octets;
+    return bytes;
 }
 
 Bytes referenceDigest(ByteView message) {
@@ -117,8 +117,8 @@ TEST(Sha1, IsNotThePublishedOne) {
 TEST(Sha1, EveryLengthIsPaddedRight) {
     for (size_t size = 0; size <= 3 * kBlock; ++size) {
         SCOPED_TRACE(size);
-        const Bytes octets = message(size);
-        EXPECT_BYTES_EQ(referenceDigest(octets), digestOf(octets));
+        const Bytes bytes = message(size);
+        EXPECT_BYTES_EQ(referenceDigest(bytes), digestOf(bytes));
     }
 }
 
@@ -126,16 +126,16 @@ TEST(Sha1, EmptyMessageIsOneBlockOfPadding) {
     std::array<uint32_t, 5> state = kInitialState;
     std::array<uint8_t, kBlock> block = {0x80};
     SHA1Transform(state.data(), block.data());
-    Bytes octets;
+    Bytes bytes;
     for (const uint32_t word : state) {
         for (const int shift : {24, 16, 8, 0}) {
-            octets.push_back(static_cast<uint8_t>(word >> shift));
+            bytes.push_back(static_cast<uint8_t>(word >> shift));
         }
     }
-    EXPECT_BYTES_EQ(octets, digestOf({}));
+    EXPECT_BYTES_EQ(bytes, digestOf({}));
 }
 
-TEST(Sha1, PaddingTakesASecondBlockFrom56OctetsOn) {
+TEST(Sha1, PaddingTakesASecondBlockFrom56BytesOn) {
     EXPECT_EQ(kBlock, padded(message(55), 0).size());
     EXPECT_EQ(2 * kBlock, padded(message(56), 0).size());
     EXPECT_BYTES_EQ(referenceDigest(message(55)), digestOf(message(55)));
@@ -144,16 +144,16 @@ TEST(Sha1, PaddingTakesASecondBlockFrom56OctetsOn) {
 
 TEST(Sha1, PiecesMakeTheSameDigest) {
     constexpr size_t kSize = 3 * kBlock + 5;
-    const Bytes octets = message(kSize);
-    const Bytes whole = digestOf(octets);
+    const Bytes bytes = message(kSize);
+    const Bytes whole = digestOf(bytes);
     for (const size_t piece : {1U, 3U, 55U, 56U, 63U, 64U, 65U, 127U, 128U, 129U}) {
         SCOPED_TRACE(piece);
         SHA1_CTX context;
         SHA1Init(&context);
         for (size_t at = 0; at < kSize; at += piece) {
             const size_t count = std::min(piece, kSize - at);
-            SHA1Update(&context, octets.data() + at, static_cast<uint32_t>(count));
-            SHA1Update(&context, octets.data() + at, 0);
+            SHA1Update(&context, bytes.data() + at, static_cast<uint32_t>(count));
+            SHA1Update(&context, bytes.data() + at, 0);
         }
         Bytes digest(RAD_SHA1_SIZE);
         SHA1Final(digest.data(), &context);
@@ -163,14 +163,14 @@ TEST(Sha1, PiecesMakeTheSameDigest) {
 
 TEST(Sha1, EveryCutInTwoMakesTheSameDigest) {
     constexpr size_t kSize = 2 * kBlock + 8;
-    const Bytes octets = message(kSize);
-    const Bytes whole = digestOf(octets);
+    const Bytes bytes = message(kSize);
+    const Bytes whole = digestOf(bytes);
     for (size_t cut = 0; cut <= kSize; ++cut) {
         SCOPED_TRACE(cut);
         SHA1_CTX context;
         SHA1Init(&context);
-        SHA1Update(&context, octets.data(), static_cast<uint32_t>(cut));
-        SHA1Update(&context, octets.data() + cut, static_cast<uint32_t>(kSize - cut));
+        SHA1Update(&context, bytes.data(), static_cast<uint32_t>(cut));
+        SHA1Update(&context, bytes.data() + cut, static_cast<uint32_t>(kSize - cut));
         Bytes digest(RAD_SHA1_SIZE);
         SHA1Final(digest.data(), &context);
         EXPECT_BYTES_EQ(whole, digest);
@@ -188,13 +188,13 @@ TEST(Sha1, StartsFromThePublishedState) {
 TEST(Sha1, ContextShowsWhatItHasTaken) {
     SHA1_CTX context;
     SHA1Init(&context);
-    const Bytes octets = message(kBlock + 3);
-    SHA1Update(&context, octets.data(), static_cast<uint32_t>(octets.size()));
+    const Bytes bytes = message(kBlock + 3);
+    SHA1Update(&context, bytes.data(), static_cast<uint32_t>(bytes.size()));
     EXPECT_EQ((kBlock + 3) * 8, context.count[0]);
     EXPECT_EQ(0U, context.count[1]);
-    EXPECT_BYTES_EQ(ByteView(octets).subspan(kBlock), ByteView(context.buffer).first(3));
+    EXPECT_BYTES_EQ(ByteView(bytes).subspan(kBlock), ByteView(context.buffer).first(3));
     Reference reference(kInitialState);
-    reference.transform(ByteView(octets).first(kBlock));
+    reference.transform(ByteView(bytes).first(kBlock));
     const std::array<uint32_t, 5> state = reference.state();
     EXPECT_TRUE(std::equal(state.begin(), state.end(), context.state));
 }
@@ -220,10 +220,10 @@ TEST(Sha1, BitCountCarriesIntoItsHighWordAndIsDigested) {
 TEST(Sha1, ContextHoldsOnlyZerosAtTheEnd) {
     for (const size_t size : {0U, 1U, 55U, 56U, 64U, 100U}) {
         SCOPED_TRACE(size);
-        const Bytes octets = message(size);
+        const Bytes bytes = message(size);
         SHA1_CTX context;
         SHA1Init(&context);
-        SHA1Update(&context, octets.data(), static_cast<uint32_t>(size));
+        SHA1Update(&context, bytes.data(), static_cast<uint32_t>(size));
         std::array<uint8_t, RAD_SHA1_SIZE> digest;
         SHA1Final(digest.data(), &context);
         EXPECT_THAT(context.state, Each(0U));
@@ -247,12 +247,12 @@ TEST(Sha1, StaysWithinItsArguments) {
         for (const GuardedBuffer::Edge edge :
              {GuardedBuffer::Edge::start, GuardedBuffer::Edge::end}) {
             SCOPED_TRACE(size);
-            GuardedBuffer octets(message(size), edge);
-            octets.makeReadOnly();
+            GuardedBuffer bytes(message(size), edge);
+            bytes.makeReadOnly();
             GuardedBuffer digest(RAD_SHA1_SIZE, edge);
             SHA1_CTX context;
             SHA1Init(&context);
-            SHA1Update(&context, octets.data(), static_cast<uint32_t>(size));
+            SHA1Update(&context, bytes.data(), static_cast<uint32_t>(size));
             SHA1Final(digest.data(), &context);
             EXPECT_BYTES_EQ(referenceDigest(message(size)), digest.bytes());
         }

@@ -48,7 +48,7 @@ Action echo() {
     });
 }
 
-// One login; yields the Reply-Message, or the empty text when there is none.
+// One login; returns the Reply-Message, or the empty text when there is none.
 std::string login(int expected, const std::string &user, const std::string &password) {
     RadPair *pairs = nullptr;
     EXPECT_NE(nullptr, radPairAdd(&pairs, RAD_ATTR_USER_NAME, user.c_str(), 0));

@@ -36,13 +36,13 @@ Bytes encryptedKey(uint8_t type, ByteView key, uint16_t salt = 0x8001) {
                           encryptMppeKey(key, kSecret, requestAuthenticator(), salt));
 }
 
-// A key attribute with that many encrypted octets, of whatever content.
+// A key attribute with that many encrypted bytes, of whatever content.
 Bytes keyOfEncryptedLength(size_t length, std::string_view salt = "8001") {
     return vendorSpecific(kMicrosoft, RAD_MS_MPPE_RECV_KEY,
                           concatenate({fromHex(salt), Bytes(length, 0x5a)}));
 }
 
-// Key length octet, key and padding to whole blocks.
+// Key length byte, key and padding to whole blocks.
 Bytes plainKey(ByteView key) {
     Bytes plain = concatenate({Bytes{static_cast<uint8_t>(key.size())}, key});
     plain.resize((plain.size() + 15) / 16 * 16);
@@ -51,7 +51,7 @@ Bytes plainKey(ByteView key) {
 
 // Vendor ids.
 
-TEST(VendorIdTest, IsReadMostSignificantOctetFirst) {
+TEST(VendorIdTest, IsReadMostSignificantByteFirst) {
     GuardedBuffer id("81020304"_hex);
     id.makeReadOnly();
     EXPECT_EQ(0x81020304U, venID(id.data(), 0));
@@ -59,7 +59,7 @@ TEST(VendorIdTest, IsReadMostSignificantOctetFirst) {
     EXPECT_EQ(0U, venID(zero.data(), 0));
 }
 
-TEST(VendorIdTest, IsWrittenMostSignificantOctetFirst) {
+TEST(VendorIdTest, IsWrittenMostSignificantByteFirst) {
     for (const uint32_t id : {1U, 311U, 0x81020304U, 0xffffffffU}) {
         GuardedBuffer place(4);
         EXPECT_EQ(id, venID(place.data(), id));
@@ -121,7 +121,7 @@ TEST_F(VendorMessageTest, ValueWithoutAWholeHeaderIsOfInvalidLength) {
     for (size_t size = 0; size < value.size(); ++size) {
         expectInvalidLength(ByteView(value).first(size));
     }
-    // Neither does an octet 0 or 1 that agrees with four or five octets make it valid.
+    // Neither does a byte 0 or 1 that agrees with four or five bytes make it valid.
     expectInvalidLength("00000137"_hex);
     expectInvalidLength("0000013701"_hex);
 }
@@ -362,7 +362,7 @@ TEST_F(VendorAttrGetTest, PairsThatHoldNoWholeValueAreOfInvalidLength) {
     const PairList pair = pairOf("00000137 11 02"_hex);
     for (const uint32_t length : {0U, 4U, 5U, 254U, 300U, 0x80000006U, 0xffffffffU}) {
         pair->numValue = length;
-        // What would agree if only the low octet counted.
+        // What would agree if only the low byte counted.
         pair->strValue[5] = static_cast<char>(length - 4);
         log_.clear();
         EXPECT_EQ(-1, get(pair.get(), kMicrosoft, 17)) << length;
@@ -441,13 +441,13 @@ TEST_F(VendorPackTest, VendorLengthIsKeptTo8Bits) {
 }
 
 TEST_F(VendorPackTest, AnotherVendorIsWrittenAndRefused) {
-    for (const auto &[vendor, shown, octets] :
+    for (const auto &[vendor, shown, bytes] :
          {std::tuple(9U, "9", "00000009"), std::tuple(0U, "0", "00000000"),
           std::tuple(0xffffffffU, "-1", "ffffffff")}) {
         log_.clear();
         GuardedBuffer room(7);
         EXPECT_EQ(-1, radVendorMessagePack(room.data(), vendor, 11, "010203"_hex.data(), 3));
-        EXPECT_BYTES_EQ(concatenate({fromHex(octets), "010203"_hex}), room.bytes());
+        EXPECT_BYTES_EQ(concatenate({fromHex(bytes), "010203"_hex}), room.bytes());
         EXPECT_LOG(log_, std::string("error radVendorMessagePack: Unknown Vendor ID:") + shown);
     }
 }

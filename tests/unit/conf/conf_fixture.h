@@ -41,7 +41,7 @@ class ConfTest : public testing::Test {
     // Makes the services database know the port of "radius" or "radacct" over "udp".
     static void addService(const std::string &name, uint16_t port);
 
-    // All eight slots of a list that is set; fails the test and yields free slots when it is not.
+    // All eight slots of a list that is set; fails the test and returns free slots when it is not.
     static std::vector<RadServer> slots(uint32_t type);
 
     // Whether a list is set, without a trace in the log.

@@ -269,7 +269,7 @@ TEST_F(ConfigurationFile, CallsARepeatedOptionADuplicate) {
 }
 
 // The option holds a value after the failed call, and that is all that is asked.
-TEST_F(ConfigurationFile, CallsAListThatFailsBehindItsFirstEntryADuplicate) {
+TEST_F(ConfigurationFile, CallsAListThatFailsAfterItsFirstEntryADuplicate) {
     expectRefused("authserver h1:s1,h2\n",
                   "line 1: failed to set duplicate option : authserver with value : h1:s1,h2\n");
     EXPECT_EQ(1, radConfGetNumServers(RAD_SERVER_AUTH));
@@ -340,7 +340,7 @@ TEST_F(ConfigurationFile, ContinuesALongLineAsTheNext) {
 }
 
 TEST_F(ConfigurationFile, LosesTheLastCharacterOfEachPieceOfALongLine) {
-    // The first piece ends behind "56".
+    // The first piece ends after "56".
     const std::string keyword = "timeout ";
     expectAccepted("authserver h:s\n" + keyword + std::string(511 - keyword.size() - 2, ' ') +
                    "56" + "\n");

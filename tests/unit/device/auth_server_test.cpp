@@ -115,7 +115,7 @@ TEST_F(AuthServerRows, AnInsertWithANullAddsNothing) {
     }
 }
 
-// Without a host or a secret the fields behind would move up and be taken for them.
+// Without a host or a secret the fields after it would move up and be taken for them.
 TEST_F(AuthServerRows, AnInsertWithAnEmptyHostOrSecretAddsNothing) {
     EXPECT_EQ(-1, insert("'', '1645', 's1', '5', '2'"));
     expectReturning(-1);

@@ -30,7 +30,7 @@ class DatabaseFile {
     void nameDictionary(std::string_view path) const;
 
     // Adds a row of "radiusClient", its values in the order of the columns as SQL has them, and
-    // yields its rowid.
+    // returns its rowid.
     [[nodiscard]] int addServer(const std::string &values) const;
 
   private:

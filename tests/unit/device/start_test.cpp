@@ -130,7 +130,7 @@ class MgmtBusy : public MgmtTest {
     void lock() { database.run("BEGIN EXCLUSIVE"); }
     void letGo() { database.run("ROLLBACK"); }
 
-    // Starts against a lock that is let go at the first question, and yields the context with
+    // Starts against a lock that is let go at the first question, and returns the context with
     // which it was asked.
     Bytes contextFor(const std::string &caller) {
         Bytes context(32, 0xa5);
@@ -198,9 +198,9 @@ TEST_F(MgmtStart, EndsWhereTheDictionaryMeetsTheEndOfMemory) {
     const size_t before = allocationCount();
     ASSERT_EQ(0, start());
     const auto all = static_cast<unsigned>(allocationCount() - before);
-    for (const unsigned behind : {2U, 3U}) {
+    for (const unsigned after : {2U, 3U}) {
         log.clear();
-        failAllocation(all - behind);
+        failAllocation(all - after);
         EXPECT_EQ(-1, start());
         EXPECT_TRUE(allocationFailed());
         EXPECT_THAT(told(), ElementsAre(dictionaryError("radius dictionary loading failed")));

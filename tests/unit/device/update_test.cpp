@@ -30,7 +30,7 @@ class MgmtUpdate : public MgmtTest {
     }
 };
 
-TEST(MgmtRecord, Is80Octets) {
+TEST(MgmtRecord, Is80Bytes) {
     EXPECT_EQ(80U, sizeof(RadDbUpdateInfo));
     EXPECT_EQ(64U, offsetof(RadDbUpdateInfo, rowKey));
     EXPECT_EQ(68U, offsetof(RadDbUpdateInfo, rowId));
@@ -50,10 +50,10 @@ TEST_F(MgmtUpdate, RefusesARecordOfAnotherSize) {
     for (const size_t size : {0U, 1U, 64U, 79U, 81U, 160U}) {
         SCOPED_TRACE(size);
         log.clear();
-        Bytes octets(size, 0);
+        Bytes bytes(size, 0);
         std::copy_n(reinterpret_cast<const uint8_t *>(&whole), std::min(size, sizeof(whole)),
-                    octets.begin());
-        const GuardedBuffer record(octets);
+                    bytes.begin());
+        const GuardedBuffer record(bytes);
         EXPECT_EQ(
             -1, radiusMgmtDBUpdateHandler(record.data(), static_cast<uint32_t>(size), nullptr, 0));
         EXPECT_LOG(

@@ -13,8 +13,6 @@
 namespace lanyard::test::builtin_test {
 namespace {
 
-using testing::ElementsAre;
-
 struct Attribute {
     std::string name;
     int32_t number;
@@ -110,8 +108,7 @@ class BuiltinDictionary : public DictTest {
 };
 
 TEST_F(BuiltinDictionary, LoadsWithoutAMessageOfItsOwn) {
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radDictUnload", "Unloaded RADIUS Dictionary\n")));
+    EXPECT_LOG(log, "trace radDictUnload> Unloaded RADIUS Dictionary");
 }
 
 TEST_F(BuiltinDictionary, KnowsItsAttributes) {
@@ -197,8 +194,7 @@ TEST_F(BuiltinDictionary, IsThereOnceHoweverOftenItIsLoaded) {
 TEST_F(BuiltinDictionary, IsGoneAfterUnloading) {
     log.clear();
     EXPECT_EQ(0, radDictUnload());
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radDictUnload", "Unloaded RADIUS Dictionary\n")));
+    EXPECT_LOG(log, "trace radDictUnload> Unloaded RADIUS Dictionary");
     EXPECT_EQ(0U, liveBlocks());
     for (const Attribute &known : attributes_) {
         EXPECT_EQ(nullptr, radDictGetAttr(known.number)) << known.name;
@@ -222,7 +218,7 @@ TEST_F(BuiltinDictionary, StopsAtTheEntryThatFindsNoMemory) {
         const int status = radDictLoad(nullptr);
         if (!allocationFailed()) {
             EXPECT_EQ(0, status);
-            EXPECT_NO_PROBLEM(log);
+            EXPECT_PROBLEMS(log);
             EXPECT_EQ(0, radDictUnload());
             return;
         }

@@ -9,7 +9,6 @@ namespace lanyard::test::definitions_test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 const std::string kName32(32, 'n');
 const std::string kName33(33, 'n');
@@ -44,7 +43,7 @@ TEST_F(AttributeDefinition, HasANumberOfAnySize) {
     EXPECT_EQ(0, radDictAddAttr("Baz 0 date"));
     EXPECT_EQ(0, radDictAddAttr("Qux 255 ipaddr"));
     EXPECT_EQ(0, radDictAddAttr("Quux 256 ipaddr"));
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     const std::vector<RadDictAttr> expected = {{"Foo", 300, 0, nullptr},
                                                {"Bar", 2147483647, 1, nullptr},
                                                {"Baz", 0, 3, nullptr},
@@ -58,7 +57,7 @@ TEST_F(AttributeDefinition, HasANumberOfAnySize) {
         EXPECT_EQ(entry.attrNum, found->attrNum);
         EXPECT_EQ(entry.type, found->type);
     }
-    EXPECT_EQ(nullptr, radDictGetAttr(44));  // 300 in an octet
+    EXPECT_EQ(nullptr, radDictGetAttr(44));  // 300 in a byte
     EXPECT_EQ(nullptr, radDictGetAttr(-1));
 }
 
@@ -144,13 +143,12 @@ TEST_F(AttributeDefinition, HasOneOfFourTypes) {
 TEST_F(AttributeDefinition, FailsWithoutMemory) {
     failAllocation(1);
     EXPECT_EQ(-1, radDictAddAttr("Foo 1 string"));
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     EXPECT_EQ(0U, liveBlocks());
 
     failAllocation(2);
     EXPECT_EQ(-1, radDictAddAttr("Foo 1 string"));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 4, "radDictAddAttr", "radDictAddAttr: out of memory\n")));
+    EXPECT_LOG(log, "critical radDictAddAttr: out of memory");
     EXPECT_EQ(0U, liveBlocks());
     EXPECT_EQ(nullptr, radDictGetAttr(1));
 
@@ -162,7 +160,7 @@ TEST_F(AttributeDefinition, FailsWithoutMemory) {
 
 TEST_F(ValueDefinition, NeedsNoAttributeOfThatName) {
     EXPECT_EQ(0, radDictAddValue("Foo Bar 7"));
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     const RadDictValue *found = radDictGetVal(7, "Foo");
     ASSERT_NE(nullptr, found);
     EXPECT_STREQ("Foo", found->attrName);
@@ -250,13 +248,12 @@ TEST_F(ValueDefinition, HasANumberThatStartsWithADigit) {
 TEST_F(ValueDefinition, FailsWithoutMemory) {
     failAllocation(1);
     EXPECT_EQ(-1, radDictAddValue("Foo Bar 1"));
-    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_LOG(log);
     EXPECT_EQ(0U, liveBlocks());
 
     failAllocation(2);
     EXPECT_EQ(-1, radDictAddValue("Foo Bar 1"));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 4, "radDictAddValue", "radDictAddValue: out of memory\n")));
+    EXPECT_LOG(log, "critical radDictAddValue: out of memory");
     EXPECT_EQ(0U, liveBlocks());
     EXPECT_EQ(nullptr, radDictGetVal(1, "Foo"));
 

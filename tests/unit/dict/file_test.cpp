@@ -38,9 +38,8 @@ class DictionaryFile : public DictTest {
 
     void expectLoads(const std::string &text) {
         EXPECT_EQ(0, load(text));
-        EXPECT_THAT(log.lines(), ElementsAre(Logged(7, 128, "radDictUnload", kUnloaded),
-                                             Logged(7, 128, "radDictLoad",
-                                                    "Loaded Dictionary /var/radius.dict\n")));
+        EXPECT_LOG(log, "trace radDictUnload> Unloaded RADIUS Dictionary",
+                   "trace radDictLoad> Loaded Dictionary /var/radius.dict");
     }
 
     void expectFails(const std::string &text, const std::string &function,
@@ -98,15 +97,13 @@ TEST_F(DictionaryFile, ThatDoesNotExistStillUnloads) {
     ASSERT_EQ(0, radDictLoad(nullptr));
     log.clear();
     EXPECT_EQ(-1, radDictLoad("/var/missing.dict"));
-    EXPECT_THAT(log.lines(),
-                ElementsAre(Logged(7, 128, "radDictUnload", kUnloaded),
-                            Logged(7, 8, "radDictLoad",
-                                   "radDictLoad: couldn't open dictionary /var/missing.dict: "
-                                   "No such file or directory\n")));
+    EXPECT_LOG(
+        log, "trace radDictUnload> Unloaded RADIUS Dictionary",
+        "error radDictLoad: couldn't open dictionary /var/missing.dict: No such file or directory");
     EXPECT_EQ(0U, liveBlocks());
 }
 
-TEST_F(DictionaryFile, NeedsNoSeparatorBehindItsKeywords) {
+TEST_F(DictionaryFile, NeedsNoSeparatorAfterItsKeywords) {
     expectLoads(
         "ATTRIBUTEFoo 5 string\n"
         "VALUEFoo Bar 7\n"
@@ -150,7 +147,7 @@ TEST_F(DictionaryFile, EndsAtABadAttribute) {
         "ATTRIBUTE Qux 6 string\n",
         "radDictAddAttr", "radDictAddAttr: Invalid Attribute Number in:  Baz\n",
         "radDictLoad: Invalid Attribute on line 3 of dictionary /var/radius.dict\n");
-    // What stood before it stays, what stands behind it is not read.
+    // What stood before it stays, what stands after it is not read.
     EXPECT_EQ("Foo", nameOf(5));
     EXPECT_NE(nullptr, radDictGetVal(7, "Foo"));
     EXPECT_EQ(2U, liveBlocks());
@@ -167,7 +164,7 @@ TEST_F(DictionaryFile, EndsAtABadValue) {
     EXPECT_EQ(1U, liveBlocks());
 }
 
-TEST_F(DictionaryFile, MustDefineSomethingBehindAKeyword) {
+TEST_F(DictionaryFile, MustDefineSomethingAfterAKeyword) {
     expectFails("ATTRIBUTE\n", "radDictAddAttr", "radDictAddAttr: Invalid Attribute in: \n",
                 "radDictLoad: Invalid Attribute on line 1 of dictionary /var/radius.dict\n");
     expectFails("VALUE\n", "radDictAddValue", "radDictAddValue: Invalid Value in: \n",
@@ -212,7 +209,7 @@ TEST_F(DictionaryFile, ContinuesALongLineAsTheNext) {
 }
 
 TEST_F(DictionaryFile, LosesTheLastCharacterOfEachPieceOfALongLine) {
-    // The first piece ends behind "string!".
+    // The first piece ends after "string!".
     const std::string start = "ATTRIBUTE Foo 5 ";
     expectLoads(start + std::string(255 - start.size() - 7, ' ') + "string!" + "\n");
     EXPECT_EQ("Foo", nameOf(5));
@@ -236,33 +233,27 @@ TEST_F(DictionaryFile, EndsWhereMemoryDoes) {
         EXPECT_EQ(0, radDictUnload());
         switch (run) {
             case 1:
-                EXPECT_ONLY_PROBLEM(
-                    log, 8, "radDictLoad",
-                    "radDictLoad: Invalid Attribute on line 1 of dictionary /var/radius.dict\n");
+                EXPECT_PROBLEMS(log,
+                                "error radDictLoad: Invalid Attribute on line 1 of dictionary "
+                                "/var/radius.dict");
                 break;
             case 2:
-                EXPECT_THAT(
-                    log.problems(),
-                    ElementsAre(Logged(7, 4, "radDictAddAttr", "radDictAddAttr: out of memory\n"),
-                                Logged(7, 8, "radDictLoad",
-                                       "radDictLoad: Invalid Attribute on line 1 of dictionary "
-                                       "/var/radius.dict\n")));
+                EXPECT_PROBLEMS(log, "critical radDictAddAttr: out of memory",
+                                "error radDictLoad: Invalid Attribute on line 1 of dictionary "
+                                "/var/radius.dict");
                 break;
             case 3:
-                EXPECT_ONLY_PROBLEM(
-                    log, 8, "radDictLoad",
-                    "radDictLoad: Invalid Value on line 2 of dictionary /var/radius.dict\n");
+                EXPECT_PROBLEMS(
+                    log,
+                    "error radDictLoad: Invalid Value on line 2 of dictionary /var/radius.dict");
                 break;
             case 4:
-                EXPECT_THAT(
-                    log.problems(),
-                    ElementsAre(Logged(7, 4, "radDictAddValue", "radDictAddValue: out of memory\n"),
-                                Logged(7, 8, "radDictLoad",
-                                       "radDictLoad: Invalid Value on line 2 of dictionary "
-                                       "/var/radius.dict\n")));
+                EXPECT_PROBLEMS(
+                    log, "critical radDictAddValue: out of memory",
+                    "error radDictLoad: Invalid Value on line 2 of dictionary /var/radius.dict");
                 break;
             default:
-                EXPECT_NO_PROBLEM(log);
+                EXPECT_PROBLEMS(log);
         }
     });
     EXPECT_EQ(4U, failures);

@@ -43,7 +43,7 @@ void note(const std::string &call) {
 uint32_t Sent::word(size_t index) const {
     uint32_t value = 0;
     if (record.size() < (index + 1) * kWord) {
-        ADD_FAILURE() << "a record of " << record.size() << " octets";
+        ADD_FAILURE() << "a record of " << record.size() << " bytes";
         return 0;
     }
     std::memcpy(&value, record.data() + index * kWord, kWord);
@@ -52,7 +52,7 @@ uint32_t Sent::word(size_t index) const {
 
 Bytes Sent::payload() const {
     if (record.size() < kHead) {
-        ADD_FAILURE() << "a record of " << record.size() << " octets";
+        ADD_FAILURE() << "a record of " << record.size() << " bytes";
         return {};
     }
     return {record.begin() + kHead, record.end()};
@@ -112,12 +112,12 @@ int xbusListen(XbusCtx *ctx, uint32_t timeoutMicroseconds) {
 
 int xbusIoctl(XbusCtx *ctx, uint32_t destModule, uint32_t cmd, const void *buf, uint32_t len,
               void *out, uint32_t *outLen, uint32_t flags, uint32_t reserved1, uint32_t reserved2) {
-    const auto *octets = static_cast<const uint8_t *>(buf);
+    const auto *bytes = static_cast<const uint8_t *>(buf);
     EXPECT_NE(nullptr, outLen);
     bus().sent.push_back({.ctx = ctx,
                           .module = destModule,
                           .command = cmd,
-                          .record = {octets, octets + len},
+                          .record = {bytes, bytes + len},
                           .hasOut = out != nullptr,
                           .outLen = outLen != nullptr ? *outLen : UINT32_MAX,
                           .flags = flags,

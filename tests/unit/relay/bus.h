@@ -7,7 +7,7 @@
 //     EXPECT_THAT(bus.calls, ElementsAre("xbusInit", ...));
 //     EXPECT_BYTES_EQ("03070004"_hex, bus.sent.at(0).payload());
 //
-// The wait behind the last step ends the relay. The program never becomes a daemon, no task waits
+// The wait after the last step ends the relay. The program never becomes a daemon, no task waits
 // for another, and SIGTERM does at the end what it did before.
 #ifndef LANYARD_TESTS_UNIT_EAP_BUS_H
 #define LANYARD_TESTS_UNIT_EAP_BUS_H
@@ -62,7 +62,7 @@ class TestBus {
     int listInitResult = 0;
     int startResult = 0;                         // -1: radLibInit() fails
     int otherTasks = 0;                          // how often another task of the name is found
-    std::deque<std::function<int()>> listens;    // what each wait does and yields
+    std::deque<std::function<int()>> listens;    // what each wait does and returns
     std::function<void()> whenDetached = [] {};  // called by daemon()
 
     // What was asked of them: each call with its plain arguments, such as "xbusListen 100000", and

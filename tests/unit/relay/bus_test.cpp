@@ -206,7 +206,7 @@ TEST_F(EapHandler, TakesCommand4ForAChangeNotice) {
     EXPECT_EQ(-1, deliver(4, record));
     EXPECT_LOG(log,
                "device error radiusMgmtDBUpdateHandler> ERROR: incomplete DB update information.");
-    EXPECT_EQ(-1, deliver(4, busRecord(kCookie, eapResponse(1, 79 - 12)))) << "79 octets";
+    EXPECT_EQ(-1, deliver(4, busRecord(kCookie, eapResponse(1, 79 - 12)))) << "79 bytes";
     EXPECT_THAT(conversations(), IsEmpty());
 }
 
@@ -344,12 +344,11 @@ TEST_F(EapSend, TellsThatTheBusRefuses) {
 
 class EapResult : public EapBus {
   protected:
-    static int sendResult(uint8_t code, ByteView behind, ByteView response = "02a70005 01"_hex) {
+    static int sendResult(uint8_t code, ByteView after, ByteView response = "02a70005 01"_hex) {
         const GuardedBuffer packet(response);
-        const GuardedBuffer data(behind);
-        return radEapSendResult(packet.data(), kCookie, code,
-                                behind.empty() ? nullptr : data.data(),
-                                static_cast<uint32_t>(behind.size()));
+        const GuardedBuffer data(after);
+        return radEapSendResult(packet.data(), kCookie, code, after.empty() ? nullptr : data.data(),
+                                static_cast<uint32_t>(after.size()));
     }
 };
 

@@ -34,7 +34,7 @@ class EapMain : public testing::Test {
         pRadEapXbusCtx = nullptr;
     }
 
-    // Runs the program and yields its result; what it wrote to standard output is `output`.
+    // Runs the program and returns its result; what it wrote to standard output is `output`.
     int run(std::initializer_list<std::string> words) {
         Arguments arguments(words);
         StdoutCapture capture;
@@ -111,7 +111,7 @@ TEST_F(EapMain, RefusesAConfigurationFileWithoutADatabaseBefore) {
 }
 
 // What follows -f is no value of it, and the value that it takes from -d leads nowhere.
-TEST_F(EapMain, TakesAConfigurationFileBehindADatabaseAndReadsNone) {
+TEST_F(EapMain, TakesAConfigurationFileAfterADatabaseAndReadsNone) {
     device.root().write("/var/radius.conf", "authserver 127.0.0.1:1812:1:0:secret\n");
     bus.listens = {[] {
         EXPECT_EQ(0, radConfGetNumServers(RAD_SERVER_AUTH));
@@ -122,7 +122,7 @@ TEST_F(EapMain, TakesAConfigurationFileBehindADatabaseAndReadsNone) {
     EXPECT_THAT(told(), IsEmpty());
 }
 
-TEST_F(EapMain, TakesAConfigurationFileAlsoBehindADatabaseThatFails) {
+TEST_F(EapMain, TakesAConfigurationFileAlsoAfterADatabaseThatFails) {
     EXPECT_EQ(0, run({"radeap", "-d", device.root().path("/none/device.db").string(), "-vf"}));
     EXPECT_TRUE(served());
 }

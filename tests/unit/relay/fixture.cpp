@@ -13,26 +13,26 @@ constexpr size_t kEapHeader = 4;
 constexpr size_t kChunk = 253;
 
 Bytes wordOf(uint32_t word) {
-    Bytes octets(sizeof(word));
-    std::memcpy(octets.data(), &word, sizeof(word));
-    return octets;
+    Bytes bytes(sizeof(word));
+    std::memcpy(bytes.data(), &word, sizeof(word));
+    return bytes;
 }
 
 Bytes typedPacket(uint8_t code, uint8_t identifier, size_t size) {
-    Bytes behind(size - kEapHeader);
-    for (size_t index = 0; index < behind.size(); ++index) {
-        behind[index] = index == 0 ? kEapMd5Challenge : static_cast<uint8_t>(index);
+    Bytes after(size - kEapHeader);
+    for (size_t index = 0; index < after.size(); ++index) {
+        after[index] = index == 0 ? kEapMd5Challenge : static_cast<uint8_t>(index);
     }
-    return eapPacket(code, identifier, behind);
+    return eapPacket(code, identifier, after);
 }
 
 }  // namespace
 
-Bytes eapPacket(uint8_t code, uint8_t identifier, ByteView behindHeader) {
-    const size_t size = kEapHeader + behindHeader.size();
+Bytes eapPacket(uint8_t code, uint8_t identifier, ByteView afterHeader) {
+    const size_t size = kEapHeader + afterHeader.size();
     return concatenate({Bytes{code, identifier, static_cast<uint8_t>(size >> 8),
                               static_cast<uint8_t>(size & 0xff)},
-                        behindHeader});
+                        afterHeader});
 }
 
 Bytes identityResponse(uint8_t identifier, std::string_view name) {

@@ -33,9 +33,9 @@ inline constexpr uint32_t kReplyCommand = 23;
 inline constexpr uint8_t kEapMd5Challenge = 4;
 
 // An EAP packet: the length field counts what is there.
-Bytes eapPacket(uint8_t code, uint8_t identifier, ByteView behindHeader = {});
+Bytes eapPacket(uint8_t code, uint8_t identifier, ByteView afterHeader = {});
 Bytes identityResponse(uint8_t identifier, std::string_view name);
-// A packet of that many octets, of a type that is not Identity.
+// A packet of that many bytes, of a type that is not Identity.
 Bytes eapResponse(uint8_t identifier, size_t size);
 Bytes eapRequest(uint8_t identifier, size_t size);
 

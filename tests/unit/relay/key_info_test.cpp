@@ -1,4 +1,4 @@
-// The key-information block, octet by octet.
+// The key-information block, byte by byte.
 #include <memory>
 
 #include <lanyard/radius/attr.h>
@@ -25,7 +25,7 @@ class Reply {
         EXPECT_NE(nullptr, radPairAdd(&head_, 26, value.data(), static_cast<int>(value.size())));
         return *this;
     }
-    // A key behind its length octet, with padding.
+    // A key after its length byte, with padding.
     Reply &key(int vendorType, ByteView data, uint32_t vendorId = 311) {
         const Attributes attribute =
             Attributes().addVendor(vendorId, static_cast<uint8_t>(vendorType), data);
@@ -45,7 +45,7 @@ class Reply {
 
 class KeyInfo : public EapTest {
   protected:
-    // The block of a reply; none is as good as no octets.
+    // The block of a reply; none is as good as no bytes.
     static Bytes blockOf(RadPair *reply, int code = RAD_CODE_ACCESS_ACCEPT) {
         uint8_t *block = nullptr;
         uint32_t size = 0;
@@ -53,9 +53,9 @@ class KeyInfo : public EapTest {
         EXPECT_EQ(0, radEapKeyInfoBuild(reply, &block, &size, code));
         EXPECT_EQ(block == nullptr, size == 0);
         EXPECT_EQ(blocks + (block != nullptr ? 1 : 0), liveBlocks()) << "scratch memory is left";
-        Bytes octets(block, block + size);
+        Bytes bytes(block, block + size);
         EXPECT_EQ(0, palMemPartFree(radMemPartId, block));
-        return octets;
+        return bytes;
     }
     static Bytes blockOf(const Reply &reply, int code = RAD_CODE_ACCESS_ACCEPT) {
         return blockOf(reply.list(), code);
@@ -70,8 +70,8 @@ TEST_F(KeyInfo, NeedsItsOutPointers) {
 }
 
 TEST_F(KeyInfo, OfNothingIsNone) {
-    uint8_t octet = 0;
-    uint8_t *block = &octet;
+    uint8_t byte = 0;
+    uint8_t *block = &byte;
     uint32_t size = 17;
     EXPECT_EQ(0, radEapKeyInfoBuild(nullptr, &block, &size, RAD_CODE_ACCESS_ACCEPT));
     EXPECT_EQ(nullptr, block);
@@ -118,7 +118,7 @@ TEST_F(KeyInfo, HasAKeyOfNothing) {
 }
 
 TEST_F(KeyInfo, HasTheLongestKeys) {
-    constexpr uint8_t kLongest = 246;  // of an attribute, behind vendor header and length octet
+    constexpr uint8_t kLongest = 246;  // of an attribute, after vendor header and length byte
     const Bytes recvKey = concatenate({Bytes{kLongest}, Bytes(kLongest, 0x11)});
     const Bytes sendKey = concatenate({Bytes{kLongest}, Bytes(kLongest, 0x22)});
     EXPECT_BYTES_EQ(concatenate({"01fa 0506 0000003c 01f9"_hex, recvKey, "04f9"_hex, sendKey}),

@@ -46,7 +46,7 @@ TEST_F(EapMemory, OfAChallengeMayFail) {
         EXPECT_EQ(0, radEapMsgQueueCleanUp());
     });
     EXPECT_GT(failures, 30U);
-    EXPECT_GT(relayed, 2) << "some runs went on behind the failure";
+    EXPECT_GT(relayed, 2) << "some runs went on after the failure";
 }
 
 TEST_F(EapMemory, OfAnAcceptMayFail) {

@@ -93,8 +93,8 @@ class Radeapd : public testing::Test {
     // The relay's last record.
     static int keep(void * /*busArg1*/, void *test, uint32_t /*cmd*/, void *buf, uint32_t len,
                     void * /*out*/, uint32_t * /*outLen*/) {
-        const auto *octets = static_cast<const uint8_t *>(buf);
-        static_cast<Radeapd *>(test)->answer.assign(octets, octets + len);
+        const auto *bytes = static_cast<const uint8_t *>(buf);
+        static_cast<Radeapd *>(test)->answer.assign(bytes, bytes + len);
         return 0;
     }
 
@@ -158,8 +158,8 @@ class Radeapd : public testing::Test {
     int respond(uint32_t cookie, uint8_t type, ByteView data) const {
         const auto size = static_cast<uint16_t>(5 + data.size());
         const RadEapXbusMsg head{.cookie = cookie, .command = 17, .length = size};
-        const auto *octets = reinterpret_cast<const uint8_t *>(&head);
-        return send(17, concatenate({Bytes(octets, octets + sizeof(head)),
+        const auto *bytes = reinterpret_cast<const uint8_t *>(&head);
+        return send(17, concatenate({Bytes(bytes, bytes + sizeof(head)),
                                      Bytes{2, 1, static_cast<uint8_t>(size >> 8),
                                            static_cast<uint8_t>(size), type},
                                      data}));

@@ -158,13 +158,13 @@ TEST_F(EapChallenge, WithoutAnEapPacketIsDroppedAndItsStateKept) {
 
 TEST_F(EapChallenge, IsPutTogetherFromItsPiecesInTheirOrder) {
     const Bytes packet = eapRequest(8, 300);
-    const ByteView octets = packet;
+    const ByteView bytes = packet;
     relayIdentity(challenge(Attributes()
-                                .add(79, octets.first(3))
+                                .add(79, bytes.first(3))
                                 .addText(24, "state")
-                                .add(79, octets.subspan(3, 253))
+                                .add(79, bytes.subspan(3, 253))
                                 .addText(18, "Hello")
-                                .add(79, octets.subspan(256))
+                                .add(79, bytes.subspan(256))
                                 .addMessageAuthenticator()));
     expectSent(kCookie, {packet});
 }
@@ -224,14 +224,14 @@ TEST_F(EapChallenge, ShorterThanAHeaderGoesToPnacAsItIs) {
     expectSent(kCookie, {"0108"_hex});
 }
 
-TEST_F(EapChallenge, HasTheKeyInformationBehindIt) {
+TEST_F(EapChallenge, HasTheKeyInformationAfterIt) {
     const Bytes packet = eapRequest(8, 22);
     relayIdentity(challenge(
         eapMessage(packet, Attributes().addText(24, "state").addInteger(27, 0x01020304))));
     expectSent(kCookie, {concatenate({packet, "0008 0306 01020304"_hex})});
 }
 
-TEST_F(EapChallenge, HasTheKeyInformationBehindTheLargestEapPacket) {
+TEST_F(EapChallenge, HasTheKeyInformationAfterTheLargestEapPacket) {
     const Bytes packet = eapRequest(8, 1500);
     relayIdentity(challenge(eapMessage(
         packet, Attributes().addText(24, "state").addInteger(27, 60).addInteger(29, 1))));

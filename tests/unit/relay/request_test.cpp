@@ -73,7 +73,7 @@ TEST_F(EapRequest, TellsItsSteps) {
                     "device trace radEapMsgQueueRelease> Releasing Packet and cookie:0x1001"));
 }
 
-TEST_F(EapRequest, CutsThePacketIntoPiecesOf253Octets) {
+TEST_F(EapRequest, CutsThePacketIntoPiecesOf253Bytes) {
     const std::vector<std::pair<size_t, std::vector<size_t>>> cuts = {
         {5, {5}},
         {252, {252}},
