@@ -31,12 +31,45 @@ if [[ ! -f $build/compile_commands.json ]]; then
     exit 1
 fi
 
+# clang-tidy checks a source once for every target that compiles it, so it gets a database with one entry each.
+# The programs, which take longest, come first: no core waits for one of them at the end.
+single=$build/tidy-once
+mkdir -p "$single"
+mapfile -d '' -t sources < <(
+    python3 - "$build/compile_commands.json" "$single/compile_commands.json" "^$PWD/($folders)/.*\.(c|cpp)\$" <<'PYTHON'
+import json
+import re
+import sys
+
+database, single, wanted = sys.argv[1:]
+with open(database) as file:
+    commands = {entry["file"]: entry for entry in reversed(json.load(file))}
+with open(single, "w") as file:
+    json.dump(list(commands.values()), file)
+for name in commands:
+    if re.match(wanted, name):
+        print(name, end="\0")
+PYTHON
+)
+[[ ${#sources[@]} -gt 50 ]] || { echo "check-tidy: found only ${#sources[@]} files" >&2; exit 1; }
+
+# check FILE: the findings of a file together, and none of clang-tidy's counts.
 # gcc is what the project is compiled with: options that only gcc knows are no finding, and the warnings
 # of a second compiler are no error here.
-run-clang-tidy-14 -quiet -j "$(nproc)" -p "$build" \
-    -extra-arg=-Wno-unknown-warning-option \
-    -extra-arg=-Wno-error \
-    -extra-arg=-Qunused-arguments \
-    "^$PWD/($folders)/.*\.(c|cpp)\$" 2>&1 |
-    { grep -v -E '^clang-tidy-14 |^[0-9]+ warnings? generated|^Suppressed |^Use -header-filter' || true; }
-echo "check-tidy: no finding in ${folders//|/ }"
+check() {
+    local findings status=0
+    findings=$(clang-tidy-14 -quiet -p "$single" \
+        -extra-arg=-Wno-unknown-warning-option \
+        -extra-arg=-Wno-error \
+        -extra-arg=-Qunused-arguments \
+        "$1" 2>&1) || status=$?
+    grep -v -E '^[0-9]+ warnings? generated|^Suppressed |^Use -header-filter' <<<"$findings" | grep . || true
+    [[ $status -eq 0 ]] || echo "check-tidy: FAILED: $1"
+    return "$status"
+}
+export -f check
+export single
+
+# shellcheck disable=SC2016  # the inner shell expands it
+printf '%s\0' "${sources[@]}" | xargs -0 -P "$(nproc)" -n 1 bash -c 'check "$1"' bash
+echo "check-tidy: no finding in ${#sources[@]} files of ${folders//|/ }"
