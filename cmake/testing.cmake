@@ -3,7 +3,7 @@
 # One GoogleTest program, run by ctest as one test. A program is one process, so a test that
 # crashes takes only its own subsystem's run with it.
 #
-#   THREADS  uses threads: what a build with ThreadSanitizer builds and runs.
+#   THREADS  uses threads: labelled "threads" as well, and what a build with ThreadSanitizer builds and runs.
 #   HEADERS  tests code of headers, which UndefinedBehaviorSanitizer then has to see in the test itself. All
 #            other tests compile in two thirds of the time without it; what they call is checked all the same.
 #
@@ -13,6 +13,7 @@
 # alone, as clang-tidy wants them.
 #
 # The target outer-tests builds what is not labelled unit: tests of the whole system and of what is shipped.
+# The target thread-tests builds what is labelled threads.
 find_package(GTest REQUIRED)
 
 option(LANYARD_TESTS_TOGETHER "Compile the sources of each test program together" ON)
@@ -25,6 +26,7 @@ if(LANYARD_SANITIZE MATCHES "undefined")
 endif()
 
 add_custom_target(outer-tests)
+add_custom_target(thread-tests)
 
 function(lanyard_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;HEADERS" "LABEL" "SOURCES;LIBRARIES")
@@ -42,12 +44,17 @@ function(lanyard_test name)
   if(NOT arg_LABEL STREQUAL "unit")
     add_dependencies(outer-tests ${name})
   endif()
+  set(labels ${arg_LABEL})
+  if(arg_THREADS)
+    add_dependencies(thread-tests ${name})
+    list(APPEND labels threads)
+  endif()
   if(LANYARD_SANITIZE MATCHES "thread" AND NOT arg_THREADS)
     set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
     return()
   endif()
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
-  set_tests_properties(${name} PROPERTIES LABELS ${arg_LABEL} TIMEOUT 120)
+  set_tests_properties(${name} PROPERTIES LABELS "${labels}" TIMEOUT 120)
 endfunction()
 
 # lanyard_interpose(TARGET SYMBOL...)

@@ -19,9 +19,9 @@ usage() {
 case "${1:-}" in
     "") runs=(dev) ;;
     --quick) runs=(dev:unit) ;;
-    --tsan) runs=(tsan:unit) ;;
+    --tsan) runs=(tsan:threads) ;;
     --release) runs=("release:interop,e2e") ;;
-    --all) runs=(dev tsan:unit "release:interop,e2e") ;;
+    --all) runs=(dev tsan:threads "release:interop,e2e") ;;
     *) usage ;;
 esac
 
@@ -47,10 +47,11 @@ for run in "${runs[@]}"; do
     step="configuring $preset"
     cmake --preset "$preset" "${cmake_options[@]}" >/dev/null
     step="building $preset"
-    target=all
-    if [[ $preset == release ]]; then
-        target=outer-tests
-    fi
+    case $preset in
+        tsan) target=thread-tests ;;
+        release) target=outer-tests ;;
+        *) target=all ;;
+    esac
     cmake --build --preset "$preset" -j "$jobs" --target "$target"
 
     step="testing $preset"
