@@ -1,4 +1,4 @@
-# lanyard_test(NAME [THREADS] [HEADERS] LABEL unit|interop|e2e SOURCES ... [LIBRARIES ...])
+# lanyard_test(NAME [THREADS] [HEADERS] LABEL unit|interop|e2e [SHARDS n] [COST n] SOURCES ... [LIBRARIES ...])
 #
 # One GoogleTest program, run by ctest as one test. A program is one process, so a test that
 # crashes takes only its own subsystem's run with it.
@@ -6,6 +6,9 @@
 #   THREADS  uses threads: labelled "threads" as well, and what a build with ThreadSanitizer builds and runs.
 #   HEADERS  tests code of headers, which UndefinedBehaviorSanitizer then has to see in the test itself. All
 #            other tests compile in two thirds of the time without it; what they call is checked all the same.
+#   SHARDS   waits most of the time: ctest runs it as n tests beside each other, NAME_1 to NAME_n, each with
+#            its share. Its tests must not disturb each other.
+#   COST     the seconds that it takes, if these are many: the dearest start first.
 #
 # The sources of a program are compiled together, which takes a quarter of the time that they take one by
 # one: most of it goes into headers and templates that they share. So a test file keeps its names in a
@@ -29,7 +32,7 @@ add_custom_target(outer-tests)
 add_custom_target(thread-tests)
 
 function(lanyard_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;HEADERS" "LABEL" "SOURCES;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;HEADERS" "LABEL;SHARDS;COST" "SOURCES;LIBRARIES")
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${name} PRIVATE
@@ -53,8 +56,21 @@ function(lanyard_test name)
     set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
     return()
   endif()
+  if(NOT arg_COST)
+    set(arg_COST 0)
+  endif()
+  if(arg_SHARDS)
+    foreach(shard RANGE 1 ${arg_SHARDS})
+      math(EXPR index "${shard} - 1")
+      add_test(NAME ${name}_${shard} COMMAND ${name} --gtest_brief=1)
+      set_tests_properties(${name}_${shard} PROPERTIES
+        LABELS "${labels}" TIMEOUT 120 COST ${arg_COST}
+        ENVIRONMENT "GTEST_TOTAL_SHARDS=${arg_SHARDS};GTEST_SHARD_INDEX=${index}")
+    endforeach()
+    return()
+  endif()
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
-  set_tests_properties(${name} PROPERTIES LABELS "${labels}" TIMEOUT 120)
+  set_tests_properties(${name} PROPERTIES LABELS "${labels}" TIMEOUT 120 COST ${arg_COST})
 endfunction()
 
 # lanyard_interpose(TARGET SYMBOL...)
