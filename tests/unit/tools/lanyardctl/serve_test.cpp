@@ -298,6 +298,7 @@ TEST_F(Serve, EndsWithinASecondOfASignal) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, kEndsWithin);
     kill(process, SIGCONT);
     startService();
+    ASSERT_TRUE(service_->waitForOutput("relay: has 2 servers")) << service_->output();
     expectAllDone();
 
     // And while somebody else has the database.
