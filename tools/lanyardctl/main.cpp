@@ -4,8 +4,10 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -413,6 +415,9 @@ int run(int argc, char **argv) {
 }  // namespace
 }  // namespace lanyardctl
 
-int main(int argc, char **argv) {
+int main(int argc, char **argv) try {
     return lanyardctl::run(argc, argv);
+} catch (const std::exception &failure) {
+    (void)std::fprintf(stderr, "lanyardctl: %s\n", failure.what());
+    return lanyardctl::kFailed;
 }
