@@ -68,7 +68,7 @@ bool readElement(uint8_t type, ByteView value, KeyInfo &info) {
 }  // namespace
 
 Bytes portInformation(const Mac &supplicant, const Port &port) {
-    const size_t size = kBlockHeaderSize + 4 * kElementHeaderSize + 2 * supplicant.size() +
+    const size_t size = kBlockHeaderSize + size_t{4} * kElementHeaderSize + 2 * supplicant.size() +
                         sizeof(port.number) + port.name.size();
     Bytes block(size);
     ByteWriter writer(block);
