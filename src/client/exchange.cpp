@@ -54,7 +54,8 @@ Exchange::Exchange(Resilient request)
     : set_(std::move(request.servers)),
       before_(request.outcome),
       resilient_(true),
-      isComplete_(request.isComplete) {
+      isComplete_(request.isComplete),
+      probesDead_(request.probesDead) {
     desc_.code = static_cast<uint8_t>(request.code);
     if (set_) {
         choice_ = set_->choice();
@@ -84,7 +85,7 @@ bool Exchange::copyPairs(const RadPair *pairs) {
                                  origin)) {
         for (const uint8_t index : candidates()) {
             if (isSame(set_->address(index), origin)) {
-                stateOrigin_ = static_cast<int8_t>(index);
+                stateOrigin_ = index;
             }
         }
     }
@@ -110,7 +111,7 @@ void Exchange::choose() {
     if (stateOrigin_ >= 0) {
         Rank &rank = ranks[static_cast<size_t>(stateOrigin_)];
         rank = rank == kAlive ? kFirst : rank;
-    } else if (anyAlive && radOptionGet(RAD_OPTION_STATUS_SERVER) == 0) {
+    } else if (anyAlive && probesDead_) {
         const auto due = std::find_if(servers.begin(), servers.end(), [&](uint8_t index) {
             return standings[index] == Standing::kDue && claimProbe(set_->address(index), now);
         });
@@ -261,6 +262,7 @@ bool Exchange::mustBeSigned() const {
 }
 
 Next Exchange::received(std::span<uint8_t> datagram) {
+    outcome().attribute = 0;  // of a stray before this one
     const int result =
         readReply(datagram, packet().record(), desc_.secret, mustBeSigned(), &reply_, outcome());
     if (!resilient_) {
@@ -286,13 +288,12 @@ Next Exchange::received(std::span<uint8_t> datagram) {
 // Another server is worth the time that more sends to this one would take.
 bool Exchange::hasLivingOther() const {
     const int64_t now = monotonicMicroseconds();
-    for (const uint8_t index : candidates()) {
-        if (!isSame(set_->address(index), address_) &&
-            standingOf(set_->address(index), now) == Standing::kAlive) {
-            return true;
-        }
-    }
-    return false;
+    const auto servers = candidates();
+    return std::any_of(servers.begin(), servers.end(), [&](uint8_t index) {
+        const sockaddr_in &other = set_->address(index);
+        return other.sin_addr.s_addr != 0 && !isSame(other, address_) &&
+               standingOf(other, now) == Standing::kAlive;
+    });
 }
 
 int Exchange::sendsAllowed() const {

@@ -48,6 +48,7 @@ class Exchange {
         Outcome outcome = {};
         int only = -1;            // index of the one server to ask; -1 for all
         bool isComplete = false;  // the list of pairs
+        bool probesDead = true;   // asks a dead server first when its time has come
     };
     explicit Exchange(Resilient request);
 
@@ -68,7 +69,7 @@ class Exchange {
     Next received(std::span<uint8_t> datagram);
     Next timedOut();
     // A signal came: the request is sent again, without counting as a retry, on purpose.
-    Next interrupted() { return Next::kSend; }
+    static Next interrupted() { return Next::kSend; }
     // A step of the driver failed; `reason` as in RadLastError.
     Next failed(int32_t step, int32_t reason);
     // The network says that nobody is there (ICMP, no route).
@@ -126,12 +127,13 @@ class Exchange {
     int64_t started_ = 0;
     int32_t result_ = -1;
     RadPair *reply_ = nullptr;
-    int8_t stateOrigin_ = -1;  // the server that gave the State; -1 for none
+    int stateOrigin_ = -1;  // the server that gave the State; -1 for none
     bool resilient_ = false;
     bool isComplete_ = false;
     bool isOneOfMany_ = false;
     bool isEap_ = false;
-    bool delayed_ = false;      // has an Acct-Delay-Time
+    bool delayed_ = false;  // has an Acct-Delay-Time
+    bool probesDead_ = false;
     bool probesFirst_ = false;  // the first server is a dead one, which this request tries again
     bool again_ = false;        // the same server is asked with a new packet
 };

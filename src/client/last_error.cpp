@@ -7,6 +7,7 @@
 #include <cstring>
 #include <span>
 
+#include <lanyard/radius/attr.h>
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/engine.h>
 
@@ -52,7 +53,7 @@ constexpr auto kReasons = std::to_array<Text>({
     {RAD_REASON_REPLY_AUTHENTICATOR,
      "reply refused: wrong response authenticator: wrong secret, or not from the server"},
     {RAD_REASON_REPLY_ATTRIBUTES, "reply refused: malformed attributes, or no memory for them"},
-    {RAD_REASON_REPLY_UNSIGNED, "reply refused: EAP-Message without Message-Authenticator"},
+    {RAD_REASON_REPLY_UNSIGNED, "reply refused: no Message-Authenticator"},
     {RAD_REASON_REPLY_SIGNATURE,
      "reply refused: wrong Message-Authenticator: wrong secret, or not from the server"},
     {RAD_REASON_REPLY_NOT_SIGNED, "reply refused: it has no Message-Authenticator"},
@@ -77,6 +78,9 @@ using Line = std::array<char, RAD_LAST_ERROR_TEXT_SIZE>;
 const char *knownText(const RadLastError &error) {
     if (error.reason > 0) {
         return textFor(kSteps, error.step);
+    }
+    if (error.reason == RAD_REASON_REPLY_UNSIGNED && error.attribute == RAD_ATTR_EAP_MESSAGE) {
+        return "reply refused: EAP-Message without Message-Authenticator";
     }
     return error.reason < 0 ? textFor(kReasons, error.reason) : textFor(kCodes, error.code);
 }
@@ -117,19 +121,22 @@ int failAt(Outcome &outcome, int32_t step, int32_t reason) {
 }
 
 void noteOutcome(const char *host, uint32_t port, const Outcome &outcome) {
-    if (outcomes.count == outcomes.records.size()) {
-        return;
-    }
-    RadLastError &record = outcomes.records[outcomes.count++];
-    record = {.host = {},
-              .port = port,
-              .step = outcome.step,
-              .reason = outcome.reason,
-              .code = outcome.code,
-              .attribute = outcome.attribute,
-              .tries = outcome.tries,
-              .timeout = outcome.timeout};
+    RadLastError record{.host = {},
+                        .port = port,
+                        .step = outcome.step,
+                        .reason = outcome.reason,
+                        .code = outcome.code,
+                        .attribute = outcome.attribute,
+                        .tries = outcome.tries,
+                        .timeout = outcome.timeout};
     std::memcpy(record.host, host, strnlen(host, sizeof(record.host) - 1));
+    noteOutcome(record);
+}
+
+void noteOutcome(const RadLastError &record) {
+    if (outcomes.count < outcomes.records.size()) {
+        outcomes.records[outcomes.count++] = record;
+    }
 }
 
 }  // namespace lanyard

@@ -24,6 +24,7 @@ int failAt(Outcome &outcome, int32_t step, int32_t reason);
 
 // Adds what became of this thread's request at one server; "" for none.
 void noteOutcome(const char *host, uint32_t port, const Outcome &outcome);
+void noteOutcome(const RadLastError &record);
 
 }  // namespace lanyard
 

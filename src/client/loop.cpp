@@ -174,7 +174,10 @@ void RadLoop::drive(RadRequest &request, Next next) {
                 palListNodeRemove(&inFlight_, &request);
                 request.hasEnded = true;
                 palListNodeAppend(&ended_, &request);
-                wakeAt(0);
+                // While the loop runs, it looks there anyway.
+                if (!running_) {
+                    wakeAt(0);
+                }
                 return;
         }
     }
@@ -329,17 +332,22 @@ void RadLoop::wakeAt(int64_t time) {
     timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &alarm, nullptr);
 }
 
-// Waits for something to do, and does it. False on an error.
+// Waits for something to do, and does it. False on an error, with errno.
 bool RadLoop::wait(int64_t until, bool &interrupted) {
     int64_t timeout = -1;
-    if (until != kNever) {
-        const int64_t left = std::max<int64_t>(until - monotonicMicroseconds(), 0);
+    // The timer alone would do, but for a system that has none left to set.
+    const int64_t end = std::min(until, wake_);
+    if (end != kNever) {
+        const int64_t left = std::max<int64_t>(end - monotonicMicroseconds(), 0);
         timeout = std::min<int64_t>((left + kMillisecond - 1) / kMillisecond, INT_MAX);
     }
     std::array<epoll_event, kEventsMax> events;  // NOLINT: filled by the next call
     const int count =
         epoll_wait(events_.get(), events.data(), kEventsMax, static_cast<int>(timeout));
     interrupted = count < 0 && errno == EINTR;
+    if (count < 0 && !interrupted) {
+        return false;
+    }
     bool timeIsUp = false;
     for (int index = 0; index < count; ++index) {
         auto *channel = static_cast<Channel *>(events[static_cast<size_t>(index)].data.ptr);
@@ -350,12 +358,12 @@ bool RadLoop::wait(int64_t until, bool &interrupted) {
         }
     }
     // Last, because it closes channels.
-    if (timeIsUp) {
+    if (timeIsUp || monotonicMicroseconds() >= wake_) {
         uint64_t expirations = 0;
         [[maybe_unused]] const ssize_t size = read(timer_.get(), &expirations, sizeof(expirations));
         expire();
     }
-    return count >= 0 || interrupted;
+    return true;
 }
 
 // Tells as many requests as have ended so far; those that end meanwhile have their turn later.
@@ -481,7 +489,8 @@ RadRequest *radRequestStart(RadLoop *loop, int code, const RadPair *pairs, RadDo
         if (!description.servers) {
             return nullptr;
         }
-        if (radOptionGet(RAD_OPTION_STATUS_SERVER) != 0) {
+        description.probesDead = radOptionGet(RAD_OPTION_STATUS_SERVER) == 0;
+        if (!description.probesDead) {
             probe(*loop, *description.servers);
         }
     }

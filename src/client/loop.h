@@ -15,7 +15,7 @@ RadRequest *startRequest(RadLoop &loop, Exchange::Resilient description, const R
 
 // The calls that wait, when they are to be resilient: each drives a loop of its own. Their arguments
 // are there.
-int askResiliently(int code, const RadPair *pairs, RadPair **replyOut);
+int askResiliently(const ServerChoice &choice, int code, const RadPair *pairs, RadPair **replyOut);
 int askEachResiliently(const ServerChoice &choice, int code, const RadPair *pairs,
                        RadPair **replyOut, int32_t *results);
 int sendResiliently(const RadRequestDesc &desc, const RadPair *pairs, RadPair **replyOut);

@@ -1,4 +1,9 @@
 // The calls that wait, for programs that want them resilient: a loop each.
+#include <array>
+#include <cerrno>
+#include <span>
+
+#include <lanyard/radius/error.h>
 #include <lanyard/radius/loop.h>
 
 #include "client/loop.h"
@@ -23,53 +28,62 @@ struct LoopDeleter {
 
 using LoopOwner = std::unique_ptr<RadLoop, LoopDeleter>;
 
-// Without a request there is no memory, or no descriptor for the loop.
-int waitFor(RadLoop *loop, const RadRequest *request, const Answer &answer, RadPair **replyOut) {
-    if (!request) {
-        Outcome outcome;
-        failAt(outcome, RAD_STEP_PREPARE, RAD_REASON_NO_MEMORY);
-        forgetOutcomes();
-        noteOutcome("", 0, outcome);
-        return -1;
+int failWithoutServer(int32_t step, int32_t reason) {
+    Outcome outcome;
+    failAt(outcome, step, reason);
+    forgetOutcomes();
+    noteOutcome("", 0, outcome);
+    return -1;
+}
+
+int ask(ServerSet::Owner servers, int only, bool isComplete, int code, const RadPair *pairs,
+        RadPair **replyOut) {
+    errno = 0;
+    const LoopOwner loop(radLoopCreate());
+    if (!loop && errno != 0) {
+        return failWithoutServer(RAD_STEP_SOCKET, errno);
     }
-    while (!answer.isThere && radLoopRun(loop, -1) >= 0) {
+    Answer answer;
+    const RadRequest *request = loop && servers ? startRequest(*loop,
+                                                               {.code = code,
+                                                                .servers = std::move(servers),
+                                                                .only = only,
+                                                                .isComplete = isComplete},
+                                                               pairs, keepAnswer, &answer)
+                                                : nullptr;
+    if (!request) {
+        return failWithoutServer(RAD_STEP_PREPARE, RAD_REASON_NO_MEMORY);
+    }
+    while (!answer.isThere) {
+        if (radLoopRun(loop.get(), -1) < 0) {
+            return failWithoutServer(RAD_STEP_WAIT, errno);
+        }
     }
     *replyOut = answer.reply;
     return answer.code;
 }
 
-int ask(ServerSet::Owner servers, int only, bool isComplete, int code, const RadPair *pairs,
-        RadPair **replyOut) {
-    const LoopOwner loop(radLoopCreate());
-    Answer answer;
-    RadRequest *request = loop && servers ? startRequest(*loop,
-                                                         {.code = code,
-                                                          .servers = std::move(servers),
-                                                          .only = only,
-                                                          .isComplete = isComplete},
-                                                         pairs, keepAnswer, &answer)
-                                          : nullptr;
-    return waitFor(loop.get(), request, answer, replyOut);
-}
-
 }  // namespace
 
-int askResiliently(int code, const RadPair *pairs, RadPair **replyOut) {
-    const LoopOwner loop(radLoopCreate());
-    Answer answer;
-    const RadRequest *request = radRequestStart(loop.get(), code, pairs, keepAnswer, &answer);
-    return waitFor(loop.get(), request, answer, replyOut);
+int askResiliently(const ServerChoice &choice, int code, const RadPair *pairs, RadPair **replyOut) {
+    return ask(ServerSet::copy(choice), -1, false, code, pairs, replyOut);
 }
 
 int askEachResiliently(const ServerChoice &choice, int code, const RadPair *pairs,
                        RadPair **replyOut, int32_t *results) {
     const auto servers = ServerSet::copy(choice);
+    std::array<RadLastError, RAD_SERVERS_MAX> outcomes{};
     int result = -1;
-    for (int index = 0; index < choice.count; ++index) {
+    for (uint8_t index = 0; index < choice.count; ++index) {
         radPairListFree(*replyOut);
         *replyOut = nullptr;
         result = ask(servers ? servers->share() : nullptr, index, false, code, pairs, replyOut);
         results[index] = result;
+        outcomes[index] = *radLastError();
+    }
+    forgetOutcomes();
+    for (const RadLastError &outcome : std::span(outcomes).first(choice.count)) {
+        noteOutcome(outcome);
     }
     return result;
 }

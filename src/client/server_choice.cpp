@@ -120,7 +120,8 @@ ServerSet::Owner ServerSet::copy(const ServerChoice &choice) {
         address.sin_family = AF_INET;
         address.sin_port = htons(server.port);
         if (!isDotted(server.host, address.sin_addr)) {
-            address.sin_addr.s_addr = radGetIPByName(server.host);
+            const in_addr_t found = radGetIPByName(server.host);
+            address.sin_addr.s_addr = found == INADDR_NONE ? 0 : found;
             set->expiry_ = monotonicMicroseconds() + kNamesLife;
         }
     }

@@ -54,17 +54,17 @@ class Lock {
 };
 
 Server *find(const sockaddr_in &address) {
-    const auto found = std::find_if(servers.begin(), servers.end(), [&](const Server &server) {
+    auto *const found = std::find_if(servers.begin(), servers.end(), [&](const Server &server) {
         return server.address == address.sin_addr.s_addr && server.port == address.sin_port;
     });
-    return found == servers.end() ? nullptr : &*found;
+    return found == servers.end() ? nullptr : found;
 }
 
 // The server's place, or a new one: a free one, else that of the server which was asked longest ago.
 Server &placeOf(const sockaddr_in &address) {
     Server *known = find(address);
     if (!known) {
-        known = &*std::min_element(
+        known = std::min_element(
             servers.begin(), servers.end(),
             [](const Server &one, const Server &other) { return one.lastUse < other.lastUse; });
         const auto place = static_cast<uint32_t>(known - servers.data()) + 1;

@@ -153,7 +153,7 @@ int askServers(const char *function, int code, RadPair *pairs, RadPair **replyOu
     }
     if (isResilient()) {
         return results ? askEachResiliently(choice, code, pairs, replyOut, results)
-                       : askResiliently(code, pairs, replyOut);
+                       : askResiliently(choice, code, pairs, replyOut);
     }
     Exchange exchange(function, code, pairs, choice, results);
     return run(exchange, replyOut);

@@ -103,7 +103,7 @@ LANYARD_API int radLoopDescriptor(const RadLoop *loop);
  * @param milliseconds  how long to wait for a request to end: 0 not at all; -1 until one has ended,
  *                      or none is in flight.
  * @return how many requests have ended, 0 also after a signal handler ran; -1 for NULL, from within a
- *         callback of this loop, and when waiting fails.
+ *         callback of this loop, and when waiting fails, with `errno`.
  */
 LANYARD_API int radLoopRun(RadLoop *loop, int milliseconds);
 

@@ -1,8 +1,10 @@
-// What the system answers on order; socket, bind, getsockname, sendto, recvfrom and gethostname also fail
-// on order (FailingCall).
+// What the system answers on order; calls of sockets, epoll and timers, and gethostname, also fail on order
+// (FailingCall).
 //
 //     const HostName name("gateway");                        // of this machine
 //     const ResolverEntry entry("gateway", "127.0.0.9");     // what the resolver knows
+//     const ClockAhead clock;                                // of this thread
+//     clock.advance(60);                                     // seconds, which have passed at once
 //
 // The resolver knows dotted addresses, "localhost" and the entries that are there: no name ever
 // leaves the machine.
@@ -30,6 +32,18 @@ class ResolverEntry {
 
   private:
     const std::string name_;
+};
+
+// The monotonic clock of this thread, and the timers that it sets, ahead of the system's. The next one goes on
+// where this one ended: the library remembers times from one test to the next.
+class ClockAhead {
+  public:
+    ClockAhead();
+    ClockAhead(const ClockAhead &) = delete;
+    ClockAhead &operator=(const ClockAhead &) = delete;
+    ~ClockAhead();
+
+    void advance(double seconds) const;
 };
 
 }  // namespace lanyard::test
