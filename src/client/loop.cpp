@@ -25,19 +25,14 @@
 using namespace lanyard;
 
 struct RadRequest : PalListNode {
-    RadRequest(RadLoop *itsLoop, Exchange::Resilient description, RadDone itsDone, void *itsContext)
-        : PalListNode{},
-          loop(itsLoop),
-          exchange(std::move(description)),
-          done(itsDone),
-          context(itsContext) {}
+    RadRequest(RadLoop *itsLoop, Exchange::Resilient description, const Listener &itsListener)
+        : PalListNode{}, loop(itsLoop), exchange(std::move(description)), listener(itsListener) {}
 
     RadLoop *const loop;
     Exchange exchange;
     Channel *channel = nullptr;  // while it has an identifier there
     int64_t deadline = 0;
-    const RadDone done;
-    void *const context;
+    const Listener listener;
     uint8_t identifier = 0;
     bool hasEnded = false;
 };
@@ -373,10 +368,11 @@ int RadLoop::deliver() {
     int count = 0;
     for (; turns > 0 && ended_.first && !doomed_; --turns) {
         auto *request = static_cast<RadRequest *>(ended_.first);
-        if (request->done) {
+        const Listener &listener = request->listener;
+        if (listener.tell) {
             request->exchange.publishOutcomes();
             current_ = request;
-            request->done(request->context, request, request->exchange.result(),
+            listener.tell(listener, request, request->exchange.result(),
                           request->exchange.takeReply());
             current_ = nullptr;
             ++count;
@@ -410,6 +406,10 @@ int RadLoop::run(int64_t patience) {
 namespace lanyard {
 namespace {
 
+void tellDone(const Listener &listener, RadRequest *request, int code, RadPair *reply) {
+    listener.done(listener.context, request, code, reply);
+}
+
 // Has Status-Server packets ask those servers that are due (RFC 5997).
 void probe(RadLoop &loop, ServerSet &servers) {
     PairList pairs;
@@ -423,7 +423,7 @@ void probe(RadLoop &loop, ServerSet &servers) {
         if (standingOf(server, now) == Standing::kDue && claimProbe(server, now)) {
             startRequest(
                 loop, {.code = RAD_CODE_STATUS_SERVER, .servers = servers.share(), .only = index},
-                pairs.head(), nullptr, nullptr);
+                pairs.head(), {});
         }
     }
 }
@@ -431,13 +431,40 @@ void probe(RadLoop &loop, ServerSet &servers) {
 }  // namespace
 
 RadRequest *startRequest(RadLoop &loop, Exchange::Resilient description, const RadPair *pairs,
-                         RadDone done, void *context) {
-    auto request = allocateObject<RadRequest>(&loop, std::move(description), done, context);
+                         const Listener &listener) {
+    auto request = allocateObject<RadRequest>(&loop, std::move(description), listener);
     if (!request || !request->exchange.copyPairs(pairs)) {
         return nullptr;
     }
     loop.start(request.get());
     return request.release();
+}
+
+RadRequest *startRequest(RadLoop &loop, Exchange::Resilient description, const RadPair *pairs,
+                         RadDone done, void *context) {
+    return startRequest(loop, std::move(description), pairs,
+                        {.tell = tellDone, .context = context, .done = done});
+}
+
+RadRequest *startConfigured(RadLoop *loop, int code, const RadPair *pairs,
+                            const Listener &listener) {
+    const ServerDefaults defaults = serverDefaults();
+    if (!loop || !pairs) {
+        return nullptr;
+    }
+    Exchange::Resilient description{.code = code};
+    ServerChoice choice;
+    if (findServers("radBuildAndSendReq", code, defaults, choice, description.outcome)) {
+        description.servers = loop->servers(choice, code);
+        if (!description.servers) {
+            return nullptr;
+        }
+        description.probesDead = radOptionGet(RAD_OPTION_STATUS_SERVER) == 0;
+        if (!description.probesDead) {
+            probe(*loop, *description.servers);
+        }
+    }
+    return startRequest(*loop, std::move(description), pairs, listener);
 }
 
 }  // namespace lanyard
@@ -478,23 +505,9 @@ void radLoopDestroy(RadLoop *loop) {
 
 RadRequest *radRequestStart(RadLoop *loop, int code, const RadPair *pairs, RadDone done,
                             void *context) {
-    const ServerDefaults defaults = serverDefaults();
-    if (!loop || !pairs || !done) {
-        return nullptr;
-    }
-    Exchange::Resilient description{.code = code};
-    ServerChoice choice;
-    if (findServers("radBuildAndSendReq", code, defaults, choice, description.outcome)) {
-        description.servers = loop->servers(choice, code);
-        if (!description.servers) {
-            return nullptr;
-        }
-        description.probesDead = radOptionGet(RAD_OPTION_STATUS_SERVER) == 0;
-        if (!description.probesDead) {
-            probe(*loop, *description.servers);
-        }
-    }
-    return startRequest(*loop, std::move(description), pairs, done, context);
+    return done ? startConfigured(loop, code, pairs,
+                                  {.tell = tellDone, .context = context, .done = done})
+                : nullptr;
 }
 
 void radRequestCancel(RadRequest *request) {

@@ -8,10 +8,24 @@
 
 namespace lanyard {
 
-// radRequestStart() with an exchange of the caller's making; `pairs` are copied. Without `done` it
-// ends without a word.
+// Who is told that a request has ended: a callback of the program's, called by a function that knows
+// its form. Without that function, nobody.
+struct Listener {
+    void (*tell)(const Listener &listener, RadRequest *request, int code, RadPair *reply) = nullptr;
+    void *context = nullptr;
+    RadDone done = nullptr;
+    RadLoginDone loginDone = nullptr;
+};
+
+// Starts a request with an exchange of the caller's making; `pairs` are copied.
+RadRequest *startRequest(RadLoop &loop, Exchange::Resilient description, const RadPair *pairs,
+                         const Listener &listener);
 RadRequest *startRequest(RadLoop &loop, Exchange::Resilient description, const RadPair *pairs,
                          RadDone done, void *context);
+
+// radRequestStart() for any listener.
+RadRequest *startConfigured(RadLoop *loop, int code, const RadPair *pairs,
+                            const Listener &listener);
 
 // The calls that wait, when they are to be resilient: each drives a loop of its own. Their arguments
 // are there.

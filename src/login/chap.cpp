@@ -8,6 +8,7 @@
 
 #include "base/wire.h"
 #include "login/login.h"
+#include "login/method.h"
 
 namespace lanyard {
 namespace {
@@ -25,13 +26,9 @@ bool isShortText(const uint8_t *bytes, int length) {
 
 int logInWith(const uint8_t *response, int responseLength, const uint8_t *challenge,
               int challengeLength, const Login &login) {
-    const bool inputsAreGood =
-        isShortText(response, responseLength) && challenge && challengeLength > 0;
-    return logIn(login, inputsAreGood, [=](PairList &request) {
-        return request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly) &&
-               request.addBytes(RAD_ATTR_CHAP_PASSWORD, response, responseLength) &&
-               request.addBytes(RAD_ATTR_CHAP_CHALLENGE, challenge, challengeLength);
-    });
+    const Chap method{response, responseLength, challenge, challengeLength};
+    return logIn(login, method.isGood(),
+                 [&method](PairList &request) { return method.addTo(request); });
 }
 
 // The limits of a CHAP login are int, those of the other methods unsigned; both are 32 bits.
@@ -40,6 +37,17 @@ uint32_t *asUnsigned(int *minutes) {
 }
 
 }  // namespace
+
+bool Chap::isGood() const {
+    return isShortText(response, responseLength) && challenge && challengeLength > 0;
+}
+
+bool Chap::addTo(PairList &request) const {
+    return request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly) &&
+           request.addBytes(RAD_ATTR_CHAP_PASSWORD, response, responseLength) &&
+           request.addBytes(RAD_ATTR_CHAP_CHALLENGE, challenge, challengeLength);
+}
+
 }  // namespace lanyard
 
 using namespace lanyard;

@@ -57,6 +57,18 @@ inline constexpr std::array kLogins{
     LoginContract{"radMschapv2AndGetAttributes", kNoRefusalText,
                   Sink::kTrace, kLogError, Shown::kAccepted, Sink::kNowhere},
 };
+
+// Those on a loop show nothing; the callback is told.
+inline constexpr std::array kLoginStarts{
+    LoginContract{"radAuthStart", {kLogError, kBadPassword},
+                  Sink::kNowhere, kLogTrace, Shown::kNone, Sink::kNowhere},
+    LoginContract{"radChapAuthStart", {kLogError, kBadResponse},
+                  Sink::kNowhere, kLogTrace, Shown::kNone, Sink::kNowhere},
+    LoginContract{"radMschapStart", {kLogError, kBadPassword},
+                  Sink::kNowhere, kLogTrace, Shown::kNone, Sink::kNowhere},
+    LoginContract{"radMschapv2Start", {kLogError, kBadPassword},
+                  Sink::kNowhere, kLogTrace, Shown::kNone, Sink::kNowhere},
+};
 // clang-format on
 
 // A sample program. Its usage line is printed on standard output where it has no log level.

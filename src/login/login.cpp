@@ -7,8 +7,6 @@
 #include <lanyard/radius/engine.h>
 #include <lanyard/radius/methods.h>
 
-#include "client/last_error.h"
-
 namespace lanyard {
 namespace {
 
@@ -54,7 +52,6 @@ bool isWithin(const char *text, size_t limit) {
 }
 
 bool startRequest(const Login &login, bool inputsAreGood, PairList &request) {
-    forgetOutcomes();
     if (!inputsAreGood || !isWithin(login.userName, RAD_USER_NAME_MAX)) {
         const Refusal &refusal = login.contract.refusal;
         if (refusal.text) {
@@ -79,6 +76,11 @@ int finishLogin(const Login &login, const PairList &request) {
     return login.resultOfRefusal ? login.resultOfRefusal(reply.head()) : -1;
 }
 
+void noteLimits(const RadPair &pair, const SessionLimits &limits) {
+    noteLimit(pair, "Idle-Timeout", limits.idleMinutes);
+    noteLimit(pair, "Session-Timeout", limits.sessionMinutes);
+}
+
 void showReply(const char *function, Sink heading, RadPair *reply, const SessionLimits &limits) {
     if (reply && heading == Sink::kOutput) {
         std::puts(kHeading);
@@ -87,8 +89,7 @@ void showReply(const char *function, Sink heading, RadPair *reply, const Session
     }
     for (RadPair *pair = reply; pair; pair = radPairNext(pair)) {
         radPairShow(pair);
-        noteLimit(*pair, "Idle-Timeout", limits.idleMinutes);
-        noteLimit(*pair, "Session-Timeout", limits.sessionMinutes);
+        noteLimits(*pair, limits);
     }
 }
 

@@ -9,6 +9,7 @@
 #include <lanyard/radius/attr.h>
 
 #include "attr/pair_list.h"
+#include "client/last_error.h"
 #include "login/contract.h"
 
 namespace lanyard {
@@ -44,11 +45,15 @@ int finishLogin(const Login &login, const PairList &request);
 // Runs a login. `addAttributes` adds what the method sends behind User-Name.
 template <typename AddAttributes>
 int logIn(const Login &login, bool inputsAreGood, AddAttributes addAttributes) {
+    forgetOutcomes();
     PairList request;
     return startRequest(login, inputsAreGood, request) && addAttributes(request)
                ? finishLogin(login, request)
                : -1;
 }
+
+// Notes the limits that an attribute of a reply carries.
+void noteLimits(const RadPair &pair, const SessionLimits &limits);
 
 // Shows every attribute of a reply below a heading, if there is one, and notes its limits.
 void showReply(const char *function, Sink heading, RadPair *reply, const SessionLimits &limits);

@@ -3,6 +3,7 @@
 #include <lanyard/radius/methods.h>
 
 #include "base/wire.h"
+#include "login/method.h"
 #include "login/mschap_request.h"
 
 namespace lanyard {
@@ -14,24 +15,32 @@ constexpr uint8_t kUseNtResponse = 1;
 constexpr size_t kLmResponseSize = 24;
 
 int logInWith(const char *password, const Login &login) {
-    return logIn(login, true, [&login, password](PairList &request) {
-        if (!addMicrosoft(request, RAD_MS_CHAP_CHALLENGE, kChallenge)) {
-            return false;
-        }
-        // Without an NT-Response the request goes out with zeros, and the server refuses it.
-        MschapResponse response{};
-        ByteWriter writer(response);
-        writer.u8(kMschapIdent);
-        writer.u8(kUseNtResponse);
-        writer.claim(kLmResponseSize);
-        radMschapNtResponse(password, writer.claim(kNtResponseSize).data(), kChallenge.data(),
-                            login.userName);
-        return addMicrosoft(request, RAD_MS_CHAP_RESPONSE, response) &&
-               request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly);
-    });
+    const Mschap method{login.userName, password, NtResponseSource::kOption};
+    return logIn(login, true, [&method](PairList &request) { return method.addTo(request); });
 }
 
 }  // namespace
+
+bool Mschap::addTo(PairList &request) const {
+    if (!addMicrosoft(request, RAD_MS_CHAP_CHALLENGE, kChallenge)) {
+        return false;
+    }
+    // Without an NT-Response the request goes out with zeros, and the server refuses it.
+    MschapResponse response{};
+    ByteWriter writer(response);
+    writer.u8(kMschapIdent);
+    writer.u8(kUseNtResponse);
+    writer.claim(kLmResponseSize);
+    uint8_t *ntResponse = writer.claim(kNtResponseSize).data();
+    if (source == NtResponseSource::kInProcess) {
+        computeNtResponse(password, kChallenge.data(), ntResponse);
+    } else {
+        radMschapNtResponse(password, ntResponse, kChallenge.data(), userName);
+    }
+    return addMicrosoft(request, RAD_MS_CHAP_RESPONSE, response) &&
+           request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly);
+}
+
 }  // namespace lanyard
 
 using namespace lanyard;

@@ -13,6 +13,7 @@
 #include "base/partition.h"
 #include "base/wire.h"
 #include "client/vendor.h"
+#include "login/method.h"
 #include "login/mschap_request.h"
 
 namespace lanyard {
@@ -114,25 +115,37 @@ int showRecvKeys(RadPair *reply) {
 }
 
 int logInWith(const char *password, const Login &login) {
-    return logIn(login, true, [&login, password](PairList &request) {
-        if (!addMicrosoft(request, RAD_MS_CHAP_CHALLENGE, kAuthenticatorChallenge)) {
-            return false;
-        }
-        // Without an NT-Response the request goes out with zeros, and the server refuses it.
-        MschapResponse response{};
-        ByteWriter writer(response);
-        writer.u8(kMschapIdent);
-        writer.u8(0);
-        uint8_t *peerChallenge = writer.claim(kChallengeSize).data();
-        writer.claim(kReservedSize);
-        generateMschapv2Response(writer.claim(kNtResponseSize).data(), peerChallenge,
-                                 login.userName, password, kAuthenticatorChallenge.data());
-        return addMicrosoft(request, RAD_MS_CHAP2_RESPONSE, response) &&
-               request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly);
-    });
+    const Mschapv2 method{login.userName, password, NtResponseSource::kOption};
+    return logIn(login, true, [&method](PairList &request) { return method.addTo(request); });
 }
 
 }  // namespace
+
+bool Mschapv2::addTo(PairList &request) const {
+    if (!addMicrosoft(request, RAD_MS_CHAP_CHALLENGE, kAuthenticatorChallenge)) {
+        return false;
+    }
+    // Without an NT-Response the request goes out with zeros, and the server refuses it.
+    MschapResponse response{};
+    ByteWriter writer(response);
+    writer.u8(kMschapIdent);
+    writer.u8(0);
+    uint8_t *peerChallenge = writer.claim(kChallengeSize).data();
+    writer.claim(kReservedSize);
+    uint8_t *ntResponse = writer.claim(kNtResponseSize).data();
+    if (source == NtResponseSource::kInProcess) {
+        drawPeerChallenge(peerChallenge);
+        const Digest digest =
+            challengeHash(peerChallenge, kAuthenticatorChallenge.data(), userName);
+        computeNtResponse(password, digest.data(), ntResponse);
+    } else {
+        generateMschapv2Response(ntResponse, peerChallenge, userName, password,
+                                 kAuthenticatorChallenge.data());
+    }
+    return addMicrosoft(request, RAD_MS_CHAP2_RESPONSE, response) &&
+           request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly);
+}
+
 }  // namespace lanyard
 
 using namespace lanyard;

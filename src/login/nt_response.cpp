@@ -34,16 +34,6 @@ struct SystemDeleter {
 
 using SystemText = std::unique_ptr<char, SystemDeleter>;
 
-// A password that has no hash leaves the response alone, as a program that fails does.
-void computeInProcess(const char *password, const uint8_t *challenge, uint8_t *ntResponse) {
-    NtHash hash{};
-    if (hashNtPassword(password, hash)) {
-        const NtResponse response = respondToChallenge(hash, challenge);
-        std::copy(response.begin(), response.end(), ntResponse);
-    }
-    OPENSSL_cleanse(hash.data(), hash.size());
-}
-
 // The file that the program writes for a user.
 SystemText responsePath(const char *userName) {
     constexpr const char *kPrefix = "/tmp/mschap_";
@@ -109,7 +99,7 @@ int radMschapNtResponse(const char *password, uint8_t *ntResponse, const uint8_t
         return -1;
     }
     if (radOptionGet(RAD_OPTION_BUILTIN_NT_RESPONSE) != 0) {
-        computeInProcess(password, challenge, ntResponse);
+        computeNtResponse(password, challenge, ntResponse);
         return 0;
     }
     // A name with a slash would lead into another folder.

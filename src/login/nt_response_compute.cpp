@@ -111,4 +111,13 @@ NtResponse respondToChallenge(const NtHash &hash, const uint8_t *challenge) {
     return response;
 }
 
+void computeNtResponse(const char *password, const uint8_t *challenge, uint8_t *ntResponse) {
+    NtHash hash{};
+    if (hashNtPassword(password, hash)) {
+        const NtResponse response = respondToChallenge(hash, challenge);
+        std::copy(response.begin(), response.end(), ntResponse);
+    }
+    OPENSSL_cleanse(hash.data(), hash.size());
+}
+
 }  // namespace lanyard

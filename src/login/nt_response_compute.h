@@ -23,6 +23,9 @@ bool hashNtPassword(const char *password, NtHash &hash);
 // The response to 8 bytes of any value.
 NtResponse respondToChallenge(const NtHash &hash, const uint8_t *challenge);
 
+// Both. A password that has no hash leaves the response alone, as a program that fails does.
+void computeNtResponse(const char *password, const uint8_t *challenge, uint8_t *ntResponse);
+
 }  // namespace lanyard
 
 #endif

@@ -2,18 +2,28 @@
 #include <lanyard/radius/methods.h>
 
 #include "login/login.h"
+#include "login/method.h"
 
 namespace lanyard {
 namespace {
 
 int logInWith(const char *password, const Login &login) {
-    return logIn(login, isWithin(password, RAD_PASSWORD_MAX), [password](PairList &request) {
-        return request.addText(RAD_ATTR_USER_PASSWORD, password) &&
-               request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly);
-    });
+    const Pap method{password};
+    return logIn(login, method.isGood(),
+                 [&method](PairList &request) { return method.addTo(request); });
 }
 
 }  // namespace
+
+bool Pap::isGood() const {
+    return isWithin(password, RAD_PASSWORD_MAX);
+}
+
+bool Pap::addTo(PairList &request) const {
+    return request.addText(RAD_ATTR_USER_PASSWORD, password) &&
+           request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly);
+}
+
 }  // namespace lanyard
 
 using namespace lanyard;
