@@ -12,6 +12,8 @@
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/engine.h>
 #include <lanyard/radius/frame.h>
+#include <lanyard/radius/loop.h>
+#include <lanyard/radius/status.h>
 
 #include "tests/support/test.h"
 
@@ -184,6 +186,78 @@ TEST(Threads, DoDifferentThingsAtTheSameTime) {
             EXPECT_TRUE(accountingAuthenticatorIsValid(request, kSecret));
         }
     }
+}
+
+// A request of a loop: which user it was about, and what it was answered.
+struct Asked {
+    std::string user;
+    std::string answer;
+
+    static void note(void *context, RadRequest * /*request*/, int code, RadPair *reply) {
+        Asked &asked = *static_cast<Asked *>(context);
+        EXPECT_EQ(2, code);
+        const RadPair *message = radPairGet(reply, RAD_ATTR_REPLY_MESSAGE);
+        asked.answer = message != nullptr ? message->strValue : "";
+        radPairListFree(reply);
+    }
+};
+
+// Keeps as many requests in flight at once, over a loop of this thread.
+void askOverALoop(size_t thread, size_t requests) {
+    RadLoop *loop = radLoopCreate();
+    ASSERT_NE(nullptr, loop);
+    std::vector<Asked> all(requests);
+    for (size_t i = 0; i < requests; ++i) {
+        all[i].user = userName(thread, i);
+        RadPair *pairs = nullptr;
+        EXPECT_NE(nullptr, radPairAdd(&pairs, RAD_ATTR_USER_NAME, all[i].user.c_str(), 0));
+        EXPECT_NE(nullptr, radPairAdd(&pairs, RAD_ATTR_USER_PASSWORD, "secret", 0));
+        EXPECT_NE(nullptr,
+                  radRequestStart(loop, RAD_CODE_ACCESS_REQUEST, pairs, Asked::note, &all[i]));
+        radPairListFree(pairs);
+    }
+    while (radLoopRun(loop, -1) > 0) {
+    }
+    radLoopDestroy(loop);
+    for (const Asked &asked : all) {
+        EXPECT_EQ(asked.user + "/secret", asked.answer);
+    }
+}
+
+TEST(Threads, LoopsBesideWaitingCallsAndReadersOfTheStatus) {
+    const SilentPort silent;
+    ScriptedServer server(kSecret);
+    server.otherwise(echo());
+    const ConfiguredLibrary library(
+        {.authServers = {serverEntry(silent, 0), serverEntry(server, kPlenty, 3)}});
+    constexpr size_t kInFlight = 24;  // of two loops, in the library's own 100 KiB
+    constexpr size_t kLogins = 16;
+    radOptionSet(RAD_OPTION_DEAD_TIME, 1);
+    inAllThreads([](size_t thread) {
+        if (thread < 2) {
+            askOverALoop(thread, kInFlight);
+            return;
+        }
+        for (size_t i = 0; i < kLogins; ++i) {
+            const std::string user = userName(thread, i);
+            EXPECT_EQ(user + "/secret", login(2, user, "secret"));
+            RadServerStatus status{};
+            for (int at = 0; radServerStatusAt(at, &status) == 0; ++at) {
+                EXPECT_GT(status.port, 0);
+            }
+        }
+    });
+    // Resilient calls have a loop each.
+    radOptionSet(RAD_OPTION_RESILIENT, 1);
+    inAllThreads([](size_t thread) {
+        for (size_t i = 0; i < kLogins; ++i) {
+            const std::string user = userName(thread, i);
+            EXPECT_EQ(user + "/secret", login(2, user, "secret"));
+        }
+    });
+    radOptionSet(RAD_OPTION_RESILIENT, 0);
+    radOptionSet(RAD_OPTION_DEAD_TIME, 0);
+    EXPECT_LE(2 * kInFlight + 2 * kLogins + kThreads * kLogins, server.requestCount());
 }
 
 }  // namespace
