@@ -23,6 +23,8 @@
  * | start and stop the library; its memory, hooks and options  | frame.h   |
  * | name the servers, in code or in a file                     | conf.h    |
  * | log a user in, or send an accounting record, in one call   | methods.h |
+ * | keep many logins and requests in flight from one thread    | loop.h    |
+ * | learn which servers answer, how fast and how often         | status.h  |
  * | learn why a request failed                                 | error.h   |
  * | write a command-line program for a login in one line       | sample.h  |
  * | make and read lists of attributes                          | attr.h    |
@@ -57,7 +59,8 @@
  *
  * Threads and signals
  * - One thread configures the library. Afterwards any number of threads may send requests.
- * - Changing the configuration while requests are in flight is not allowed.
+ * - Changing the configuration while requests are in flight is not allowed, but for the thread of a
+ *   loop (loop.h).
  * - A signal handler that keeps interrupting a waiting thread keeps its request from ending;
  *   methods.h shows how to block such signals.
  */
@@ -70,9 +73,11 @@
 #include <lanyard/radius/engine.h>
 #include <lanyard/radius/error.h>
 #include <lanyard/radius/frame.h>
+#include <lanyard/radius/loop.h>
 #include <lanyard/radius/methods.h>
 #include <lanyard/radius/mgmt.h>
 #include <lanyard/radius/relay.h>
 #include <lanyard/radius/sample.h>
+#include <lanyard/radius/status.h>
 
 #endif

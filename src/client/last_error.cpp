@@ -56,7 +56,6 @@ constexpr auto kReasons = std::to_array<Text>({
     {RAD_REASON_REPLY_UNSIGNED, "reply refused: no Message-Authenticator"},
     {RAD_REASON_REPLY_SIGNATURE,
      "reply refused: wrong Message-Authenticator: wrong secret, or not from the server"},
-    {RAD_REASON_REPLY_NOT_SIGNED, "reply refused: it has no Message-Authenticator"},
 });
 
 constexpr auto kCodes = std::to_array<Text>({

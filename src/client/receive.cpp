@@ -104,7 +104,7 @@ bool checkSignature(Packet reply, const uint8_t *requestAuthenticator, const cha
     if (radCheckMsgAuth(&reply.record(), secret, requestAuthenticator) == 0) {
         return true;
     }
-    refuse(outcome, isSigned ? RAD_REASON_REPLY_SIGNATURE : RAD_REASON_REPLY_NOT_SIGNED);
+    refuse(outcome, isSigned ? RAD_REASON_REPLY_SIGNATURE : RAD_REASON_REPLY_UNSIGNED);
     return false;
 }
 

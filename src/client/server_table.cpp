@@ -123,7 +123,6 @@ uint64_t &strayCounterOf(RadServerStatus &counters, int32_t reason) {
         case RAD_REASON_REPLY_AUTHENTICATOR:
         case RAD_REASON_REPLY_SIGNATURE:
         case RAD_REASON_REPLY_UNSIGNED:
-        case RAD_REASON_REPLY_NOT_SIGNED:
             return counters.badAuthenticators;
         default:
             return counters.malformed;

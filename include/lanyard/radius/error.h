@@ -72,11 +72,10 @@ enum {
     RAD_REASON_REPLY_IDENTIFIER = -13,    /**< it answers another request */
     RAD_REASON_REPLY_AUTHENTICATOR = -14, /**< response authenticator (RFC 2865 section 3) */
     RAD_REASON_REPLY_ATTRIBUTES = -15,    /**< malformed, or no memory for them */
-    RAD_REASON_REPLY_UNSIGNED = -16,      /**< no Message-Authenticator, where there has to be one */
-    RAD_REASON_REPLY_SIGNATURE = -17,     /**< Message-Authenticator (RFC 3579 section 3.2) */
-    RAD_REASON_REPLY_ATTRIBUTE = -18,     /**< `attribute` was refused */
-    RAD_REASON_REPLY_HOOK = -19,          /**< the program's unpack hook refused `attribute` */
-    RAD_REASON_REPLY_NOT_SIGNED = -20     /**< ::RAD_OPTION_REQUIRE_MESSAGE_AUTHENTICATOR */
+    RAD_REASON_REPLY_UNSIGNED = -16,  /**< no Message-Authenticator, where there has to be one */
+    RAD_REASON_REPLY_SIGNATURE = -17, /**< Message-Authenticator (RFC 3579 section 3.2) */
+    RAD_REASON_REPLY_ATTRIBUTE = -18, /**< `attribute` was refused */
+    RAD_REASON_REPLY_HOOK = -19       /**< the program's unpack hook refused `attribute` */
 };
 
 /** What became of a request to one server. Read it only. */

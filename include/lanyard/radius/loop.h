@@ -3,24 +3,25 @@
  * Many requests in flight from one thread: a gateway that serves hundreds of users out of one event
  * loop.
  *
- *     static void done(void *context, RadRequest *request, int code, RadPair *reply) {
- *         (void)request;
- *         printf("%s: %s\n", (const char *)context, code == 2 ? "come in" : "no");
- *         radPairListFree(reply);
- *     }
- *
+ *     RadDone done = NULL;  // a function of yours, as below
  *     RadLoop *loop = radLoopCreate();
- *     for (size_t i = 0; i < count; i++) {
- *         RadPair *pairs = NULL;
- *         radPairAdd(&pairs, RAD_ATTR_USER_NAME, users[i].name, 0);
- *         radPairAdd(&pairs, RAD_ATTR_USER_PASSWORD, users[i].password, 0);
- *         radRequestStart(loop, RAD_CODE_ACCESS_REQUEST, pairs, done, users[i].name);
- *         radPairListFree(pairs);
- *     }
+ *     RadPair *pairs = NULL;
+ *     radPairAdd(&pairs, RAD_ATTR_USER_NAME, "alice", 0);
+ *     radPairAdd(&pairs, RAD_ATTR_USER_PASSWORD, "wonderland", 0);
+ *     radRequestStart(loop, RAD_CODE_ACCESS_REQUEST, pairs, done, NULL);  // and many more
+ *     radPairListFree(pairs);
  *     while (radLoopRun(loop, -1) > 0) {
  *     }
  *     radLoopDestroy(loop);
  *
+ * The callback is told of each request once:
+ *
+ *     static void done(void *context, RadRequest *request, int code, RadPair *reply) {
+ *         puts(code == RAD_CODE_ACCESS_ACCEPT ? "come in" : "no");
+ *         radPairListFree(reply);
+ *     }
+ *
+ * For logins there are radAuthStart() and its kin below, whose callback needs to free nothing.
  * A program with an event loop of its own waits for radLoopDescriptor() to become readable, and
  * then calls radLoopRun(loop, 0); examples/many_logins.c does so with poll().
  *

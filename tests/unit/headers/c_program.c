@@ -18,6 +18,8 @@ static void expect(int holds, const char *what) {
 
 int main(void) {
     RadPair *list = NULL;
+    RadLoop *loop = NULL;
+    RadServerStatus status;
     const uint32_t mtu = 1400;
 
     expect(strcmp(radLibDefConf(), "/var/radius.conf") == 0, "radLibDefConf");
@@ -31,6 +33,11 @@ int main(void) {
     expect(radPairGet(list, RAD_ATTR_FRAMED_MTU) == list, "radPairGet");
     expect(list != NULL && list->numValue == mtu, "RadPair");
     radPairListFree(list);
+    loop = radLoopCreate();
+    expect(radLoopDescriptor(loop) >= 0, "radLoopDescriptor");
+    expect(radLoopRun(loop, 0) == 0, "radLoopRun");
+    radLoopDestroy(loop);
+    expect(radServerStatusAt(0, &status) == -1, "radServerStatusAt");
     expect(radLibExit() == 0, "radLibExit");
     expect(radMemPartId == 0, "no partition after the end");
     return failures == 0 ? 0 : 1;

@@ -160,7 +160,7 @@ TEST_P(RequestProgram, UnsignedAcceptWhereSignedOnesAreRequired_IsRefused) {
     configure({entry(server)});
     const ProgramResult result = run({"--require-signed"});
     EXPECT_EQ(1, result.status);
-    EXPECT_THAT(result.err, EndsWith("reply refused: it has no Message-Authenticator\n"));
+    EXPECT_THAT(result.err, EndsWith("reply refused: no Message-Authenticator\n"));
 }
 
 TEST_P(RequestProgram, NoRoute_SaysSo) {
