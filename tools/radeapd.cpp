@@ -31,9 +31,11 @@
 
 namespace {
 
-// There are never more conversations than RAD_EAP_LIFE and one: without requests in flight because the
-// relay forgets one after as many passes, and a pass takes in one packet at most. All of them find room, whatever is sent: the library's own partition, or one for conversations
-// of usual size, can be filled by anybody who is on a cable, and then nobody logs in.
+// There are never more conversations than RAD_EAP_LIFE and one: without requests in flight because
+// the relay forgets one after as many passes, and a pass takes in one packet at most; else because
+// the oldest one makes room. All of them find room, whatever is sent: the library's own partition,
+// or one for conversations of usual size, can be filled by anybody who is on a cable, and then nobody
+// logs in.
 constexpr uint32_t kConversations = RAD_EAP_LIFE + 1;
 
 // What the platform's pool takes for a block (docs/porting.md).

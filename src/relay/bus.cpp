@@ -13,6 +13,7 @@
 #include "base/wire.h"
 #include "relay/conversation.h"
 #include "relay/eap_packet.h"
+#include "relay/element.h"
 #include "relay/in_flight.h"
 #include "relay/record.h"
 
@@ -35,13 +36,20 @@ int sendToPnac(uint32_t module, uint32_t command, std::span<const uint8_t> recor
 // Tells Pnac that a response has found no room. There is none for the record either, and no
 // conversation that the usual way of an answer could look up.
 void refuse(uint32_t cookie, uint32_t command, uint8_t identifier) {
-    std::array<uint8_t, kRecordHeadSize + kEapHeaderSize> record = {};
+    constexpr uint16_t kReasonSize = kElementHeaderSize + 1;
+    constexpr uint16_t kBlockSize = kBlockHeaderSize + kReasonSize;
+    const uint16_t blockSize = servesManyAtOnce() ? kBlockSize : uint16_t{0};
+    const uint32_t length = uint32_t{kEapHeaderSize} + blockSize;
+    std::array<uint8_t, kRecordHeadSize + kEapHeaderSize + kBlockSize> record = {};
     ByteWriter writer(record);
-    writeRecordHead(writer,
-                    {.cookie = cookie, .command = RAD_EAP_NO_CMD, .length = kEapHeaderSize});
+    writeRecordHead(writer, {.cookie = cookie, .command = RAD_EAP_NO_CMD, .length = length});
     writeEapHead(writer,
                  {.code = EapCode::kFailure, .identifier = identifier, .length = kEapHeaderSize});
-    sendToPnac(RAD_EAP_PNAC_MODULE, command, record);
+    writer.u16(blockSize);
+    writer.u8(RAD_EAP_FAILURE_REASON);
+    writer.u8(kReasonSize);
+    writer.u8(RAD_EAP_FAILED_NOT_SENT);
+    sendToPnac(RAD_EAP_PNAC_MODULE, command, std::span(record).first(kRecordHeadSize + length));
 }
 
 // Queues the EAP packet of a record. A record that is shorter than it says is dropped; a response that
@@ -116,15 +124,15 @@ int radEapXbusInit(void) {
 
 int radEapIoctlHandler(void * /*busArg1*/, void * /*busArg2*/, uint32_t cmd, void *buf,
                        uint32_t len, void *out, uint32_t *outLen) {
+    if (cmd == RAD_EAP_CMD_STATUS && servesManyAtOnce()) {
+        return writeStatus(static_cast<char *>(out), outLen);
+    }
     if (!buf) {
         radDeviceLog(kLogError, "Invalid arguments to ioctl handler \n");
         return -1;
     }
     if (cmd == RAD_EAP_CMD_DB_UPDATE) {
         return radiusMgmtDBUpdateHandler(buf, len, static_cast<char *>(out), outLen ? *outLen : 0);
-    }
-    if (cmd == RAD_EAP_CMD_STATUS && servesManyAtOnce()) {
-        return writeStatus(static_cast<char *>(out), outLen);
     }
     receiveRecord({static_cast<const uint8_t *>(buf), len});
     return 0;

@@ -31,26 +31,29 @@ constexpr int kRecordsMax = 64;          // of the bus, before the servers have 
 RadLoop *loop = nullptr;
 int inFlight = 0;
 
-// Why no verdict of a server came.
+// Why the request that has ended was no success: at best a packet went to one of the servers.
 uint8_t failureReason(int code) {
     if (code == RAD_CODE_ACCESS_REJECT) {
         return RAD_EAP_FAILED_REJECTED;
     }
-    const RadLastError *error = radLastError();
-    return !error || error->step == RAD_STEP_PREPARE ? RAD_EAP_FAILED_NOT_SENT
-                                                     : RAD_EAP_FAILED_NO_SERVER;
+    const RadLastError *error = nullptr;
+    for (int asked = 0; (error = radLastErrorAt(asked)); ++asked) {
+        if (error->step >= RAD_STEP_SEND) {
+            return RAD_EAP_FAILED_NO_SERVER;
+        }
+    }
+    return RAD_EAP_FAILED_NOT_SENT;
 }
 
 bool isIdentity(std::span<const uint8_t> packet) {
     return packet.size() > kEapHeaderSize && packet[kEapHeaderSize] == kEapTypeIdentity;
 }
 
-// Answers what a request carried. An identity that came meanwhile begins the conversation anew; other
-// packets belong to what a verdict has ended.
-void finish(Conversation &conversation, int code, RadPair *reply) {
-    const bool isVerdict =
-        answer(conversation, conversation.answered.data(), code, reply, failureReason(code));
-    if (!conversation.packet || (isVerdict && !isIdentity(conversation.pending()))) {
+// Answers what a request carried. What came meanwhile belongs to what a verdict has ended: an identity
+// would have ended the request.
+void finish(Conversation &conversation, int code, RadPair *reply, uint8_t reason) {
+    const bool isVerdict = answer(conversation, conversation.answered.data(), code, reply, reason);
+    if (isVerdict || !conversation.packet) {
         radEapMsgQueueRelease(&conversation);
     }
 }
@@ -59,7 +62,7 @@ void takeReply(void *context, RadRequest * /*request*/, int code, RadPair *reply
     auto &conversation = *static_cast<Conversation *>(context);
     conversation.request = nullptr;
     --inFlight;
-    finish(conversation, code, reply);
+    finish(conversation, code, reply, failureReason(code));
     radPairListFree(reply);
 }
 
@@ -68,18 +71,21 @@ void start(Conversation &conversation) {
     radDeviceLogAs("radEapMsgQueueGet", kLogTrace, "Got Packet with cookie:%p\n",
                    asPointer(conversation.cookie));
     PairList request;
-    if (!isRelayable(conversation.pending()) || !makeRequest(conversation, request)) {
+    if (!isRelayable(conversation.pending())) {
         radEapMsgQueueRelease(&conversation);
         return;
     }
     std::copy_n(conversation.packet, conversation.answered.size(), conversation.answered.begin());
+    const bool isMade = makeRequest(conversation, request);
     freePending(conversation);
-    conversation.request =
-        radRequestStart(loop, RAD_CODE_ACCESS_REQUEST, request.head(), takeReply, &conversation);
+    if (isMade) {
+        conversation.request = radRequestStart(loop, RAD_CODE_ACCESS_REQUEST, request.head(),
+                                               takeReply, &conversation);
+    }
     if (conversation.request) {
         ++inFlight;
     } else {
-        finish(conversation, -1, nullptr);
+        finish(conversation, -1, nullptr, RAD_EAP_FAILED_NOT_SENT);
     }
 }
 
@@ -108,10 +114,13 @@ void wait(int milliseconds) {
 }  // namespace
 
 bool servesManyAtOnce() {
-    return radOptionGet(RAD_OPTION_EAP_IN_FLIGHT) > 1;
+    return loop != nullptr;
 }
 
 bool serveInFlight(const std::atomic<uint32_t> &running) {
+    if (radOptionGet(RAD_OPTION_EAP_IN_FLIGHT) <= 1) {
+        return false;
+    }
     loop = radLoopCreate();
     if (!loop) {
         return false;

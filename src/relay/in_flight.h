@@ -11,11 +11,11 @@
 
 namespace lanyard {
 
-// Whether the program asks for it (RAD_OPTION_EAP_IN_FLIGHT).
+// Whether serveInFlight() is at work.
 bool servesManyAtOnce();
 
-// Serves the bus and the conversations until `running` is 0. False when there is no memory, or no
-// descriptor, to begin with.
+// Serves the bus and the conversations until `running` is 0. False when the program does not ask for it
+// (RAD_OPTION_EAP_IN_FLIGHT), and when there is no memory, or no descriptor, to begin with.
 bool serveInFlight(const std::atomic<uint32_t> &running);
 
 // Whether a packet that comes while its conversation has a request in flight is to be queued: what

@@ -293,8 +293,12 @@ bool makeRequest(Conversation &entry, PairList &request) {
 }
 
 void expire(Conversation &entry) {
-    if (entry.packet && entry.cookie) {
-        sendFailure(entry, entry.packet, RAD_EAP_FAILED_EXPIRED);
+    const uint8_t *response = entry.packet;
+    if (!response && entry.request) {
+        response = entry.answered.data();
+    }
+    if (response && entry.cookie) {
+        sendFailure(entry, response, RAD_EAP_FAILED_EXPIRED);
     }
     radEapCtxClear(&entry);
     radEapMsgQueueRelease(&entry);

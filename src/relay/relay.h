@@ -24,7 +24,7 @@ bool makeRequest(Conversation &conversation, PairList &request);
 bool answer(Conversation &conversation, const uint8_t *response, int code, RadPair *reply,
             uint8_t failureReason);
 
-// Ends a conversation, with EAP-Failure for a packet that waits.
+// Ends a conversation, with EAP-Failure for a packet that waits, or else for the response in flight.
 void expire(Conversation &conversation);
 
 // Sends EAP-Failure for a response.

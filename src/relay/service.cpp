@@ -122,7 +122,7 @@ int radEapInit(void) {
     [[maybe_unused]] const int detached = daemon(0, 0);  // stays in the foreground where it cannot
     std::signal(SIGTERM, radEapExit);
 
-    if (!servesManyAtOnce() || !serveInFlight(running)) {
+    if (!serveInFlight(running)) {
         serveOneByOne();
     }
     radEapMsgQueueCleanUp();

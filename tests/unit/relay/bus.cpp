@@ -7,6 +7,7 @@
 #include <ostream>
 #include <stdexcept>
 #include <unistd.h>
+#include <utility>
 
 #include <lanyard/radius/eap.h>
 #include <lanyard/radius/frame.h>
@@ -105,9 +106,18 @@ int xbusListen(XbusCtx *ctx, uint32_t timeoutMicroseconds) {
         radEapExit(SIGTERM);
         return 0;
     }
-    const auto step = bus().listens.front();
+    auto step = bus().listens.front();
     bus().listens.pop_front();
-    return step();
+    const int result = step();
+    if (std::exchange(bus().again, false)) {
+        bus().listens.push_front(std::move(step));
+    }
+    return result;
+}
+
+int xbusDescriptor(XbusCtx *ctx) {
+    EXPECT_EQ(&theContext, ctx);
+    return bus().descriptor.get();
 }
 
 int xbusIoctl(XbusCtx *ctx, uint32_t destModule, uint32_t cmd, const void *buf, uint32_t len,

@@ -18,12 +18,14 @@
 #include <functional>
 #include <iosfwd>
 #include <string>
+#include <sys/eventfd.h>
 #include <vector>
 
 #include <palcore.h>
 #include <xbus.h>
 
 #include "tests/support/bytes.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test {
 
@@ -63,6 +65,7 @@ class TestBus {
     int startResult = 0;                         // -1: radLibInit() fails
     int otherTasks = 0;                          // how often another task of the name is found
     std::deque<std::function<int()>> listens;    // what each wait does and returns
+    bool again = false;                          // set by a step that is to be the next one too
     std::function<void()> whenDetached = [] {};  // called by daemon()
 
     // What was asked of them: each call with its plain arguments, such as "xbusListen 100000", and
@@ -73,6 +76,9 @@ class TestBus {
     // What the relay is registered with.
     XbusHandler handler = nullptr;
     void *handlerArgument = nullptr;
+
+    // A descriptor that is always readable, so that whoever waits for the bus looks at it.
+    const FileDescriptor descriptor{eventfd(1, EFD_CLOEXEC), "eventfd"};
 
     // The context of the registration.
     [[nodiscard]] static XbusCtx *context();
