@@ -114,6 +114,17 @@ nlohmann::json InFlightTest::status() {
     return nlohmann::json::parse(text.data(), text.data() + size);
 }
 
+nlohmann::json InFlightTest::statusOf(const ScriptedServer &server) {
+    const nlohmann::json servers = status().at("servers");
+    for (const nlohmann::json &entry : servers) {
+        if (entry.at("host") == server.host() && entry.at("port") == server.port()) {
+            return entry;
+        }
+    }
+    // Nothing has been sent to it yet.
+    return {{"bad_authenticators", 0}};
+}
+
 void InFlightTest::expectVerdict(size_t index, uint32_t cookie, ByteView payload) {
     ASSERT_LT(index, bus.sent.size());
     const Sent &sent = bus.sent[index];

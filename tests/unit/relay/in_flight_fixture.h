@@ -56,6 +56,8 @@ class InFlightTest : public EapTest {
 
     // What the relay says when it is asked for its status.
     static nlohmann::json status();
+    // The same of one server.
+    static nlohmann::json statusOf(const ScriptedServer &server);
 
     // Expects the index-th record to be the relay's own Success or Failure with that block.
     void expectVerdict(size_t index, uint32_t cookie, ByteView payload);
