@@ -21,13 +21,6 @@ constexpr int kNothing = 0;
 
 }  // namespace
 
-Action Gate::behind(uint8_t code, const Attributes &attributes) const {
-    return answer(code, [opened = opened_, attributes](const ReceivedRequest & /*request*/) {
-        EXPECT_EQ(std::future_status::ready, opened.wait_for(kLongest));
-        return attributes;
-    });
-}
-
 InFlightTest::InFlightTest() {
     setLimit(kLimit);
     bus.calls.clear();

@@ -10,25 +10,12 @@
 #define LANYARD_TESTS_UNIT_EAP_IN_FLIGHT_FIXTURE_H
 
 #include <functional>
-#include <future>
-#include <initializer_list>
 #include <nlohmann/json.hpp>
 
+#include "tests/support/gate.h"
 #include "tests/unit/relay/fixture.h"
 
 namespace lanyard::test {
-
-// Holds a server back: it answers nothing that it is asked behind the gate before that opens.
-class Gate {
-  public:
-    void open() { open_.set_value(); }
-    // The action, behind the gate.
-    [[nodiscard]] Action behind(uint8_t code, const Attributes &attributes) const;
-
-  private:
-    std::promise<void> open_;
-    std::shared_future<void> opened_{open_.get_future()};
-};
 
 class InFlightTest : public EapTest {
   protected:

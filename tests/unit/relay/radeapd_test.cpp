@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <poll.h>
 #include <sstream>
@@ -22,6 +23,7 @@
 #include <xbus.h>
 
 #include "tests/interop/child_process.h"
+#include "tests/support/gate.h"
 #include "tests/support/test.h"
 #include "tests/unit/device/database_file.h"
 #include "tools/file_descriptor.h"
@@ -284,6 +286,84 @@ TEST_F(Radeapd, HoldsAsManyConversationsOfAnySizeAsAgeingLeaves) {
     EXPECT_EQ(ptrdiff_t{kConversations}, std::count_if(requests.begin(), requests.end(), hasState));
 }
 
+// The one that came first makes room, although it waits for its server.
+TEST_F(Radeapd, OneConversationMore_EndsTheOldest) {
+    constexpr uint32_t kMost = RAD_EAP_LIFE + 1;
+    constexpr size_t kCode = sizeof(RadEapXbusMsg);
+    const SilentPort server;
+    ASSERT_EQ(0, addServer(server, "30"));
+    for (uint32_t cookie = 1; cookie <= kMost; ++cookie) {
+        ASSERT_TRUE(comes([&] { return respond(cookie, 1, fromText("alice")) == 0; }));
+    }
+    EXPECT_TRUE(answer.empty());
+    EXPECT_EQ(0, xbusListen(bus, 0));
+    ASSERT_TRUE(comes([&] { return respond(kMost + 1, 1, fromText("alice")) == 0; }));
+    ASSERT_TRUE(comes([this] { return xbusListen(bus, 100000) == 1; }));
+    ASSERT_GT(answer.size(), kCode);
+    EXPECT_BYTES_EQ("04010004 0005 060304"_hex, ByteView(answer).subspan(kCode));
+    EXPECT_EQ(1, answer[0]) << "the first cookie";
+    EXPECT_EQ(0, xbusListen(bus, 100000)) << "nobody else";
+}
+
+TEST_F(Radeapd, ChangeWhileARequestIsInFlight_EndsItAsItBegan) {
+    ScriptedServer first("s");
+    Gate gate;
+    first.otherwise(gate.behind(3, Attributes().addMessageAuthenticator()));
+    ASSERT_EQ(0, addServer(first, "30"));
+    ASSERT_EQ(0, identify("alice"));
+    ASSERT_TRUE(first.waitForRequests(1));
+    const SilentPort second;
+    EXPECT_EQ(0, addServer(second, "30")) << "the relay is not busy";
+    gate.open();
+    EXPECT_TRUE(comes([this] { return xbusListen(bus, 100000) == 1; }));
+    EXPECT_BYTES_EQ("04010004 0005 060301"_hex, ByteView(answer).subspan(sizeof(RadEapXbusMsg)));
+    EXPECT_TRUE(second.received().empty());
+}
+
+TEST_F(Radeapd, AskedForItsStatus_AnswersOverTheBus) {
+    const SilentPort server;
+    ASSERT_EQ(0, addServer(server, "30"));
+    ASSERT_EQ(0, identify("alice"));
+    ASSERT_TRUE(comes([&server] { return !server.received().empty(); }));
+    std::vector<char> text(16384);
+    auto size = static_cast<uint32_t>(text.size());
+    ASSERT_EQ(0, xbusIoctl(bus, RAD_EAP_MODULE, RAD_EAP_CMD_STATUS, nullptr, 0, text.data(), &size,
+                           XBUS_WAIT, 0, 0));
+    const auto status = nlohmann::json::parse(text.data(), text.data() + size);
+    EXPECT_EQ(1, status.at("conversations"));
+    EXPECT_EQ(1, status.at("in_flight"));
+    EXPECT_EQ(64, status.at("limit"));
+    ASSERT_EQ(1U, status.at("servers").size());
+    EXPECT_EQ(server.port(), status.at("servers")[0].at("port"));
+    EXPECT_EQ(1, status.at("servers")[0].at("requests"));
+}
+
+// The options of the program's own, whatever else stands between them.
+class RadeapdOneByOne : public Radeapd {
+  protected:
+    void prepareDatabase() override {
+        Radeapd::prepareDatabase();
+        command = {LANYARD_RADEAPD,   "--in-flight",      "1",   "-v",
+                   "--status-server", "--dead-time",      "120", "-d",
+                   database.path(),   "--accept-unsigned"};
+    }
+};
+
+TEST_F(RadeapdOneByOne, ServesOneAfterTheOther) {
+    Gate gate;
+    ScriptedServer server("s");
+    server.otherwise(gate.behind(3, {}));
+    ASSERT_EQ(0, addServer(server, "30"));
+    ASSERT_EQ(0, respond(1, 1, fromText("alice")));
+    ASSERT_EQ(0, respond(2, 1, fromText("bob")));
+    ASSERT_TRUE(server.waitForRequests(1));
+    EXPECT_FALSE(server.waitForRequests(2, milliseconds(200)));
+    gate.open();
+    EXPECT_TRUE(server.waitForRequests(2));
+    EXPECT_TRUE(comes([this] { return xbusListen(bus, 100000) == 1; }));
+    EXPECT_BYTES_EQ("04010004"_hex, ByteView(answer).subspan(sizeof(RadEapXbusMsg)));
+}
+
 TEST_F(Radeapd, GoesOnAfterAHangup) {
     const SilentPort server;
     ASSERT_EQ(0, addServer(server, "1"));
@@ -415,6 +495,24 @@ TEST_F(RadeapdStart, DictionaryThatDoesNotLoadIsTold) {
     expectRefused({"-d", file}, reason);
     root.remove(kDictionary);
     expectRefused({"-d", file}, reason);
+}
+
+TEST_F(RadeapdStart, WrongNumbers_AreTold) {
+    const auto expectNumber = [this](const std::string &option, const std::string &most) {
+        const auto refused = [&](const std::string &text) {
+            return option + " takes a number from 1 to " + most + ", not '" + text + "'";
+        };
+        const std::string tooLarge = std::to_string(std::stol(most) + 1);
+        for (const std::string &text :
+             {std::string("0"), std::string("-1"), std::string(""), std::string("many"),
+              std::string("8x"), tooLarge, std::string("99999999999999999999")}) {
+            expectRefused({"-d", file, option, text}, refused(text));
+        }
+        expectRefused({"-d", file, option}, refused(""));
+        expectRefused({option, "-d", file}, refused("-d"));
+    };
+    expectNumber("--in-flight", "256");
+    expectNumber("--dead-time", "86400");
 }
 
 TEST_F(RadeapdStart, WrongCommandLinesAreTheRelaysToTell) {

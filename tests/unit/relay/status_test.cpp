@@ -138,6 +138,7 @@ TEST_F(Status, NoRoomAtAll_IsRefused) {
 // The command is one of a record then, as every other.
 TEST_F(Status, OneAtATime_IsNotTold) {
     setLimit(1);
+    server.otherwise(reject());
     serve({perform([] {
         std::array<char, 1000> text{};
         auto size = static_cast<uint32_t>(text.size());
