@@ -6,7 +6,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 void reject(World &world, Supplicant &supplicant) {

@@ -143,9 +143,10 @@ TEST(StatusTable, ShowsEveryoneOnALineEach) {
 }
 
 TEST(StatusTable, OfWhatIsNoStatusIsNone) {
-    for (const char *line : {"", "x", "{}", "[]", "{\"sessions\":[],\"attempts\":3}",
-                             "{\"sessions\":[{\"identity_hex\":\"zz\"}],\"attempts\":[],"
-                             "\"quiet\":[],\"left_out\":0,\"counters\":{}}"}) {
+    const char *const kBadIdentity =
+        R"({"sessions":[{"identity_hex":"zz"}],"attempts":[],"quiet":[],"left_out":0,"counters":{}})";
+    for (const char *line :
+         {"", "x", "{}", "[]", R"({"sessions":[],"attempts":3})", kBadIdentity}) {
         EXPECT_FALSE(pnac::statusTable(line)) << line;
     }
 }
@@ -188,7 +189,7 @@ class StatusSocketTest : public testing::Test {
         return polled.size();
     }
 
-    mode_t modeOf(const std::string &path) const {
+    static mode_t modeOf(const std::string &path) {
         struct stat status = {};
         return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
     }
@@ -207,7 +208,7 @@ TEST_F(StatusSocketTest, TellsWhoeverConnects) {
 
 TEST_F(StatusSocketTest, TellsLinesOfAnySize) {
     const std::string line = std::string(pnac::kStatusMax, 'x') + '\n';
-    StatusSocket served(folder_, "eth0", [&] { return line; });
+    StatusSocket served(folder_, "eth0", [&] { return std::string(line); });
     EXPECT_EQ(line, ask(served));
 }
 
@@ -219,7 +220,7 @@ TEST_F(StatusSocketTest, IsOfItsUserAlone) {
 
 TEST_F(StatusSocketTest, IsNotHeldUpByWhoReadsNothing) {
     const std::string line = std::string(pnac::kStatusMax, 'x') + '\n';
-    StatusSocket served(folder_, "eth0", [&] { return line; });
+    StatusSocket served(folder_, "eth0", [&] { return std::string(line); });
     std::vector<FileDescriptor> idle;
     for (size_t i = 0; i < 3 * StatusSocket::kClientsMax; ++i) {
         idle.push_back(connectTo("eth0"));
