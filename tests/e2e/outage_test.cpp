@@ -43,7 +43,7 @@ TEST_F(Outage, ServerDiesInAConversation_EndsThatConversationOnly) {
     server().startAgain();
     ASSERT_TRUE(event);
     EXPECT_EQ("failed", event->at("event"));
-    EXPECT_EQ("rejected", event->at("reason"));
+    EXPECT_EQ("no server answered", event->at("reason"));
     EXPECT_EQ("alice", event->at("identity"));
     expectLogin();
 }
