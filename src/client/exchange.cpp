@@ -249,6 +249,10 @@ Next Exchange::sent() {
         const auto &chance = packet().record().authenticator;
         patience_ =
             waitAfter(sends_, desc_.timeout, chance[static_cast<size_t>(sends_) % sizeof(chance)]);
+        // The only server gets its whole time-out once, however few its retries are.
+        if (sends_ >= desc_.retries && sends_ + 1 >= sendsAllowed() && !hasLivingOther()) {
+            patience_ = std::max(patience_, firstSend_ + desc_.timeout * kSecond - now);
+        }
     }
     return Next::kWait;
 }

@@ -30,7 +30,8 @@
  * - Servers that are known to be dead come last (status.h).
  * - The waits between the sends to a server begin with 2 seconds and double, with 10 % of chance,
  *   but are never longer than the server's time-out (RFC 5080 section 2.2.1). There are as many
- *   sends as the server's retries say and one; only two while another server may answer.
+ *   sends as the server's retries say and one; only two while another server may answer. A server
+ *   that is the only one gets its whole time-out in any case.
  * - A server that is refused by the network is left at once.
  * - A datagram that is no valid reply is counted and ignored; the wait goes on.
  * - A request with a State goes to the server that gave it, while that answers.

@@ -183,6 +183,20 @@ TEST_F(LoopTest, WaitsBetweenSends_DoubleFromTwoSecondsUpToTheTimeout) {
     EXPECT_EQ(0, status.alive);
 }
 
+TEST_F(LoopTest, OnlyServerWithoutRetries_GetsItsWholeTimeout) {
+    const PlayedServer server;
+    const ConfiguredLibrary library({.authServers = {server.entry(9, 0)}});
+    const Loop loop;
+    Answer answer;
+    loop.start(answer);
+    clock_.advance(8.9);
+    EXPECT_EQ(0, loop.run());
+    clock_.advance(0.1);
+    EXPECT_EQ(1, loop.run());
+    EXPECT_EQ(-1, answer.code);
+    EXPECT_EQ(1, answer.tries);
+}
+
 TEST_F(LoopTest, WaitingRun_SendsAgainByItself) {
     ScriptedServer server(kSecret, {silence(), accept()}, newAddress());
     const ConfiguredLibrary library({.authServers = {serverEntry(server, 1, 3)}});
