@@ -66,9 +66,9 @@ void receiveRecord(std::span<const uint8_t> record) {
         return;
     }
     // Looked up before, because a conversation without room ends.
-    Conversation *known = findConversation(head.cookie);
+    RadEapQueueEntry *known = findEntry(head.cookie);
     const uint32_t command = known ? known->replyCmd : head.command;
-    if (known && known->request && !supersedes(*known, packet)) {
+    if (known && !isWanted(*known, packet)) {
         return;
     }
     if (!known && servesManyAtOnce()) {
@@ -77,7 +77,7 @@ void receiveRecord(std::span<const uint8_t> record) {
     if (radEapRecv(packet.data(), static_cast<int32_t>(packet.size()), head.cookie,
                    RAD_EAP_PNAC_MODULE, head.command) != -1 ||
         head.cookie == 0) {
-        Conversation *conversation = findConversation(head.cookie);
+        RadEapQueueEntry *conversation = findEntry(head.cookie);
         if (conversation) {
             keepPortInfo(*conversation, reader.rest());
         }
@@ -94,13 +94,13 @@ void receiveRecord(std::span<const uint8_t> record) {
 // one with that cookie. False when there is no conversation at all.
 bool findDestination(uint32_t cookie, uint32_t &module, uint32_t &command) {
     command = RAD_EAP_NO_CMD;
-    for (const Conversation *entry = firstConversation(); entry; entry = nextConversation(entry)) {
+    for (const RadEapQueueEntry *entry = firstEntry(); entry; entry = nextEntry(entry)) {
         module = entry->destModule;
         if (entry->cookie == cookie) {
             command = entry->replyCmd;
         }
     }
-    return firstConversation() != nullptr;
+    return firstEntry() != nullptr;
 }
 
 }  // namespace

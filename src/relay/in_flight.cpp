@@ -49,54 +49,72 @@ bool isIdentity(std::span<const uint8_t> packet) {
     return packet.size() > kEapHeaderSize && packet[kEapHeaderSize] == kEapTypeIdentity;
 }
 
-// Answers what a request carried. What came meanwhile belongs to what a verdict has ended: an identity
-// would have ended the request.
-void finish(Conversation &conversation, int code, RadPair *reply, uint8_t reason) {
-    const bool isVerdict = answer(conversation, conversation.answered.data(), code, reply, reason);
-    if (isVerdict || !conversation.packet) {
-        radEapMsgQueueRelease(&conversation);
+// Answers a response. What came after it belongs to what a verdict has ended: an identity would have
+// ended the request.
+void finish(RadEapQueueEntry &entry, const EapHeadBytes &response, int code, RadPair *reply,
+            uint8_t reason) {
+    const bool isVerdict = answer(entry, response.data(), code, reply, reason);
+    if (isVerdict || !entry.packet) {
+        radEapMsgQueueRelease(&entry);
+    }
+}
+
+// The request of a conversation is over.
+void forgetRequest(Companion &companion) {
+    companion.request = nullptr;
+    --inFlight;
+    if (companion.portInfo().empty()) {
+        dropCompanion(&companion);
     }
 }
 
 void takeReply(void *context, RadRequest * /*request*/, int code, RadPair *reply) {
-    auto &conversation = *static_cast<Conversation *>(context);
-    conversation.request = nullptr;
-    --inFlight;
-    finish(conversation, code, reply, failureReason(code));
+    auto &entry = *static_cast<RadEapQueueEntry *>(context);
+    Companion &companion = *companionOf(entry);
+    const EapHeadBytes response = companion.answered;
+    forgetRequest(companion);
+    finish(entry, response, code, reply, failureReason(code));
     radPairListFree(reply);
 }
 
 // Sends the packet that waits.
-void start(Conversation &conversation) {
+void start(RadEapQueueEntry &entry) {
     radDeviceLogAs("radEapMsgQueueGet", kLogTrace, "Got Packet with cookie:%p\n",
-                   asPointer(conversation.cookie));
-    PairList request;
-    if (!isRelayable(conversation.pending())) {
-        radEapMsgQueueRelease(&conversation);
+                   asPointer(entry.cookie));
+    if (!isRelayable(pendingPacket(entry))) {
+        radEapMsgQueueRelease(&entry);
         return;
     }
-    std::copy_n(conversation.packet, conversation.answered.size(), conversation.answered.begin());
-    const bool isMade = makeRequest(conversation, request);
-    freePending(conversation);
-    if (isMade) {
-        conversation.request = radRequestStart(loop, RAD_CODE_ACCESS_REQUEST, request.head(),
-                                               takeReply, &conversation);
+    EapHeadBytes response{};
+    std::copy_n(entry.packet, response.size(), response.begin());
+    PairList request;
+    Companion *companion = makeRequest(entry, request) ? giveCompanion(entry) : nullptr;
+    freePending(entry);
+    if (companion) {
+        companion->answered = response;
+        companion->request =
+            radRequestStart(loop, RAD_CODE_ACCESS_REQUEST, request.head(), takeReply, &entry);
     }
-    if (conversation.request) {
+    if (companion && companion->request) {
         ++inFlight;
     } else {
-        finish(conversation, -1, nullptr, RAD_EAP_FAILED_NOT_SENT);
+        finish(entry, response, -1, nullptr, RAD_EAP_FAILED_NOT_SENT);
     }
+}
+
+bool hasRequest(const RadEapQueueEntry &entry) {
+    const Companion *companion = companionOf(entry);
+    return companion && companion->request;
 }
 
 void startWaiting() {
     const int limit = radOptionGet(RAD_OPTION_EAP_IN_FLIGHT);
-    for (Conversation *conversation = firstConversation(); conversation && inFlight < limit;) {
-        Conversation *next = nextConversation(conversation);
-        if (conversation->packet && !conversation->request) {
-            start(*conversation);
+    for (RadEapQueueEntry *entry = firstEntry(); entry && inFlight < limit;) {
+        RadEapQueueEntry *next = nextEntry(entry);
+        if (entry->packet && !hasRequest(*entry)) {
+            start(*entry);
         }
-        conversation = next;
+        entry = next;
     }
 }
 
@@ -145,31 +163,38 @@ bool serveInFlight(const std::atomic<uint32_t> &running) {
     return true;
 }
 
-bool supersedes(Conversation &conversation, std::span<const uint8_t> packet) {
-    if (isIdentity(packet)) {
-        cancelRequest(conversation);
+int requestsInFlight() {
+    return inFlight;
+}
+
+bool isWanted(const RadEapQueueEntry &entry, std::span<const uint8_t> packet) {
+    if (!hasRequest(entry)) {
         return true;
     }
-    return packet.size() < kEapHeaderSize ||
-           !std::equal(conversation.answered.begin(), conversation.answered.end(), packet.begin());
+    if (isIdentity(packet)) {
+        cancelRequest(entry);
+        return true;
+    }
+    const EapHeadBytes &answered = companionOf(entry)->answered;
+    return packet.size() < answered.size() ||
+           !std::equal(answered.begin(), answered.end(), packet.begin());
 }
 
 void makeRoom() {
     int count = 0;
-    for (const Conversation *conversation = firstConversation(); conversation;
-         conversation = nextConversation(conversation)) {
+    for (const RadEapQueueEntry *entry = firstEntry(); entry; entry = nextEntry(entry)) {
         ++count;
     }
     if (count > RAD_EAP_LIFE) {
-        expire(*firstConversation());
+        expire(*firstEntry());
     }
 }
 
-void cancelRequest(Conversation &conversation) {
-    if (conversation.request) {
-        radRequestCancel(conversation.request);
-        conversation.request = nullptr;
-        --inFlight;
+void cancelRequest(const RadEapQueueEntry &entry) {
+    Companion *companion = companionOf(entry);
+    if (companion && companion->request) {
+        radRequestCancel(companion->request);
+        forgetRequest(*companion);
     }
 }
 

@@ -18,16 +18,19 @@ bool servesManyAtOnce();
 // (RAD_OPTION_EAP_IN_FLIGHT), and when there is no memory, or no descriptor, to begin with.
 bool serveInFlight(const std::atomic<uint32_t> &running);
 
-// Whether a packet that comes while its conversation has a request in flight is to be queued: what
-// repeats the response in flight is not. An identity begins anew and ends that request.
-bool supersedes(Conversation &conversation, std::span<const uint8_t> packet);
+// Whether a packet of a conversation is to be queued: what repeats the response in flight is not. An
+// identity begins anew and ends the request.
+bool isWanted(const RadEapQueueEntry &entry, std::span<const uint8_t> packet);
+
+// How many requests are in flight.
+int requestsInFlight();
 
 // Makes room for a new conversation: there are never more than a relay without requests in flight
 // would have, whatever is sent. The oldest one ends.
 void makeRoom();
 
 // Ends the request of a conversation, if there is one.
-void cancelRequest(Conversation &conversation);
+void cancelRequest(const RadEapQueueEntry &entry);
 
 // Writes the status (RAD_EAP_CMD_STATUS) into `size` bytes, and sets it to the bytes that it takes.
 // @return 0; -1 without room.

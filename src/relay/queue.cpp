@@ -1,7 +1,6 @@
 // The conversations of the relay, in the order of their first packets. Each holds the one EAP
 // packet that waits, and what outlives a packet: the identity, and the State of the last challenge.
 #include <cstring>
-#include <utility>
 
 #include <lanyard/radius/eap.h>
 #include <palcore.h>
@@ -18,14 +17,13 @@ namespace {
 
 constexpr const char *kAddTag = "radEapMsgQueueAdd";
 constexpr int32_t kLengthMin = 4;
-constexpr size_t kPortInfoMax = 320;  // four elements, the largest of 255 bytes
 
-void freeConversation(Conversation *conversation) {
-    cancelRequest(*conversation);
-    freePending(*conversation);
-    keepPortInfo(*conversation, {});
-    radEapCtxClear(conversation);
-    palMemPartFree(radMemPartId, conversation);
+void freeEntry(RadEapQueueEntry *entry) {
+    cancelRequest(*entry);
+    dropCompanion(companionOf(*entry));
+    freePending(*entry);
+    radEapCtxClear(entry);
+    palMemPartFree(radMemPartId, entry);
 }
 
 // Longer than an EAP packet, or shorter than its header. The bounds compare differently, so that a
@@ -43,12 +41,12 @@ PartitionPtr<uint8_t> copyBytes(const uint8_t *packet, uint32_t length) {
     return copy;
 }
 
-int addToEntry(Conversation &entry, const uint8_t *packet, uint32_t length) {
+int addToEntry(RadEapQueueEntry &entry, const uint8_t *packet, uint32_t length) {
     freePending(entry);
     auto copy = copyBytes(packet, length);
     if (!copy) {
         palListNodeRemove(&radEapMsgQueue, &entry.node);
-        freeConversation(&entry);
+        freeEntry(&entry);
         return -1;
     }
     radDeviceLogAs(kAddTag, kLogTrace, "Adding Packet for existing cookie:%p\n",
@@ -60,7 +58,7 @@ int addToEntry(Conversation &entry, const uint8_t *packet, uint32_t length) {
 
 int addEntry(const uint8_t *packet, uint32_t length, uint32_t cookie, uint32_t destModule,
              uint32_t replyCmd) {
-    auto entry = allocateRecord<Conversation>();
+    auto entry = allocateRecord<RadEapQueueEntry>();
     if (!entry) {
         return -1;
     }
@@ -86,16 +84,6 @@ void freePending(RadEapQueueEntry &entry) {
     entry.packetLen = 0;
 }
 
-void keepPortInfo(Conversation &conversation, std::span<const uint8_t> block) {
-    palMemPartFree(radMemPartId, std::exchange(conversation.port, nullptr));
-    conversation.portSize = 0;
-    if (!block.empty() && block.size() <= kPortInfoMax) {
-        const auto size = static_cast<uint32_t>(block.size());
-        conversation.port = copyBytes(block.data(), size).release();
-        conversation.portSize = conversation.port ? size : 0;
-    }
-}
-
 }  // namespace lanyard
 
 using namespace lanyard;
@@ -111,7 +99,7 @@ int radEapRecv(const uint8_t *packet, int32_t length, uint32_t cookie, uint32_t 
         return 0;
     }
     const auto size = static_cast<uint32_t>(length);
-    Conversation *entry = findConversation(cookie);
+    RadEapQueueEntry *entry = findEntry(cookie);
     return entry ? addToEntry(*entry, packet, size)
                  : addEntry(packet, size, cookie, destModule, replyCmd);
 }
@@ -126,16 +114,13 @@ int radEapMsgQueueRelease(RadEapQueueEntry *entry) {
         return 0;
     }
     radDeviceLog(kLogTrace, "Releasing Packet and cookie:%p\n", asPointer(entry->cookie));
-    for (Conversation *queued = firstConversation(); queued; queued = nextConversation(queued)) {
+    for (RadEapQueueEntry *queued = firstEntry(); queued; queued = nextEntry(queued)) {
         if (queued == entry) {
             palListNodeRemove(&radEapMsgQueue, &entry->node);
-            freeConversation(queued);
-            return 0;
+            break;
         }
     }
-    // A record that the caller has made.
-    freePending(*entry);
-    palMemPartFree(radMemPartId, entry);
+    freeEntry(entry);
     return 0;
 }
 
@@ -150,9 +135,9 @@ int radEapCtxClear(RadEapQueueEntry *entry) {
 }
 
 int radEapMsgQueueCleanUp(void) {
-    for (Conversation *entry = firstConversation(); entry;) {
-        Conversation *next = nextConversation(entry);
-        freeConversation(entry);
+    for (RadEapQueueEntry *entry = firstEntry(); entry;) {
+        RadEapQueueEntry *next = nextEntry(entry);
+        freeEntry(entry);
         entry = next;
     }
     palListInit(&radEapMsgQueue);

@@ -29,10 +29,10 @@ constexpr uint32_t kServiceTypeFramed = 2;
 constexpr uint32_t kFramedMtu = 1420;
 
 // The first conversation with a packet that waits; null when none waits.
-Conversation *firstPending() {
-    Conversation *entry = firstConversation();
+RadEapQueueEntry *firstPending() {
+    RadEapQueueEntry *entry = firstEntry();
     while (entry && !entry->packet) {
-        entry = nextConversation(entry);
+        entry = nextEntry(entry);
     }
     if (entry) {
         radDeviceLogAs("radEapMsgQueueGet", kLogTrace, "Got Packet with cookie:%p\n",
@@ -42,8 +42,8 @@ Conversation *firstPending() {
 }
 
 // Takes the identity from an Identity response: it restarts the conversation.
-bool noteIdentity(Conversation &entry) {
-    const auto typed = entry.pending().subspan(kEapHeaderSize);
+bool noteIdentity(RadEapQueueEntry &entry) {
+    const auto typed = pendingPacket(entry).subspan(kEapHeaderSize);
     if (typed.empty() || typed[0] != kEapTypeIdentity) {
         return true;
     }
@@ -59,7 +59,7 @@ bool noteIdentity(Conversation &entry) {
     return true;
 }
 
-bool addIdentity(const Conversation &entry, PairList &request) {
+bool addIdentity(const RadEapQueueEntry &entry, PairList &request) {
     if (!entry.identity) {
         return true;
     }
@@ -68,7 +68,7 @@ bool addIdentity(const Conversation &entry, PairList &request) {
 }
 
 // The State moves from the conversation to the request.
-bool moveState(Conversation &entry, PairList &request) {
+bool moveState(RadEapQueueEntry &entry, PairList &request) {
     if (!entry.state) {
         return true;
     }
@@ -164,7 +164,7 @@ std::span<const uint8_t> vlanOf(RadPair *reply) {
 
 // Keeps the State of a challenge for the next response. A challenge without one is relayed all the
 // same.
-bool keepState(Conversation &entry, RadPair *reply) {
+bool keepState(RadEapQueueEntry &entry, RadPair *reply) {
     const RadPair *state = radPairGet(reply, RAD_ATTR_STATE);
     if (!state) {
         radDeviceLogAs(kTag, kLogError, "No State Attribute in Access-Challenge message\n");
@@ -214,7 +214,7 @@ bool joinEapMessages(RadPair *reply, std::span<uint8_t> place) {
     return writer.ok();
 }
 
-void relayChallenge(Conversation &entry, RadPair *reply) {
+void relayChallenge(RadEapQueueEntry &entry, RadPair *reply) {
     radDeviceLogAs(kTag, kLogTrace, "Received Access-Challenge from Server\n");
     if (!reply) {
         radDeviceLogAs(kTag, kLogError, "No attributes received in Access-Challenge message\n");
@@ -241,13 +241,13 @@ void relayChallenge(Conversation &entry, RadPair *reply) {
     }
 }
 
-void sendVerdict(const Conversation &entry, const uint8_t *response, EapCode code,
+void sendVerdict(const RadEapQueueEntry &entry, const uint8_t *response, EapCode code,
                  const Accompaniment &behind) {
     radEapSendResult(response, entry.cookie, static_cast<uint8_t>(code), behind.bytes().data(),
                      static_cast<uint32_t>(behind.bytes().size()));
 }
 
-void relayAccept(Conversation &entry, const uint8_t *response, RadPair *reply) {
+void relayAccept(RadEapQueueEntry &entry, const uint8_t *response, RadPair *reply) {
     Accompaniment behind;
     const auto vlan = servesManyAtOnce() ? vlanOf(reply) : std::span<const uint8_t>();
     if (behind.takeKeyInfo(reply, RAD_CODE_ACCESS_ACCEPT) &&
@@ -258,9 +258,9 @@ void relayAccept(Conversation &entry, const uint8_t *response, RadPair *reply) {
     }
 }
 
-void relay(Conversation &entry) {
+void relay(RadEapQueueEntry &entry) {
     PairList request;
-    if (!isRelayable(entry.pending()) || !makeRequest(entry, request)) {
+    if (!isRelayable(pendingPacket(entry)) || !makeRequest(entry, request)) {
         return;
     }
     PairList reply;
@@ -286,16 +286,19 @@ bool isRelayable(std::span<const uint8_t> packet) {
     return true;
 }
 
-bool makeRequest(Conversation &entry, PairList &request) {
+bool makeRequest(RadEapQueueEntry &entry, PairList &request) {
+    const Companion *companion = companionOf(entry);
+    const auto port = companion ? companion->portInfo() : std::span<const uint8_t>();
     return noteIdentity(entry) && addIdentity(entry, request) && moveState(entry, request) &&
-           addEapMessage(entry.pending(), request) && addServiceType(request) &&
-           addFramedMtu(request) && addPortInfo(entry.portInfo(), request);
+           addEapMessage(pendingPacket(entry), request) && addServiceType(request) &&
+           addFramedMtu(request) && addPortInfo(port, request);
 }
 
-void expire(Conversation &entry) {
+void expire(RadEapQueueEntry &entry) {
     const uint8_t *response = entry.packet;
-    if (!response && entry.request) {
-        response = entry.answered.data();
+    const Companion *companion = companionOf(entry);
+    if (!response && companion && companion->request) {
+        response = companion->answered.data();
     }
     if (response && entry.cookie) {
         sendFailure(entry, response, RAD_EAP_FAILED_EXPIRED);
@@ -304,7 +307,7 @@ void expire(Conversation &entry) {
     radEapMsgQueueRelease(&entry);
 }
 
-void sendFailure(const Conversation &entry, const uint8_t *response, uint8_t reason) {
+void sendFailure(const RadEapQueueEntry &entry, const uint8_t *response, uint8_t reason) {
     Accompaniment behind;
     if (servesManyAtOnce()) {
         behind.add(RAD_EAP_FAILURE_REASON, {&reason, 1});
@@ -312,7 +315,7 @@ void sendFailure(const Conversation &entry, const uint8_t *response, uint8_t rea
     sendVerdict(entry, response, EapCode::kFailure, behind);
 }
 
-bool answer(Conversation &entry, const uint8_t *response, int code, RadPair *reply,
+bool answer(RadEapQueueEntry &entry, const uint8_t *response, int code, RadPair *reply,
             uint8_t failureReason) {
     switch (code) {
         case RAD_CODE_ACCESS_CHALLENGE:
@@ -339,7 +342,7 @@ bool answer(Conversation &entry, const uint8_t *response, int code, RadPair *rep
 using namespace lanyard;
 
 int radEapRecvTask(void) {
-    Conversation *entry = firstPending();
+    RadEapQueueEntry *entry = firstPending();
     if (entry) {
         relay(*entry);
         radEapMsgQueueRelease(entry);
@@ -369,8 +372,8 @@ int radEapSendResult(const uint8_t *eapResponse, uint32_t cookie, uint8_t eapCod
 }
 
 int radEapCtxTimeout(void) {
-    for (Conversation *entry = firstConversation(); entry;) {
-        Conversation *next = nextConversation(entry);
+    for (RadEapQueueEntry *entry = firstEntry(); entry;) {
+        RadEapQueueEntry *next = nextEntry(entry);
         if (entry->age < RAD_EAP_LIFE) {
             ++entry->age;
         } else {

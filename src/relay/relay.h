@@ -15,20 +15,20 @@ bool isRelayable(std::span<const uint8_t> packet);
 
 // Makes the Access-Request of the packet that waits, and notes the identity in it. The State moves
 // into the request. False when the packet is to be dropped.
-bool makeRequest(Conversation &entry, PairList &request);
+bool makeRequest(RadEapQueueEntry &entry, PairList &request);
 
 // Answers Pnac with what the servers said, and after a verdict forgets identity and State.
 // `response` is the head of the response that is answered, `failureReason` one of the
 // RAD_EAP_FAILED_ values.
 // @return whether that was a verdict.
-bool answer(Conversation &entry, const uint8_t *response, int code, RadPair *reply,
+bool answer(RadEapQueueEntry &entry, const uint8_t *response, int code, RadPair *reply,
             uint8_t failureReason);
 
 // Ends a conversation, with EAP-Failure for a packet that waits, or else for the response in flight.
-void expire(Conversation &entry);
+void expire(RadEapQueueEntry &entry);
 
 // Sends EAP-Failure for a response.
-void sendFailure(const Conversation &entry, const uint8_t *response, uint8_t reason);
+void sendFailure(const RadEapQueueEntry &entry, const uint8_t *response, uint8_t reason);
 
 }  // namespace lanyard
 

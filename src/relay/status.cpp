@@ -67,15 +67,12 @@ int writeStatus(char *buffer, uint32_t *size) {
         return -1;
     }
     int conversations = 0;
-    int requests = 0;
-    for (const Conversation *conversation = firstConversation(); conversation;
-         conversation = nextConversation(conversation)) {
+    for (const RadEapQueueEntry *entry = firstEntry(); entry; entry = nextEntry(entry)) {
         ++conversations;
-        requests += conversation->request ? 1 : 0;
     }
     Text text({buffer, *size - kEndSize});
     text.add("{\"conversations\":%d,\"in_flight\":%d,\"limit\":%d,\"servers\":[", conversations,
-             requests, radOptionGet(RAD_OPTION_EAP_IN_FLIGHT));
+             requestsInFlight(), radOptionGet(RAD_OPTION_EAP_IN_FLIGHT));
     if (!text.isWhole()) {
         return -1;
     }
