@@ -170,6 +170,12 @@ void answerEdit(const Report &report, const Server &server, const std::string &w
         what + " server " + std::to_string(server.id) + ": " + server.host.value_or("(no host)"));
 }
 
+void warnOfWaits(const Report &report, const Database &db) {
+    if (const auto problem = waitProblemOf(readServers(db))) {
+        report.warning(*problem);
+    }
+}
+
 void addServer(const Options &options, Report &report) {
     const Database db = Database::open(options.file);
     Server server;
@@ -180,6 +186,7 @@ void addServer(const Options &options, Report &report) {
     store(db, readServers(db), options, server);
     transaction.commit();
     answerEdit(report, server, "added");
+    warnOfWaits(report, db);
 }
 
 void changeServer(const Options &options, Report &report) {
@@ -194,6 +201,7 @@ void changeServer(const Options &options, Report &report) {
     store(db, servers, options, server);
     transaction.commit();
     answerEdit(report, server, "changed");
+    warnOfWaits(report, db);
 }
 
 void removeServer(const Options &options, Report &report) {
@@ -327,8 +335,10 @@ void addOptions(CLI::App &app, const Command &command, Options &options) {
         if (isHost && (command.takes & kHost) != 0) {
             app.add_option("HOST", field, column.help)->required()->type_name("");
         } else if ((command.takes & (isHost ? kNewHost : kFields)) != 0) {
+            const bool isAdded = column.standard && (command.takes & kHost) != 0;
             app.add_option(std::string("--") + column.name, field,
-                           (isHost ? "new " : "") + std::string(column.help))
+                           (isHost ? "new " : "") + std::string(column.help) +
+                               (isAdded ? std::string("; ") + column.standard + " without it" : ""))
                 ->type_name(column.type);
         }
     }

@@ -30,6 +30,10 @@ void Report::done(const std::string &text, const std::optional<std::string> &pro
     }
 }
 
+void Report::warning(const std::string &text) const {
+    err_ << "lanyardctl: WARNING: " << text << std::endl;
+}
+
 void Report::failure(const std::string &text) const {
     say({{"ok", false}, {"error", text}}, err_, "lanyardctl: " + text);
 }

@@ -21,6 +21,8 @@ class Report {
     void answer(const Json &document, const std::string &text) const;
     // The same where there is nothing more to tell, but perhaps something to put right.
     void done(const std::string &text, const std::optional<std::string> &problem = {}) const;
+    // Something to think about, on standard error in either form; the answer says nothing of it.
+    void warning(const std::string &text) const;
     // Why a command failed.
     void failure(const std::string &text) const;
 

@@ -23,6 +23,9 @@ constexpr size_t kLabelMax = 63;
 // What the reader of the configuration file takes in one piece, without the newline.
 constexpr size_t kLineMax = 510;
 
+// A supplicant gives up after 30 seconds, in which the last server has to answer as well.
+constexpr int64_t kWaitSeconds = 20;
+
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
@@ -342,6 +345,23 @@ Problem editProblemOf(const std::vector<Server> &servers, const Server &edited) 
         return tooMany();
     }
     return lineProblemOf(table);
+}
+
+Problem waitProblemOf(const std::vector<Server> &servers) {
+    std::vector<Server> before = usableServers(servers);
+    if (!before.empty()) {
+        before.pop_back();
+    }
+    int64_t seconds = 0;
+    for (const Server &server : before) {
+        seconds += std::stoll(*server.timeout) * (std::stoll(*server.retries) + 1);
+    }
+    return seconds < kWaitSeconds
+               ? std::nullopt
+               : Problem("the servers before the last one may take " + std::to_string(seconds) +
+                         " s together, time-out * (retries + 1) each, and a supplicant gives up "
+                         "after 30 s, perhaps before the last one is asked; lower --timeout or "
+                         "--retries with 'lanyardctl db set'");
 }
 
 std::string confFileOf(const std::vector<Server> &servers) {

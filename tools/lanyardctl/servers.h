@@ -52,9 +52,9 @@ inline constexpr std::array<Column, 5> kServerColumns = {{
     {&Server::port, "authport", "port", "port", "PORT",
      "UDP port, 0 to 65535; 0 for the port of 'radius' in the services database", 0, 65535, "1812"},
     {&Server::timeout, "authtimeout", "timeout", "time-out", "SECONDS",
-     "seconds to wait for an answer, 1 to 300", 1, 300, "10"},
+     "seconds to wait for an answer, 1 to 300", 1, 300, "3"},
     {&Server::retries, "authretries", "retries", "retries", "COUNT",
-     "sends after the first one, 0 to 20", 0, 20, "3"},
+     "sends after the first one, 0 to 20", 0, 20, "1"},
     {&Server::secret, "authsecret", "secret", "secret", "SECRET", "shared secret"},
 }};
 
@@ -97,6 +97,10 @@ std::string confFileOf(const std::vector<Server> &servers);
 
 // A reason why a server cannot be put into the table beside the others, one of which it may replace.
 Problem editProblemOf(const std::vector<Server> &servers, const Server &edited);
+
+// What is wrong with the time that the servers before the last one may take together; none when a
+// supplicant is still there for the last one.
+Problem waitProblemOf(const std::vector<Server> &servers);
 
 // Inserts a server, which gets its id, or stores one that has an id.
 void storeServer(const Database &db, Server &server);

@@ -63,7 +63,7 @@ TEST_F(Commands, AddStoresAServerWithItsDefaults) {
     result = run({"db", "add", "b.example", "--secret", "s2", "--port", "01645", "--timeout", "5",
                   "--retries", "0"});
     EXPECT_EQ(kDone, result.status) << result.err;
-    const std::vector<lanyardctl::Server> expected = {{1, "192.0.2.1", "1812", "s1", "10", "3"},
+    const std::vector<lanyardctl::Server> expected = {{1, "192.0.2.1", "1812", "s1", "3", "1"},
                                                       {2, "b.example", "1645", "s2", "5", "0"}};
     EXPECT_EQ(expected, lanyardctl::readServers(device_.db()));
 }
@@ -115,7 +115,7 @@ TEST_F(Commands, AddRefusesWhatCannotBeStored) {
                   "the host 'a' is there already, in row 1, and the relay tells servers apart by "
                   "their host");
     expectRefused({"db", "add", "b", "--secret", std::string(480, 's')},
-                  "the servers would take 525 characters on their line of the configuration file, "
+                  "the servers would take 523 characters on their line of the configuration file, "
                   "which has place for 510; shorten host names or secrets");
     for (int i = 2; i < 9; ++i) {
         device_.change(insertion("h" + std::to_string(i)));
@@ -145,6 +145,36 @@ TEST_F(Commands, SetChangesWhatIsNamedAndNothingElse) {
     expectRefused({"db", "set", "nobody", "--port", "1"}, "there is no server 'nobody'", kNotFound);
     expectRefused({"db", "set", "7", "--port", "1"}, "there is no server with the row id 7",
                   kNotFound);
+}
+
+TEST_F(Commands, WaitsThatOutlastASupplicantAreWarnedOf) {
+    const auto warning = [](const std::string &seconds) {
+        return "lanyardctl: WARNING: the servers before the last one may take " + seconds +
+               " s together, time-out * (retries + 1) each, and a supplicant gives up after 30 s, "
+               "perhaps before the last one is asked; lower --timeout or --retries with "
+               "'lanyardctl db set'\n";
+    };
+    const auto add = [this](const std::string &host, std::vector<std::string> options = {}) {
+        options.insert(options.begin(), {"db", "add", host, "--secret", "s"});
+        const ProgramResult result = run(options);
+        EXPECT_EQ(kDone, result.status);
+        return result.err;
+    };
+    EXPECT_EQ("", add("a", {"--timeout", "10", "--retries", "0"})) << "the last one does not count";
+    EXPECT_EQ("", add("b", {"--timeout", "5", "--retries", "1"}));
+    EXPECT_EQ(warning("20"), add("c"));
+    EXPECT_EQ("", run({"db", "set", "a", "--timeout", "9"}).err);
+    EXPECT_EQ("", run({"db", "set", "c", "--timeout", "300"}).err);
+
+    const ProgramResult changed = run({"--json", "db", "set", "a", "--retries", "3"});
+    EXPECT_EQ(kDone, changed.status);
+    EXPECT_EQ(warning("46"), changed.err);
+    EXPECT_EQ(json::parse(R"({"ok": true, "server":
+                {"id": 1, "host": "a", "port": 1812, "timeout": 9, "retries": 3}})"),
+              json::parse(changed.out));
+    device_.change("DELETE FROM radiusClient");
+    device_.change("INSERT INTO radiusClient VALUES('d', '1812', 's', 'long', '3')");
+    EXPECT_EQ("", add("e")) << "a row that cannot be used is not asked";
 }
 
 TEST_F(Commands, DelDeletesByHostOrRowId) {
@@ -206,7 +236,7 @@ TEST_F(Commands, JsonTellsFailuresOnStandardOutput) {
               json::parse(refused.out));
     const ProgramResult added = run({"db", "add", "a", "--secret", "s", "--json"});
     EXPECT_EQ(json::parse(R"({"ok": true, "server":
-                {"id": 1, "host": "a", "port": 1812, "timeout": 10, "retries": 3}})"),
+                {"id": 1, "host": "a", "port": 1812, "timeout": 3, "retries": 1}})"),
               json::parse(added.out));
 }
 
@@ -250,6 +280,8 @@ TEST_F(Commands, HelpSaysWhatThereIs) {
         EXPECT_THAT(commands, HasSubstr("\n  " + std::string(command) + " "));
     }
     EXPECT_THAT(run({"db", "add", "--help"}).out, HasSubstr("--secret-file FILE"));
+    EXPECT_THAT(run({"db", "add", "--help"}).out, HasSubstr("1 to 300; 3 without it"));
+    EXPECT_THAT(run({"db", "set", "--help"}).out, Not(HasSubstr("without it")));
     EXPECT_EQ("lanyardctl 2.0.0\n", run({"--version"}).out);
 }
 

@@ -33,20 +33,20 @@ TEST_F(Serve, TakesEditsToTheRelayAndToTheFile) {
     startRelay();
     startService();
     EXPECT_EQ(kDone, command({"add", "127.0.0.1", "--secret", "s1"}).status);
-    expectServers({{1, "127.0.0.1", "1812", "s1", "10", "3"}});
+    expectServers({{1, "127.0.0.1", "1812", "s1", "3", "1"}});
     EXPECT_EQ(kDone, command({"add", "b.example", "--secret", "s2", "--port", "1645"}).status);
     expectServers(
-        {{1, "127.0.0.1", "1812", "s1", "10", "3"}, {2, "b.example", "1645", "s2", "10", "3"}});
+        {{1, "127.0.0.1", "1812", "s1", "3", "1"}, {2, "b.example", "1645", "s2", "3", "1"}});
     EXPECT_EQ(kDone, command({"set", "127.0.0.1", "--secret", "new", "--timeout", "5", "--retries",
                               "0", "--port", "11812"})
                          .status);
     expectServers(
-        {{1, "127.0.0.1", "11812", "new", "5", "0"}, {2, "b.example", "1645", "s2", "10", "3"}});
+        {{1, "127.0.0.1", "11812", "new", "5", "0"}, {2, "b.example", "1645", "s2", "3", "1"}});
     EXPECT_EQ(kDone, command({"set", "127.0.0.1", "--host", "127.0.0.2"}).status);
     expectServers(
-        {{1, "127.0.0.2", "11812", "new", "5", "0"}, {2, "b.example", "1645", "s2", "10", "3"}});
+        {{1, "127.0.0.2", "11812", "new", "5", "0"}, {2, "b.example", "1645", "s2", "3", "1"}});
     EXPECT_EQ(kDone, command({"del", "1"}).status);
-    expectServers({{2, "b.example", "1645", "s2", "10", "3"}});
+    expectServers({{2, "b.example", "1645", "s2", "3", "1"}});
     EXPECT_EQ(kDone, command({"del", "b.example"}).status);
     expectServers({});
     EXPECT_FALSE(device_.root().exists("/var/radius.conf"));
