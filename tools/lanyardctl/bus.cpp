@@ -1,5 +1,6 @@
 #include "bus.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <csignal>
@@ -107,6 +108,16 @@ bool Bus::join(uint32_t module, Handler handler) {
     return context_ != nullptr;
 }
 
+uint32_t Bus::joinAsClient(const Handler &handler) {
+    uint32_t client = kFirstClient;
+    while (!join(client, handler)) {
+        if (++client > kLastClient) {
+            throw Failure("cannot register on the bus");
+        }
+    }
+    return client;
+}
+
 int Bus::descriptor() const {
     return &xbusDescriptor != nullptr ? xbusDescriptor(context_.get()) : -1;
 }
@@ -116,11 +127,15 @@ bool Bus::listen(std::chrono::milliseconds time) {
     return xbusListen(context_.get(), static_cast<uint32_t>(wait.count())) == 1;
 }
 
-int Bus::call(uint32_t module, uint32_t command, std::string_view data, std::string out) {
-    auto length = static_cast<uint32_t>(out.size());
-    return xbusIoctl(context_.get(), module, command, data.data(),
-                     static_cast<uint32_t>(data.size()), length != 0 ? out.data() : nullptr,
-                     &length, XBUS_WAIT, 0, 0);
+int Bus::call(uint32_t module, uint32_t command, std::string_view data, std::string *out) {
+    auto length = static_cast<uint32_t>(out ? out->size() : 0);
+    const int result =
+        xbusIoctl(context_.get(), module, command, data.data(), static_cast<uint32_t>(data.size()),
+                  length != 0 ? out->data() : nullptr, &length, XBUS_WAIT, 0, 0);
+    if (out) {
+        out->resize(std::min<size_t>(length, out->size()));
+    }
+    return result;
 }
 
 std::optional<FileDescriptor> Bus::connect(uint32_t module) {
@@ -200,7 +215,7 @@ Relay::Answer BusRelay::call(const RadDbUpdateInfo &notice, std::string oldValue
     constexpr std::chrono::seconds kUnanswered{4};  // a refusal takes no time
     const auto start = Clock::now();
     const std::string_view record(reinterpret_cast<const char *>(&notice), sizeof(notice));
-    if (bus_.call(RAD_EAP_MODULE, RAD_EAP_CMD_DB_UPDATE, record, std::move(oldValues)) == 0) {
+    if (bus_.call(RAD_EAP_MODULE, RAD_EAP_CMD_DB_UPDATE, record, &oldValues) == 0) {
         return Answer::done;
     }
     return Clock::now() - start < kUnanswered ? Answer::refused : Answer::unknown;

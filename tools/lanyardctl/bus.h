@@ -17,7 +17,8 @@
 namespace lanyardctl {
 
 // Modules of the bus. One process at a time is the service, so there is never more than one that
-// sends change notices; whoever asks it for something takes the first free number from kFirstClient.
+// sends change notices; whoever asks it or the relay for something takes the first free number from
+// kFirstClient.
 inline constexpr uint32_t kServiceModule = 20;
 inline constexpr uint32_t kFirstClient = 21;
 inline constexpr uint32_t kLastClient = 28;
@@ -35,14 +36,17 @@ class Bus {
 
     // False when another process has the module.
     bool join(uint32_t module, Handler handler);
+    // Takes the first free module of those who ask, and returns it. Throws a Failure when there is none.
+    uint32_t joinAsClient(const Handler &handler);
 
     // Readable while there is a message to handle; -1 where the platform's bus has no such thing.
     [[nodiscard]] int descriptor() const;
     // Waits for one message and handles it. False when none came.
     bool listen(std::chrono::milliseconds time);
 
-    // Sends and waits for the result, 5 seconds at most: -1 without one.
-    int call(uint32_t module, uint32_t command, std::string_view data, std::string out = "");
+    // Sends and waits for the result, 5 seconds at most: -1 without one. `out` travels too, and has
+    // what came back afterwards.
+    int call(uint32_t module, uint32_t command, std::string_view data, std::string *out = nullptr);
     // A connection to the process that has a module now, for xbusSend(); none when there is none, or
     // where the platform's bus has no such thing.
     std::optional<lanyard::FileDescriptor> connect(uint32_t module);

@@ -1,4 +1,5 @@
-// lanyardctl: the servers in the device's database, and the service that delivers their changes.
+// lanyardctl: the servers in the device's database, the service that delivers their changes, and how the
+// relay does.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
@@ -24,6 +25,8 @@
 #include "report.h"
 #include "serve.h"
 #include "servers.h"
+#include "status.h"
+#include "table.h"
 
 namespace lanyardctl {
 namespace {
@@ -215,35 +218,6 @@ void removeServer(const Options &options, Report &report) {
 
 // Showing
 
-// Text of the database for a terminal: whatever could move the cursor is shown as '?'.
-std::string shown(const Text &text) {
-    std::string safe = text.value_or("(none)");
-    std::replace_if(
-        safe.begin(), safe.end(), [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
-    return safe;
-}
-
-using Line = std::vector<std::string>;
-
-std::string asTable(const std::vector<Line> &lines) {
-    std::vector<size_t> widths(lines.front().size());
-    for (const Line &line : lines) {
-        for (size_t i = 0; i < line.size(); ++i) {
-            widths[i] = std::max(widths[i], line[i].size());
-        }
-    }
-    std::string text;
-    for (const Line &line : lines) {
-        std::string row;
-        for (size_t i = 0; i < line.size(); ++i) {
-            row += line[i] + std::string(widths[i] + 2 - line[i].size(), ' ');
-        }
-        row.erase(row.find_last_not_of(' ') + 1);
-        text += (text.empty() ? "" : "\n") + row;
-    }
-    return text;
-}
-
 void listServers(const Options &options, Report &report) {
     const std::vector<Server> servers = readServers(Database::open(options.file));
     const std::vector<Problem> problems = problemsOf(servers);
@@ -276,6 +250,10 @@ void listServers(const Options &options, Report &report) {
                   servers.empty() ? "no servers" : asTable(lines) + notes);
 }
 
+void showStatus(const Options & /*options*/, Report &report) {
+    tellStatus(report);
+}
+
 // The command line
 
 // What a command takes beside the database.
@@ -289,7 +267,11 @@ enum Takes : unsigned {
     kSecrets = 1U << 5U,  // whether they are shown
 };
 
+constexpr std::string_view kDatabaseGroup = "db";
+constexpr std::string_view kRelayGroup = "relay";
+
 struct Command {
+    std::string_view group;
     const char *name;
     const char *help;
     unsigned takes;
@@ -298,23 +280,32 @@ struct Command {
 };
 
 constexpr std::array kCommands = {
-    Command{"init", "Makes the database, or what it lacks", kDictionary, initDatabase,
+    Command{kDatabaseGroup, "init", "Makes the database, or what it lacks", kDictionary,
+            initDatabase,
             "It may be run again at any time, also on a database that has these tables already:\n"
             "no row is changed. Afterwards only its owner has access to the file."},
-    Command{"add", "Adds a server", kHost | kFields, addServer, kFieldsFooter},
-    Command{"set", "Changes a server", kServer | kNewHost | kFields, changeServer, kFieldsFooter},
-    Command{"del", "Deletes a server", kServer, removeServer, ""},
-    Command{"list", "Lists the servers in the order in which they are asked", kSecrets, listServers,
-            ""},
-    Command{"serve", "Takes changes of the servers to the relay and to /var/radius.conf",
-            kDictionary, serveDatabase,
+    Command{kDatabaseGroup, "add", "Adds a server", kHost | kFields, addServer, kFieldsFooter},
+    Command{kDatabaseGroup, "set", "Changes a server", kServer | kNewHost | kFields, changeServer,
+            kFieldsFooter},
+    Command{kDatabaseGroup, "del", "Deletes a server", kServer, removeServer, ""},
+    Command{kDatabaseGroup, "list", "Lists the servers in the order in which they are asked",
+            kSecrets, listServers, ""},
+    Command{kDatabaseGroup, "serve",
+            "Takes changes of the servers to the relay and to /var/radius.conf", kDictionary,
+            serveDatabase,
             "It runs in the foreground until SIGTERM or SIGINT. SIGHUP makes it read and write "
             "again.\n"
             "It may be killed at any time. One service runs at a time, as module 20 of the bus. A\n"
             "relay that it does not know it tells to end: whoever starts the relay starts it "
             "again."},
-    Command{"replay", "Gives all servers to a relay, whatever it has", kNothing, replayDatabase,
+    Command{kDatabaseGroup, "replay", "Gives all servers to a relay, whatever it has", kNothing,
+            replayDatabase,
             "The relay is told to end unless it is new, and gets them when it is started again."},
+    Command{
+        kRelayGroup, "status", "Shows what the relay has in flight, and how its servers do",
+        kNothing, showStatus,
+        "RESENT: packets sent again. BAD-AUTH, STRAYS, MALFORMED: datagrams that were ignored.\n"
+        "MEDIAN-MS, P95-MS: round trip of the last answered requests, in milliseconds."},
 };
 
 void addOptions(CLI::App &app, const Command &command, Options &options) {
@@ -369,20 +360,25 @@ std::string defaultDatabase(bool makesFolder) {
 
 int run(int argc, char **argv) {
     Options options;
-    CLI::App app("Keeps the RADIUS servers of a Lanyard device.");
+    CLI::App app("Keeps the RADIUS servers of a Lanyard device, and shows its relay.");
     app.require_subcommand(1);
     app.add_flag("--json", options.json, "answer with JSON, one document a line");
     app.set_version_flag("--version", "lanyardctl " LANYARD_VERSION);
-    CLI::App &db = *app.add_subcommand("db", "The servers in the device's database");
+    CLI::App &db =
+        *app.add_subcommand(std::string(kDatabaseGroup), "The servers in the device's database");
+    CLI::App &relay = *app.add_subcommand(std::string(kRelayGroup), "The EAP relay on the bus");
     app.footer(kFooter);  // of its own help, not of those of its commands
-    db.require_subcommand(1);
-    db.fallthrough();
+    for (CLI::App *group : {&db, &relay}) {
+        group->require_subcommand(1);
+        group->fallthrough();
+    }
     db.add_option("-d,--database", options.file,
                   std::string("database file; ") + kDefaultDatabase +
                       " without it, under $PAL_ROOT when that is set")
         ->type_name("FILE");
     for (const Command &command : kCommands) {
-        CLI::App &subcommand = *db.add_subcommand(command.name, command.help);
+        CLI::App &group = command.group == kDatabaseGroup ? db : relay;
+        CLI::App &subcommand = *group.add_subcommand(command.name, command.help);
         subcommand.fallthrough();
         subcommand.footer(command.footer);
         addOptions(subcommand, command, options);
@@ -402,10 +398,12 @@ int run(int argc, char **argv) {
     }
     Report report(options.json);
     try {
+        const CLI::App &group = *app.get_subcommands().front();
         const auto *const command =
-            std::find_if(kCommands.begin(), kCommands.end(),
-                         [&](const Command &entry) { return db.got_subcommand(entry.name); });
-        if (db.count("--database") == 0) {
+            std::find_if(kCommands.begin(), kCommands.end(), [&](const Command &entry) {
+                return group.get_name() == entry.group && group.got_subcommand(entry.name);
+            });
+        if (command->group == kDatabaseGroup && db.count("--database") == 0) {
             options.file = defaultDatabase(command->run == initDatabase);
         }
         if (options.secretFile) {

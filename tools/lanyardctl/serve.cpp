@@ -191,12 +191,7 @@ Service::State askService(const std::string &file, Bus &bus) {
         state = command == kReplayState && told ? *told : state;
         return 0;
     };
-    uint32_t client = kFirstClient;
-    while (!bus.join(client, listen)) {
-        if (++client > kLastClient) {
-            throw Failure("cannot register on the bus");
-        }
-    }
+    const uint32_t client = bus.joinAsClient(listen);
     const auto service = bus.connect(kServiceModule);
     Order order = orderFor(file);
     order.client = client;

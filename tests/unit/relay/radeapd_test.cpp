@@ -166,6 +166,12 @@ class Radeapd : public testing::Test {
                                            static_cast<uint8_t>(size), type},
                                      data}));
     }
+    // What a person is shown.
+    ProgramResult askWithProgram() const {
+        return runProgram({LANYARD_LANYARDCTL, "relay", "status"},
+                          {"PAL_ROOT=" + root.folder().string()});
+    }
+
     int identify(std::string_view name) const { return respond(7, 1, fromText(name)); }
 
     // The same, and awaits the code of the EAP packet that comes back; 0 when none does.
@@ -336,6 +342,12 @@ TEST_F(Radeapd, AskedForItsStatus_AnswersOverTheBus) {
     ASSERT_EQ(1U, status.at("servers").size());
     EXPECT_EQ(server.port(), status.at("servers")[0].at("port"));
     EXPECT_EQ(1, status.at("servers")[0].at("requests"));
+
+    const ProgramResult shown = askWithProgram();
+    EXPECT_EQ(0, shown.status) << shown.err;
+    EXPECT_THAT(shown.out, testing::StartsWith("conversations 1, in flight 1, limit 64\n"));
+    EXPECT_THAT(shown.out, HasSubstr("\n" + server.host() + ":" + std::to_string(server.port()) +
+                                     "  alive  1        1 "));
 }
 
 // The options of the program's own, whatever else stands between them.
@@ -348,6 +360,13 @@ class RadeapdOneByOne : public Radeapd {
                    database.path(),   "--accept-unsigned"};
     }
 };
+
+TEST_F(RadeapdOneByOne, AskedForItsStatus_HasNone) {
+    const ProgramResult shown = askWithProgram();
+    EXPECT_EQ(1, shown.status);
+    EXPECT_EQ("lanyardctl: the relay tells no status; one with --in-flight 1 has none\n",
+              shown.err);
+}
 
 TEST_F(RadeapdOneByOne, ServesOneAfterTheOther) {
     Gate gate;

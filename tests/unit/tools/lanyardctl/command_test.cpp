@@ -244,6 +244,9 @@ TEST_F(Commands, WrongCommandLinesAreRefused) {
     for (const std::vector<std::string> &arguments : std::vector<std::vector<std::string>>{
              {},
              {"db"},
+             {"relay"},
+             {"relay", "list"},
+             {"relay", "status", "b"},
              {"unknown"},
              {"db", "unknown"},
              {"db", "add"},
@@ -279,6 +282,7 @@ TEST_F(Commands, HelpSaysWhatThereIs) {
     for (const char *command : {"init", "add", "set", "del", "list", "serve", "replay"}) {
         EXPECT_THAT(commands, HasSubstr("\n  " + std::string(command) + " "));
     }
+    EXPECT_THAT(run({"relay", "--help"}).out, HasSubstr("\n  status "));
     EXPECT_THAT(run({"db", "add", "--help"}).out, HasSubstr("--secret-file FILE"));
     EXPECT_THAT(run({"db", "add", "--help"}).out, HasSubstr("1 to 300; 3 without it"));
     EXPECT_THAT(run({"db", "set", "--help"}).out, Not(HasSubstr("without it")));

@@ -1,0 +1,22 @@
+// Text for a terminal.
+#ifndef LANYARDCTL_TABLE_H
+#define LANYARDCTL_TABLE_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lanyardctl {
+
+// Text of others for a terminal: whatever could move the cursor is shown as '?'.
+std::string shown(const std::optional<std::string> &text);
+
+using Line = std::vector<std::string>;
+
+// Lines of equally many fields, of which the first are the headings, with each column as wide as it
+// has to be. No newline at the end.
+std::string asTable(const std::vector<Line> &lines);
+
+}  // namespace lanyardctl
+
+#endif
