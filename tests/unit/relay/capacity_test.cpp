@@ -13,7 +13,7 @@ namespace lanyard::test::capacity_test {
 namespace {
 
 // Conversations of a usual size: a name of eight bytes and a State of 16 bytes.
-constexpr uint32_t kConversations = 180;
+constexpr uint32_t kConversations = 200;
 constexpr size_t kStateSize = 16;
 
 // What is left of the library's partition, found by taking it in small pieces.
