@@ -30,8 +30,8 @@ class Channel : public PalListNode {
     int64_t idleSince() const { return idleSince_; }
     RadRequest *waiting(uint8_t identifier) const { return waiting_[identifier]; }
 
-    // Gives a request the identifier that was free for the longest time, so that late answers to an
-    // earlier request find nobody. The channel is not full.
+    // Gives a request the next free identifier in turn, so that late answers to an earlier request
+    // mostly find nobody. The channel is not full.
     uint8_t enter(RadRequest *request) {
         while (waiting_[next_]) {
             ++next_;

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
-#include <cerrno>
 #include <cstring>
 #include <utility>
 
@@ -26,8 +25,8 @@ constexpr int64_t kJitterShare = 10;
 // A wait doubles no further: it is longer than any time-out of a server by then.
 constexpr int kDoublingsMax = 20;
 
-// Sends to a server while another one may be there to answer.
-constexpr int kSendsWithOthers = 2;
+// Sends to a server while a living one is still to be asked.
+constexpr int kSendsBeforeNext = 2;
 
 // Identifier of the next try, whichever thread makes it.
 std::atomic<uint8_t> radReqIdCounter{0};
@@ -37,6 +36,11 @@ int64_t waitAfter(int sends, int32_t timeout, uint8_t chance) {
     const int64_t wait = kFirstWait << std::min(sends, kDoublingsMax);
     const int64_t jittered = wait + wait / kJitterShare * (2 * chance - UINT8_MAX) / UINT8_MAX;
     return std::clamp<int64_t>(jittered, 0, std::max(timeout, 0) * kSecond);
+}
+
+// Whether a server is worth asking: it has an address, and is not known to be dead.
+bool mayAnswer(const sockaddr_in &server) {
+    return server.sin_addr.s_addr != 0 && isAlive(server);
 }
 
 }  // namespace
@@ -100,20 +104,18 @@ void Exchange::choose() {
     const auto servers = std::span(given).first(choice_.count);
     const int64_t now = monotonicMicroseconds();
     // Once for all: other threads may learn more meanwhile.
-    std::array<Standing, RAD_SERVERS_MAX> standings{};
     std::array<Rank, RAD_SERVERS_MAX> ranks{};
     bool anyAlive = false;
     for (const uint8_t index : servers) {
-        standings[index] = standingOf(set_->address(index), now);
-        ranks[index] = standings[index] == Standing::kAlive ? kAlive : kDead;
-        anyAlive |= ranks[index] == kAlive;
+        ranks[index] = isAlive(set_->address(index)) ? kAlive : kDead;
+        anyAlive |= mayAnswer(set_->address(index));
     }
     if (stateOrigin_ >= 0) {
         Rank &rank = ranks[static_cast<size_t>(stateOrigin_)];
         rank = rank == kAlive ? kFirst : rank;
     } else if (anyAlive && probesDead_) {
         const auto due = std::find_if(servers.begin(), servers.end(), [&](uint8_t index) {
-            return standings[index] == Standing::kDue && claimProbe(set_->address(index), now);
+            return claimProbe(set_->address(index), now);
         });
         if (due != servers.end()) {
             ranks[*due] = kFirst;
@@ -173,11 +175,11 @@ Next Exchange::nextServer() {
     if (resilient_) {
         return reach(set_->address(index));
     }
-    if (!completeRequest(pairs_, desc_.code, nasIdentifier_, outcome())) {
+    if (!addNasIdentity(pairs_, nasIdentifier_, nullptr, outcome())) {
         return Next::kEnd;
     }
     desc_.identifier = radReqIdCounter.fetch_add(1, std::memory_order_relaxed);
-    return resolve();
+    return addSignaturePlace(pairs_, desc_.code) ? resolve() : Next::kEnd;
 }
 
 Next Exchange::resolve() {
@@ -217,7 +219,9 @@ Next Exchange::opened(uint8_t identifier) {
         RadPair *delay = radPairGet(list.head(), RAD_ATTR_ACCT_DELAY_TIME);
         delay->numValue += static_cast<uint32_t>((monotonicMicroseconds() - started_) / kSecond);
     }
-    if (!isComplete_ && !completeRequest(list.head(), desc_.code, nasIdentifier_, outcome())) {
+    if (!isComplete_ &&
+        !(addNasIdentity(list.head(), nasIdentifier_, &set_->ownAddress(), outcome()) &&
+          addSignaturePlace(list.head(), desc_.code))) {
         return endTry(-1);
     }
     return pack(list.head());
@@ -225,6 +229,7 @@ Next Exchange::opened(uint8_t identifier) {
 
 Next Exchange::pack(const RadPair *pairs) {
     int status = 0;
+    request_ = {};  // one packet at a time
     request_ = packRequest(desc_, pairs, status, outcome());
     return request_.packet ? Next::kSend : endTry(status);
 }
@@ -246,15 +251,20 @@ Next Exchange::sent() {
         if (firstSend_ == 0) {
             firstSend_ = now;
         }
-        const auto &chance = packet().record().authenticator;
-        patience_ =
-            waitAfter(sends_, desc_.timeout, chance[static_cast<size_t>(sends_) % sizeof(chance)]);
-        // The only server gets its whole time-out once, however few its retries are.
-        if (sends_ >= desc_.retries && sends_ + 1 >= sendsAllowed() && !hasLivingOther()) {
-            patience_ = std::max(patience_, firstSend_ + desc_.timeout * kSecond - now);
-        }
+        choosePatience(now);
     }
     return Next::kWait;
+}
+
+// How long to wait after a send.
+void Exchange::choosePatience(int64_t now) {
+    const auto &chance = packet().record().authenticator;
+    patience_ =
+        waitAfter(sends_, desc_.timeout, chance[static_cast<size_t>(sends_) % sizeof(chance)]);
+    // The last server gets its whole time-out once, however few its retries are.
+    if (sends_ >= desc_.retries && !hasLivingNext()) {
+        patience_ = std::max(patience_, firstSend_ + desc_.timeout * kSecond - now);
+    }
 }
 
 bool Exchange::mustBeSigned() const {
@@ -289,14 +299,12 @@ Next Exchange::received(std::span<uint8_t> datagram) {
     return endTry(result);
 }
 
-// Another server is worth the time that more sends to this one would take.
-bool Exchange::hasLivingOther() const {
-    const int64_t now = monotonicMicroseconds();
-    const auto servers = candidates();
+// A server that is still to be asked is worth the time that more sends to this one would take.
+bool Exchange::hasLivingNext() const {
+    const auto servers = candidates().subspan(asked_);
     return std::any_of(servers.begin(), servers.end(), [&](uint8_t index) {
-        const sockaddr_in &other = set_->address(index);
-        return other.sin_addr.s_addr != 0 && !isSame(other, address_) &&
-               standingOf(other, now) == Standing::kAlive;
+        const sockaddr_in &next = set_->address(index);
+        return !isSame(next, address_) && mayAnswer(next);
     });
 }
 
@@ -305,8 +313,8 @@ int Exchange::sendsAllowed() const {
         return 1;
     }
     const int configured = 1 + std::max(desc_.retries, 0);
-    return desc_.code == RAD_CODE_STATUS_SERVER || hasLivingOther()
-               ? std::min(configured, kSendsWithOthers)
+    return desc_.code == RAD_CODE_STATUS_SERVER || hasLivingNext()
+               ? std::min(configured, kSendsBeforeNext)
                : configured;
 }
 
@@ -349,12 +357,20 @@ Next Exchange::failed(int32_t step, int32_t reason) {
 }
 
 Next Exchange::refused(int error) {
+    if (asked_ < choice_.count || firstSend_ == 0) {
+        return unreachable(error);
+    }
+    // There is no other server, and this one may be back in a second.
+    const int64_t now = monotonicMicroseconds();
+    noteSilence(address_, firstSend_, now);
+    strayReason_ = error;
+    choosePatience(now);
+    return Next::kWait;
+}
+
+Next Exchange::unreachable(int error) {
     const int64_t now = monotonicMicroseconds();
     noteSilence(address_, firstSend_ == 0 ? now : firstSend_, now);
-    if (asked_ == choice_.count && firstSend_ != 0) {
-        strayReason_ = error;
-        return Next::kWait;  // there is no other server, and this one may be back in a second
-    }
     return failed(firstSend_ == 0 ? RAD_STEP_SEND : RAD_STEP_WAIT, error);
 }
 
@@ -366,6 +382,7 @@ void Exchange::leave() {
 
 Next Exchange::endTry(int result) {
     leave();
+    request_ = {};
     result_ = result;
     if (complete_) {
         return Next::kEnd;

@@ -72,8 +72,10 @@ class Exchange {
     static Next interrupted() { return Next::kSend; }
     // A step of the driver failed; `reason` as in RadLastError.
     Next failed(int32_t step, int32_t reason);
-    // The network says that nobody is there (ICMP, no route).
+    // The network says that nobody is there (ICMP, no route): after a send, or instead of it.
     Next refused(int error);
+    // There is no way to the server at all.
+    Next unreachable(int error);
 
     // The server that is asked.
     const RadRequestDesc &server() const { return desc_; }
@@ -95,7 +97,8 @@ class Exchange {
     Next endTry(int result);
     void leave();
     void choose();
-    [[nodiscard]] bool hasLivingOther() const;
+    [[nodiscard]] bool hasLivingNext() const;
+    void choosePatience(int64_t now);
     [[nodiscard]] int sendsAllowed() const;
     [[nodiscard]] bool mustBeSigned() const;
     [[nodiscard]] std::span<const uint8_t> candidates() const {

@@ -133,9 +133,9 @@ void noteOutcome(const char *host, uint32_t port, const Outcome &outcome) {
 }
 
 void noteOutcome(const RadLastError &record) {
-    if (outcomes.count < outcomes.records.size()) {
-        outcomes.records[outcomes.count++] = record;
-    }
+    // A hook that makes requests of its own may fill the list: the last server is the one to keep.
+    outcomes.count = std::min(outcomes.count + 1, outcomes.records.size());
+    outcomes.records[outcomes.count - 1] = record;
 }
 
 }  // namespace lanyard

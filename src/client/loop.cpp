@@ -112,9 +112,12 @@ struct RadLoop {
 
     void destroy(RadRequest *request) {
         palListNodeRemove(request->hasEnded ? &ended_ : &inFlight_, request);
+        awaited_ -= request->listener.tell ? 1 : 0;
         ObjectDeleter<RadRequest>()(request);
     }
     void destroy(Channel *channel) {
+        // A child of this process may hold the socket open: closing it would not be enough.
+        epoll_ctl(events_.get(), EPOLL_CTL_DEL, channel->socket(), nullptr);
         palListNodeRemove(&channels_, channel);
         ObjectDeleter<Channel>()(channel);
     }
@@ -123,6 +126,7 @@ struct RadLoop {
     Descriptor timer_;
     PalList inFlight_{};
     PalList ended_{};  // their callbacks are still to come
+    int awaited_ = 0;  // of both, those that somebody is to be told of
     PalList channels_{};
     std::array<ServerSet::Owner, 2> sets_{};  // for authentication, for accounting
     // When the timer wakes: at the first deadline or before.
@@ -145,6 +149,7 @@ ServerSet::Owner RadLoop::servers(const ServerChoice &choice, int code) {
 
 void RadLoop::start(RadRequest *request) {
     palListNodeAppend(&inFlight_, request);
+    awaited_ += request->listener.tell ? 1 : 0;
     drive(*request, request->exchange.start());
 }
 
@@ -218,7 +223,7 @@ Next RadLoop::open(RadRequest &request) {
     request.channel = channelTo(request.exchange.address());
     if (!request.channel) {
         const int error = errno;
-        return isUnreachable(error) ? request.exchange.refused(error)
+        return isUnreachable(error) ? request.exchange.unreachable(error)
                                     : request.exchange.failed(RAD_STEP_SOCKET, error);
     }
     request.identifier = request.channel->enter(&request);
@@ -323,7 +328,8 @@ void RadLoop::wakeAt(int64_t time) {
     // All zeros would stop the timer.
     const int64_t set = std::max<int64_t>(time, 1);
     const itimerspec alarm{.it_interval = {},
-                           .it_value = {.tv_sec = set / kSecond, .tv_nsec = set % kSecond * 1000}};
+                           .it_value = {.tv_sec = static_cast<time_t>(set / kSecond),
+                                        .tv_nsec = static_cast<long>(set % kSecond * 1000)}};
     timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &alarm, nullptr);
 }
 
@@ -392,8 +398,7 @@ int RadLoop::run(int64_t patience) {
     bool interrupted = false;
     int count = 0;
     do {
-        const bool hasWork = inFlight_.first || ended_.first;
-        if (until == kNever && !hasWork) {
+        if (until == kNever && awaited_ == 0) {
             break;
         }
         isGood = wait(ended_.first ? 0 : until, interrupted);
@@ -420,7 +425,7 @@ void probe(RadLoop &loop, ServerSet &servers) {
     const int64_t now = monotonicMicroseconds();
     for (int index = 0; index < servers.choice().count; ++index) {
         const sockaddr_in &server = servers.address(static_cast<size_t>(index));
-        if (standingOf(server, now) == Standing::kDue && claimProbe(server, now)) {
+        if (claimProbe(server, now)) {
             startRequest(
                 loop, {.code = RAD_CODE_STATUS_SERVER, .servers = servers.share(), .only = index},
                 pairs.head(), {});

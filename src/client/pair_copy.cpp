@@ -23,10 +23,19 @@ std::span<const uint8_t> nameOf(const RadPair &pair) {
     return textOf(pair.name, strnlen(pair.name, RAD_NAME_MAX));
 }
 
-// A number has no text; a text that was cut records a length beyond its bytes.
+// A number has no text; a text that was cut records a length beyond its bytes; of a type that is the
+// program's own only its hook knows.
 std::span<const uint8_t> valueOf(const RadPair &pair) {
-    const size_t length = pair.type == RAD_TYPE_STRING ? pair.numValue : 0;
-    return textOf(pair.strValue, std::min<size_t>(length, RAD_VALUE_MAX));
+    switch (pair.type) {
+        case RAD_TYPE_INTEGER:
+        case RAD_TYPE_IPADDR:
+        case RAD_TYPE_DATE:
+            return {};
+        case RAD_TYPE_STRING:
+            return textOf(pair.strValue, std::min<size_t>(pair.numValue, RAD_VALUE_MAX));
+        default:
+            return textOf(pair.strValue, RAD_VALUE_MAX);
+    }
 }
 
 template <size_t size>

@@ -59,12 +59,19 @@ class RequestPairs {
     bool empty_ = false;
 };
 
-// The identity of this device (RFC 2865 sections 5.4 and 5.32).
-bool addNasIdentity(RequestPairs &pairs, const char *nasIdentifier, Outcome &outcome) {
+}  // namespace
+
+bool addNasIdentity(RadPair *list, const char *nasIdentifier, const uint32_t *ownAddress,
+                    Outcome &outcome) {
+    failAt(outcome, RAD_STEP_PREPARE, RAD_REASON_PACK);
+    RequestPairs pairs(list);
+    pairs.remove(RAD_ATTR_NAS_IDENTIFIER);
+    pairs.remove(RAD_ATTR_NAS_IP_ADDRESS);
+    pairs.remove(RAD_ATTR_MESSAGE_AUTHENTICATOR);
     if (nasIdentifier) {
         return pairs.add(RAD_ATTR_NAS_IDENTIFIER, nasIdentifier, 0);
     }
-    const uint32_t address = radGetHostIP();
+    const uint32_t address = ownAddress ? *ownAddress : radGetHostIP();
     if (address == 0 || address == INADDR_NONE) {
         outcome.reason = RAD_REASON_NO_OWN_ADDRESS;
         return false;
@@ -73,19 +80,10 @@ bool addNasIdentity(RequestPairs &pairs, const char *nasIdentifier, Outcome &out
     return pairs.add(RAD_ATTR_NAS_IP_ADDRESS, &hostOrder, sizeof(hostOrder));
 }
 
-}  // namespace
-
-bool completeRequest(RadPair *list, int code, const char *nasIdentifier, Outcome &outcome) {
-    failAt(outcome, RAD_STEP_PREPARE, RAD_REASON_PACK);
-    RequestPairs pairs(list);
-    pairs.remove(RAD_ATTR_NAS_IDENTIFIER);
-    pairs.remove(RAD_ATTR_NAS_IP_ADDRESS);
-    pairs.remove(RAD_ATTR_MESSAGE_AUTHENTICATOR);
-    // Message-Authenticator comes last, because it is signed when it is packed.
-    return addNasIdentity(pairs, nasIdentifier, outcome) &&
-           (code == RAD_CODE_ACCOUNTING_REQUEST ||
-            pairs.add(RAD_ATTR_MESSAGE_AUTHENTICATOR, radMsgAuthPlaceholder.data(),
-                      static_cast<int>(radMsgAuthPlaceholder.size())));
+bool addSignaturePlace(RadPair *list, int code) {
+    return code == RAD_CODE_ACCOUNTING_REQUEST ||
+           RequestPairs(list).add(RAD_ATTR_MESSAGE_AUTHENTICATOR, radMsgAuthPlaceholder.data(),
+                                  static_cast<int>(radMsgAuthPlaceholder.size()));
 }
 
 OwnedPacket packRequest(const RadRequestDesc &desc, const RadPair *pairs, int &status,

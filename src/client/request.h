@@ -18,10 +18,15 @@ struct OwnedPacket {
     std::optional<Packet> packet = {};
 };
 
-// Adds to the caller's list what every request has: `nasIdentifier`, or without one this device's
-// address, and the place of a Message-Authenticator where the code has one. What an earlier call
-// added goes first. @return whether the list is complete.
-bool completeRequest(RadPair *list, int code, const char *nasIdentifier, Outcome &outcome);
+// Adds to the caller's list who asks: `nasIdentifier`, or without one this device's address, which is
+// looked up unless the caller knows it (RFC 2865 sections 5.4 and 5.32). What earlier calls of this
+// and of addSignaturePlace() have added goes first.
+bool addNasIdentity(RadPair *list, const char *nasIdentifier, const uint32_t *ownAddress,
+                    Outcome &outcome);
+
+// Adds the place of a Message-Authenticator, where requests of that code have one. It comes last, because
+// it is signed when it is packed.
+bool addSignaturePlace(RadPair *list, int code);
 
 // Builds the packet. Without one `status` says what the request returns.
 OwnedPacket packRequest(const RadRequestDesc &desc, const RadPair *pairs, int &status,

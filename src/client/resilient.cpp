@@ -1,6 +1,7 @@
 // The calls that wait, for programs that want them resilient: a loop each.
 #include <array>
 #include <cerrno>
+#include <memory>
 #include <span>
 
 #include <lanyard/radius/error.h>

@@ -125,6 +125,12 @@ ServerSet::Owner ServerSet::copy(const ServerChoice &choice) {
             set->expiry_ = monotonicMicroseconds() + kNamesLife;
         }
     }
+    const auto copies = std::span(set->servers_).first(choice.count);
+    if (std::any_of(copies.begin(), copies.end(),
+                    [](const RadServer &server) { return !server.extra; })) {
+        set->ownAddress_ = radGetHostIP();
+        set->expiry_ = monotonicMicroseconds() + kNamesLife;
+    }
     return set;
 }
 

@@ -48,7 +48,7 @@ class ServerSet {
     };
     using Owner = std::unique_ptr<ServerSet, Release>;
 
-    // Null when memory is exhausted. Names are resolved here.
+    // Null when memory is exhausted. Names are resolved here, this device's own one too.
     static Owner copy(const ServerChoice &choice);
 
     Owner share() {
@@ -56,11 +56,12 @@ class ServerSet {
         return Owner(this);
     }
 
-    // Whether a copy of that would be the same. One with names is not for ever: their addresses may
-    // have changed.
+    // Whether a copy of that would be the same. One with addresses of names is not for ever.
     [[nodiscard]] bool isCopyOf(const ServerChoice &choice, int64_t now) const;
 
     const ServerChoice &choice() const { return choice_; }
+    // This device's, for servers that are told no NAS-Identifier.
+    const uint32_t &ownAddress() const { return ownAddress_; }
     // 0.0.0.0 when the name has none.
     const sockaddr_in &address(size_t index) const { return addresses_[index]; }
 
@@ -74,6 +75,7 @@ class ServerSet {
     uint32_t owners_ = 1;
     size_t size_ = 0;  // bytes of the block
     int64_t expiry_ = 0;
+    uint32_t ownAddress_ = 0;
     ServerChoice choice_;
     std::array<RadServer, RAD_SERVERS_MAX> servers_{};
     std::array<sockaddr_in, RAD_SERVERS_MAX> addresses_{};

@@ -149,13 +149,10 @@ void describe(const Server &server, RadServerStatus &status) {
 
 }  // namespace
 
-Standing standingOf(const sockaddr_in &server, int64_t now) {
+bool isAlive(const sockaddr_in &server) {
     const Lock lock;
     const Server *known = find(server);
-    if (!known || !known->dead) {
-        return Standing::kAlive;
-    }
-    return now < known->askAgain ? Standing::kDead : Standing::kDue;
+    return !known || !known->dead;
 }
 
 bool claimProbe(const sockaddr_in &server, int64_t now) {

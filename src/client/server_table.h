@@ -12,13 +12,12 @@
 
 namespace lanyard {
 
-// kDue: dead, and long enough to be asked again.
-enum class Standing { kAlive, kDead, kDue };
-
 // Times are monotonicMicroseconds().
-Standing standingOf(const sockaddr_in &server, int64_t now);
 
-// Takes it on to ask a server that is due; to everybody else it stays dead meanwhile.
+bool isAlive(const sockaddr_in &server);
+
+// Takes it on to ask a server that has been dead for long enough. False for others; to everybody else it
+// stays dead meanwhile.
 bool claimProbe(const sockaddr_in &server, int64_t now);
 
 void noteSent(const sockaddr_in &server, bool again);

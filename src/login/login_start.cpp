@@ -23,7 +23,7 @@ void tellLogin(const Listener &listener, RadRequest *request, int code, RadPair 
     listener.loginDone(listener.context, request, &login);
 }
 
-// Starts a login. `addAttributes` adds what the method sends behind User-Name.
+// Starts a login. `addAttributes` adds what the method sends after User-Name.
 template <typename AddAttributes>
 RadRequest *start(RadLoop *loop, const Login &login, bool inputsAreGood, RadLoginDone done,
                   void *context, AddAttributes addAttributes) {

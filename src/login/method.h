@@ -1,4 +1,4 @@
-// The login methods: which inputs each takes, and what it sends behind User-Name.
+// The login methods: which inputs each takes, and what it sends after User-Name.
 #ifndef LANYARD_LOGIN_METHOD_H
 #define LANYARD_LOGIN_METHOD_H
 

@@ -30,9 +30,10 @@
  * - Servers that are known to be dead come last (status.h).
  * - The waits between the sends to a server begin with 2 seconds and double, with 10 % of chance,
  *   but are never longer than the server's time-out (RFC 5080 section 2.2.1). There are as many
- *   sends as the server's retries say and one; only two while another server may answer. A server
- *   that is the only one gets its whole time-out in any case.
- * - A server that is refused by the network is left at once.
+ *   sends as the server's retries say and one; only two while a living server is still to be asked.
+ *   The last one gets its whole time-out in any case.
+ * - A server that the network says is not there is left at once, unless it is the last one: that
+ *   may be back before its time is over.
  * - A datagram that is no valid reply is counted and ignored; the wait goes on.
  * - A request with a State goes to the server that gave it, while that answers.
  * - Replies to a request with an EAP-Message have to carry a Message-Authenticator
@@ -40,8 +41,11 @@
  * - A retransmission is the same packet. A request with Acct-Delay-Time is packed anew, with the
  *   time that has passed added (RFC 2866 section 5.2).
  *
- * A host name among the servers is resolved when a loop first needs it and then once a minute, which
- * may wait for a name server. Addresses are never waited for.
+ * A host name among the servers, and this device's own name for NAS-IP-Address, is resolved when a
+ * loop first needs it and then once a minute, which may wait for a name server. With addresses in the
+ * list, and a NAS-Identifier for each server or an own name in the hosts file, nothing ever waits.
+ *
+ * Hooks (frame.h) run within radRequestStart() and radLoopRun(). They may call nothing of that loop.
  *
  * Memory: a request in flight needs less than 700 bytes beside its packet; a loop less than 4 KiB,
  * and 2 KiB for each server that it talks to.

@@ -16,6 +16,9 @@
  * a Status-Server packet (::RAD_OPTION_STATUS_SERVER), asks it first while the others still pass it
  * over. Any valid reply makes it alive.
  *
+ * Status-Server packets and their answers count as requests and replies. A round trip begins with the
+ * first send.
+ *
  * There is one table for the process, with room for 32 servers; the one that was not asked for the
  * longest time makes room for a new one.
  *

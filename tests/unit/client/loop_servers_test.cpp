@@ -52,6 +52,28 @@ TEST_F(LoopTest, ServerAlone_GetsAllItsRetries) {
     EXPECT_EQ(5, answer.tries);
 }
 
+// Both are alive to others, and slow.
+TEST_F(LoopTest, LastServer_GetsItsWholeTimeAlthoughTheFirstIsAlive) {
+    const PlayedServer first;
+    const PlayedServer second;
+    const ConfiguredLibrary library({.authServers = {first.entry(), second.entry()}});
+    const Loop loop;
+    expectAccepted(loop, first);
+    Answer answer;
+    loop.start(answer);
+    first.send(first.take(), "00"_hex);  // for somebody else, as it were
+    EXPECT_EQ(0, loop.run());
+    clock_.advance(kPlenty);
+    EXPECT_EQ(0, loop.run());
+    const ReceivedRequest request = second.take();
+    clock_.advance(kPlenty - 1);
+    EXPECT_EQ(0, loop.run());
+    EXPECT_EQ(1, statusOf(first).alive);
+    second.reply(request, 2);
+    EXPECT_EQ(1, loop.run());
+    EXPECT_EQ(2, answer.code);
+}
+
 TEST_F(LoopTest, RefusingServer_IsLeftAtOnce) {
     const RefusedPort first(newAddress());
     const PlayedServer second;
