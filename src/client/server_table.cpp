@@ -20,7 +20,7 @@ constexpr size_t kServersMax = 32;
 constexpr size_t kRoundTripsMax = 64;
 constexpr size_t kStatesMax = 4096;
 constexpr int kDefaultDeadTime = 60;  // seconds
-constexpr int64_t kSlowestPercentile = 95;
+constexpr size_t kSlowestPercentile = 95;
 
 struct Server {
     uint32_t address = 0;  // network order; 0 for a free place

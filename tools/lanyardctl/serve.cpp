@@ -146,7 +146,8 @@ class Desk {
         if (std::exchange(moves_, false)) {
             patience = std::min(patience, kSoon);
         }
-        const timespec limit{patience.count() / 1000, patience.count() % 1000 * 1000000};
+        const timespec limit{static_cast<time_t>(patience.count() / 1000),
+                             static_cast<long>(patience.count() % 1000 * 1000000)};
         ppoll(watched.data(), watched.size(), &limit, signals);
         moves_ = folders_.drain();
         if (messages.fd == -1 || messages.revents != 0) {
