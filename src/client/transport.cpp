@@ -102,7 +102,7 @@ class Driver {
         }
         const int error = errno;
         if (error == EINTR) {
-            return exchange_.interrupted();
+            return Exchange::interrupted();
         }
         radLogAs("radSendtoServer", kLogError, "radSendtoServer: select() Failed: %s\n",
                  ErrorText(error).text());

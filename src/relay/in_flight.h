@@ -34,7 +34,7 @@ void cancelRequest(const RadEapQueueEntry &entry);
 
 // Writes the status (RAD_EAP_CMD_STATUS) into `size` bytes, and sets it to the bytes that it takes.
 // @return 0; -1 without room.
-int writeStatus(char *text, uint32_t *size);
+int writeStatus(char *buffer, uint32_t *size);
 
 }  // namespace lanyard
 

@@ -45,16 +45,15 @@ class Text {
 using Number = unsigned long long;
 
 void addServer(Text &text, const RadServerStatus &server) {
-    text.add("{\"host\":\"%s\",\"port\":%u,\"alive\":%s,\"dead_seconds\":%u,\"pending\":%u,",
-             server.host, server.port, server.alive ? "true" : "false", server.deadSeconds,
-             server.pending);
-    text.add("\"requests\":%llu,\"retransmissions\":%llu,\"timeouts\":%llu,\"accepts\":%llu,",
+    text.add(R"({"host":"%s","port":%u,"alive":%s,"dead_seconds":%u,"pending":%u,)", server.host,
+             server.port, server.alive ? "true" : "false", server.deadSeconds, server.pending);
+    text.add(R"("requests":%llu,"retransmissions":%llu,"timeouts":%llu,"accepts":%llu,)",
              static_cast<Number>(server.requests), static_cast<Number>(server.retransmissions),
              static_cast<Number>(server.timeouts), static_cast<Number>(server.accepts));
-    text.add("\"rejects\":%llu,\"challenges\":%llu,\"responses\":%llu,\"malformed\":%llu,",
+    text.add(R"("rejects":%llu,"challenges":%llu,"responses":%llu,"malformed":%llu,)",
              static_cast<Number>(server.rejects), static_cast<Number>(server.challenges),
              static_cast<Number>(server.responses), static_cast<Number>(server.malformed));
-    text.add("\"bad_authenticators\":%llu,\"strays\":%llu,\"median_us\":%u,\"p95_us\":%u}",
+    text.add(R"("bad_authenticators":%llu,"strays":%llu,"median_us":%u,"p95_us":%u})",
              static_cast<Number>(server.badAuthenticators), static_cast<Number>(server.strays),
              server.medianMicroseconds, server.slowMicroseconds);
 }
@@ -71,7 +70,7 @@ int writeStatus(char *buffer, uint32_t *size) {
         ++conversations;
     }
     Text text({buffer, *size - kEndSize});
-    text.add("{\"conversations\":%d,\"in_flight\":%d,\"limit\":%d,\"servers\":[", conversations,
+    text.add(R"({"conversations":%d,"in_flight":%d,"limit":%d,"servers":[)", conversations,
              requestsInFlight(), radOptionGet(RAD_OPTION_EAP_IN_FLIGHT));
     if (!text.isWhole()) {
         return -1;
