@@ -1,6 +1,4 @@
-// Many exchanges in flight, over connected sockets and one descriptor.
-#include "client/loop.h"
-
+// The steps of a loop: many exchanges in flight, over connected sockets and one descriptor.
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -15,27 +13,12 @@
 #include <palcore.h>
 
 #include "base/clock.h"
-#include "base/descriptor.h"
 #include "base/log.h"
 #include "base/partition.h"
-#include "client/channel.h"
-#include "client/exchange.h"
+#include "client/loop_state.h"
 #include "client/server_table.h"
 
 using namespace lanyard;
-
-struct RadRequest : PalListNode {
-    RadRequest(RadLoop *itsLoop, Exchange::Resilient description, const Listener &itsListener)
-        : PalListNode{}, loop(itsLoop), exchange(std::move(description)), listener(itsListener) {}
-
-    RadLoop *const loop;
-    Exchange exchange;
-    Channel *channel = nullptr;  // while it has an identifier there
-    int64_t deadline = 0;
-    const Listener listener;
-    uint8_t identifier = 0;
-    bool hasEnded = false;
-};
 
 namespace lanyard {
 namespace {
@@ -69,74 +52,24 @@ void forEach(const PalList &list, Visit visit) {
 }  // namespace
 }  // namespace lanyard
 
-struct RadLoop {
-    RadLoop(Descriptor events, Descriptor timer)
-        : events_(std::move(events)), timer_(std::move(timer)) {}
-    RadLoop(const RadLoop &) = delete;
-    RadLoop &operator=(const RadLoop &) = delete;
+RadLoop::~RadLoop() {
+    forEach(inFlight_, [this](PalListNode *node) { destroy(static_cast<RadRequest *>(node)); });
+    forEach(ended_, [this](PalListNode *node) { destroy(static_cast<RadRequest *>(node)); });
+    forEach(channels_, [this](PalListNode *node) { destroy(static_cast<Channel *>(node)); });
+}
 
-    ~RadLoop() {
-        forEach(inFlight_, [this](PalListNode *node) { destroy(static_cast<RadRequest *>(node)); });
-        forEach(ended_, [this](PalListNode *node) { destroy(static_cast<RadRequest *>(node)); });
-        forEach(channels_, [this](PalListNode *node) { destroy(static_cast<Channel *>(node)); });
-    }
+void RadLoop::destroy(RadRequest *request) {
+    palListNodeRemove(request->hasEnded ? &ended_ : &inFlight_, request);
+    awaited_ -= request->listener.tell ? 1 : 0;
+    ObjectDeleter<RadRequest>()(request);
+}
 
-    int descriptor() const { return events_.get(); }
-    bool isRunning() const { return running_; }
-    bool isCurrent(const RadRequest *request) const { return request == current_; }
-    void doom() { doomed_ = true; }
-    bool isDoomed() const { return doomed_; }
-
-    ServerSet::Owner servers(const ServerChoice &choice, int code);
-    void start(RadRequest *request);
-    int run(int64_t patience);
-
-    void cancel(RadRequest *request) {
-        leaveChannel(*request);
-        destroy(request);
-    }
-
-  private:
-    void drive(RadRequest &request, Next next);
-    Next open(RadRequest &request);
-    Next send(RadRequest &request);
-    Channel *channelTo(const sockaddr_in &server);
-    void leaveChannel(RadRequest &request);
-    bool wait(int64_t until, bool &interrupted);
-    void receive(Channel &channel);
-    void take(Channel &channel, std::span<uint8_t> datagram);
-    void refuse(Channel &channel, int error);
-    void expire();
-    void wakeAt(int64_t time);
-    int deliver();
-
-    void destroy(RadRequest *request) {
-        palListNodeRemove(request->hasEnded ? &ended_ : &inFlight_, request);
-        awaited_ -= request->listener.tell ? 1 : 0;
-        ObjectDeleter<RadRequest>()(request);
-    }
-    void destroy(Channel *channel) {
-        // A child of this process may hold the socket open: closing it would not be enough.
-        epoll_ctl(events_.get(), EPOLL_CTL_DEL, channel->socket(), nullptr);
-        palListNodeRemove(&channels_, channel);
-        ObjectDeleter<Channel>()(channel);
-    }
-
-    Descriptor events_;
-    Descriptor timer_;
-    PalList inFlight_{};
-    PalList ended_{};  // their callbacks are still to come
-    int awaited_ = 0;  // of both, those that somebody is to be told of
-    PalList channels_{};
-    std::array<ServerSet::Owner, 2> sets_{};  // for authentication, for accounting
-    // When the timer wakes: at the first deadline or before.
-    int64_t wake_ = kNever;
-    RadRequest *current_ = nullptr;  // whose callback runs
-    bool running_ = false;
-    bool doomed_ = false;
-};
-
-static_assert(sizeof(RadRequest) < 700 && sizeof(RadLoop) < 4096);
+void RadLoop::destroy(Channel *channel) {
+    // A child of this process may hold the socket open: closing it would not be enough.
+    epoll_ctl(events_.get(), EPOLL_CTL_DEL, channel->socket(), nullptr);
+    palListNodeRemove(&channels_, channel);
+    ObjectDeleter<Channel>()(channel);
+}
 
 // The servers as configured now; those of earlier requests while nothing has changed.
 ServerSet::Owner RadLoop::servers(const ServerChoice &choice, int code) {
@@ -406,117 +339,4 @@ int RadLoop::run(int64_t patience) {
     } while (isGood && !interrupted && !doomed_ && count == 0 && monotonicMicroseconds() < until);
     running_ = false;
     return isGood || count > 0 ? count : -1;
-}
-
-namespace lanyard {
-namespace {
-
-void tellDone(const Listener &listener, RadRequest *request, int code, RadPair *reply) {
-    listener.done(listener.context, request, code, reply);
-}
-
-// Has Status-Server packets ask those servers that are due (RFC 5997).
-void probe(RadLoop &loop, ServerSet &servers) {
-    PairList pairs;
-    // Completing a request needs a list that is not empty; this pair is replaced by that.
-    if (!pairs.addNumber(RAD_ATTR_NAS_IP_ADDRESS, 0)) {
-        return;
-    }
-    const int64_t now = monotonicMicroseconds();
-    for (int index = 0; index < servers.choice().count; ++index) {
-        const sockaddr_in &server = servers.address(static_cast<size_t>(index));
-        if (claimProbe(server, now)) {
-            startRequest(
-                loop, {.code = RAD_CODE_STATUS_SERVER, .servers = servers.share(), .only = index},
-                pairs.head(), {});
-        }
-    }
-}
-
-}  // namespace
-
-RadRequest *startRequest(RadLoop &loop, Exchange::Resilient description, const RadPair *pairs,
-                         const Listener &listener) {
-    auto request = allocateObject<RadRequest>(&loop, std::move(description), listener);
-    if (!request || !request->exchange.copyPairs(pairs)) {
-        return nullptr;
-    }
-    loop.start(request.get());
-    return request.release();
-}
-
-RadRequest *startRequest(RadLoop &loop, Exchange::Resilient description, const RadPair *pairs,
-                         RadDone done, void *context) {
-    return startRequest(loop, std::move(description), pairs,
-                        {.tell = tellDone, .context = context, .done = done});
-}
-
-RadRequest *startConfigured(RadLoop *loop, int code, const RadPair *pairs,
-                            const Listener &listener) {
-    const ServerDefaults defaults = serverDefaults();
-    if (!loop || !pairs) {
-        return nullptr;
-    }
-    Exchange::Resilient description{.code = code};
-    ServerChoice choice;
-    if (findServers("radBuildAndSendReq", code, defaults, choice, description.outcome)) {
-        description.servers = loop->servers(choice, code);
-        if (!description.servers) {
-            return nullptr;
-        }
-        description.probesDead = radOptionGet(RAD_OPTION_STATUS_SERVER) == 0;
-        if (!description.probesDead) {
-            probe(*loop, *description.servers);
-        }
-    }
-    return startRequest(*loop, std::move(description), pairs, listener);
-}
-
-}  // namespace lanyard
-
-RadLoop *radLoopCreate(void) {
-    Descriptor events(epoll_create1(EPOLL_CLOEXEC));
-    Descriptor timer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
-    epoll_event event{.events = EPOLLIN, .data = {.ptr = nullptr}};
-    if (!events.isOpen() || !timer.isOpen() ||
-        epoll_ctl(events.get(), EPOLL_CTL_ADD, timer.get(), &event) != 0) {
-        return nullptr;
-    }
-    return allocateObject<RadLoop>(std::move(events), std::move(timer)).release();
-}
-
-int radLoopDescriptor(const RadLoop *loop) {
-    return loop ? loop->descriptor() : -1;
-}
-
-int radLoopRun(RadLoop *loop, int milliseconds) {
-    if (!loop || loop->isRunning()) {
-        return -1;
-    }
-    const int count = loop->run(milliseconds * kMillisecond);
-    if (loop->isDoomed()) {
-        ObjectDeleter<RadLoop>()(loop);
-    }
-    return count;
-}
-
-void radLoopDestroy(RadLoop *loop) {
-    if (loop && loop->isRunning()) {
-        loop->doom();
-    } else if (loop) {
-        ObjectDeleter<RadLoop>()(loop);
-    }
-}
-
-RadRequest *radRequestStart(RadLoop *loop, int code, const RadPair *pairs, RadDone done,
-                            void *context) {
-    return done ? startConfigured(loop, code, pairs,
-                                  {.tell = tellDone, .context = context, .done = done})
-                : nullptr;
-}
-
-void radRequestCancel(RadRequest *request) {
-    if (request && !request->loop->isCurrent(request)) {
-        request->loop->cancel(request);
-    }
 }
