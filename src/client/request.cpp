@@ -9,6 +9,7 @@
 
 #include "base/log.h"
 #include "client/authenticator.h"
+#include "client/resolver.h"
 
 namespace lanyard {
 namespace {
@@ -61,7 +62,7 @@ class RequestPairs {
 
 }  // namespace
 
-bool addNasIdentity(RadPair *list, const char *nasIdentifier, const uint32_t *ownAddress,
+bool addNasIdentity(RadPair *list, const char *nasIdentifier, const uint32_t *knownAddress,
                     Outcome &outcome) {
     failAt(outcome, RAD_STEP_PREPARE, RAD_REASON_PACK);
     RequestPairs pairs(list);
@@ -71,7 +72,7 @@ bool addNasIdentity(RadPair *list, const char *nasIdentifier, const uint32_t *ow
     if (nasIdentifier) {
         return pairs.add(RAD_ATTR_NAS_IDENTIFIER, nasIdentifier, 0);
     }
-    const uint32_t address = ownAddress ? *ownAddress : radGetHostIP();
+    const uint32_t address = knownAddress ? *knownAddress : ownAddress();
     if (address == 0 || address == INADDR_NONE) {
         outcome.reason = RAD_REASON_NO_OWN_ADDRESS;
         return false;

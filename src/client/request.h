@@ -21,7 +21,7 @@ struct OwnedPacket {
 // Adds to the caller's list who asks: `nasIdentifier`, or without one this device's address, which is
 // looked up unless the caller knows it (RFC 2865 sections 5.4 and 5.32). What earlier calls of this
 // and of addSignaturePlace() have added goes first.
-bool addNasIdentity(RadPair *list, const char *nasIdentifier, const uint32_t *ownAddress,
+bool addNasIdentity(RadPair *list, const char *nasIdentifier, const uint32_t *knownAddress,
                     Outcome &outcome);
 
 // Adds the place of a Message-Authenticator, where requests of that code have one. It comes last, because

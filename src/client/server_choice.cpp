@@ -13,6 +13,7 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "base/partition.h"
+#include "client/resolver.h"
 #include "conf/store.h"
 
 namespace lanyard {
@@ -55,10 +56,6 @@ bool sameServer(const RadServer &one, const RadServer &other) {
     return one.port == other.port && one.timeout == other.timeout && one.retries == other.retries &&
            sameText(one.host, other.host) && sameText(one.secret, other.secret) &&
            sameText(one.extra, other.extra);
-}
-
-bool isDotted(const char *host, in_addr &address) {
-    return host && inet_pton(AF_INET, host, &address) == 1;
 }
 
 }  // namespace
@@ -119,7 +116,7 @@ ServerSet::Owner ServerSet::copy(const ServerChoice &choice) {
         sockaddr_in &address = set->addresses_[index];
         address.sin_family = AF_INET;
         address.sin_port = htons(server.port);
-        if (!isDotted(server.host, address.sin_addr)) {
+        if (!server.host || !readDotted(server.host, address.sin_addr.s_addr)) {
             const in_addr_t found = radGetIPByName(server.host);
             address.sin_addr.s_addr = found == INADDR_NONE ? 0 : found;
             set->expiry_ = monotonicMicroseconds() + kNamesLife;

@@ -20,6 +20,7 @@ namespace {
 
 std::optional<std::string> hostName;
 std::map<std::string, std::string> resolverEntries;
+int resolverCallCount = 0;
 
 constexpr int64_t kNanoseconds = 1000000000;
 constinit thread_local int64_t clockAhead = 0;  // nanoseconds
@@ -51,6 +52,10 @@ ResolverEntry::ResolverEntry(const std::string &name, const std::string &dotted)
 
 ResolverEntry::~ResolverEntry() {
     resolverEntries.erase(name_);
+}
+
+int resolverCalls() {
+    return resolverCallCount;
 }
 
 ClockAhead::ClockAhead() {
@@ -168,6 +173,7 @@ int gethostname(char *name, size_t len) noexcept {
 int gethostbyname_r(const char *name, hostent *result_buf, char *buf, size_t buflen,
                     hostent **result, int *h_errnop) {
     static auto *const real = following<decltype(gethostbyname_r)>("gethostbyname_r");
+    ++lanyard::test::resolverCallCount;
     const auto entry = lanyard::test::resolverEntries.find(name);
     if (entry != lanyard::test::resolverEntries.end()) {
         return real(entry->second.c_str(), result_buf, buf, buflen, result, h_errnop);

@@ -34,6 +34,9 @@ class ResolverEntry {
     const std::string name_;
 };
 
+// Questions to the resolver so far.
+int resolverCalls();
+
 // The monotonic clock of this thread, and the timers that it sets, ahead of the system's. The next one goes on
 // where this one ended: the library remembers times from one test to the next.
 class ClockAhead {
