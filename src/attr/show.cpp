@@ -1,8 +1,5 @@
 // Display of one pair.
 #include <algorithm>
-#include <array>
-#include <cstdio>
-#include <cstring>
 #include <span>
 #include <string_view>
 
@@ -10,48 +7,29 @@
 #include <lanyard/radius/dict.h>
 
 #include "base/log.h"
+#include "base/output.h"
 
 namespace lanyard {
 namespace {
 
-// The longest line: name and ": ", "0x", a full value at eight digits a byte, newline, NUL.
-constexpr size_t kNameBound = RAD_NAME_MAX + 2;
-constexpr size_t kLineSize = kNameBound + 2 + size_t{RAD_VALUE_MAX} * 8 + 2;
+// The longest line: name and ": ", "0x", a full value at eight digits a byte, newline.
+using Line = OutputLine<RAD_NAME_MAX + 4 + size_t{RAD_VALUE_MAX} * 8 + 1>;
 
-// A line of output.
-class Line {
-  public:
-    // Given: the bound counts the NUL, so the blank after a name of 32 characters is cut.
-    explicit Line(const char *name) {
-        const int length = std::snprintf(text_.data(), kNameBound, "%s: ", name);
-        length_ = std::min(static_cast<size_t>(length), kNameBound - 1);
-    }
-
-    void add(std::string_view text) {
-        std::memcpy(text_.data() + length_, text.data(), text.size());
-        length_ += text.size();
-    }
-
-    const char *finish() {
-        add("\n");
-        text_[length_] = '\0';
-        return text_.data();
-    }
-
-  private:
-    std::array<char, kLineSize> text_{};
-    size_t length_ = 0;
-};
+// Given: a name of 32 characters has no blank after its colon.
+void addName(Line &line, std::string_view name) {
+    line.add(name);
+    line.add(name.size() < RAD_NAME_MAX ? ": " : ":");
+}
 
 std::span<const char> bytesOf(const RadPair &pair) {
     return std::span(pair.strValue).first(std::min<size_t>(pair.numValue, RAD_VALUE_MAX));
 }
 
 void addText(Line &line, std::span<const char> bytes) {
-    for (const char &byte : bytes) {
+    for (const char byte : bytes) {
         // A NUL adds nothing to a line that is printed as text.
         if (byte != '\0') {
-            line.add({&byte, 1});
+            line.add(byte);
         }
     }
 }
@@ -60,12 +38,12 @@ void addText(Line &line, std::span<const char> bytes) {
 void addHex(Line &line, std::span<const char> bytes) {
     line.add("0x");
     for (const char byte : bytes) {
-        std::array<char, 9> digits{};
-        // NOLINTNEXTLINE(bugprone-signed-char-misuse, cert-str34-c): the sign is what is shown.
-        const int value = static_cast<signed char>(byte);
-        const int length =
-            std::snprintf(digits.data(), digits.size(), "%02x", static_cast<unsigned>(value));
-        line.add({digits.data(), static_cast<size_t>(length)});
+        if (static_cast<signed char>(byte) < 0) {
+            line.add("ffffff");
+        }
+        for (const char digit : hexOf(static_cast<uint8_t>(byte))) {
+            line.add(digit);
+        }
     }
 }
 
@@ -96,12 +74,14 @@ int radPairShow(const RadPair *pair) {
         showNumber(*pair);
         return 0;
     }
-    Line line(pair->name);
+    Line line;
+    addName(line, pair->name);
     if (pair->attrNum == RAD_ATTR_REPLY_MESSAGE) {
         addText(line, bytesOf(*pair));
     } else {
         addHex(line, bytesOf(*pair));
     }
-    std::printf("%s", line.finish());
+    line.add('\n');
+    line.print();
     return 0;
 }

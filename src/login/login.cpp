@@ -3,14 +3,18 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include <lanyard/radius/engine.h>
 #include <lanyard/radius/methods.h>
+
+#include "base/output.h"
 
 namespace lanyard {
 namespace {
 
 constexpr const char *kHeading = "Attributes Received: ";
+constexpr std::string_view kOk = "\" RADIUS Authentication OK\n";
 
 // Whole minutes, rounded up in single precision.
 uint32_t minutesOf(uint32_t seconds) {
@@ -39,7 +43,11 @@ void tellOutcome(const Login &login, bool accepted) {
         radLogAs(contract.function, contract.failureLevel, "\"%s\" RADIUS Authentication failure\n",
                  login.userName);
     } else if (contract.success == Sink::kOutput) {
-        std::printf("\"%s\" RADIUS Authentication OK\n", login.userName);
+        OutputLine<RAD_USER_NAME_MAX + kOk.size() + 1> line;
+        line.add('"');
+        line.add(login.userName);
+        line.add(kOk);
+        line.print();
     } else {
         radLogAs(contract.function, kLogTrace, "\"%s\" RADIUS Authentication OK\n", login.userName);
     }

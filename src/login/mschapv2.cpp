@@ -10,6 +10,7 @@
 #include <lanyard/radius/methods.h>
 #include <palcore.h>
 
+#include "base/output.h"
 #include "base/partition.h"
 #include "base/wire.h"
 #include "client/vendor.h"
@@ -79,14 +80,14 @@ void printKey(std::span<const uint8_t> key) {
     *end++ = '\n';
     size_t printed = 0;
     for (const uint8_t byte : key) {
-        end += std::sprintf(end, "%02x", byte);
+        end = std::copy_n(hexOf(byte).begin(), 2, end);
         if (++printed % 8 == 0) {
             *end++ = '\n';
         }
     }
     *end++ = '\n';
-    *end = '\0';
-    std::printf("%s", reinterpret_cast<const char *>(text.get()));
+    std::fwrite(text.get(), 1, static_cast<size_t>(end - reinterpret_cast<char *>(text.get())),
+                stdout);
 }
 
 // Prints the MS-MPPE-Recv-Key of a Vendor-Specific pair; -1 when it holds none.
