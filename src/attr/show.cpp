@@ -1,5 +1,6 @@
 // Display of one pair.
 #include <algorithm>
+#include <array>
 #include <span>
 #include <string_view>
 
@@ -38,12 +39,10 @@ void addText(Line &line, std::span<const char> bytes) {
 void addHex(Line &line, std::span<const char> bytes) {
     line.add("0x");
     for (const char byte : bytes) {
-        if (static_cast<signed char>(byte) < 0) {
-            line.add("ffffff");
-        }
-        for (const char digit : hexOf(static_cast<uint8_t>(byte))) {
-            line.add(digit);
-        }
+        const auto [high, low] = hexOf(static_cast<uint8_t>(byte));
+        const std::array<char, 8> digits{'f', 'f', 'f', 'f', 'f', 'f', high, low};
+        const std::string_view shown(digits.data(), digits.size());
+        line.add(static_cast<signed char>(byte) < 0 ? shown : shown.substr(6));
     }
 }
 

@@ -38,9 +38,6 @@ struct OwnAddress {
 constinit thread_local OwnAddress kept{};
 
 bool findInResolver(const char *name, uint32_t &address) {
-    if (readDotted(name, address)) {
-        return true;
-    }
     std::array<char, 8192> buffer;
     hostent entry{};
     hostent *found = nullptr;
@@ -92,7 +89,7 @@ struct Found {
 
 Found findHost(const char *name) {
     Found found;
-    if (findInResolver(name, found.address)) {
+    if (readDotted(name, found.address) || findInResolver(name, found.address)) {
         found.byResolver = true;
         return found;
     }
@@ -132,6 +129,9 @@ Found findThisHost(const HostName &name) {
 }  // namespace
 
 bool readDotted(const char *text, uint32_t &address) {
+    if (inet_pton(AF_INET, text, &address) == 1) {
+        return true;
+    }
     const std::string_view name(text);
     in_addr read{};
     if (name.find_first_not_of("0123456789.") != std::string_view::npos || name.ends_with('.') ||
