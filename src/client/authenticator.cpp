@@ -11,6 +11,7 @@
 
 #include "attr/attribute.h"
 #include "base/log.h"
+#include "client/hmac_key.h"
 
 namespace lanyard {
 namespace {
@@ -50,9 +51,7 @@ void signMessage(Packet packet, const char *secret, uint8_t *place) {
     const auto bytes = packet.bytes();
     std::fill_n(place, RAD_DIGEST_SIZE, uint8_t{0});
     Authenticator digest{};
-    radHmacMd5Calc(digest.data(), bytes.data(), static_cast<uint32_t>(bytes.size()),
-                   reinterpret_cast<const uint8_t *>(secret),
-                   static_cast<uint32_t>(std::strlen(secret)));
+    HmacKey::ofSecret(secret).digest(bytes, digest.data());
     std::copy(digest.begin(), digest.end(), place);
 }
 

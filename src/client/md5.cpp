@@ -9,29 +9,12 @@
 #include <lanyard/radius/engine.h>
 
 #include "base/partition.h"
+#include "client/hmac_key.h"
 
 namespace lanyard {
 namespace {
 
-constexpr size_t kHmacBlockSize = 64;
-
 using Digest = std::array<uint8_t, RAD_DIGEST_SIZE>;
-using HmacPad = std::array<uint8_t, kHmacBlockSize>;
-
-// MD5 over a padded key and the bytes behind it: one half of HMAC.
-void keyedDigest(Digest &out, const HmacPad &key, uint8_t padding, const uint8_t *data,
-                 size_t size) {
-    HmacPad pad = key;
-    for (uint8_t &byte : pad) {
-        byte ^= padding;
-    }
-    MD5_CTX context;
-    MD5_Init(&context);
-    MD5_Update(&context, pad.data(), pad.size());
-    MD5_Update(&context, data, size);
-    MD5_Final(out.data(), &context);
-    OPENSSL_cleanse(pad.data(), pad.size());
-}
 
 }  // namespace
 }  // namespace lanyard
@@ -53,19 +36,7 @@ void radHmacMd5Calc(uint8_t *out, const uint8_t *data, uint32_t dataLength, cons
     if (!out || (!data && dataLength > 0) || (!key && keyLength > 0)) {
         return;
     }
-    HmacPad paddedKey{};
-    if (keyLength > paddedKey.size()) {
-        rc_md5_calc(paddedKey.data(), key, keyLength);
-    } else if (keyLength > 0) {
-        std::memcpy(paddedKey.data(), key, keyLength);
-    }
-    Digest inner{};
-    Digest outer{};
-    keyedDigest(inner, paddedKey, 0x36, data, dataLength);
-    keyedDigest(outer, paddedKey, 0x5C, inner.data(), inner.size());
-    std::memcpy(out, outer.data(), outer.size());
-    OPENSSL_cleanse(paddedKey.data(), paddedKey.size());
-    OPENSSL_cleanse(inner.data(), inner.size());
+    HmacKey({key, keyLength}).digest({data, dataLength}, out);
 }
 
 int radMd5Crypt(const char *secret, const uint8_t *authenticator, const uint8_t *salt,

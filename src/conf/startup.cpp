@@ -3,6 +3,8 @@
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/frame.h>
 
+#include "base/secrets.h"
+
 namespace {
 
 bool radLibInitDone = false;
@@ -30,6 +32,9 @@ int radLibInit(const char *confFile) {
 
 int radLibExit(void) {
     radDeconfigure();
+    if (const auto wipe = lanyard::wipeKeptSecrets.load(std::memory_order_relaxed)) {
+        wipe();
+    }
     radMemCleanUp();
     radLibInitDone = false;
     return 0;

@@ -1,6 +1,9 @@
 // The Message-Authenticator of a reply.
 #include <initializer_list>
+#include <string>
 
+#include <lanyard/radius/conf.h>
+#include <lanyard/radius/dict.h>
 #include <lanyard/radius/engine.h>
 
 #include "tests/support/test.h"
@@ -52,6 +55,29 @@ TEST_F(CheckMessageAuthenticator, AcceptsARightOneAndLeavesTheReplyAsItWas) {
         EXPECT_BYTES_EQ(packet, check(0, packet));
         EXPECT_LOG(log, "trace radCheckMsgAuth> Verified Message-Authenticator");
     }
+}
+
+// More than the library keeps the keys of; long ones are digested first.
+TEST_F(CheckMessageAuthenticator, ManySecretsInTurn_EachChecksWithItsOwn) {
+    for (int turn = 0; turn < 3; ++turn) {
+        for (size_t length = 0; length < 200; length += 9) {
+            const std::string secret(length, 's');
+            const Bytes packet =
+                makeReply(2, request_, secret, Attributes().addMessageAuthenticator());
+            check(0, packet, secret.c_str());
+            check(-1, packet, (secret + '\1').c_str());
+        }
+    }
+}
+
+TEST_F(CheckMessageAuthenticator, SecretKnownBefore_CountsAfterARestart) {
+    const Bytes packet = reply(Attributes().addMessageAuthenticator());
+    check(0, packet);
+    EXPECT_EQ(0, radLibExit());
+    EXPECT_EQ(0, radLibInit(nullptr));
+    EXPECT_EQ(0, radDictLoad(nullptr));
+    check(0, packet);
+    check(-1, packet, "Secret");
 }
 
 TEST_F(CheckMessageAuthenticator, RefusesAWrongOneAndLeavesTheReplyAsItWas) {
