@@ -27,6 +27,8 @@ packages=(
     # to check
     binutils clang-format-14 clang-tidy-14 shellcheck git
     clang-14 g++-arm-linux-gnueabihf
+    # to measure
+    python3 valgrind
     "${servers[@]}"
 )
 
