@@ -36,20 +36,8 @@ fi
 single=$build/tidy-once
 mkdir -p "$single"
 mapfile -d '' -t sources < <(
-    python3 - "$build/compile_commands.json" "$single/compile_commands.json" "^$PWD/($folders)/.*\.(c|cpp)\$" <<'PYTHON'
-import json
-import re
-import sys
-
-database, single, wanted = sys.argv[1:]
-with open(database) as file:
-    commands = {entry["file"]: entry for entry in reversed(json.load(file))}
-with open(single, "w") as file:
-    json.dump(list(commands.values()), file)
-for name in commands:
-    if re.match(wanted, name):
-        print(name, end="\0")
-PYTHON
+    scripts/compile-database.py "$build/compile_commands.json" "^$PWD/($folders)/.*\.(c|cpp)\$" \
+        "$single/compile_commands.json"
 )
 [[ ${#sources[@]} -gt 50 ]] || { echo "check-tidy: found only ${#sources[@]} files" >&2; exit 1; }
 

@@ -25,7 +25,7 @@ packages=(
     # to test the EAP relay: the supplicant is the far end of the port-access authenticator
     wpasupplicant iproute2
     # to check
-    binutils clang-format-14 clang-tidy-14 shellcheck git
+    binutils clang-format-14 clang-tidy-14 cppcheck shellcheck git
     clang-14 g++-arm-linux-gnueabihf
     # to measure
     python3 valgrind

@@ -46,6 +46,7 @@ struct SpawnSettings {
 //
 // `command` is its path and its arguments, `environment` all of its environment. Returns its process
 // id, to wait for; throws std::system_error when it cannot be started.
+// cppcheck-suppress passedByValue ; exec() wants texts that could be changed
 inline pid_t spawn(std::vector<std::string> command, std::vector<std::string> environment,
                    const SpawnSettings &settings = {}) {
     port::SpawnPlan plan;
