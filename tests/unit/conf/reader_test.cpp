@@ -142,7 +142,10 @@ TEST_F(ConfigurationFile, ReplacesWhatWasConfigured) {
     EXPECT_EQ(10, number(RAD_CONF_TIMEOUT));
     EXPECT_EQ(3, number(RAD_CONF_RETRIES));
     EXPECT_NE(0U, before);
-    EXPECT_EQ(94U + 2 + 2, liveBlocks()) << "dictionary, defaults and one server";
+    const size_t after = liveBlocks();
+    EXPECT_EQ(0, radDeconfigure());
+    ASSERT_EQ(0, radDictLoad(nullptr));
+    EXPECT_EQ(liveBlocks() + 2 + 2, after) << "dictionary, defaults and one server";
 }
 
 TEST_F(ConfigurationFile, IsNeeded) {
@@ -384,38 +387,48 @@ TEST_F(ConfigurationFile, ShowsNoSecretOfARefusedServer) {
     EXPECT_THAT(log.texts(), Not(testing::Contains(HasSubstr("hidden"))));
 }
 
+unsigned allocationsOfBuiltinDictionary() {
+    const size_t before = allocationCount();
+    EXPECT_EQ(0, radDictLoad(nullptr));
+    const size_t after = allocationCount();
+    EXPECT_EQ(0, radDictUnload());
+    return static_cast<unsigned>(after - before);
+}
+
 // Every allocation in turn: the dictionary's do not matter to the result, all others do.
 TEST_F(ConfigurationFile, IsRefusedOrServesWhicheverAllocationFails) {
     root().write(kPath, "authserver h:s3cr3t\n");
+    const unsigned dictionary = allocationsOfBuiltinDictionary();
     unsigned run = 0;
     const unsigned failures = forEachFailingAllocation([&] {
         ++run;
         log.clear();
         const int status = radConfigure(kPath);
-        constexpr unsigned kDictionary = 2 * 94;
-        if (run <= kDictionary) {
+        if (run <= dictionary) {
             EXPECT_EQ(0, status);
             EXPECT_EQ("radDictLoad", log.problems().back().function);
+            EXPECT_EQ(0, radDeconfigure());
+            return;
         }
-        switch (run) {
-            case kDictionary + 1:
+        switch (run - dictionary) {
+            case 1:
                 EXPECT_EQ(-1, status);
                 EXPECT_PROBLEMS(log, "critical radConfSetTimeout: out of memory",
                                 "error radConfAssert: No Default Timeout Specified");
                 break;
-            case kDictionary + 2:
+            case 2:
                 EXPECT_EQ(-1, status);
                 EXPECT_PROBLEMS(log, "critical radConfSetRetries: out of memory",
                                 "error radConfAssert: No Default Retry Count Specified");
                 break;
-            case kDictionary + 3:  // the list
-            case kDictionary + 4:  // the host
+            case 3:  // the list
+            case 4:  // the host
                 EXPECT_EQ(-1, status);
                 EXPECT_PROBLEMS(log,
                                 "error radConfigure: /var/radius.conf: line 1: failed to set "
                                 "option : authserver with value : h:s3cr3t");
                 break;
-            case kDictionary + 5:  // the secret
+            case 5:  // the secret
                 EXPECT_EQ(-1, status);
                 EXPECT_PROBLEMS(log, "error radConfAssert: Server h Has No Secret");
                 break;
@@ -424,7 +437,7 @@ TEST_F(ConfigurationFile, IsRefusedOrServesWhicheverAllocationFails) {
         }
         EXPECT_EQ(0, radDeconfigure());
     });
-    EXPECT_EQ(2U * 94 + 2 + 3, failures);
+    EXPECT_EQ(dictionary + 2 + 3, failures);
 }
 
 class ConfigurationCheck : public ConfTest {
