@@ -39,10 +39,10 @@ void addText(Line &line, std::span<const char> bytes) {
 void addHex(Line &line, std::span<const char> bytes) {
     line.add("0x");
     for (const char byte : bytes) {
-        const auto [high, low] = hexOf(static_cast<uint8_t>(byte));
-        const std::array<char, 8> digits{'f', 'f', 'f', 'f', 'f', 'f', high, low};
-        const std::string_view shown(digits.data(), digits.size());
-        line.add(static_cast<signed char>(byte) < 0 ? shown : shown.substr(6));
+        if (static_cast<signed char>(byte) < 0) {
+            line.add(std::array{'f', 'f', 'f', 'f', 'f', 'f'});
+        }
+        line.add(hexOf(static_cast<uint8_t>(byte)));
     }
 }
 

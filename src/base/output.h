@@ -31,9 +31,14 @@ class OutputLine {
         length_ += count;
     }
 
-    void add(char character) {
-        if (length_ < size) {
-            text_[length_++] = character;
+    void add(char character) { add(std::array{character}); }
+
+    // All of it or nothing.
+    template <size_t count>
+    void add(const std::array<char, count> &text) {
+        if (size - length_ >= count) {
+            std::memcpy(text_.data() + length_, text.data(), count);
+            length_ += count;
         }
     }
 
