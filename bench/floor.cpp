@@ -111,6 +111,9 @@ class Client {
     [[nodiscard]] FileDescriptor connected() const {
         FileDescriptor opened(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0),
                               "socket");
+        // The usual room holds 277 small datagrams at most, and fewer when the kernel is behind.
+        const int room = 1 << 20;
+        checked(setsockopt(opened.get(), SOL_SOCKET, SO_RCVBUF, &room, sizeof room), "SO_RCVBUF");
         checked(connect(opened.get(), server(), sizeof server_), "connect");
         return opened;
     }
@@ -149,7 +152,7 @@ class Client {
 
   private:
     static int checked(ssize_t result, const char *call) {
-        return lanyard::checked(static_cast<int>(result), call);
+        return result < 0 ? lanyard::checked(-1, call) : static_cast<int>(result);
     }
 
     static void await(int socket) {
