@@ -58,6 +58,8 @@ def client(port, count, program, options):
 
 def spread(values, digits):
     values = sorted(values)
+    if values[0] < 0.1:
+        digits += 2
     return f"{statistics.median(values):,.{digits}f} ({values[0]:,.{digits}f} to {values[-1]:,.{digits}f})"
 
 
@@ -97,7 +99,7 @@ def pairs(options):
 
 def threads(options):
     for count in (1, 2):
-        compare(options, f"{count} threads of the client, 2 of the server, on two CPUs:",
+        compare(options, f"Threads of the client: {count}, of the server: 2, on two CPUs:",
                 [contestant(name, "--threads", count) for name in ("floor", "login")], ("0,1", "0,1"), 2)
 
 
@@ -123,8 +125,20 @@ def methods(options):
         del os.environ["PAL_ROOT"]
 
 
-# "1,234 (5.67%)  file:function [object]", with 'N before a name that recurs
-COST = re.compile(r"^\s*([\d,]+) \(\s*[\d.]+%\)\s+\S*?:(.+?)(?:'\d+)?(?: \[.*\])?$")
+# "1,234 (5.67%)  file:function [object]"
+COST = re.compile(r"^\s*([\d,]+) \(\s*[\d.]+%\)\s+\S*?:(.+?)(?: \[(.*)\])?$")
+
+
+def short_name(function, library):
+    """Without arguments of templates and functions; the partition's tree and what has no name are one each."""
+    if "boost::" in function:
+        return "Boost.Interprocess"
+    if function.startswith("0x"):
+        return f"without a name in {pathlib.Path(library or '').name}"
+    function = re.sub(r"'\d+$|@@.*|\(anonymous namespace\)::", "", function)
+    while (shorter := re.sub(r"<[^<>]*>|\([^()]*\)( const)?", "", function)) != function:
+        function = shorter
+    return f"`{function.removeprefix('void ').replace('lanyard::', '')}`"
 
 
 def costs(port, count, program, arguments):
@@ -137,7 +151,8 @@ def costs(port, count, program, arguments):
     found = {}
     for line in text.splitlines():
         if match := COST.match(line):
-            found[match[2]] = found.get(match[2], 0) + int(match[1].replace(",", ""))
+            name = short_name(match[2], match[3])
+            found[name] = found.get(name, 0) + int(match[1].replace(",", ""))
     return found
 
 
@@ -156,7 +171,7 @@ def instructions(_options):
     functions = {function for column in columns.values() for function in column}
     most = {function: max(column.get(function, 0) for column in columns.values()) for function in functions}
     for function in sorted(most, key=most.get, reverse=True)[:30]:
-        rows.append((f"`{function}`", *(f"{column.get(function, 0):,.0f}" for column in columns.values())))
+        rows.append((function, *(f"{column.get(function, 0):,.0f}" for column in columns.values())))
     print_table("Instructions in user space for each exchange, and the functions that take most:",
                 ("", *columns), rows)
 
