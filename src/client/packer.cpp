@@ -1,4 +1,5 @@
 // From a pair list to the attributes of a request (RFC 2865 section 5).
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstring>
@@ -17,24 +18,27 @@
 namespace lanyard {
 namespace {
 
-// Bytes of the value on the wire.
-uint64_t encodedSize(const RadPair &pair) {
+// Bytes of an attribute on the wire: none for a pair that drops out of the request without an error;
+// too many for the length byte where the value is too long.
+uint64_t encodedLength(const RadPair &pair) {
     const uint64_t length = pair.numValue;
     if (pair.attrNum == RAD_ATTR_USER_PASSWORD) {
-        return (length + kHidingBlockSize - 1) / kHidingBlockSize * kHidingBlockSize;
+        return kAttributeHeaderSize +
+               (length + kHidingBlockSize - 1) / kHidingBlockSize * kHidingBlockSize;
     }
     if (pair.attrNum == RAD_ATTR_MESSAGE_AUTHENTICATOR) {
-        return RAD_DIGEST_SIZE;
+        return kAttributeHeaderSize + RAD_DIGEST_SIZE;
     }
-    return pair.type == RAD_TYPE_STRING ? length : kNumberSize;
-}
-
-// Whether the pair becomes an attribute at all; otherwise it drops out of the request without an
-// error.
-bool hasEncoding(const RadPair &pair) {
-    return pair.attrNum == RAD_ATTR_USER_PASSWORD ||
-           pair.attrNum == RAD_ATTR_MESSAGE_AUTHENTICATOR ||
-           (pair.type >= RAD_TYPE_STRING && pair.type <= RAD_TYPE_DATE);
+    switch (pair.type) {
+        case RAD_TYPE_STRING:
+            return kAttributeHeaderSize + length;
+        case RAD_TYPE_INTEGER:
+        case RAD_TYPE_IPADDR:
+        case RAD_TYPE_DATE:
+            return kAttributeHeaderSize + kNumberSize;
+        default:
+            return 0;
+    }
 }
 
 // Pads and hides a password (RFC 2865 section 5.2). The empty one is a value of no blocks.
@@ -74,18 +78,32 @@ int encodeValue(uint8_t *value, size_t size, const RadPair &pair, const char *se
     return 0;
 }
 
+// Encodes one attribute, if it is not longer than `room`; without a place for its value it only
+// measures.
+int encode(uint8_t *value, uint8_t &length, size_t room, const RadPair &pair, const char *secret,
+           RadPacket *request) {
+    const uint64_t encoded = encodedLength(pair);
+    if (encoded > std::min(room, kAttributeMax)) {
+        return -1;
+    }
+    length = static_cast<uint8_t>(encoded);
+    return value && length > 0
+               ? encodeValue(value, length - kAttributeHeaderSize, pair, secret, request)
+               : 0;
+}
+
 RadPackHook packHook() {
     return pRadFuncTbl ? pRadFuncTbl->radPackHook : nullptr;
 }
 
-// Measures one attribute: the pack hook's answer, or the default encoder's where the hook passes.
+// Measures one attribute: the pack hook's answer, or the default one where the hook passes.
 // The length has its place in a header: a hook may read the type in front of it.
 int measureAttribute(const RadPair &pair, uint8_t &length) {
     std::array<uint8_t, kAttributeHeaderSize> header{static_cast<uint8_t>(pair.attrNum), 0};
     const RadPackHook hook = packHook();
     int status = hook ? hook(nullptr, &header[1], &pair, nullptr, nullptr) : 1;
     if (status == 1) {
-        status = radPairEncode(nullptr, &header[1], &pair, nullptr, nullptr);
+        status = encode(nullptr, header[1], kAttributeMax, pair, nullptr, nullptr);
     }
     length = header[1];
     return status;
@@ -106,24 +124,10 @@ int measure(const RadPair *pairs, uint32_t *total) {
     return 0;
 }
 
-// Encodes one attribute by default, if it is not longer than `room`.
-int packByDefault(uint8_t *place, size_t room, const RadPair &pair, const char *secret,
-                  RadPacket *packet) {
-    uint8_t length = 0;
-    if (radPairEncode(nullptr, &length, &pair, nullptr, nullptr) != 0 || length > room) {
-        return -1;
-    }
-    return radPairEncode(place + kAttributeHeaderSize, place + 1, &pair, secret, packet);
-}
-
-// Packs one attribute at the start of `room`, which may end right behind the last attribute, and
-// tells how much of it the attribute took. A pair that comes then may still add nothing: it is
-// encoded aside.
-int packAttribute(std::span<uint8_t> room, const RadPair &pair, const char *secret, Packet packet,
-                  size_t &taken) {
+// Packs one attribute at `place` and tells how much of `room` it took.
+int packAt(uint8_t *place, size_t room, const RadPair &pair, const char *secret, Packet packet,
+           size_t &taken) {
     RadPacket &record = packet.record();
-    std::array<uint8_t, kAttributeHeaderSize + kAttributeMax> aside{};
-    uint8_t *place = room.size() < kAttributeHeaderSize ? aside.data() : room.data();
     place[0] = static_cast<uint8_t>(pair.attrNum);
     place[1] = 0;
     const RadPackHook hook = packHook();
@@ -133,10 +137,21 @@ int packAttribute(std::span<uint8_t> room, const RadPair &pair, const char *secr
         setLengthField(record, packet.bytes().size());
     }
     if (status == 1) {
-        status = packByDefault(place, room.size(), pair, secret, &record);
+        status = encode(place + kAttributeHeaderSize, place[1], room, pair, secret, &record);
     }
     taken = place[1];
-    return status == 0 && taken > room.size() ? -1 : status;
+    return status == 0 && taken > room ? -1 : status;
+}
+
+// The room may end right behind the last attribute. A pair that comes then may still add nothing: it
+// is packed aside.
+int packAttribute(std::span<uint8_t> room, const RadPair &pair, const char *secret, Packet packet,
+                  size_t &taken) {
+    if (room.size() >= kAttributeHeaderSize) {
+        return packAt(room.data(), room.size(), pair, secret, packet, taken);
+    }
+    std::array<uint8_t, kAttributeHeaderSize + kAttributeMax> aside{};
+    return packAt(aside.data(), room.size(), pair, secret, packet, taken);
 }
 
 int pack(const RadPair *pairs, Packet packet, const char *secret) {
@@ -163,16 +178,7 @@ int radPairEncode(uint8_t *value, uint8_t *length, const RadPair *pair, const ch
     if (!length || !pair) {
         return -1;
     }
-    if (!hasEncoding(*pair)) {
-        *length = 0;
-        return 0;
-    }
-    const uint64_t size = encodedSize(*pair);
-    if (size + kAttributeHeaderSize > kAttributeMax) {
-        return -1;
-    }
-    *length = static_cast<uint8_t>(size + kAttributeHeaderSize);
-    return value ? encodeValue(value, static_cast<size_t>(size), *pair, secret, request) : 0;
+    return encode(value, *length, kAttributeMax, *pair, secret, request);
 }
 
 int radPackList(const RadPair *pairs, int mode, void *out, ...) {
