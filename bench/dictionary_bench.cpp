@@ -24,15 +24,18 @@ void dictGetAttrBuiltin(benchmark::State &state) {
 }
 BENCHMARK(dictGetAttrBuiltin);
 
-// A partition of its own: 1000 entries need more than the library's default.
+// As many attributes as numbers, and a named value for each number of ten attributes. The partition
+// is large enough for all of them.
 class LargeDictionary {
   public:
-    LargeDictionary() {
-        radMemInit(1024 * 1024);
-        for (int number = 0; number < 1000; ++number) {
-            const std::string line =
-                "Attribute-" + std::to_string(number) + " " + std::to_string(number) + " string";
-            radDictAddAttr(line.c_str());
+    explicit LargeDictionary(int64_t entries) {
+        radMemInit(16 * 1024 * 1024);
+        for (int64_t number = 0; number < entries; ++number) {
+            const std::string text = std::to_string(number);
+            radDictAddAttr(("Attribute-" + text + ' ' + text + " string").c_str());
+            radDictAddValue(("Attribute-" + std::to_string(number % 10) + " Value-" + text + ' ' +
+                             std::to_string(number / 10))
+                                .c_str());
         }
     }
     LargeDictionary(const LargeDictionary &) = delete;
@@ -43,19 +46,38 @@ class LargeDictionary {
     }
 };
 
-void dictGetAttr1000(benchmark::State &state) {
-    const LargeDictionary dictionary;
+void dictGetAttr(benchmark::State &state) {
+    const LargeDictionary dictionary(state.range(0));
     lookUpEveryNumber(state);
 }
-BENCHMARK(dictGetAttr1000);
+BENCHMARK(dictGetAttr)->RangeMultiplier(10)->Range(100, 100'000);
 
 // Numbers that no packet can carry are walked for.
-void dictGetAttr1000BeyondOctet(benchmark::State &state) {
-    const LargeDictionary dictionary;
+void dictGetAttrBeyondOctet(benchmark::State &state) {
+    const LargeDictionary dictionary(state.range(0));
+    const auto middle = static_cast<int32_t>(state.range(0) / 2);
     for ([[maybe_unused]] auto _ : state) {
-        benchmark::DoNotOptimize(radDictGetAttr(500));
+        benchmark::DoNotOptimize(radDictGetAttr(middle));
     }
 }
-BENCHMARK(dictGetAttr1000BeyondOctet);
+BENCHMARK(dictGetAttrBeyondOctet)->Arg(1000);
+
+void dictGetVal(benchmark::State &state) {
+    const LargeDictionary dictionary(state.range(0));
+    int32_t number = 0;
+    for ([[maybe_unused]] auto _ : state) {
+        benchmark::DoNotOptimize(radDictGetVal(number, "Attribute-7"));
+        number = number < 9 ? number + 1 : 0;
+    }
+}
+BENCHMARK(dictGetVal)->RangeMultiplier(10)->Range(100, 100'000);
+
+void dictLoadBuiltin(benchmark::State &state) {
+    const Library library;
+    for ([[maybe_unused]] auto _ : state) {
+        benchmark::DoNotOptimize(radDictLoad(nullptr));
+    }
+}
+BENCHMARK(dictLoadBuiltin);
 
 }  // namespace

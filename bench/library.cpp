@@ -4,12 +4,9 @@
 
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/dict.h>
-#include <lanyard/radius/frame.h>
 
 Library::Library(uint32_t partition) {
-    if (partition != 0) {
-        radMemInit(partition);
-    }
+    radMemInit(partition);
     radLibInit(nullptr);
     radDictLoad(nullptr);
 }

@@ -5,11 +5,13 @@
 #include <cstdint>
 #include <string>
 
+#include <lanyard/radius/frame.h>
+
 // Starts the library with the built-in dictionary; stops it at the end.
 class Library {
   public:
-    // `partition`: bytes of its memory; 0 for the library's own choice.
-    explicit Library(uint32_t partition = 0);
+    // `partition`: bytes of its memory.
+    explicit Library(uint32_t partition = RAD_PARTITION_SIZE);
     Library(const Library &) = delete;
     Library &operator=(const Library &) = delete;
     ~Library();
