@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 #
 # Compiles library, port and programs for 32-bit ARM, where size_t, time_t and long have 32 bits. It links
-# and runs nothing: the headers of OpenSSL, SQLite, Boost, CLI11 and JSON are this machine's.
+# and runs nothing: the headers of OpenSSL, SQLite, CLI11 and JSON are this machine's.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 compiler=arm-linux-gnueabihf-g++
 headers=$(mktemp -d)
 trap 'rm -rf "$headers"' EXIT
-for name in boost CLI nlohmann sqlite3.h; do
+for name in CLI nlohmann sqlite3.h; do
     ln -s "/usr/include/$name" "$headers/$name"
 done
 # Debian keeps the headers of OpenSSL that tell of the machine apart.
