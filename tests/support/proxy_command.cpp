@@ -11,6 +11,8 @@ namespace {
 
 using Setter = std::function<void(const std::string &value, ProxySettings &settings)>;
 
+constexpr double kFloodMost = 10000;
+
 double number(const std::string &text, double max) {
     size_t used = 0;
     double value = -1;
@@ -79,6 +81,12 @@ const std::map<std::string, Setter> &setters() {
         {"corrupt", probability(&LinkFaults::corrupt)},
         {"forge", [](const std::string &value,
                      ProxySettings &settings) { settings.forgery = forgery(value); }},
+        {"forged-share", [](const std::string &value,
+                            ProxySettings &settings) { settings.forgedShare = number(value, 1); }},
+        {"flood",
+         [](const std::string &value, ProxySettings &settings) {
+             settings.flood = static_cast<int>(number(value, kFloodMost));
+         }},
         {"ignore",
          [](const std::string &value, ProxySettings &settings) { settings.ignoredUser = value; }},
         {"dead", state(ServerState::kSilent)},

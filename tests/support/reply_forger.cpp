@@ -12,7 +12,9 @@ constexpr size_t kAuthenticator = 4;
 constexpr uint8_t kAccessAccept = 2;
 constexpr uint8_t kFiller = 0xa5;
 
-Datagram bareAccept(uint8_t identifier) {
+}  // namespace
+
+Datagram forgedAccept(uint8_t identifier) {
     Datagram accept(kHeader, kFiller);
     accept[0] = kAccessAccept;
     accept[kIdentifier] = identifier;
@@ -21,9 +23,11 @@ Datagram bareAccept(uint8_t identifier) {
     return accept;
 }
 
-}  // namespace
-
-std::optional<Datagram> ReplyForger::forge(Forgery forgery, std::span<const uint8_t> reply) {
+std::optional<Datagram> ReplyForger::forge(Forgery forgery, std::span<const uint8_t> reply,
+                                           double share) {
+    if (share < 1 && std::uniform_real_distribution<>(0, 1)(generator_) >= share) {
+        forgery = Forgery::kNone;
+    }
     if (forgery == Forgery::kJunk) {
         return Datagram(7, kFiller);
     }
@@ -32,7 +36,7 @@ std::optional<Datagram> ReplyForger::forge(Forgery forgery, std::span<const uint
     }
     const Datagram earlier = std::exchange(earlier_, Datagram(reply.begin(), reply.end()));
     if (forgery == Forgery::kAccept) {
-        return bareAccept(reply[kIdentifier]);
+        return forgedAccept(reply[kIdentifier]);
     }
     if (forgery == Forgery::kDigest) {
         Datagram forged(reply.begin(), reply.end());

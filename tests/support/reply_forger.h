@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <random>
 #include <span>
 
 #include "tests/support/unreliable_link.h"
@@ -18,12 +19,20 @@ enum class Forgery {
     kForeign,  // the reply to another request, with this one's identifier
 };
 
+// What kAccept sends.
+Datagram forgedAccept(uint8_t identifier);
+
 class ReplyForger {
   public:
+    explicit ReplyForger(uint32_t seed = 1) : generator_(seed) {}
+
     // What goes ahead of a reply; nothing for kNone, and for kForeign before there was another reply.
-    std::optional<Datagram> forge(Forgery forgery, std::span<const uint8_t> reply);
+    // `share` is that of the replies which get one.
+    std::optional<Datagram> forge(Forgery forgery, std::span<const uint8_t> reply,
+                                  double share = 1);
 
   private:
+    std::mt19937 generator_;
     Datagram earlier_;
 };
 

@@ -52,6 +52,16 @@ TEST(ReplyForger, Foreign_IsTheReplyToAnotherRequest) {
     EXPECT_BYTES_EQ(replyTo(7), *forged);
 }
 
+TEST(ReplyForger, Share_IsThatOfTheReplies) {
+    ReplyForger forger;
+    int forged = 0;
+    for (int i = 0; i < 1000; ++i) {
+        forged += forger.forge(Forgery::kDigest, replyTo(7), 0.2) ? 1 : 0;
+    }
+    EXPECT_GT(250, forged);
+    EXPECT_LT(150, forged);
+}
+
 TEST(ReplyForger, ReplyWithoutHeader_IsLeftAlone) {
     EXPECT_FALSE(ReplyForger().forge(Forgery::kDigest, Bytes(19)));
     EXPECT_FALSE(ReplyForger().forge(Forgery::kAccept, Bytes{}));

@@ -112,7 +112,8 @@ UdpProxy::UdpProxy(const Place &server, const Place &listen, uint32_t seed)
       timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create"),
       stop_(eventfd(0, EFD_CLOEXEC), "eventfd"),
       clientsMax_(clientsThatFit()),
-      link_(seed) {
+      link_(seed),
+      forger_(seed) {
     for (const int socket : {listener_.get(), timer_.get(), stop_.get()}) {
         watch(socket);
     }
@@ -208,8 +209,22 @@ void UdpProxy::receiveRequests() {
         } else if (!settings_.ignoredUser.empty() && userName(request) == settings_.ignoredUser) {
             ++counters_.ignored;
         } else {
-            send(Way::kToServer, {source.sin_addr.s_addr, source.sin_port}, request);
+            const Client client(source.sin_addr.s_addr, source.sin_port);
+            flood(client, request);
+            send(Way::kToServer, client, request);
         }
+    }
+}
+
+void UdpProxy::flood(const Client &client, std::span<const uint8_t> request) {
+    if (request.size() < 2) {
+        return;
+    }
+    auto arrival = Clock::now() + settings_.toClient;
+    for (int i = 0; i < settings_.flood; ++i) {
+        ++counters_.forged;
+        deliveries_.emplace(arrival, Delivery{Way::kToClient, client, forgedAccept(request[1])});
+        arrival += kFloodGap;
     }
 }
 
@@ -234,7 +249,7 @@ void UdpProxy::receiveReplies(int socket) {
             ++counters_.swallowed;
             continue;
         }
-        if (const auto forged = forger_.forge(settings_.forgery, reply)) {
+        if (const auto forged = forger_.forge(settings_.forgery, reply, settings_.forgedShare)) {
             ++counters_.forged;
             // It comes safely and just before the reply, however bad the link is.
             deliveries_.emplace(Clock::now() + settings_.toClient,

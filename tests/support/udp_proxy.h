@@ -45,6 +45,8 @@ struct ProxySettings {
     std::chrono::microseconds toClient{0};
     LinkFaults faults = {};  // on both ways
     Forgery forgery = Forgery::kNone;
+    double forgedShare = 1;  // of the replies, that have a forged one ahead of them
+    int flood = 0;           // forged accepts that every request is answered with, kFloodGap apart
     std::string ignoredUser = {};  // its requests, by their User-Name, are swallowed; "" for nobody
     ServerState state = ServerState::kAlive;
 };
@@ -64,6 +66,8 @@ class UdpProxy {
         std::string host;  // dotted
         uint16_t port = 0;
     };
+
+    static constexpr std::chrono::milliseconds kFloodGap{5};
 
     // Port 0 to listen on is a free one. Throws std::system_error, and std::invalid_argument for a host that is
     // no address.
@@ -101,6 +105,7 @@ class UdpProxy {
     void run();
     void receiveRequests();
     void receiveReplies(int socket);
+    void flood(const Client &client, std::span<const uint8_t> request);
     void send(Way way, const Client &client, std::span<const uint8_t> datagram);
     void deliverDue();
     void deliver(const Delivery &delivery);

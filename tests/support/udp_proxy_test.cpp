@@ -240,6 +240,21 @@ TEST(UdpProxy, Forgery_ComesAheadOfTheReply) {
     EXPECT_EQ(1U, proxy.counters().forged);
 }
 
+TEST(UdpProxy, Flood_AnswersARequestThatTheServerDoesNot) {
+    const SilentPort silent;
+    UdpProxy proxy({silent.host(), silent.port()});
+    proxy.set({.flood = 3});
+    const Client client(proxy);
+    client.send(numbered(7));
+    for (int i = 0; i < 3; ++i) {
+        const auto forged = client.receive();
+        ASSERT_TRUE(forged);
+        EXPECT_BYTES_EQ(forgedAccept(numbered(7)[1]), *forged);
+    }
+    EXPECT_EQ(3U, proxy.counters().forged);
+    EXPECT_FALSE(client.receive(1));
+}
+
 TEST(UdpProxy, HostThatIsNoAddress_IsRefused) {
     EXPECT_THROW(UdpProxy({"nowhere", 1}), std::invalid_argument);
     EXPECT_THROW(UdpProxy({"127.0.0.1", 1}, {"192.0.2.1", 0}), std::system_error);
@@ -247,9 +262,9 @@ TEST(UdpProxy, HostThatIsNoAddress_IsRefused) {
 
 TEST(ProxyCommand, EachSetsWhatItNames) {
     ProxySettings settings;
-    for (const char *line :
-         {"delay 50", "delay-to-client 0.5", "loss 0.01", "duplicate 0.1", "reorder 0.2",
-          "truncate 0.3", "corrupt 1", "forge digest", "ignore mad hatter", "dead on"}) {
+    for (const char *line : {"delay 50", "delay-to-client 0.5", "loss 0.01", "duplicate 0.1",
+                             "reorder 0.2", "truncate 0.3", "corrupt 1", "forge digest",
+                             "forged-share 0.4", "flood 9", "ignore mad hatter", "dead on"}) {
         applyProxyCommand(line, settings);
     }
     EXPECT_EQ(50ms, settings.toServer);
@@ -260,6 +275,8 @@ TEST(ProxyCommand, EachSetsWhatItNames) {
     EXPECT_EQ(0.3, settings.faults.truncate);
     EXPECT_EQ(1, settings.faults.corrupt);
     EXPECT_EQ(Forgery::kDigest, settings.forgery);
+    EXPECT_DOUBLE_EQ(0.4, settings.forgedShare);
+    EXPECT_EQ(9, settings.flood);
     EXPECT_EQ("mad hatter", settings.ignoredUser);
     EXPECT_EQ(ServerState::kSilent, settings.state);
     for (const char *line : {"delay-to-server 7", "forge none", "ignore", "dead off"}) {
