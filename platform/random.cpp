@@ -1,11 +1,12 @@
 // Random numbers from the kernel's generator or from the source that the program has set.
-#include <cerrno>
+#include <atomic>
 #include <mutex>
-#include <sys/random.h>
+#include <span>
 
 #include <palcore.h>
 
 #include "platform/export.h"
+#include "platform/kernel_random.h"
 
 namespace lanyard::port {
 namespace {
@@ -17,18 +18,34 @@ struct Source {
 
 constinit std::mutex sourceMutex;
 constinit Source currentSource;
+// Who finds it unset has no source to read, and takes no lock.
+constinit std::atomic<bool> sourceIsSet{false};
 
-int drawFromKernel(uint8_t *out, uint32_t length) {
-    uint32_t have = 0;
-    while (have < length) {
-        const ssize_t got = getrandom(out + have, length - have, 0);
-        if (got > 0) {
-            have += static_cast<uint32_t>(got);
-        } else if (got == 0 || errno != EINTR) {
-            return -1;
-        }
+Source setSource() {
+    const std::lock_guard lock(sourceMutex);
+    return currentSource;
+}
+
+// A thread's own reserve. What the thread draws after its end, in destructors, comes from the kernel.
+constinit thread_local bool threadHasEnded = false;
+
+struct ThreadReserve {
+    ThreadReserve() = default;
+    ThreadReserve(const ThreadReserve &) = delete;
+    ThreadReserve &operator=(const ThreadReserve &) = delete;
+    ThreadReserve(ThreadReserve &&) = delete;
+    ThreadReserve &operator=(ThreadReserve &&) = delete;
+    ~ThreadReserve() { threadHasEnded = true; }
+
+    RandomReserve bytes;
+};
+
+bool drawFromReserve(std::span<uint8_t> out) {
+    if (threadHasEnded) {
+        return false;
     }
-    return 0;
+    thread_local ThreadReserve reserve;
+    return reserve.bytes.draw(out);
 }
 
 }  // namespace
@@ -39,6 +56,7 @@ using namespace lanyard::port;
 PAL_EXPORT int palRandLibInit(PalRandSource source, void *context) {
     const std::lock_guard lock(sourceMutex);
     currentSource = {source, context};
+    sourceIsSet.store(source != nullptr, std::memory_order_relaxed);
     return 0;
 }
 
@@ -49,13 +67,11 @@ PAL_EXPORT int palRandGen(uint8_t *out, uint32_t length) {
     if (out == nullptr) {
         return -1;
     }
-    Source source;
-    {
-        const std::lock_guard lock(sourceMutex);
-        source = currentSource;
+    if (sourceIsSet.load(std::memory_order_relaxed)) {
+        if (const Source source = setSource(); source.draw != nullptr) {
+            return source.draw(source.context, out, length) == 0 ? 0 : -1;
+        }
     }
-    if (source.draw == nullptr) {
-        return drawFromKernel(out, length);
-    }
-    return source.draw(source.context, out, length) == 0 ? 0 : -1;
+    const std::span bytes(out, length);
+    return drawFromReserve(bytes) || drawFromKernel(bytes) ? 0 : -1;
 }
