@@ -223,24 +223,18 @@ void appendDump(LogText &text, const unsigned char *bytes, int length) {
     }
 }
 
-}  // namespace
-}  // namespace lanyard::port
+// What follows is apart from the exported functions, so that a call whose level is not shown returns before it
+// needs registers and room for an entry.
 
-using namespace lanyard::port;
-
-PAL_EXPORT void palModuleDebug(int module, int level, const char *function, int line,
-                               const char *format, ...) {
-    if (!maybeShown(level)) {
-        return;
-    }
+[[gnu::noinline, gnu::format(printf, 5, 0)]] void writeMessage(int module, int level,
+                                                               const char *function, int line,
+                                                               const char *format,
+                                                               va_list arguments) {
     const int error = errno;
     if ((settings().levels & level) != 0) {
         LogText message;
-        va_list arguments;
-        va_start(arguments, format);
         errno = error;
         message.appendFormatList(format, arguments);
-        va_end(arguments);
         std::string_view body = message.view();
         if (body.ends_with('\n')) {
             body.remove_suffix(1);
@@ -259,11 +253,8 @@ PAL_EXPORT void palModuleDebug(int module, int level, const char *function, int 
     errno = error;
 }
 
-PAL_EXPORT void palModuleDebugHex(int module, int level, const char *title, const void *data,
-                                  int length) {
-    if (!maybeShown(level)) {
-        return;
-    }
+[[gnu::noinline]] void writeDump(int module, int level, const char *title, const void *data,
+                                 int length) {
     const int error = errno;
     if ((settings().levels & level) != 0) {
         const int count = data == nullptr ? 0 : std::max(length, 0);
@@ -280,4 +271,26 @@ PAL_EXPORT void palModuleDebugHex(int module, int level, const char *title, cons
         writeEntry(level, entry.view());
     }
     errno = error;
+}
+
+}  // namespace
+}  // namespace lanyard::port
+
+using namespace lanyard::port;
+
+PAL_EXPORT void palModuleDebug(int module, int level, const char *function, int line,
+                               const char *format, ...) {
+    if (maybeShown(level)) {
+        va_list arguments;
+        va_start(arguments, format);
+        writeMessage(module, level, function, line, format, arguments);
+        va_end(arguments);
+    }
+}
+
+PAL_EXPORT void palModuleDebugHex(int module, int level, const char *title, const void *data,
+                                  int length) {
+    if (maybeShown(level)) {
+        writeDump(module, level, title, data, length);
+    }
 }
