@@ -133,7 +133,7 @@ int packAt(uint8_t *place, size_t room, const RadPair &pair, const char *secret,
     const RadPackHook hook = packHook();
     int status = hook ? hook(place + kAttributeHeaderSize, place + 1, &pair, secret, &record) : 1;
     // A hook may write to the packet; with a longer length the signature would read past its end.
-    if (lengthField(record) > packet.bytes().size()) {
+    if (hook && lengthField(record) > packet.bytes().size()) {
         setLengthField(record, packet.bytes().size());
     }
     if (status == 1) {
