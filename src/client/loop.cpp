@@ -197,6 +197,10 @@ void RadLoop::receive(Channel &channel) {
         } else {
             take(channel, std::span(buffer).first(static_cast<size_t>(size)));
         }
+        // Nobody waits for more: what comes all the same has its turn with the next event.
+        if (channel.isIdle()) {
+            return;
+        }
     }
 }
 
