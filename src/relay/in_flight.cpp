@@ -118,15 +118,24 @@ void startWaiting() {
     }
 }
 
+// Which of them may have something. All of them where nobody says.
+struct Ready {
+    bool bus = true;
+    bool servers = true;
+};
+
 // Waits for the bus and the servers.
-void wait(int milliseconds) {
+Ready wait(int milliseconds) {
     if (!xbusDescriptor) {
         xbusListen(pRadEapXbusCtx, kTurnMilliseconds * 1000);
-        return;
+        return {};
     }
     std::array<pollfd, 2> waited{
         {{xbusDescriptor(pRadEapXbusCtx), POLLIN, 0}, {radLoopDescriptor(loop), POLLIN, 0}}};
-    poll(waited.data(), waited.size(), milliseconds);
+    if (poll(waited.data(), waited.size(), milliseconds) < 1) {
+        return {};
+    }
+    return {.bus = waited[0].revents != 0, .servers = waited[1].revents != 0};
 }
 
 }  // namespace
@@ -146,11 +155,13 @@ bool serveInFlight(const std::atomic<uint32_t> &running) {
     int64_t nextPass = monotonicMicroseconds() + kPass;
     while (running) {
         const int64_t left = std::max<int64_t>(nextPass - monotonicMicroseconds(), 0);
-        wait(static_cast<int>((left + 999) / 1000));
-        for (int records = 0; records < kRecordsMax && xbusListen(pRadEapXbusCtx, 0) == 1;
-             ++records) {
+        const Ready ready = wait(static_cast<int>((left + 999) / 1000));
+        for (int records = 0;
+             ready.bus && records < kRecordsMax && xbusListen(pRadEapXbusCtx, 0) == 1; ++records) {
         }
-        radLoopRun(loop, 0);
+        if (ready.servers) {
+            radLoopRun(loop, 0);
+        }
         startWaiting();
         if (monotonicMicroseconds() >= nextPass) {
             radEapCtxTimeout();
