@@ -146,15 +146,23 @@ class Program final : private Outlet {
 
     void serve() {
         wait();
-        readRecords();
-        readSignals();
-        readLink();
-        readFrames();
+        if (mayHaveCome(bus_.awaited())) {
+            readRecords();
+        }
+        if (mayHaveCome(signals_.get())) {
+            readSignals();
+        }
+        if (mayHaveCome(ethernet_.linkNews())) {
+            readLink();
+        }
+        if (mayHaveCome(ethernet_.frames())) {
+            readFrames();
+        }
         const Time now = Clock::now();
         authenticator_.tick(now);
         programs_.tick(now);
         output_.flush();
-        if (status_) {
+        if (status_ && (status_->isServing() || mayHaveCome(status_->listener()))) {
             status_->serve();
         }
     }
@@ -199,6 +207,7 @@ class Program final : private Outlet {
     void wait() {
         const bool inTurns = bus_.awaited() < 0;
         if (inTurns && authenticator_.awaitsRelay()) {
+            polled_.clear();
             bus_.listen(kBusTurn);
             return;
         }
@@ -224,6 +233,13 @@ class Program final : private Outlet {
             wait.tv_nsec = static_cast<long>(std::chrono::nanoseconds(left - seconds).count());
         }
         ppoll(polled_.data(), polled_.size(), until ? &wait : nullptr, nullptr);
+    }
+
+    // False when it was waited for in vain.
+    bool mayHaveCome(int fd) const {
+        const auto known = std::find_if(polled_.begin(), polled_.end(),
+                                        [fd](const pollfd &entry) { return entry.fd == fd; });
+        return fd < 0 || known == polled_.end() || known->revents != 0;
     }
 
     // What waits on the bus; a queue that is full would make the relay drop its answers.

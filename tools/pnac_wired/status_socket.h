@@ -32,6 +32,11 @@ class StatusSocket {
     // Adds what to poll: serve() is due when some of it is ready.
     void addTo(std::vector<pollfd> &polled) const;
 
+    // Readable when somebody connects; -1 when nobody can any more.
+    int listener() const { return listener_ ? listener_->get() : -1; }
+    // Whether somebody reads.
+    bool isServing() const { return !clients_.empty(); }
+
     // Sees to those who have connected; never waits.
     void serve();
 
