@@ -8,6 +8,13 @@
 #include "base/text.h"
 
 namespace lanyard {
+namespace {
+
+// Room for the replies to all requests of a channel, should they come at once. The kernel counts a
+// small datagram as some 1,500 bytes, and gives what it may.
+constexpr int kReceiveBuffer = 512 * 1024;
+
+}  // namespace
 
 Descriptor Channel::connect(const sockaddr_in &server) {
     Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -22,7 +29,9 @@ Descriptor Channel::connect(const sockaddr_in &server) {
         const int error = errno;
         socket.reset();
         errno = error;
+        return socket;
     }
+    setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof(kReceiveBuffer));
     return socket;
 }
 

@@ -48,6 +48,28 @@ class BigLibrary {
     }
 };
 
+// What a channel holds, answered before anybody looks.
+TEST_F(LoopTest, RepliesToAllAtOnce_NoneIsLost) {
+    constexpr size_t kChannel = 256;
+    const PlayedServer server;
+    const TemporaryRoot root;
+    const BigLibrary library(kTwoMebibytes);
+    ASSERT_EQ(0, radConfAddAuthServ(server.host().c_str(), server.port(), -1, -1, "secret", "nas"));
+    const Loop loop;
+    std::vector<Answer> answers(kChannel);
+    for (Answer &answer : answers) {
+        ASSERT_NE(nullptr, loop.start(answer));
+        server.reply(
+            server.take(), 2,
+            Attributes().addText(18, std::string(250, 'x')).addText(18, std::string(250, 'y')));
+    }
+    while (loop.run() > 0) {
+    }
+    for (const Answer &answer : answers) {
+        EXPECT_EQ(2, answer.code);
+    }
+}
+
 TEST_F(LoopTest, ThousandRequestsInFlight_InTwoMebibytes_AreAllAnswered) {
     ScriptedServer server(kSecret, {}, newAddress());
     server.otherwise(accept([](const ReceivedRequest &request) {
