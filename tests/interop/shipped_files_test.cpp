@@ -1,11 +1,17 @@
 // The files that are shipped beside the library load, and say what they promise.
+#include <algorithm>
+#include <cctype>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <map>
+#include <regex>
+#include <set>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
 
+#include <lanyard/radius/attr.h>
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/dict.h>
 #include <lanyard/radius/frame.h>
@@ -78,11 +84,11 @@ TEST_F(ShippedFiles, Dictionary_HoldsTheWholeBuiltInTable) {
     }
 }
 
-TEST_F(ShippedFiles, Dictionary_AddsTheRestOfTheBaseRfcs) {
+TEST_F(ShippedFiles, Dictionary_AddsWhatServersSend) {
     ASSERT_EQ(0, radDictLoad(kDictionary));
     const Dictionary file = loadedDictionary();
-    EXPECT_THAT(file.attributes, SizeIs(74));
-    EXPECT_THAT(file.values, SizeIs(90));
+    EXPECT_THAT(file.attributes, SizeIs(126));
+    EXPECT_THAT(file.values, SizeIs(123));
     for (const auto &[number, name, type] :
          {std::tuple{25, "Class", RAD_TYPE_STRING}, std::tuple{33, "Proxy-State", RAD_TYPE_STRING},
           std::tuple{47, "Acct-Input-Packets", RAD_TYPE_INTEGER},
@@ -91,7 +97,12 @@ TEST_F(ShippedFiles, Dictionary_AddsTheRestOfTheBaseRfcs) {
           std::tuple{65, "Tunnel-Medium-Type", RAD_TYPE_INTEGER},
           std::tuple{81, "Tunnel-Private-Group-ID", RAD_TYPE_STRING},
           std::tuple{85, "Acct-Interim-Interval", RAD_TYPE_INTEGER},
-          std::tuple{88, "Framed-Pool", RAD_TYPE_STRING}}) {
+          std::tuple{88, "Framed-Pool", RAD_TYPE_STRING},
+          std::tuple{89, "Chargeable-User-Identity", RAD_TYPE_STRING},
+          std::tuple{97, "Framed-IPv6-Prefix", RAD_TYPE_STRING},
+          std::tuple{101, "Error-Cause", RAD_TYPE_INTEGER},
+          std::tuple{126, "Operator-Name", RAD_TYPE_STRING},
+          std::tuple{188, "WLAN-AKM-Suite", RAD_TYPE_INTEGER}}) {
         const RadDictAttr *attribute = radDictGetAttr(number);
         ASSERT_NE(nullptr, attribute) << name;
         EXPECT_STREQ(name, attribute->name);
@@ -102,7 +113,12 @@ TEST_F(ShippedFiles, Dictionary_AddsTheRestOfTheBaseRfcs) {
           std::tuple{"Service-Type", 10, "Call-Check"},
           std::tuple{"Acct-Status-Type", 3, "Interim-Update"},
           std::tuple{"Tunnel-Type", 13, "VLAN"}, std::tuple{"Tunnel-Medium-Type", 6, "IEEE-802"},
-          std::tuple{"NAS-Port-Type", 19, "Wireless-802.11"}, std::tuple{"Prompt", 0, "No-Echo"}}) {
+          std::tuple{"NAS-Port-Type", 19, "Wireless-802.11"}, std::tuple{"Prompt", 0, "No-Echo"},
+          std::tuple{"Error-Cause", 503, "Session-Not-Found"},
+          std::tuple{"Vendor-Specific", RAD_VENDOR_MICROSOFT, "Microsoft"},
+          std::tuple{"Microsoft", int{RAD_MS_MPPE_RECV_KEY}, "MS-MPPE-Recv-Key"},
+          std::tuple{"Cisco", 1, "Cisco-AVPair"},
+          std::tuple{"WISPr", 8, "WISPr-Bandwidth-Max-Down"}}) {
         const RadDictValue *named = radDictGetVal(value, attribute);
         ASSERT_NE(nullptr, named) << name;
         EXPECT_STREQ(name, named->valueName);
@@ -133,13 +149,39 @@ TEST_F(ShippedFiles, Dictionary_DefinesNothingTwiceAndNoLineIsTooLong) {
             ASSERT_EQ("VALUE", keyword) << line;
             ++definitions[std::string("value ").append(first).append(" ").append(third)];
             EXPECT_LT(second.size(), sizeof RadDictValue{}.valueName) << line;
+            if (first == "Vendor-Specific") {
+                ++definitions["name " + second];  // its attributes are values of that name
+            }
             EXPECT_EQ(1U, definitions.count("name " + first)) << "no such attribute: " << line;
         }
     }
-    EXPECT_THAT(definitions, SizeIs(74 * 2 + 90));
+    EXPECT_THAT(definitions, SizeIs(126 * 2 + 3 + 189));
     for (const auto &[definition, count] : definitions) {
         EXPECT_EQ(1, count) << definition;
     }
+}
+
+// The constants of attr.h are those of the dictionary.
+TEST_F(ShippedFiles, Dictionary_HasTheNumbersOfTheHeader) {
+    ASSERT_EQ(0, radDictLoad(kDictionary));
+    std::ifstream header(LANYARD_INCLUDE "/lanyard/radius/attr.h");
+    const std::regex constant("    RAD_ATTR_([A-Z0-9_]+) = ([0-9]+),?");
+    const std::set<int> renamed = {2, 5, 87};  // the dictionary has older names for them
+    size_t found = 0;
+    for (std::string line; std::getline(header, line);) {
+        std::smatch match;
+        if (!std::regex_match(line, match, constant)) {
+            continue;
+        }
+        ++found;
+        const RadDictAttr *attribute = radDictGetAttr(std::stoi(match[2]));
+        ASSERT_NE(nullptr, attribute) << line;
+        std::string name(attribute->name);
+        std::transform(name.begin(), name.end(), name.begin(),
+                       [](unsigned char c) { return c == '-' ? '_' : std::toupper(c); });
+        EXPECT_EQ(renamed.count(attribute->attrNum) == 0, name == match[1]) << line;
+    }
+    EXPECT_EQ(126U, found);
 }
 
 TEST_F(ShippedFiles, SampleConfiguration_UsableAsItStands) {
