@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
+#include <cstdlib>
 #include <pthread.h>
 
 #include <lanyard/radius/engine.h>
@@ -26,10 +27,11 @@ struct Server {
     uint32_t address = 0;  // network order; 0 for a free place
     uint16_t port = 0;     // network order
     bool dead = false;
+    bool wasHeard = false;
     int64_t deadSince = 0;
     int64_t askAgain = 0;  // while dead
     int64_t lastUse = 0;
-    int64_t lastHeard = -1;
+    int64_t lastHeard = 0;
     uint32_t answered = 0;  // round trips noted so far
     std::array<uint32_t, kRoundTripsMax> roundTrips{};
     RadServerStatus counters{};
@@ -41,9 +43,19 @@ struct StateOrigin {
     uint32_t place = 0;
 };
 
+struct Table {
+    std::array<Server, kServersMax> servers;
+    std::array<StateOrigin, kStatesMax> states;
+};
+
 pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-constinit std::array<Server, kServersMax> servers{};
-constinit std::array<StateOrigin, kStatesMax> states{};
+// Made with the first server that is noted: 46 KiB that a program without resilient requests never
+// needs. It outlives every partition, so it is not of one.
+Table *table = nullptr;
+
+std::span<Server> servers() {
+    return table ? std::span<Server>(table->servers) : std::span<Server>();
+}
 
 class Lock {
   public:
@@ -54,21 +66,30 @@ class Lock {
 };
 
 Server *find(const sockaddr_in &address) {
-    auto *const found = std::find_if(servers.begin(), servers.end(), [&](const Server &server) {
-        return server.address == address.sin_addr.s_addr && server.port == address.sin_port;
-    });
-    return found == servers.end() ? nullptr : found;
+    for (Server &server : servers()) {
+        if (server.address == address.sin_addr.s_addr && server.port == address.sin_port) {
+            return &server;
+        }
+    }
+    return nullptr;
 }
 
 // The server's place, or a new one: a free one, else that of the server which was asked longest ago.
-Server &placeOf(const sockaddr_in &address) {
+// Null when memory is exhausted: nothing is known of servers then.
+Server *placeOf(const sockaddr_in &address) {
+    if (!table) {
+        table = static_cast<Table *>(std::calloc(1, sizeof(Table)));
+        if (!table) {
+            return nullptr;
+        }
+    }
     Server *known = find(address);
     if (!known) {
         known = std::min_element(
-            servers.begin(), servers.end(),
+            table->servers.begin(), table->servers.end(),
             [](const Server &one, const Server &other) { return one.lastUse < other.lastUse; });
-        const auto place = static_cast<uint32_t>(known - servers.data()) + 1;
-        for (StateOrigin &state : states) {
+        const auto place = static_cast<uint32_t>(known - table->servers.data()) + 1;
+        for (StateOrigin &state : table->states) {
             if (state.place == place) {
                 state = {};
             }
@@ -76,7 +97,7 @@ Server &placeOf(const sockaddr_in &address) {
         *known = {.address = address.sin_addr.s_addr, .port = address.sin_port};
     }
     known->lastUse = monotonicMicroseconds();
-    return *known;
+    return known;
 }
 
 // 0 for none.
@@ -96,7 +117,7 @@ uint64_t hashOf(std::span<const uint8_t> bytes) {
 }
 
 StateOrigin &originOf(uint64_t hash) {
-    return states[hash % kStatesMax];
+    return table->states[hash % kStatesMax];
 }
 
 uint32_t checkOf(uint64_t hash) {
@@ -129,6 +150,13 @@ uint64_t &strayCounterOf(RadServerStatus &counters, int32_t reason) {
     }
 }
 
+// For qsort(), which the C library has already: std::sort() is a kilobyte of code.
+int compareNumbers(const void *one, const void *other) {
+    const auto first = *static_cast<const uint32_t *>(one);
+    const auto second = *static_cast<const uint32_t *>(other);
+    return (first > second) - (first < second);
+}
+
 void describe(const Server &server, RadServerStatus &status) {
     status = server.counters;
     inet_ntop(AF_INET, &server.address, status.host, sizeof(status.host));
@@ -141,7 +169,7 @@ void describe(const Server &server, RadServerStatus &status) {
     auto sorted = server.roundTrips;
     const size_t count = std::min<size_t>(server.answered, sorted.size());
     if (count > 0) {
-        std::sort(sorted.begin(), sorted.begin() + static_cast<ptrdiff_t>(count));
+        std::qsort(sorted.data(), count, sizeof(uint32_t), compareNumbers);
         status.medianMicroseconds = sorted[count / 2];
         status.slowMicroseconds = sorted[(count - 1) * kSlowestPercentile / 100];
     }
@@ -167,12 +195,12 @@ bool claimProbe(const sockaddr_in &server, int64_t now) {
 
 void noteSent(const sockaddr_in &server, bool again) {
     const Lock lock;
-    RadServerStatus &counters = placeOf(server).counters;
-    if (again) {
-        ++counters.retransmissions;
-    } else {
-        ++counters.requests;
-        ++counters.pending;
+    Server *known = placeOf(server);
+    if (known && again) {
+        ++known->counters.retransmissions;
+    } else if (known) {
+        ++known->counters.requests;
+        ++known->counters.pending;
     }
 }
 
@@ -186,56 +214,66 @@ void noteLeft(const sockaddr_in &server) {
 
 void noteHeard(const sockaddr_in &server, int64_t now) {
     const Lock lock;
-    placeOf(server).lastHeard = now;
+    if (Server *known = placeOf(server)) {
+        known->wasHeard = true;
+        known->lastHeard = now;
+    }
 }
 
 void noteReply(const sockaddr_in &server, uint8_t code, int64_t roundTrip) {
     const Lock lock;
-    Server &known = placeOf(server);
-    known.dead = false;
-    ++counterOf(known.counters, code);
-    known.roundTrips[known.answered++ % kRoundTripsMax] = static_cast<uint32_t>(roundTrip);
+    if (Server *known = placeOf(server)) {
+        known->dead = false;
+        ++counterOf(known->counters, code);
+        known->roundTrips[known->answered++ % kRoundTripsMax] = static_cast<uint32_t>(roundTrip);
+    }
 }
 
 void noteStray(const sockaddr_in &server, int32_t reason) {
     const Lock lock;
-    ++strayCounterOf(placeOf(server).counters, reason);
+    if (Server *known = placeOf(server)) {
+        ++strayCounterOf(known->counters, reason);
+    }
 }
 
 void noteTimeout(const sockaddr_in &server) {
     const Lock lock;
-    ++placeOf(server).counters.timeouts;
+    if (Server *known = placeOf(server)) {
+        ++known->counters.timeouts;
+    }
 }
 
 void noteSilence(const sockaddr_in &server, int64_t since, int64_t now) {
     const int64_t life = deadTime();
     const Lock lock;
-    Server &known = placeOf(server);
-    if (known.lastHeard >= since || life == 0) {
+    Server *known = placeOf(server);
+    if (!known || (known->wasHeard && known->lastHeard >= since) || life == 0) {
         return;
     }
-    if (!known.dead) {
-        known.dead = true;
-        known.deadSince = now;
+    if (!known->dead) {
+        known->dead = true;
+        known->deadSince = now;
     }
-    known.askAgain = now + life;
+    known->askAgain = now + life;
 }
 
 void noteState(std::span<const uint8_t> state, const sockaddr_in &server) {
     const uint64_t hash = hashOf(state);
     const Lock lock;
-    originOf(hash) = {.check = checkOf(hash),
-                      .place = static_cast<uint32_t>(&placeOf(server) - servers.data()) + 1};
+    if (const Server *known = placeOf(server)) {
+        originOf(hash) = {.check = checkOf(hash),
+                          .place = static_cast<uint32_t>(known - table->servers.data()) + 1};
+    }
 }
 
 bool findStateOrigin(std::span<const uint8_t> state, sockaddr_in &server) {
     const uint64_t hash = hashOf(state);
     const Lock lock;
-    const StateOrigin origin = originOf(hash);
+    const StateOrigin origin = table ? originOf(hash) : StateOrigin();
     if (origin.place == 0 || origin.check != checkOf(hash)) {
         return false;
     }
-    const Server &known = servers[origin.place - 1];
+    const Server &known = table->servers[origin.place - 1];
     server.sin_addr.s_addr = known.address;
     server.sin_port = known.port;
     return true;
@@ -250,7 +288,7 @@ int radServerStatusAt(int index, RadServerStatus *status) {
         return -1;
     }
     const Lock lock;
-    for (const Server &server : servers) {
+    for (const Server &server : servers()) {
         if (server.address != 0 && index-- == 0) {
             describe(server, *status);
             return 0;
