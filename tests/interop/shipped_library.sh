@@ -76,7 +76,9 @@ for name in palFileRename xbusDescriptor xbusConnect xbusSend xbusResult; do
 done
 
 if [[ $check_needed == few-libraries ]]; then
-    for file in "$library" "$@"; do
+    files=("$library" "$@")
+    [[ $platform_library == none ]] || files+=("$platform_library")
+    for file in "${files[@]}"; do
         needed=$(readelf -d "$file" | sed -n 's/.*(NEEDED).*\[\(.*\)\].*/\1/p')
         for name in $needed; do
             case "$name" in
