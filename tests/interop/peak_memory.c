@@ -17,7 +17,8 @@ int main(int argc, char *argv[]) {
     int status;
     struct rusage usage;
     if (posix_spawn(&child, argv[1], NULL, NULL, argv + 1, environ) != 0 ||
-        wait4(child, &status, 0, &usage) != child || !WIFEXITED(status) || WEXITSTATUS(status) > 1) {
+        wait4(child, &status, 0, &usage) != child || !WIFEXITED(status) ||
+        WEXITSTATUS(status) > 1) {
         return 2;
     }
     printf("%ld\n", usage.ru_maxrss);
