@@ -5,11 +5,13 @@ set(LANYARD_PLATFORM_INCLUDE_DIR "" CACHE PATH "external: folder with palcore.h,
 set(LANYARD_PLATFORM_LIBRARIES "" CACHE STRING "external: libraries to link")
 
 if(LANYARD_PLATFORM STREQUAL "port")
+  set(LANYARD_PLATFORM_TARGET lanyard-platform)
   add_subdirectory(platform)
 elseif(LANYARD_PLATFORM STREQUAL "external")
   if(NOT LANYARD_PLATFORM_LIBRARIES OR NOT LANYARD_PLATFORM_INCLUDE_DIR)
     message(FATAL_ERROR "LANYARD_PLATFORM=external needs LANYARD_PLATFORM_INCLUDE_DIR and LANYARD_PLATFORM_LIBRARIES")
   endif()
+  set(LANYARD_PLATFORM_TARGET lanyard-platform-external)
   add_library(lanyard-platform-external INTERFACE)
   target_include_directories(lanyard-platform-external SYSTEM INTERFACE ${LANYARD_PLATFORM_INCLUDE_DIR})
   target_link_libraries(lanyard-platform-external INTERFACE ${LANYARD_PLATFORM_LIBRARIES})

@@ -1,0 +1,87 @@
+#!/usr/bin/env bash
+#
+# Installs the library without its programs, shared and static, and compiles and runs a stranger's program in C
+# and in C++ against it, by pkg-config and by find_package.
+#
+#   strangers.sh CMAKE SOURCE_FOLDER FOLDER [CMAKE_OPTION...]
+set -euo pipefail
+export LC_ALL=C
+unset LD_LIBRARY_PATH
+
+[[ $# -ge 3 ]] || { echo "strangers: too few arguments" >&2; exit 2; }
+cmake=$1
+lanyard=$2
+folder=$3
+shift 3
+
+fail() {
+    echo "strangers: $*" >&2
+    exit 1
+}
+
+rm -rf "$folder"
+mkdir -p "$folder/stranger"
+cat >"$folder/stranger/stranger.c" <<'C'
+#include <lanyard/radius.h>
+#include <stdio.h>
+
+int main(void) {
+    if (radMemInit(RAD_PARTITION_SIZE) != 0 || radDictLoad(NULL) != 0) {
+        return 1;
+    }
+    puts(radDictGetAttr(RAD_ATTR_USER_NAME)->name);
+    radLibExit();
+    return 0;
+}
+C
+cp "$folder/stranger/stranger.c" "$folder/stranger/stranger.cpp"
+cat >"$folder/stranger/CMakeLists.txt" <<'CMAKE'
+cmake_minimum_required(VERSION 3.25)
+project(stranger LANGUAGES C CXX)
+find_package(LanyardRadius 2.0 REQUIRED)
+add_executable(in-c stranger.c)
+add_executable(in-cpp stranger.cpp)
+target_link_libraries(in-c PRIVATE LanyardRadius::radius)
+target_link_libraries(in-cpp PRIVATE LanyardRadius::radius)
+CMAKE
+
+# runs PROGRAM
+runs() {
+    local output
+    output=$("$1") || fail "$1 failed"
+    [[ $output == User-Name ]] || fail "$1 wrote '$output'"
+    echo "strangers: ${1#"$folder/"} runs"
+}
+
+# try NAME SHARED PKG_CONFIG_OPTION...
+try() {
+    local name=$1 shared=$2 flags
+    local prefix=$folder/$name/installed
+    shift 2
+    "$cmake" -S "$lanyard" -B "$folder/$name/build" "${options[@]}" -DCMAKE_BUILD_TYPE=Release \
+        -DBUILD_SHARED_LIBS="$shared" -DLANYARD_TOOLS=OFF -DCMAKE_INSTALL_LIBDIR=lib \
+        -DCMAKE_DISABLE_FIND_PACKAGE_CLI11=ON -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON >/dev/null
+    "$cmake" --build "$folder/$name/build" -j 2 >"$folder/log" 2>&1 || { cat "$folder/log"; fail "does not build"; }
+    "$cmake" --install "$folder/$name/build" --prefix "$prefix" >/dev/null
+    # What is installed stands by itself.
+    rm -rf "$folder/$name/build"
+    [[ -f $prefix/share/lanyard-radius/radius.dict ]] || fail "no dictionary is installed"
+
+    read -ra flags <<<"$(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs "$@" lanyard-radius)"
+    cc "$folder/stranger/stranger.c" -o "$folder/$name/in-c" "${flags[@]}" -Wl,-rpath,"$prefix/lib"
+    c++ "$folder/stranger/stranger.cpp" -o "$folder/$name/in-cpp" "${flags[@]}" -Wl,-rpath,"$prefix/lib"
+    runs "$folder/$name/in-c"
+    runs "$folder/$name/in-cpp"
+
+    "$cmake" -S "$folder/stranger" -B "$folder/$name/found" "${options[@]}" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+    "$cmake" --build "$folder/$name/found" >"$folder/log" 2>&1 || { cat "$folder/log"; fail "does not find"; }
+    runs "$folder/$name/found/in-c"
+    runs "$folder/$name/found/in-cpp"
+}
+
+options=("$@")
+try shared ON
+try static OFF --static
+if readelf -d "$folder/static/in-c" | grep -q lanyard; then
+    fail "the static program needs a shared library"
+fi
