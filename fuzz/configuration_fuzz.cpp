@@ -1,31 +1,12 @@
 // A whole configuration file. A dictionary that it names is the same input again, read as one.
-#include <cerrno>
-#include <cstdio>
-
 #include <lanyard/radius/conf.h>
-#include <palcore.h>
 
-#include "fuzz/environment.h"
-
-namespace {
+#include "fuzz/files.h"
 
 using namespace lanyard::fuzz;
 
-std::vector<uint8_t> content;
-
-}  // namespace
-
-// In place of the OS layer's: no file of the machine is read.
-FILE *palFileOpen(const char * /*path*/, const char * /*mode*/) {
-    if (content.empty()) {
-        errno = ENOENT;
-        return nullptr;
-    }
-    return fmemopen(content.data(), content.size(), "r");
-}
-
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    content.assign(data, data + size);
+    fileContent.assign(data, data + size);
     radDeconfigure();
     const size_t before = liveBlocks();
 

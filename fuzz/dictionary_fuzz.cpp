@@ -1,10 +1,10 @@
-// Lines of a dictionary: the input is taken as an attribute and as a value.
+// A dictionary: the input is taken as an attribute, as a value and as a whole file.
 #include <array>
 #include <cstring>
 
 #include <lanyard/radius/dict.h>
 
-#include "fuzz/environment.h"
+#include "fuzz/files.h"
 
 namespace {
 
@@ -44,5 +44,14 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     radDictUnload();
     require(liveBlocks() == before, "every block is freed");
+
+    fileContent.assign(data, data + size);
+    const int file = radDictLoad("/input");
+    require(file == 0 || file == -1, "a file is taken or refused");
+    for (int32_t number = -1; number <= 256; ++number) {
+        checkAttribute(radDictGetAttr(number));
+    }
+    radDictUnload();
+    require(liveBlocks() == before, "every block of a file is freed");
     return 0;
 }

@@ -1,18 +1,20 @@
 // Runs a fuzz target without libFuzzer: every file of the corpus, then mutations of them.
 //
-//     fuzz_reply [-seed=N] [-runs=N] file-or-folder...
+//     fuzz_reply [-seed=N] [-runs=N] [-max_total_time=SECONDS] [-dict=FILE] file-or-folder...
 //
-// The same seed over the same corpus makes the same inputs. The input that is being run stands in
+// The same seed over the same corpus makes the same inputs. Without runs a time means as many as it takes. The input that is being run stands in
 // the file <program>.input of the working folder; it is removed at the end, so what is found there
 // is what ended the program.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unistd.h>
@@ -82,9 +84,35 @@ class Runner {
     int fd_;
 };
 
+// The words of a dictionary: a line "text" each, with \xHH for any byte, and \\ and \" for those.
+std::vector<Input> readDictionary(const std::filesystem::path &path) {
+    std::vector<Input> words;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        Input word;
+        const size_t end = line.rfind('"');
+        for (size_t at = line.find('"') + 1; at > 0 && at < end; ++at) {
+            if (line[at] != '\\') {
+                word.push_back(static_cast<uint8_t>(line[at]));
+            } else if (line[++at] == 'x') {
+                word.push_back(
+                    static_cast<uint8_t>(std::stoi(line.substr(at + 1, 2), nullptr, 16)));
+                at += 2;
+            } else {
+                word.push_back(static_cast<uint8_t>(line[at]));
+            }
+        }
+        if (!word.empty()) {
+            words.push_back(word);
+        }
+    }
+    return words;
+}
+
 class Mutator {
   public:
-    Mutator(const std::vector<Input> &corpus, uint64_t seed) : corpus_(corpus), random_(seed) {}
+    Mutator(const std::vector<Input> &corpus, const std::vector<Input> &words, uint64_t seed)
+        : corpus_(corpus), words_(words), random_(seed) {}
 
     Input next() {
         Input input = pick(corpus_);
@@ -120,7 +148,7 @@ class Mutator {
         const size_t length = 1 + below(std::min<size_t>(input.size() - at, 32));
         const auto begin = input.begin() + static_cast<std::ptrdiff_t>(at);
         const auto end = begin + static_cast<std::ptrdiff_t>(length);
-        switch (below(8)) {
+        switch (below(words_.empty() ? 8 : 9)) {
             case 0:
                 *begin ^= static_cast<uint8_t>(1U << below(8));
                 break;
@@ -144,6 +172,11 @@ class Mutator {
             case 6:
                 input.resize(at);
                 break;
+            case 8: {
+                const Input &word = pick(words_);
+                input.insert(begin, word.begin(), word.end());
+                break;
+            }
             default: {
                 const Input &other = pick(corpus_);
                 const auto from = static_cast<std::ptrdiff_t>(below(other.size() + 1));
@@ -154,6 +187,7 @@ class Mutator {
     }
 
     const std::vector<Input> &corpus_;
+    const std::vector<Input> &words_;
     std::mt19937_64 random_;
 };
 
@@ -165,36 +199,61 @@ bool takeNumber(std::string_view argument, std::string_view option, uint64_t &nu
     return true;
 }
 
+struct Options {
+    uint64_t seed = 1;
+    uint64_t runs = 0;
+    uint64_t seconds = 0;
+    std::vector<Input> words = {};
+    std::vector<std::filesystem::path> files = {};
+};
+
+Options readOptions(std::span<char *> arguments) {
+    constexpr std::string_view kDictionary = "-dict=";
+    Options options;
+    for (const std::string_view argument : arguments) {
+        if (argument.starts_with(kDictionary)) {
+            options.words = readDictionary(argument.substr(kDictionary.size()));
+        } else if (!takeNumber(argument, "-seed=", options.seed) &&
+                   !takeNumber(argument, "-runs=", options.runs) &&
+                   !takeNumber(argument, "-max_total_time=", options.seconds)) {
+            collect(argument, options.files);
+        }
+    }
+    if (options.runs == 0 && options.seconds != 0) {
+        options.runs = UINT64_MAX;
+    }
+    return options;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
     const std::string program = std::filesystem::path(argv[0]).filename();
-    uint64_t seed = 1;
-    uint64_t runs = 0;
-    std::vector<std::filesystem::path> files;
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view argument = argv[i];
-        if (!takeNumber(argument, "-seed=", seed) && !takeNumber(argument, "-runs=", runs)) {
-            collect(argument, files);
-        }
+    const Options options = readOptions(std::span(argv, static_cast<size_t>(argc)).subspan(1));
+    if (options.files.empty()) {
+        fail("usage: " + program +
+             " [-seed=N] [-runs=N] [-max_total_time=SECONDS] [-dict=FILE] file-or-folder...");
     }
-    if (files.empty()) {
-        fail("usage: " + program + " [-seed=N] [-runs=N] file-or-folder...");
-    }
-    (void)std::fprintf(stderr, "%s: %zu files, %llu mutations, seed %llu\n", program.c_str(),
-                       files.size(), static_cast<unsigned long long>(runs),
-                       static_cast<unsigned long long>(seed));
-
+    const std::time_t start = std::time(nullptr);
     LLVMFuzzerInitialize(&argc, &argv);
-    const Runner runner(program + ".input");
+    const Runner runner(std::filesystem::absolute(program + ".input"));
     std::vector<Input> corpus;
-    for (const auto &file : files) {
+    for (const auto &file : options.files) {
         corpus.push_back(readFile(file));
         runner.run(corpus.back());
     }
-    Mutator mutator(corpus, seed);
-    for (uint64_t i = 0; i < runs; ++i) {
+    Mutator mutator(corpus, options.words, options.seed);
+    const auto limit = static_cast<std::time_t>(options.seconds);
+    uint64_t runs = 0;
+    for (; runs < options.runs && (limit == 0 || std::time(nullptr) - start < limit); ++runs) {
         runner.run(mutator.next());
     }
+    const std::time_t seconds = std::max<std::time_t>(std::time(nullptr) - start, 1);
+    const uint64_t executions = runs + corpus.size();
+    (void)std::fprintf(
+        stderr, "%s: %llu executions, %llu a second, seed %llu\n", program.c_str(),
+        static_cast<unsigned long long>(executions),
+        static_cast<unsigned long long>(executions) / static_cast<unsigned long long>(seconds),
+        static_cast<unsigned long long>(options.seed));
     return 0;
 }

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <netdb.h>
 
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/dict.h>
@@ -42,6 +43,31 @@ std::vector<char> textFrom(const uint8_t *data, size_t size) {
     return text;
 }
 
+uint8_t Script::u8() {
+    if (atEnd()) {
+        return 0;
+    }
+    const uint8_t value = left_[0];
+    left_ = left_.subspan(1);
+    return value;
+}
+
+uint16_t Script::u16() {
+    const uint8_t high = u8();
+    return static_cast<uint16_t>(high << 8 | u8());
+}
+
+uint32_t Script::u32() {
+    const uint32_t high = u16();
+    return high << 16 | u16();
+}
+
+Bytes Script::bytes(size_t size) {
+    const ByteView part = left_.first(std::min(size, left_.size()));
+    left_ = left_.subspan(part.size());
+    return {part.begin(), part.end()};
+}
+
 }  // namespace lanyard::fuzz
 
 using namespace lanyard::fuzz;
@@ -53,6 +79,13 @@ int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/) {
     require(std::freopen("/dev/null", "w", stdout) != nullptr, "standard output can be dropped");
     require(radLibInit(nullptr) == 0, "the library starts");
     require(radDictLoad(nullptr) == 0, "the built-in dictionary loads");
+    return 0;
+}
+
+// There is no services database: reading it takes most of the time.
+int getservbyname_r(const char * /*name*/, const char * /*protocol*/, servent * /*entry*/,
+                    char * /*buffer*/, size_t /*size*/, servent **result) {
+    *result = nullptr;
     return 0;
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "tests/support/failing_partition.h"
@@ -29,6 +30,33 @@ std::vector<uint8_t> packetFrom(const uint8_t *data, size_t size);
 
 // Text with its NUL, likewise.
 std::vector<char> textFrom(const uint8_t *data, size_t size);
+
+using Bytes = std::vector<uint8_t>;
+using ByteView = std::span<const uint8_t>;
+
+// An input that is read as a script: numbers and parts, one after the other. After its end every number is 0
+// and every part empty.
+class Script {
+  public:
+    Script(const uint8_t *data, size_t size) : left_(data, size) {}
+
+    [[nodiscard]] bool atEnd() const { return left_.empty(); }
+    uint8_t u8();
+    // Big-endian.
+    uint16_t u16();
+    uint32_t u32();
+    // A number below `end`.
+    unsigned below(unsigned end) { return u8() % end; }
+    // At most that many bytes, in a block of exactly their number.
+    Bytes bytes(size_t size);
+    // As many as the next number says: one byte or two.
+    Bytes part() { return bytes(u8()); }
+    Bytes longPart() { return bytes(u16()); }
+    Bytes rest() { return bytes(left_.size()); }
+
+  private:
+    ByteView left_;
+};
 
 }  // namespace lanyard::fuzz
 
