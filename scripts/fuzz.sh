@@ -55,7 +55,7 @@ run_target() {
     mkdir -p "$folder/$target"
     if [[ $preset == fuzz ]]; then
         mkdir -p "$found"
-        arguments+=(-print_final_stats=1 -timeout=60 -max_len=4200 "$found")
+        arguments+=(-print_final_stats=1 -timeout=60 -max_len=4200 -artifact_prefix="$PWD/$folder/$target/" "$found")
     fi
     (cd "$folder/$target" && "$bin" "${arguments[@]}" "$corpus") >"$folder/$target/log" 2>&1
 }
