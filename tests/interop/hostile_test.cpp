@@ -34,7 +34,6 @@ using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
 constexpr uint32_t kPartition = 16 << 20;
-constexpr size_t kAtOnce = 250;
 constexpr size_t kFew = 100;  // logins of each mix and way, unless it is told otherwise
 constexpr int kTimeout = 1;   // seconds
 constexpr int kRetries = 3;
@@ -110,12 +109,12 @@ struct Tally {
 };
 
 // Logins that wait, each in a thread of its own.
-Tally waitInThreads(size_t logins) {
+Tally waitInThreads(size_t logins, size_t atOnce) {
     Tally tally;
     std::mutex mutex;
     std::atomic<size_t> next{0};
     std::vector<std::thread> threads;
-    for (size_t i = 0; i < std::min(kAtOnce, logins); ++i) {
+    for (size_t i = 0; i < std::min(atOnce, logins); ++i) {
         threads.emplace_back([&] {
             for (Login login{next++}; login.number < logins; login.number = next++) {
                 const auto start = Clock::now();
@@ -147,13 +146,13 @@ struct InFlight {
 };
 
 // As many logins in flight over one loop.
-Tally flyInALoop(size_t logins) {
+Tally flyInALoop(size_t logins, size_t atOnce) {
     Tally tally;
     std::vector<InFlight> all;
     all.reserve(logins);
     RadLoop *loop = radLoopCreate();
     while (tally.logins < logins) {
-        while (all.size() < logins && all.size() - tally.logins < kAtOnce) {
+        while (all.size() < logins && all.size() - tally.logins < atOnce) {
             InFlight &one = all.emplace_back(InFlight{{all.size()}, tally});
             if (one.login.method().start(loop, "alice", one.login.password(), InFlight::note,
                                          &one) == nullptr) {
@@ -175,7 +174,7 @@ struct Way {
     const char *name;
     int resilient;
     int requiresSignature;
-    Tally (*logIn)(size_t logins);
+    Tally (*logIn)(size_t logins, size_t atOnce);
 };
 void PrintTo(const Way &way, std::ostream *stream) {
     *stream << way.name;
@@ -218,7 +217,7 @@ class Hostile : public Interop, public testing::WithParamInterface<std::tuple<Mi
                   server().secret() + "\n");
         const size_t room = roomIn(radMemPartId);
         Tally tally;
-        capture([&] { tally = way().logIn(logins); });
+        capture([&] { tally = way().logIn(logins, mix().atOnce); });
         EXPECT_EQ(room, roomIn(radMemPartId));
         return tally;
     }

@@ -4,7 +4,7 @@
 //     loss P                and duplicate, reorder, truncate, corrupt: a probability, of 0 to 1
 //     forge KIND            ahead of every reply: none, junk, accept, digest, foreign
 //     forged-share P        the share of the replies that this happens to; 1 unless told
-//     flood N               answer every request with so many forged accepts, 5 ms apart
+//     flood N               answer every request with so many forged accepts, 10 ms apart
 //     ignore NAME           swallow requests with that User-Name; none without a name
 //     dead on|off           swallow everything
 //     refused on|off        as if nobody listened

@@ -67,7 +67,7 @@ class UdpProxy {
         uint16_t port = 0;
     };
 
-    static constexpr std::chrono::milliseconds kFloodGap{5};
+    static constexpr std::chrono::milliseconds kFloodGap{10};
 
     // Port 0 to listen on is a free one. Throws std::system_error, and std::invalid_argument for a host that is
     // no address.
