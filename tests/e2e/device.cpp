@@ -106,7 +106,10 @@ void Device::change(const std::vector<std::string> &arguments) {
 }
 
 void Device::awaitRelay() {
-    if (!service_->waitForOutput("relay: has ")) {
+    if (!waitUntil([&] {
+            superviseRelay();
+            return service_->output().find("relay: has ") != std::string::npos;
+        })) {
         throw std::runtime_error("the relay does not get the servers: " + service_->output());
     }
 }

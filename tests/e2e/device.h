@@ -44,8 +44,14 @@ class Device {
     // Runs `lanyardctl db` and waits until the service has taken what it changed to the relay.
     void change(const std::vector<std::string> &arguments);
 
-    // Waits until the service has given a relay servers. Throws std::runtime_error.
+    // Waits until the service has given a relay servers, and starts a relay again that it ends. Throws
+    // std::runtime_error.
     void awaitRelay();
+
+    // The processes that run.
+    pid_t relay() const { return relay_; }
+    pid_t service() const { return service_->process(); }
+    pid_t authenticator() const { return authenticator_->process(); }
 
     // Options for relays that are started from now on.
     void setRelayOptions(const std::vector<std::string> &options) { relayOptions_ = options; }

@@ -42,6 +42,7 @@ class RunningProgram {
     // Waits until it has written a text, for 20 seconds at most.
     [[nodiscard]] bool waitForOutput(const std::string &text) const;
 
+    pid_t process() const { return pid_; }
     void signal(int number) const;
     // Waits for its end, for 20 seconds at most.
     // Returns its exit status, -1 when a signal ended it; nothing while it runs.
