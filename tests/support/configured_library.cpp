@@ -68,6 +68,9 @@ ConfiguredLibrary::ConfiguredLibrary(const LibraryConfiguration &configuration)
     : heapBlocksBefore_(heapBlocks()) {
     EXPECT_EQ(0U, radMemPartId) << "the library was left started";
     root_.write("/var/hosts", "127.0.0.1 " + hostName() + "\n");
+    if (configuration.partition > 0) {
+        EXPECT_EQ(0, radMemInit(configuration.partition));
+    }
     EXPECT_EQ(0, radLibInit(nullptr));
     EXPECT_EQ(0, radDictLoad(nullptr));
     EXPECT_EQ(0, radConfSetTimeout(configuration.timeout.c_str()));

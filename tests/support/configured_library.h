@@ -44,6 +44,7 @@ struct LibraryConfiguration {
     std::vector<ServerEntry> acctServers = {};
     std::string timeout = "1";  // seconds
     std::string retries = "0";
+    uint32_t partition = 0;  // bytes; 0: as the library makes it by itself
 };
 
 class ConfiguredLibrary {
