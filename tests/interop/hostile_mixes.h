@@ -13,16 +13,17 @@ namespace lanyard::test {
 struct Mix {
     const char *name;
     ProxySettings network;
-    size_t atOnce = 250;  // logins
+    size_t atOnce = 250;    // logins
+    int silentServers = 0;  // ahead of the one that answers
 };
 
 inline void PrintTo(const Mix &mix, std::ostream *stream) {
     *stream << mix.name;
 }
 
-inline const std::array<Mix, 14> &hostileMixes() {
+inline const std::array<Mix, 15> &hostileMixes() {
     using namespace std::chrono_literals;
-    static const std::array<Mix, 14> kMixes = {{
+    static const std::array<Mix, 15> kMixes = {{
         {"Clean", {}},
         {"Loss10", {.faults = {.loss = 0.1}}},
         {"Loss30", {.faults = {.loss = 0.3}}},
@@ -38,6 +39,7 @@ inline const std::array<Mix, 14> &hostileMixes() {
         {"ReplyToAnother20", {.forgery = Forgery::kForeign, .forgedShare = 0.2}},
         // Forged accepts for as long as a login waits; of so few, that the proxy is not what drowns.
         {"Flood", {.faults = {.loss = 0.1}, .flood = 110}, 16},
+        {"SilentFirst", {.faults = {.loss = 0.1}}, 250, 1},
         {"AllOfThem",
          {.toServer = 5ms,
           .toClient = 5ms,
