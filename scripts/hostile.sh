@@ -2,7 +2,7 @@
 #
 # hostile.sh [LOGINS [FILTER]]: logins over bad networks, 10,000 of each mix and way unless told otherwise, against
 # a real server in the release build. Prints the figures of docs/testing.md; fails when somebody gets in who may
-# not, a call does not end in time or something is left behind. Takes a quarter of an hour.
+# not, a call does not end in time or something is left behind. Takes half an hour.
 # FILTER is one of GoogleTest, such as '*Loss30*'.
 set -euo pipefail
 cd "$(dirname "$0")/.."

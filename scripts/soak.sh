@@ -3,7 +3,7 @@
 # The whole soak, in the release build: a million logins in one process; 100,000 EAP conversations through one radeapd
 # while the database changes 1,440 times; radeapd, the service and the authenticator killed a hundred times each in
 # the middle of logins. Prints the figures of docs/testing.md; fails when memory, descriptors, partition or files grow.
-# Takes a quarter of an hour.
+# Takes ten minutes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # shellcheck source=scripts/common.sh
