@@ -77,7 +77,7 @@ class KillsSoak : public EndToEnd, public testing::WithParamInterface<const char
         }
     }
 
-    void expectLogin() {
+    static void expectLogin() {
         Supplicant supplicant(wire(), alice(), wire().stations(1)[0].interface);
         supplicant.awaitReady();
         supplicant.start();
@@ -88,7 +88,7 @@ class KillsSoak : public EndToEnd, public testing::WithParamInterface<const char
 
     static Account alice() { return md5Account("alice", "wonderland"); }
 
-    std::mt19937 random_{12};
+    std::mt19937 random_{12};  // NOLINT(cert-msc32-c,cert-msc51-cpp): a run that can be repeated
 };
 
 INSTANTIATE_TEST_SUITE_P(Programs, KillsSoak,
@@ -102,6 +102,7 @@ TEST_P(KillsSoak, KilledAgainAndAgain_NextLoginSucceedsAndOthersHoldNoMore) {
     expectLogin();
     killDuringLogins(victims, 3);
     std::vector<Footprint> early;
+    early.reserve(others.size());
     for (const Program &other : others) {
         early.push_back(footprintOf(other.process(device())));
     }

@@ -25,15 +25,20 @@ Footprint footprintOf(pid_t process) {
 }
 
 size_t roomIn(PalMemPartId partition) {
-    constexpr uint32_t kSmall = 64;
+    constexpr uint32_t kLargest = 64U << 20U;
+    constexpr uint32_t kSmallest = 64;
+    size_t room = 0;
     std::vector<void *> blocks;
-    while (void *block = palMemPartAlloc(partition, kSmall)) {
-        blocks.push_back(block);
+    for (uint32_t size = kLargest; size >= kSmallest; size /= 2) {
+        while (void *block = palMemPartAlloc(partition, size)) {
+            blocks.push_back(block);
+            room += size;
+        }
     }
     for (void *block : blocks) {
         palMemPartFree(partition, block);
     }
-    return blocks.size();
+    return room;
 }
 
 }  // namespace lanyard::test

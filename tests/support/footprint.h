@@ -29,8 +29,8 @@ struct Footprint {
 // Throws std::runtime_error when there is no such process.
 Footprint footprintOf(pid_t process);
 
-// How many small blocks a partition still has room for: all of them are taken, then freed. What is
-// live, and what is too scattered to be used, is missing from it.
+// How many bytes a partition still has room for, in blocks of 64 bytes and more: all of them are taken, the
+// largest first, then freed. What is live, and what is too scattered to be used, is missing from it.
 size_t roomIn(PalMemPartId partition);
 
 }  // namespace lanyard::test
