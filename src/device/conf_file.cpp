@@ -92,6 +92,9 @@ int writeConfFile(const QueryResult &result) {
     const Descriptor opened = replaces ? openNewFile() : openPrivate(kConfFile);
     FILE *file = opened.isOpen() ? palFileOpen(replaces ? kNewFile : kConfFile, "w") : nullptr;
     if (!file) {
+        if (replaces) {
+            palUnlink(kNewFile);
+        }
         radDeviceLogAs(kTag, kLogTrace, "Couldn't open file for writing: %s \n", kConfFile);
         return -1;
     }

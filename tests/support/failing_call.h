@@ -13,7 +13,10 @@
 #ifndef LANYARD_TESTS_SUPPORT_FAILING_CALL_H
 #define LANYARD_TESTS_SUPPORT_FAILING_CALL_H
 
+#include <array>
+#include <cstddef>
 #include <dlfcn.h>
+#include <span>
 
 namespace lanyard::test {
 
@@ -36,6 +39,33 @@ class FailingCall {
     int left_;
     bool happened_ = false;
 };
+
+// The functions that this thread calls while the object is there, one at a time.
+//
+//     const CalledFunctions called;
+//     radGetHostIP();
+//     EXPECT_THAT(called.names(), Contains(StrEq("gethostname")));
+class CalledFunctions {
+  public:
+    CalledFunctions();
+    CalledFunctions(const CalledFunctions &) = delete;
+    CalledFunctions &operator=(const CalledFunctions &) = delete;
+    ~CalledFunctions();
+
+    // Each once, in the order of their first calls.
+    [[nodiscard]] std::span<const char *const> names() const { return {names_.data(), count_}; }
+
+  private:
+    friend bool strikes(const char *function);
+
+    void add(const char *function);
+
+    std::array<const char *, 64> names_{};
+    size_t count_ = 0;
+};
+
+// Whether a failure that was ordered for this thread, and is still there, has come to pass.
+[[nodiscard]] bool hasStruck();
 
 // Counts a call. Whether it has to fail; errno is set then. Allocates nothing, and may be called before any
 // constructor has run.

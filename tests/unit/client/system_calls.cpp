@@ -1,6 +1,7 @@
 #include "tests/unit/client/system_calls.h"
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <ctime>
@@ -174,6 +175,11 @@ int gethostbyname_r(const char *name, hostent *result_buf, char *buf, size_t buf
                     hostent **result, int *h_errnop) {
     static auto *const real = following<decltype(gethostbyname_r)>("gethostbyname_r");
     ++lanyard::test::resolverCallCount;
+    if (strikes("gethostbyname_r")) {
+        *result = nullptr;
+        *h_errnop = TRY_AGAIN;
+        return errno;
+    }
     const auto entry = lanyard::test::resolverEntries.find(name);
     if (entry != lanyard::test::resolverEntries.end()) {
         return real(entry->second.c_str(), result_buf, buf, buflen, result, h_errnop);

@@ -1,4 +1,4 @@
-// What the system answers on order; calls of sockets, epoll and timers, and gethostname, also fail on order
+// What the system answers on order; calls of sockets, epoll and timers, and of the resolver, also fail on order
 // (FailingCall).
 //
 //     const HostName name("gateway");                        // of this machine
