@@ -104,7 +104,7 @@ OwnedPacket packRequest(const RadRequestDesc &desc, const RadPair *pairs, int &s
         outcome.reason = RAD_REASON_TOO_LARGE;
         return {};
     }
-    auto bytes = allocateBytes(length);
+    auto bytes = allocateSecret(length);
     if (!bytes) {
         outcome.reason = RAD_REASON_NO_MEMORY;
         return {};

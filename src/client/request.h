@@ -14,7 +14,7 @@ namespace lanyard {
 
 // A packet and the bytes that it lies in.
 struct OwnedPacket {
-    PartitionPtr<uint8_t[]> bytes = {};
+    SecretBytes bytes = {};  // a response of CHAP or MS-CHAP is in the clear
     std::optional<Packet> packet = {};
 };
 

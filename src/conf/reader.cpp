@@ -2,6 +2,7 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include <lanyard/radius/conf.h>
@@ -86,10 +87,14 @@ int readFile(const char *path) {
                  ErrorText(errno).text());
         return -1;
     }
+    // A buffer of the stream's own would keep shared secrets after the file is closed.
+    std::array<char, 1024> buffer{};
+    std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
     Line line{};
     const int status = readLines(file, path, line);
-    explicit_bzero(line.data(), line.size());
     palFileClose(file);
+    explicit_bzero(line.data(), line.size());
+    explicit_bzero(buffer.data(), buffer.size());
     return status;
 }
 

@@ -1,5 +1,8 @@
 // The configuration file, written from the table "radiusClient".
+#include <array>
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -98,8 +101,13 @@ int writeConfFile(const QueryResult &result) {
         radDeviceLogAs(kTag, kLogTrace, "Couldn't open file for writing: %s \n", kConfFile);
         return -1;
     }
+    // A buffer of the stream's own would keep shared secrets after the file is closed.
+    std::array<char, 1024> buffer{};
+    std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
     const int status = writeServers(file, result);
-    const bool written = palFileClose(file) == 0 && fsync(opened.get()) == 0;
+    const bool isClosed = palFileClose(file) == 0;
+    explicit_bzero(buffer.data(), buffer.size());
+    const bool written = isClosed && fsync(opened.get()) == 0;
     if (replaces && !(written && palFileRename(kNewFile, kConfFile) == 0)) {
         palUnlink(kNewFile);
         return -1;

@@ -1,4 +1,6 @@
 // MS-CHAP (RFC 2433, RFC 2548 section 2.1.3).
+#include <cstring>
+
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/methods.h>
 
@@ -37,8 +39,9 @@ bool Mschap::addTo(PairList &request) const {
     } else {
         radMschapNtResponse(password, ntResponse, kChallenge.data(), userName);
     }
-    return addMicrosoft(request, RAD_MS_CHAP_RESPONSE, response) &&
-           request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly);
+    const bool isAdded = addMicrosoft(request, RAD_MS_CHAP_RESPONSE, response);
+    explicit_bzero(response.data(), response.size());
+    return isAdded && request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly);
 }
 
 }  // namespace lanyard

@@ -143,8 +143,9 @@ bool Mschapv2::addTo(PairList &request) const {
         generateMschapv2Response(ntResponse, peerChallenge, userName, password,
                                  kAuthenticatorChallenge.data());
     }
-    return addMicrosoft(request, RAD_MS_CHAP2_RESPONSE, response) &&
-           request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly);
+    const bool isAdded = addMicrosoft(request, RAD_MS_CHAP2_RESPONSE, response);
+    explicit_bzero(response.data(), response.size());
+    return isAdded && request.addNumber(RAD_ATTR_SERVICE_TYPE, kAuthenticateOnly);
 }
 
 }  // namespace lanyard

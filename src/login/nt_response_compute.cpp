@@ -104,6 +104,7 @@ NtResponse respondToChallenge(const NtHash &hash, const uint8_t *challenge) {
         std::memcpy(&input, challenge, sizeof(input));
         DES_ecb_encrypt(&input, &output, &schedule, DES_ENCRYPT);
         std::memcpy(response.data() + i * sizeof(output), &output, sizeof(output));
+        OPENSSL_cleanse(&output, sizeof(output));
         OPENSSL_cleanse(&key, sizeof(key));
         OPENSSL_cleanse(&schedule, sizeof(schedule));
     }
@@ -114,8 +115,9 @@ NtResponse respondToChallenge(const NtHash &hash, const uint8_t *challenge) {
 void computeNtResponse(const char *password, const uint8_t *challenge, uint8_t *ntResponse) {
     NtHash hash{};
     if (hashNtPassword(password, hash)) {
-        const NtResponse response = respondToChallenge(hash, challenge);
+        NtResponse response = respondToChallenge(hash, challenge);
         std::copy(response.begin(), response.end(), ntResponse);
+        OPENSSL_cleanse(response.data(), response.size());
     }
     OPENSSL_cleanse(hash.data(), hash.size());
 }
