@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <unistd.h>
 
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/engine.h>
@@ -141,6 +142,71 @@ int runEveryServer(const char *program, int argc, char *argv[]) {
     return exitStatus(result, RAD_CODE_ACCESS_ACCEPT);
 }
 
+// --- The password of the command line -------------------------------------------------------------
+
+// Takes it out of the arguments, which everybody can read in the list of processes, and wipes it at the end.
+class HiddenPassword {
+  public:
+    HiddenPassword() = default;
+    HiddenPassword(const HiddenPassword &) = delete;
+    HiddenPassword &operator=(const HiddenPassword &) = delete;
+    ~HiddenPassword() { explicit_bzero(text_.data(), text_.size()); }
+
+    // "-" stands for a line of standard input. False when that cannot be read.
+    bool takeFrom(int argc, char *argv[]) {
+        char **place = find(argc, argv);
+        if (!place) {
+            return true;
+        }
+        if (std::strcmp(*place, "-") == 0) {
+            *place = text_.data();
+            return readLine();
+        }
+        const size_t size = std::strlen(*place);
+        std::memcpy(text_.data(), *place, std::min(size, text_.size() - 1));
+        explicit_bzero(*place, size);
+        *place = text_.data();
+        return true;
+    }
+
+  private:
+    // The second argument that is no option; null when there is none. The options are those of the
+    // entry points.
+    static char **find(int argc, char *argv[]) {
+        int positional = 0;
+        bool onlyPositional = false;
+        for (int i = 1; i < argc; ++i) {
+            const std::string_view argument = argv[i];
+            if (onlyPositional || argument == "-" || !argument.starts_with('-')) {
+                if (++positional == 2) {
+                    return &argv[i];
+                }
+            } else if (argument == "--") {
+                onlyPositional = true;
+            } else if (argument.find('f') == argument.size() - 1) {
+                ++i;  // its value
+            }
+        }
+        return nullptr;
+    }
+
+    // Past its buffer nothing is kept: the entry points refuse or cut a password that long.
+    bool readLine() {
+        size_t size = 0;
+        char character = 0;
+        while (read(STDIN_FILENO, &character, 1) == 1 && character != '\n') {
+            if (size < text_.size() - 1) {
+                text_[size++] = character;
+            }
+        }
+        const bool isLine = character == '\n' || size > 0;
+        explicit_bzero(&character, 1);
+        return isLine;
+    }
+
+    std::array<char, 1024> text_{};
+};
+
 // --- The programs ---------------------------------------------------------------------------------
 
 // An option of the library. On the command line such options stand in front of those of the entry
@@ -224,6 +290,9 @@ void printHelp(const Program &program) {
         }
     }
     std::printf(" [-v] [ -f confFile] %s\n", program.arguments);
+    if (program.arguments == kLogin) {
+        std::puts("  <password>       - reads it from standard input");
+    }
     for (const LibraryOption &option : program.options) {
         if (option.argument) {
             std::printf("  %-16s %s\n", option.argument, option.help);
@@ -256,6 +325,11 @@ int main(int argc, char *argv[]) {
         return EXIT_SUCCESS;
     }
     while (takeLibraryOption(kProgram, argc, argv)) {
+    }
+    HiddenPassword password;
+    if (kProgram.arguments == kLogin && !password.takeFrom(argc, argv)) {
+        (void)std::fprintf(stderr, "%s: no password on standard input\n", kProgram.name);
+        return EXIT_FAILURE;
     }
     return kProgram.run(kProgram.name, argc, argv);
 }

@@ -39,7 +39,8 @@ const std::string kHelpResilient =
 const std::string kHelpSigned =
     "  --require-signed takes only replies with a Message-Authenticator\n";
 const std::string kUsageOfLogin =
-    "[--resilient] [--require-signed] [-v] [ -f confFile] <username> <password>\n";
+    "[--resilient] [--require-signed] [-v] [ -f confFile] <username> <password>\n"
+    "  <password>       - reads it from standard input\n";
 
 struct Program {
     const char *name;
