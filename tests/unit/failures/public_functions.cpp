@@ -312,8 +312,9 @@ long makeChapResponse(World & /*world*/) {
     return radChapRespMake(response.data(), bytesOf(kUsersPassword), 10, bytesOf(kChallenge));
 }
 
-long runRelay(World &world) {
-    const Arguments arguments({"radeap", "-d", world.databasePath()});
+// Without a database, which radiusMgmtInit() opens for it.
+long runRelay(World & /*world*/) {
+    const Arguments arguments({"radeap", "-v"});
     return radEapMain(const_cast<Arguments &>(arguments).count(),
                       const_cast<Arguments &>(arguments).vector());
 }
@@ -426,7 +427,7 @@ const std::vector<PublicFunction> &publicFunctions() {
         {"radEapKeyInfoBuild", kStarted, buildKeyInfo},
         {"radEapSendResult", kRelay, sendResult},
         {"radEapSendRtn", kRelay, sendToPnac},
-        {"radEapMain", kStarted | kDatabase, runRelay, 0, {-1}, Leaves::kSome},
+        {"radEapMain", kStarted, runRelay, 0, {-1}, Leaves::kSome},
         {"radEapInit", kStarted, [](W &) -> long { return radEapInit(); }},
         {"radEapXbusInit", kStarted, [](W &) -> long { return radEapXbusInit(); }},
         {"radEapIoctlHandler", kRelay, handleRecord, 0, {-1}, Leaves::kSome},

@@ -1,6 +1,7 @@
 #include "tests/unit/failures/world.h"
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -173,6 +174,7 @@ World::~World() {
         EXPECT_EQ(0, xbusUnRegister(pRadEapXbusCtx));
         pRadEapXbusCtx = nullptr;
     }
+    std::signal(SIGTERM, SIG_DFL);  // the relay's handler
     EXPECT_EQ(0, radiusMgmtDeInit());
     EXPECT_EQ(0, palRandLibInit(nullptr, nullptr));
 }
