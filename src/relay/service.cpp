@@ -28,6 +28,13 @@ constexpr int kPollsMax = 100;
 std::atomic<uint32_t> running{0};
 static_assert(std::atomic<uint32_t>::is_always_lock_free);
 
+void becomeDaemon(void * /*context*/) {
+    [[maybe_unused]] const int detached = daemon(0, 0);  // stays in the foreground where it cannot
+}
+
+RadEapDetachHook detach = becomeDaemon;
+void *detachContext = nullptr;
+
 // What the command line sets; nothing reads it.
 uint32_t verbose = 0;
 
@@ -106,6 +113,11 @@ int radEapMain(int argc, char *argv[]) {
     return radEapInit() == -1 ? -1 : 0;
 }
 
+void radEapDetachInstall(RadEapDetachHook hook, void *context) {
+    detach = hook ? hook : becomeDaemon;
+    detachContext = context;
+}
+
 int radEapInit(void) {
     if (running) {
         return 0;
@@ -119,7 +131,7 @@ int radEapInit(void) {
     }
     running = 1;
     nameDaemon();
-    [[maybe_unused]] const int detached = daemon(0, 0);  // stays in the foreground where it cannot
+    detach(detachContext);
     std::signal(SIGTERM, radEapExit);
 
     if (!serveInFlight(running)) {

@@ -199,7 +199,26 @@ LANYARD_API int radEapSendRtn(const uint8_t *payload, int32_t length, uint32_t c
 LANYARD_API int radEapMain(int argc, char *argv[]);
 
 /**
- * Runs the relay after radLibInit(): registers on the bus, becomes a daemon, serves until SIGTERM.
+ * What the relay does once it is on the bus, before it serves.
+ *
+ * @param context  what radEapDetachInstall() was given.
+ */
+typedef void (*RadEapDetachHook)(void *context);
+
+/**
+ * Has radEapInit() call a function in place of daemon(0, 0): one that stays in the foreground, or
+ * that tells somebody that the relay is there. What the authenticator sends from then on is served.
+ *
+ * Call it before radEapInit(), in its thread.
+ *
+ * @param hook     the function; NULL for daemon(0, 0).
+ * @param context  handed to it.
+ */
+LANYARD_API void radEapDetachInstall(RadEapDetachHook hook, void *context);
+
+/**
+ * Runs the relay after radLibInit(): registers on the bus, becomes a daemon or does what
+ * radEapDetachInstall() was given, serves until SIGTERM.
  *
  * @return 0 after SIGTERM, or at once when it runs already; -1 when it could not be set up (logged
  *         at level 8).

@@ -8,8 +8,10 @@
 namespace lanyard::test::service_test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 
 constexpr uint32_t kCookie = 0x1001;
 
@@ -61,6 +63,28 @@ TEST_F(EapService, NamesItselfBeforeItDetachesAndThenHandlesTheSignal) {
     }};
     EXPECT_EQ(0, radEapInit());
     EXPECT_TRUE(detached);
+}
+
+TEST_F(EapService, WithADetachHook_CallsThatOnTheBusAndIsNoDaemon) {
+    int calls = 0;
+    const auto count = [](void *counter) {
+        EXPECT_EQ(TestBus::context(), pRadEapXbusCtx);
+        EXPECT_STREQ("tRadEap", static_cast<const char *>(palDaemonOpt.taskName));
+        ++*static_cast<int *>(counter);
+    };
+    radEapDetachInstall(count, &calls);
+    bus.listens = {[&calls] {
+        EXPECT_EQ(1, calls);
+        return 0;
+    }};
+    EXPECT_EQ(0, radEapInit());
+    EXPECT_THAT(bus.calls, Not(Contains("daemon 0 0")));
+    bus.calls.clear();
+
+    radEapDetachInstall(nullptr, nullptr);
+    EXPECT_EQ(0, radEapInit());
+    EXPECT_EQ(1, calls);
+    EXPECT_THAT(bus.calls, Contains("daemon 0 0"));
 }
 
 TEST_F(EapService, RelaysOnePacketAfterEachWait) {
