@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -128,12 +129,23 @@ int syslogPriority(int level) {
     }
 }
 
+// Whether a file is the stream to the journal that the service manager names (systemd.exec(5)). What
+// goes there has process id and time, and is where syslog leads to.
+bool isJournal(const struct stat &file) {
+    const char *named = secure_getenv("JOURNAL_STREAM");
+    char own[48];
+    (void)std::snprintf(own, sizeof own, "%llu:%llu", static_cast<unsigned long long>(file.st_dev),
+                        static_cast<unsigned long long>(file.st_ino));
+    return named != nullptr && std::strcmp(named, own) == 0;
+}
+
 bool goesToSyslog() {
     if (palDaemonOpt.taskName[0] == '\0' || isatty(STDERR_FILENO) != 0) {
         return false;
     }
     struct stat standardError {};
-    return fstat(STDERR_FILENO, &standardError) != 0 || !S_ISREG(standardError.st_mode);
+    return fstat(STDERR_FILENO, &standardError) != 0 ||
+           (!S_ISREG(standardError.st_mode) && !isJournal(standardError));
 }
 
 void writeToStandardError(int level, std::string_view entry) {

@@ -296,6 +296,21 @@ TEST(DebugLog, TerminalOrFile_ReplacesSyslog) {
     EXPECT_NE(std::string::npos, terminal.allErr().find("critical[8:1] radEapInit: critical"));
 }
 
+TEST(DebugLog, StreamToTheJournal_ReplacesSyslog) {
+    struct stat null {};
+    ASSERT_EQ(0, stat("/dev/null", &null));
+    const auto logged = [](dev_t device, ino_t inode) {
+        return runRole("log-daemon",
+                       {"JOURNAL_STREAM=" + std::to_string(device) + ":" + std::to_string(inode)},
+                       ErrorStream::kNull)
+            .out;
+    };
+    EXPECT_EQ("", logged(null.st_dev, null.st_ino));
+    EXPECT_EQ(inSyslog(), logged(null.st_dev, null.st_ino + 1));
+    EXPECT_EQ(inSyslog(), logged(null.st_dev + 1, null.st_ino));
+    EXPECT_EQ(inSyslog(), runRole("log-daemon", {"JOURNAL_STREAM=8"}, ErrorStream::kNull).out);
+}
+
 TEST(DebugLog, NoTaskName_NothingGoesToSyslog) {
     EXPECT_EQ("", runRole("log-levels", {}, ErrorStream::kNull).out);
 }
