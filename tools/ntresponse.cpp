@@ -55,6 +55,20 @@ bool writeAnew(const char *path, const NtResponse &response) {
 }  // namespace
 
 int main(int argc, char *argv[]) {
+    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
+        std::puts(
+            "ntresponse: computes the NT-Response of MS-CHAP.\n"
+            "Usage: ntresponse PASSWORD CHALLENGE FILE\n"
+            "  PASSWORD   UTF-8\n"
+            "  CHALLENGE  8 bytes\n"
+            "  FILE       is made anew and gets the 24 bytes of the response\n"
+            "  --help, --version  alone: print this, or the version");
+        return EXIT_SUCCESS;
+    }
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::puts("ntresponse " LANYARD_VERSION);
+        return EXIT_SUCCESS;
+    }
     if (argc != 4) {
         std::fprintf(stderr, "Usage: %s PASSWORD CHALLENGE FILE\n",
                      argc > 0 ? argv[0] : "ntresponse");

@@ -3,8 +3,8 @@
 // It looks at its database before it becomes a daemon, while somebody reads what it says: without
 // database and dictionary a relay runs, and drops every packet.
 //
-// SIGHUP changes nothing. The database is read anew for each notice, and the dictionary is not
-// exchanged under the conversations that use it.
+// SIGHUP has nothing to read again, and says so. The database is read anew for each notice, and the
+// dictionary is not exchanged under the conversations that use it.
 //
 // SIGTERM ends it within a second. The relay ends between two packets, but a packet may wait for
 // silent servers for minutes. So the signal is taken by a thread of its own, which hands it to the
@@ -21,13 +21,17 @@
 #include <ctime>
 #include <memory>
 #include <pthread.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <dbaccess.h>
 #include <lanyard/radius/eap.h>
 #include <lanyard/radius/frame.h>
 #include <lanyard/radius/mgmt.h>
+#include <lanyard/radius/relay.h>
 #include <palcore.h>
+
+#include "tools/notify.h"
 
 namespace {
 
@@ -68,11 +72,31 @@ static_assert(kPartitionSize >= kConversations * kConversationSize + kWorkingSiz
 constexpr long kEndNanoseconds = 800'000'000;
 constexpr long kSecond = 1'000'000'000;
 
-sigset_t termSignal() {
+// Set by --foreground.
+bool staysInForeground = false;
+
+constexpr const char *kNothingToReload =
+    "nothing to read again: 'lanyardctl db serve' brings the servers, a restart another dictionary";
+
+sigset_t awaitedSignals() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGHUP);
+    if (staysInForeground) {
+        sigaddset(&signals, SIGINT);
+    }
     return signals;
+}
+
+void answerReload() {
+    lanyard::notifyReloading();
+    if (staysInForeground) {
+        (void)std::fprintf(stderr, "radeapd: %s\n", kNothingToReload);
+    } else {
+        syslog(LOG_INFO, "%s", kNothingToReload);
+    }
+    lanyard::notifyManager("READY=1");
 }
 
 // Polls for as long as another task of the relay's name is there, which may be ten seconds.
@@ -82,9 +106,12 @@ void *handSignalOn(void * /*unused*/) {
 }
 
 void *awaitEnd(void * /*unused*/) {
-    const sigset_t term = termSignal();
+    const sigset_t awaited = awaitedSignals();
     int signal = 0;
-    sigwait(&term, &signal);
+    while (sigwait(&awaited, &signal) != 0 || signal == SIGHUP) {
+        answerReload();
+    }
+    lanyard::notifyManager("STOPPING=1");
     timespec end{};
     clock_gettime(CLOCK_MONOTONIC, &end);
     end.tv_nsec += kEndNanoseconds;
@@ -98,15 +125,27 @@ void *awaitEnd(void * /*unused*/) {
     _exit(EXIT_SUCCESS);
 }
 
-// Runs in the daemon, where fork() has left one thread. Without memory for a second one the relay's
-// own handler has to do.
+// Without memory for a second thread the relay's own handler of SIGTERM has to do, and SIGHUP stays
+// ignored.
 void startAwaitingEnd() {
-    const sigset_t term = termSignal();
-    pthread_sigmask(SIG_BLOCK, &term, nullptr);
+    const sigset_t awaited = awaitedSignals();
+    pthread_sigmask(SIG_BLOCK, &awaited, nullptr);
     pthread_t thread{};
     if (pthread_create(&thread, nullptr, awaitEnd, nullptr) != 0) {
-        pthread_sigmask(SIG_UNBLOCK, &term, nullptr);
+        pthread_sigmask(SIG_UNBLOCK, &awaited, nullptr);
+        return;
     }
+    (void)std::signal(SIGHUP, SIG_DFL);
+}
+
+// The relay is on the bus, and alone: fork() leaves one thread.
+void detach(void * /*unused*/) {
+    if (!staysInForeground && daemon(0, 0) != 0) {
+        staysInForeground = true;  // where it cannot
+    }
+    palTaskDelay(0);  // a process that does not fork gets the relay's name with a task function
+    startAwaitingEnd();
+    lanyard::notifyManager("READY=1\nSTATUS=serves the authenticators on the bus");
 }
 
 struct TableDeleter {
@@ -177,16 +216,23 @@ bool canWork(int argc, char *argv[]) {
 struct Option {
     const char *name;
     int number;  // RAD_OPTION_
-    bool hasValue;
-    int value;  // without one of its own
-    long most;
+    long most;   // of its number; 0 when it has none
+    int value;   // without a number
+    const char *help;
 };
 
+constexpr int kForeground = -1;  // no option of the library
+
 constexpr std::array kOptions{
-    Option{"--in-flight", RAD_OPTION_EAP_IN_FLIGHT, true, 0, kInFlightMax},
-    Option{"--dead-time", RAD_OPTION_DEAD_TIME, true, 0, 86400},
-    Option{"--status-server", RAD_OPTION_STATUS_SERVER, false, 1, 0},
-    Option{"--accept-unsigned", RAD_OPTION_REQUIRE_MESSAGE_AUTHENTICATOR, false, -1, 0},
+    Option{"--in-flight", RAD_OPTION_EAP_IN_FLIGHT, kInFlightMax, 0,
+           "requests that wait for servers at once (64); 1: one after the other"},
+    Option{"--dead-time", RAD_OPTION_DEAD_TIME, 86400, 0,
+           "seconds in which a server that did not answer is asked last (60)"},
+    Option{"--status-server", RAD_OPTION_STATUS_SERVER, 0, 1,
+           "have Status-Server packets ask whether a dead server is back"},
+    Option{"--accept-unsigned", RAD_OPTION_REQUIRE_MESSAGE_AUTHENTICATOR, 0, -1,
+           "believe an Accept or a Reject without Message-Authenticator"},
+    Option{"--foreground", kForeground, 0, 1, "do not become a daemon"},
 };
 
 constexpr int kInFlight = 64;
@@ -209,7 +255,7 @@ bool takeOptions(int &argc, char *argv[]) {
             continue;
         }
         int value = option->value;
-        if (option->hasValue) {
+        if (option->most != 0) {
             char *end = nullptr;
             const char *text = ++index < argc ? argv[index] : "";
             const long number = std::strtol(text, &end, 10);
@@ -220,17 +266,45 @@ bool takeOptions(int &argc, char *argv[]) {
             }
             value = static_cast<int>(number);
         }
-        radOptionSet(option->number, value);
+        if (option->number == kForeground) {
+            staysInForeground = true;
+        } else {
+            radOptionSet(option->number, value);
+        }
     }
     argc = kept;
     argv[argc] = nullptr;
     return true;
 }
 
+void printHelp() {
+    std::puts(
+        "radeapd: the EAP relay, between port-access authenticators on the bus and RADIUS "
+        "servers.\n"
+        "Usage: radeapd [options] -d DATABASE\n"
+        "  -d DATABASE           the device's database\n"
+        "  -v, -f                nothing; for start scripts that have them");
+    for (const Option &option : kOptions) {
+        std::printf("  %s %-*s %s\n", option.name, static_cast<int>(20 - std::strlen(option.name)),
+                    option.most != 0 ? "N" : "", option.help);
+    }
+    std::puts("  --help, --version     alone: print this, or the version");
+}
+
 }  // namespace
 
 int main(int argc, char *argv[]) {
-    std::signal(SIGHUP, SIG_IGN);
+    const char *only = argc == 2 ? argv[1] : "";
+    if (std::strcmp(only, "--help") == 0) {
+        printHelp();
+        return EXIT_SUCCESS;
+    }
+    if (std::strcmp(only, "--version") == 0) {
+        std::puts("radeapd " LANYARD_VERSION);
+        return EXIT_SUCCESS;
+    }
+    (void)std::signal(SIGHUP, SIG_IGN);
+    openlog("radeapd", LOG_PID, LOG_DAEMON);
     if (!takeOptions(argc, argv)) {
         return EXIT_FAILURE;
     }
@@ -238,6 +312,6 @@ int main(int argc, char *argv[]) {
     if (!canWork(argc, argv)) {
         return EXIT_FAILURE;
     }
-    pthread_atfork(nullptr, nullptr, startAwaitingEnd);
+    radEapDetachInstall(detach, nullptr);
     return radEapMain(argc, argv) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -324,6 +324,10 @@ int main(int argc, char *argv[]) {
         printHelp(kProgram);
         return EXIT_SUCCESS;
     }
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::printf("%s %s\n", kProgram.name, LANYARD_VERSION);
+        return EXIT_SUCCESS;
+    }
     while (takeLibraryOption(kProgram, argc, argv)) {
     }
     HiddenPassword password;

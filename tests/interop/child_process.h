@@ -37,6 +37,8 @@ class RunningProgram {
     RunningProgram(RunningProgram &&) = delete;
     RunningProgram &operator=(RunningProgram &&) = delete;
 
+    [[nodiscard]] pid_t id() const { return pid_; }
+
     // What it has written so far.
     std::string output() const;
     // Waits until it has written a text, for 20 seconds at most.

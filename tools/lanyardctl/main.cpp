@@ -27,6 +27,7 @@
 #include "servers.h"
 #include "status.h"
 #include "table.h"
+#include "tools/log_to_syslog.h"
 
 namespace lanyardctl {
 namespace {
@@ -56,6 +57,7 @@ struct Options {
     Server fields = {};     // those that are given
     std::optional<std::string> secretFile = {};
     bool withSecrets = false;
+    bool usesSyslog = false;
 };
 
 // Why a relay on the database would not start; none when its dictionary loads. What is wrong with
@@ -77,6 +79,9 @@ void initDatabase(const Options &options, Report &report) {
 }
 
 void serveDatabase(const Options &options, Report &report) {
+    if (options.usesSyslog) {
+        lanyard::logToSyslog("lanyardctl");
+    }
     if (options.dictionary) {
         const Database db = Database::open(options.file);
         prepareDatabase(db, options.dictionary);
@@ -265,6 +270,7 @@ enum Takes : unsigned {
     kNewHost = 1U << 3U,  // for one that is there
     kFields = 1U << 4U,
     kSecrets = 1U << 5U,  // whether they are shown
+    kSyslog = 1U << 6U,   // whether that has what it says
 };
 
 constexpr std::string_view kDatabaseGroup = "db";
@@ -291,8 +297,8 @@ constexpr std::array kCommands = {
     Command{kDatabaseGroup, "list", "Lists the servers in the order in which they are asked",
             kSecrets, listServers, ""},
     Command{kDatabaseGroup, "serve",
-            "Takes changes of the servers to the relay and to /var/radius.conf", kDictionary,
-            serveDatabase,
+            "Takes changes of the servers to the relay and to /var/radius.conf",
+            kDictionary | kSyslog, serveDatabase,
             "It runs in the foreground until SIGTERM or SIGINT. SIGHUP makes it read and write "
             "again.\n"
             "It may be killed at any time. One service runs at a time, as module 20 of the bus. A\n"
@@ -338,6 +344,9 @@ void addOptions(CLI::App &app, const Command &command, Options &options) {
                        "file with the shared secret, - for standard input")
             ->type_name("FILE")
             ->excludes("--secret");
+    }
+    if ((command.takes & kSyslog) != 0) {
+        app.add_flag("--syslog", options.usesSyslog, "log to syslog, not to the standard streams");
     }
     if ((command.takes & kSecrets) != 0) {
         app.add_flag("--secrets", options.withSecrets, "show the shared secrets");

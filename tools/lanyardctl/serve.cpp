@@ -15,6 +15,7 @@
 
 #include "bus.h"
 #include "service.h"
+#include "tools/notify.h"
 
 namespace lanyardctl {
 
@@ -235,18 +236,25 @@ void serve(const std::string &file, Report &report) {
     }
     desk.emplace(file, bus, report);
     report.event("service", "serves " + file);
+    bool managerKnows = false;
     while (ends == 0) {
         blocked(SIG_UNBLOCK, {SIGTERM, SIGINT});
         desk->look();
         blocked(SIG_BLOCK, {SIGTERM, SIGINT});
+        if (!std::exchange(managerKnows, true)) {
+            lanyard::notifyManager(("READY=1\nSTATUS=serves " + file).c_str());
+        }
         if (ends == 0) {
             desk->wait(&signals);
         }
         if (std::exchange(looksAgain, 0) != 0) {
+            lanyard::notifyReloading();
+            managerKnows = false;
             report.event("service", "reads the table again");
             desk->lookAgain();
         }
     }
+    lanyard::notifyManager("STOPPING=1");
     report.event("service", "ends");
 }
 

@@ -27,6 +27,8 @@
 #include <vector>
 
 #include "tools/file_descriptor.h"
+#include "tools/log_to_syslog.h"
+#include "tools/notify.h"
 #include "tools/pnac_wired/authenticator.h"
 #include "tools/pnac_wired/bus.h"
 #include "tools/pnac_wired/ethernet.h"
@@ -116,6 +118,7 @@ class Program final : private Outlet {
                 status_.emplace(statusFolder(), interface_, [this] { return statusLine(); });
             });
             output_.say(reporter_.ready(ethernet_.address()));
+            notifyManager(("READY=1\nSTATUS=guards " + interface_).c_str());
             while (!stopped_) {
                 serve();
             }
@@ -123,6 +126,7 @@ class Program final : private Outlet {
             complain(error);
             failed_ = true;
         }
+        notifyManager("STOPPING=1");
         status_.reset();
         // Whatever has ended it: no session is left open.
         authenticator_.shutDown(Clock::now());
@@ -293,7 +297,9 @@ class Program final : private Outlet {
                     break;
                 case SIGHUP:
                     // All that it reads is on the command line, but for the state of the link.
+                    notifyReloading();
                     attempt([this] { ethernet_.requestLink(); });
+                    notifyManager("READY=1");
                     break;
                 default:
                     stopped_ = true;
@@ -368,7 +374,13 @@ int runWith(int argc, char **argv) {
     if (const auto status = readOptions(argc, argv, options)) {
         return *status;
     }
-    return options.showsStatus ? showStatus(options) : Program(options).run();
+    if (options.showsStatus) {
+        return showStatus(options);
+    }
+    if (options.usesSyslog) {
+        logToSyslog("pnac-wired");
+    }
+    return Program(options).run();
 }
 
 }  // namespace

@@ -9,6 +9,7 @@ std::optional<int> readOptions(int argc, char **argv, Options &options) {
         "Port-access authenticator (IEEE 802.1X) of an Ethernet interface. Hands EAP packets to "
         "the "
         "EAP relay over the management bus.");
+    app.set_version_flag("--version", "pnac-wired " LANYARD_VERSION);
     app.add_option("interface", options.interface, "interface that supplicants are on");
     app.add_flag("--json", options.json, "print a JSON object for each event");
     app.add_flag("--show-keys", options.showKeys, "print MS-MPPE keys, not only their lengths");
@@ -45,6 +46,7 @@ std::optional<int> readOptions(int argc, char **argv, Options &options) {
         ->check(CLI::Range(0.0, 65535.0));
     app.add_flag("--no-port-information", options.noPortInformation,
                  "do not tell the relay the supplicant's address and the port");
+    app.add_flag("--syslog", options.usesSyslog, "log to syslog, not to the standard streams");
     CLI::App *status = app.add_subcommand(
         "status", "print the sessions, logins and counters of the one that runs, and exit");
     status->add_flag("--json", options.json, "as a JSON object");

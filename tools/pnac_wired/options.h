@@ -22,6 +22,7 @@ struct Options {
     double askAgain = 60;
     double quietPeriod = 60;
     bool noPortInformation = false;
+    bool usesSyslog = false;
 };
 
 // Reads the command line. Returns the status to exit with at once, after an error or --help.
