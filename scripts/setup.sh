@@ -26,7 +26,7 @@ packages=(
     wpasupplicant iproute2
     # to check
     binutils clang-format-14 clang-tidy-14 cppcheck shellcheck git
-    clang-14 libclang-rt-14-dev g++-arm-linux-gnueabihf
+    clang-14 libclang-rt-14-dev g++-arm-linux-gnueabihf mandoc
     # to measure
     python3 valgrind
     "${servers[@]}"

@@ -1,0 +1,17 @@
+# What is installed beside library, programs and headers.
+
+set(_man ${PROJECT_SOURCE_DIR}/docs/man)
+install(FILES ${_man}/radauth.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${_man}/radius.conf.5 ${_man}/radius.dict.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+install(FILES ${_man}/lanyardctl.8 ${_man}/ntresponse.8 ${_man}/pnac-wired.8 ${_man}/radeapd.8
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+
+# One page tells of all programs that make requests.
+set(_requests radauth radauth-all radauth-portal radacct radchap radchap-portal radmschap radmschap-portal
+    radmschapv2 radmschapv2-portal)
+foreach(_program ${_requests})
+  if(NOT _program STREQUAL "radauth")
+    file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/man/${_program}.1 CONTENT ".so man1/radauth.1\n")
+    install(FILES ${PROJECT_BINARY_DIR}/man/${_program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  endif()
+endforeach()
