@@ -1,4 +1,5 @@
-# What is installed beside library, programs and headers.
+# What is installed beside library, programs and headers: man pages, units for systemd, completion.
+set(LANYARD_SYSTEMD_UNIT_DIR lib/systemd/system CACHE STRING "Folder for the units, below the prefix")
 
 set(_man ${PROJECT_SOURCE_DIR}/docs/man)
 install(FILES ${_man}/radauth.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
@@ -14,4 +15,9 @@ foreach(_program ${_requests})
     file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/man/${_program}.1 CONTENT ".so man1/radauth.1\n")
     install(FILES ${PROJECT_BINARY_DIR}/man/${_program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   endif()
+endforeach()
+
+foreach(_unit lanyardctl.service pnac-wired@.service radeapd.service)
+  configure_file(${PROJECT_SOURCE_DIR}/etc/systemd/${_unit}.in ${PROJECT_BINARY_DIR}/systemd/${_unit} @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/systemd/${_unit} DESTINATION ${LANYARD_SYSTEMD_UNIT_DIR})
 endforeach()
