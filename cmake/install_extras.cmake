@@ -21,3 +21,9 @@ foreach(_unit lanyardctl.service pnac-wired@.service radeapd.service)
   configure_file(${PROJECT_SOURCE_DIR}/etc/systemd/${_unit}.in ${PROJECT_BINARY_DIR}/systemd/${_unit} @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/systemd/${_unit} DESTINATION ${LANYARD_SYSTEMD_UNIT_DIR})
 endforeach()
+
+# bash looks for a completion by the name of the program.
+foreach(_program ${_requests} lanyardctl pnac-wired radeapd)
+  install(FILES ${PROJECT_SOURCE_DIR}/etc/completion/lanyard-radius.bash RENAME ${_program}
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+endforeach()
