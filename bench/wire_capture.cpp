@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <linux/filter.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
@@ -60,6 +61,20 @@ WireCapture::WireCapture(const std::string &interface)
     require(setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kRoom, sizeof kRoom) == 0,
             "SO_RCVBUFFORCE");
     wantKernelTime(socket_.get());
+}
+
+void WireCapture::overlook(uint16_t addresses) const {
+    constexpr uint32_t kSourceAt = 6;
+    constexpr uint32_t kWhole = 0xffff;
+    std::array<sock_filter, 6> steps = {{BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 0),
+                                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, addresses, 3, 0),
+                                         BPF_STMT(BPF_LD | BPF_H | BPF_ABS, kSourceAt),
+                                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, addresses, 1, 0),
+                                         BPF_STMT(BPF_RET | BPF_K, kWhole),
+                                         BPF_STMT(BPF_RET | BPF_K, 0)}};
+    const sock_fprog program = {.len = steps.size(), .filter = steps.data()};
+    require(setsockopt(socket_.get(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) == 0,
+            "SO_ATTACH_FILTER");
 }
 
 std::vector<EapolFrame> WireCapture::frames() const {

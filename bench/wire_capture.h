@@ -30,6 +30,9 @@ class WireCapture {
     // The EAPOL frames since the last call.
     std::vector<EapolFrame> frames() const;
 
+    // Leaves out what comes from or goes to addresses that begin with these two bytes.
+    void overlook(uint16_t addresses) const;
+
   private:
     FileDescriptor socket_;
 };

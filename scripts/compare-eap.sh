@@ -8,6 +8,7 @@
 #   scripts/compare-eap.sh                        everything, three rounds
 #   scripts/compare-eap.sh --list                 the names of the situations (ROW)
 #   scripts/compare-eap.sh --rounds 9 near-peap   one of them, nine rounds
+#   scripts/compare-eap.sh --rounds 1 attacks     attacks at the port, a minute each (--seconds)
 #   scripts/compare-eap.sh --quick                whether it runs: measures nothing
 #   scripts/compare-eap.sh --relay-options '...' [--authenticator-options '...']
 #                                                 radeapd and pnac-wired with other than their defaults; also

@@ -118,6 +118,30 @@ std::vector<Login> Audience::logIn(const std::vector<size_t> &who,
     for (const size_t person : who) {
         sendStart(sender_.get(), people_.at(person).address);
     }
+    follow(who, logins, limit, until, meanwhile);
+    return logins;
+}
+
+std::vector<Login> Audience::watch(const std::vector<size_t> &who,
+                                   std::chrono::duration<double> limit) {
+    (void)capture_.frames();
+    const Moment now = std::chrono::system_clock::now().time_since_epoch();
+    std::vector<Login> logins(who.size(), Login{.start = now});
+    follow(who, logins, limit, Until::kSuccess, {});
+    return logins;
+}
+
+std::vector<pnac::Mac> Audience::addresses() const {
+    std::vector<pnac::Mac> all;
+    for (const Person &person : people_) {
+        all.push_back(person.address);
+    }
+    return all;
+}
+
+void Audience::follow(const std::vector<size_t> &who, std::vector<Login> &logins,
+                      std::chrono::duration<double> limit, Until until,
+                      const std::function<void()> &meanwhile) const {
     const auto isOver = [&](const Login &login) {
         return login.success || (until == Until::kVerdict && login.failures > 0);
     };
@@ -134,7 +158,6 @@ std::vector<Login> Audience::logIn(const std::vector<size_t> &who,
             meanwhile();
         }
     }
-    return logins;
 }
 
 }  // namespace lanyard::bench

@@ -48,6 +48,12 @@ class Audience {
     std::vector<Login> logIn(const std::vector<size_t> &who, std::chrono::duration<double> limit,
                              Until until = Until::kSuccess,
                              const std::function<void()> &meanwhile = {});
+    // What these do by themselves from now on.
+    std::vector<Login> watch(const std::vector<size_t> &who, std::chrono::duration<double> limit);
+
+    std::vector<pnac::Mac> addresses() const;
+    // Frames from and to addresses that begin with these two bytes are not looked at.
+    void overlook(uint16_t addresses) const { capture_.overlook(addresses); }
 
   private:
     struct Person {
@@ -57,6 +63,9 @@ class Audience {
     };
 
     void setLinks(const char *state) const;
+    void follow(const std::vector<size_t> &who, std::vector<Login> &logins,
+                std::chrono::duration<double> limit, Until until,
+                const std::function<void()> &meanwhile) const;
     void awaitOwnStarts() const;
 
     test::VirtualWire &wire_;

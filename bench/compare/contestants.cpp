@@ -37,6 +37,9 @@ class Ours : public Contestant {
     }
 
     [[nodiscard]] std::string log() const override { return device_.logs(); }
+    [[nodiscard]] std::vector<std::string> programs() const override {
+        return {"pnac-wired", "radeapd"};
+    }
 
   private:
     test::Device device_;
@@ -52,6 +55,7 @@ class Hostapd : public Contestant {
     }
 
     [[nodiscard]] std::string log() const override { return program_.output(); }
+    [[nodiscard]] std::vector<std::string> programs() const override { return {"hostapd"}; }
 
   private:
     std::string configure(const Setup &setup) const {

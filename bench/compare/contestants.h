@@ -39,6 +39,8 @@ class Contestant {
 
     // What it has said, for a person to read.
     [[nodiscard]] virtual std::string log() const = 0;
+    // The names of its programs.
+    [[nodiscard]] virtual std::vector<std::string> programs() const = 0;
 };
 
 // Options of the project's programs beside their defaults.

@@ -27,9 +27,12 @@ struct Options {
     bool quick = false;
     bool logs = false;
     double giveUp = Round::Limits().login.count();
+    double seconds = Round::Limits().attack.count();
     std::string relay = {};
     std::string authenticator = {};
 };
+
+constexpr const char *kAttacks = "attacks";
 
 std::vector<std::string> words(const std::string &text) {
     std::istringstream stream(text);
@@ -39,9 +42,12 @@ std::vector<std::string> words(const std::string &text) {
 Round::Limits limitsOf(const Options &options) {
     Round::Limits limits;
     limits.login = std::chrono::duration<double>(options.giveUp);
+    limits.attack = std::chrono::duration<double>(options.seconds);
     if (options.quick) {
-        limits = {
-            .login = std::chrono::seconds(4), .guessing = std::chrono::seconds(1), .people = 3};
+        limits = {.login = std::chrono::seconds(4),
+                  .guessing = std::chrono::seconds(1),
+                  .attack = std::chrono::seconds(1),
+                  .people = 3};
     }
     return limits;
 }
@@ -65,15 +71,19 @@ class Comparison {
         }
         bool all = true;
         for (const Row &row : rows()) {
-            if (options_.rows.empty() || std::find(options_.rows.begin(), options_.rows.end(),
-                                                   row.name) != options_.rows.end()) {
-                all = measure(row) && all;
-            }
+            all = (!(options_.rows.empty() || isWanted(row.name)) || measure(row)) && all;
+        }
+        for (const Row &row : attackRows()) {
+            all = (!(isWanted(kAttacks) || isWanted(row.name)) || measure(row)) && all;
         }
         return all;
     }
 
   private:
+    bool isWanted(const std::string &name) const {
+        return std::find(options_.rows.begin(), options_.rows.end(), name) != options_.rows.end();
+    }
+
     bool measure(const Row &row) {
         const auto begin = std::chrono::steady_clock::now();
         Table table;
@@ -129,11 +139,15 @@ int run(int argc, char *argv[]) {
     Options options;
     bool list = false;
     CLI::App app("Compares pnac-wired and radeapd with hostapd.", "compare-eap");
-    std::vector<std::string> names;
-    for (const Row &row : rows()) {
+    std::vector<std::string> names = {kAttacks};
+    std::vector<Row> known = rows();
+    known.insert(known.end(), attackRows().begin(), attackRows().end());
+    for (const Row &row : known) {
         names.push_back(row.name);
     }
-    app.add_option("ROW", options.rows, "what to compare; everything without")
+    app.add_option(
+           "ROW", options.rows,
+           "what to compare; everything but the attacks without, all of these with `attacks`")
         ->check(CLI::IsMember(names));
     app.add_option("--rounds", options.rounds, "how often, each side in turn")
         ->check(CLI::Range(1, 1000))
@@ -144,6 +158,9 @@ int run(int argc, char *argv[]) {
     app.add_option("--give-up", options.giveUp, "seconds after which a login is given up")
         ->check(CLI::Range(1.0, 600.0))
         ->capture_default_str();
+    app.add_option("--seconds", options.seconds, "how long each attack lasts")
+        ->check(CLI::Range(1.0, 3600.0))
+        ->capture_default_str();
     app.add_option("--relay-options", options.relay, "for radeapd, beside its defaults")
         ->envname("OURS_RELAY_OPTIONS");
     app.add_option("--authenticator-options", options.authenticator,
@@ -153,7 +170,7 @@ int run(int argc, char *argv[]) {
     app.add_flag("--list", list, "the rows");
     CLI11_PARSE(app, argc, argv);
     if (list) {
-        for (const Row &row : rows()) {
+        for (const Row &row : known) {
             std::printf("%-16s%s\n", row.name.c_str(), row.title.c_str());
         }
         return EXIT_SUCCESS;

@@ -30,12 +30,6 @@ constexpr const char *kSecondHost = "127.0.0.3";
 constexpr const char *kHole = "192.0.2.9";
 constexpr Waiting kShortWaiting = {.timeout = 3, .retries = 1};
 
-Account md5(const RealServer & /*server*/) {
-    return test::md5Account(kUser, kPassword);
-}
-Account peap(const RealServer &server) {
-    return test::peapAccount(server, kUser, kPassword);
-}
 Account tls(const RealServer &server) {
     return test::tlsAccount(server, kUser);
 }
@@ -44,11 +38,8 @@ Account ttls(const RealServer &server) {
 }
 using Method = Account (*)(const RealServer &);
 
-ServerPlace at(const UdpProxy &proxy, const RealServer &server) {
+ServerPlace through(const UdpProxy &proxy, const RealServer &server) {
     return {proxy.host(), proxy.port(), server.secret()};
-}
-ServerPlace at(const RealServer &server) {
-    return {"127.0.0.1", server.eapPort(), server.secret()};
 }
 
 ProxySettings away(milliseconds roundTrip) {
@@ -71,7 +62,8 @@ std::function<void(Round &)> firstServerIs(ServerState state, Method method,
         const RealServer &server = round.stage().server;
         UdpProxy first({"127.0.0.1", server.eapPort()}, {kFirstHost, 0});
         first.set({.state = state});
-        logInTwice(round, {.servers = {at(first, server), at(server)}, .waiting = waiting}, method);
+        logInTwice(round, {.servers = {through(first, server), at(server)}, .waiting = waiting},
+                   method);
     };
 }
 
@@ -86,7 +78,7 @@ std::function<void(Round &)> crowd(size_t people, Method method, const ProxySett
         const RealServer &server = round.stage().server;
         UdpProxy proxy({"127.0.0.1", server.eapPort()}, {kFirstHost, 0}, round.seed());
         proxy.set(settings);
-        const size_t count = round.begin({.servers = {at(proxy, server)}},
+        const size_t count = round.begin({.servers = {through(proxy, server)}},
                                          std::vector<Account>(people, method(server)));
         round.addLogins(round.logIn(count));
     };
@@ -124,7 +116,7 @@ void oneIsNeverAnswered(Round &round) {
     proxy.set({.ignoredUser = kGhost});
     std::vector<Account> accounts(kOthers, peap(server));
     accounts.insert(accounts.begin(), test::md5Account(kGhost, kPassword));
-    const size_t others = round.begin({.servers = {at(proxy, server)}}, accounts) - 1;
+    const size_t others = round.begin({.servers = {through(proxy, server)}}, accounts) - 1;
 
     std::vector<size_t> who(others);
     std::iota(who.begin(), who.end(), size_t{1});
@@ -169,8 +161,9 @@ void firstServerRevives(Round &round) {
     // Without an authority: each server has its own.
     const Account account = "eap=PEAP\nidentity=\"" + std::string(kUser) + "\"\npassword=\"" +
                             kPassword + "\"\nphase2=\"auth=MSCHAPV2\"\n";
-    round.begin({.servers = {at(first, server), at(second, other)}, .waiting = kShortWaiting},
-                {account});
+    round.begin(
+        {.servers = {through(first, server), through(second, other)}, .waiting = kShortWaiting},
+        {account});
     const Login login = round.logIn(1, Until::kSuccess, [&] {
         if (second.counters().replies >= kReplies) {
             first.set({});
@@ -184,7 +177,7 @@ void junkComesFirst(Round &round) {
     const RealServer &server = round.stage().server;
     UdpProxy proxy({"127.0.0.1", server.eapPort()}, {kFirstHost, 0});
     proxy.set({.forgery = test::Forgery::kJunk});
-    round.begin({.servers = {at(proxy, server)}}, {md5(server)});
+    round.begin({.servers = {through(proxy, server)}}, {md5(server)});
     round.add("login, s", round.logIn(1, Until::kVerdict)[0].seconds());
 }
 
@@ -206,6 +199,16 @@ void ip(const std::vector<std::string> &arguments) {
 }
 
 }  // namespace
+
+ServerPlace at(const RealServer &server) {
+    return {"127.0.0.1", server.eapPort(), server.secret()};
+}
+Account md5(const RealServer & /*server*/) {
+    return test::md5Account(kUser, kPassword);
+}
+Account peap(const RealServer &server) {
+    return test::peapAccount(server, kUser, kPassword);
+}
 
 // The hole: a cable whose other end takes nothing, and no address is asked for.
 Stage::Stage() {

@@ -14,6 +14,7 @@
 #include "bench/compare/audience.h"
 #include "bench/compare/contestants.h"
 #include "bench/compare/table.h"
+#include "bench/compare/usage.h"
 #include "tests/e2e/virtual_wire.h"
 #include "tests/interop/real_server.h"
 
@@ -40,6 +41,7 @@ class Round {
     struct Limits {
         std::chrono::duration<double> login{75};  // then it is given up
         std::chrono::duration<double> guessing{10};
+        std::chrono::duration<double> attack{60};
         size_t people = 1000;  // the most
     };
 
@@ -72,6 +74,9 @@ class Round {
     // How many were logged in, and the slowest of these.
     void addLogins(const std::vector<Login> &logins);
 
+    // What the side's programs use.
+    Usage usage() const { return usageOf(contestant_->programs()); }
+
     // What the side has said.
     std::string log() const { return contestant_ ? contestant_->log() : ""; }
 
@@ -91,6 +96,13 @@ struct Row {
     std::function<void(Round &)> run;
 };
 const std::vector<Row> &rows();
+// A minute each, and not among those that are compared unless they are asked for.
+const std::vector<Row> &attackRows();
+
+// What both have of servers and people.
+ServerPlace at(const test::RealServer &server);
+test::Account md5(const test::RealServer &server);
+test::Account peap(const test::RealServer &server);
 
 }  // namespace lanyard::bench
 
