@@ -132,10 +132,19 @@ void Authenticator::receiveStart(const EapolFrame &frame, Time now) {
 }
 
 void Authenticator::receiveLogoff(const EapolFrame &frame, Time now) {
-    if (Conversation *conversation = find(frame.source)) {
-        endSession(*conversation, Reason::kLogoff, now);
-        drop(*conversation);
+    Conversation *conversation = find(frame.source);
+    if (!conversation) {
+        return;
     }
+    endSession(*conversation, Reason::kLogoff, now);
+    // Anybody can send it in another's name: who is there all the same gets in again at once, and who has left
+    // does not answer.
+    if (conversation->phase != Phase::kIdentify) {
+        beginAttempt(*conversation, now);
+        identify(*conversation, now);
+        noteUnanswered(*conversation);
+    }
+    settle(*conversation);
 }
 
 void Authenticator::receiveEap(const EapolFrame &frame, Time now) {

@@ -19,7 +19,8 @@
 //
 // A session (the supplicant is authorized) lives beside that: it stays while the supplicant logs in
 // again, and ends with a failure of that, with EAPOL-Logoff, its Session-Timeout or the link. A login
-// that the server has not decided ends no session; the supplicant is asked again later.
+// that the server has not decided ends no session; the supplicant is asked again later. After an
+// EAPOL-Logoff it is asked at once, as the standard has it.
 //
 // The relay is handed packets as soon as it takes them, those of logins that are under way before those
 // of newcomers, which wait while it has much to do (relay_load.h).
@@ -190,6 +191,7 @@ class Authenticator {
     void setPhase(Conversation &conversation, Phase phase);
     void setAlarm(Conversation &conversation, std::optional<Time> alarm);
     void noteAnswered(Conversation &conversation);
+    void noteUnanswered(Conversation &conversation);
     void sendEap(const Conversation &conversation, ByteView eap);
     void sendGroupRequest();
     void stopGroupRequests();

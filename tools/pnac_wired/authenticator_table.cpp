@@ -26,7 +26,7 @@ Authenticator::Conversation *Authenticator::findOrAdd(const EapolFrame &frame) {
         conversation = &conversations_[frame.source];
         conversation->address = frame.source;
         conversation->identifier = static_cast<uint8_t>(random_());
-        conversation->unanswered = unanswered_.insert(unanswered_.end(), frame.source);
+        noteUnanswered(*conversation);
     }
     conversation->version = frame.version;
     return conversation;
@@ -72,6 +72,12 @@ void Authenticator::noteAnswered(Conversation &conversation) {
     if (conversation.unanswered) {
         unanswered_.erase(*conversation.unanswered);
         conversation.unanswered.reset();
+    }
+}
+
+void Authenticator::noteUnanswered(Conversation &conversation) {
+    if (!conversation.unanswered) {
+        conversation.unanswered = unanswered_.insert(unanswered_.end(), conversation.address);
     }
 }
 

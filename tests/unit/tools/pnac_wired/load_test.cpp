@@ -281,6 +281,7 @@ TEST(Load, ComesToRestAfterAnySequence) {
     for (unsigned i = 0; i < 30; ++i) {
         Supplicant(world, i).logoff();
     }
+    world.pass(12s);
     EXPECT_EQ(0U, world.authenticator().supplicants());
 }
 

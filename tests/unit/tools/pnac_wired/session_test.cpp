@@ -22,9 +22,33 @@ TEST(Session, LastsUntilTheSupplicantLogsOff) {
     ASSERT_THAT(world.events(), ElementsAre(kAuthorized("alice"), Event(EventKind::kUnauthorized,
                                                                         Reason::kLogoff, "alice")));
     EXPECT_EQ(48h, world.events()[1].duration);
+    world.pass(12s);
     EXPECT_EQ(0U, world.authenticator().supplicants());
     alice.logoff();
     EXPECT_THAT(world.events(), SizeIs(2));
+}
+
+TEST(Session, EndedByALogoffInAnothersName_OpensAgainAtOnce) {
+    World world;
+    Supplicant alice(world, 1);
+    alice.logIn("alice");
+    const size_t frames = alice.received().size();
+    alice.logoff();
+    ASSERT_THAT(alice.received(), SizeIs(frames + 1)) << "she is asked who she is";
+    alice.logoff();
+    EXPECT_THAT(alice.received(), SizeIs(frames + 1)) << "and once is enough";
+    alice.identify("alice");
+    world.relaySends(alice.cookie(), eapSuccess(1));
+    EXPECT_THAT(world.events().back(), kAuthorized("alice"));
+}
+
+TEST(Session, EndedByALogoff_MakesRoomForANewcomer) {
+    World world({.supplicantsMax = 1});
+    Supplicant alice(world, 1);
+    alice.logIn("alice");
+    alice.logoff();
+    Supplicant(world, 2).logIn("bob");
+    EXPECT_THAT(world.events().back(), kAuthorized("bob"));
 }
 
 TEST(Session, TakesNoResponseWithoutARequest) {
