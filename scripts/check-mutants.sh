@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 #
-# Asks whether the unit tests notice when the library is wrong. Each mutant of tests/mutants/mutants.txt
-# changes one thing in a copy of the tree (what git tracks, as it stands here), which is built and tested
-# with the dev preset; a mutant that no test notices has survived, and this script then fails.
+# Asks whether the unit tests notice when the library or a program is wrong. Each mutant of
+# tests/mutants/mutants.txt changes one thing in a copy of the tree (what git tracks, as it stands here), which is
+# built and tested with the dev preset; a mutant that no test notices has survived, and this script then fails.
+#
+# Only the test programs that a mutant names are built for it; all the others when these notice nothing.
 #
 #   check-mutants.sh [NAME...]     all mutants, or those with these names
 #   check-mutants.sh --match       only looks whether every mutant still finds its place in the sources
@@ -56,8 +58,8 @@ read_list() {
         esac
     done <"$list"
     for name in "${names[@]}"; do
-        if [[ -z ${kind[$name]:-} || -z ${search[$name]} || -z ${replacement[$name]} ]]; then
-            echo "check-mutants: $list: $name lacks its kind, its place or its change" >&2
+        if [[ -z ${kind[$name]:-} || -z ${tests[$name]:-} || -z ${search[$name]} || -z ${replacement[$name]} ]]; then
+            echo "check-mutants: $list: $name lacks its kind, its tests, its place or its change" >&2
             exit 2
         fi
     done
@@ -115,8 +117,8 @@ for name in "${wanted[@]}"; do
 done
 [[ ${#wanted[@]} -gt 0 ]] || wanted=("${names[@]}")
 
-# The library and its OS layer, wherever their folders are.
-mapfile -d '' -t sources < <(git ls-files -z -- '*.cpp' '*.h' ':!tests' ':!tools' ':!fuzz' ':!bench' ':!examples')
+# The library, its OS layer and the programs, wherever their folders are.
+mapfile -d '' -t sources < <(git ls-files -z -- '*.cpp' '*.h' ':!tests' ':!fuzz' ':!bench' ':!examples')
 
 lost=0
 for name in "${wanted[@]}"; do
@@ -144,9 +146,9 @@ cd "$copy/tree"
 # Where the copy lies is nothing that the compiler's results depend on.
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
 
-# build LOG
+# build LOG TARGET...
 build() {
-    cmake --build --preset dev -j "$jobs" >"$1" 2>&1
+    cmake --build --preset dev -j "$jobs" --target "${@:2}" >"$1" 2>&1
 }
 
 # run_tests LOG REGEX: the unit tests whose names fit, up to the first that fails.
@@ -188,13 +190,41 @@ first_failure() {
     echo "${found:-$(failed_programs "$1")}"
 }
 
+# pass_as_it_is TARGET REGEX: ends the script where the tree does not pass these tests without a mutant.
+pass_as_it_is() {
+    if ! build "$copy/log" "$1" || is_noticed "$2"; then
+        cat "$copy/log"
+        echo "check-mutants: FAILED, the tree does not pass its own tests" >&2
+        exit 1
+    fi
+}
+
+# is_noticed_by TARGET REGEX: builds the mutant, and asks these tests. Returns 2 where it does not build.
+is_noticed_by() {
+    build "$copy/log" "$1" || return 2
+    is_noticed "$2"
+}
+
+# is_noticed_by_all FILE: asks all tests about the mutant in the file; before the first one, the tree as it is.
+all_pass=no
+is_noticed_by_all() {
+    if [[ $all_pass == no ]]; then
+        cp -- "$1" "$copy/mutant"
+        cp -- "$copy/original" "$1"
+        pass_as_it_is all .
+        all_pass=yes
+        cp -- "$copy/mutant" "$1"
+    fi
+    is_noticed_by all .
+}
+
 echo "check-mutants: building and testing the tree as it is"
-cmake --preset dev -DLANYARD_FUZZ=OFF "${cmake_options[@]}" >/dev/null
-if ! build "$copy/log" || is_noticed .; then
-    cat "$copy/log"
-    echo "check-mutants: FAILED, the tree does not pass its own tests" >&2
-    exit 1
-fi
+# A mutant may leave something unused.
+cmake --preset dev -DLANYARD_FUZZ=OFF -DLANYARD_WERROR=OFF "${cmake_options[@]}" >/dev/null
+mapfile -t programs < <(for name in "${wanted[@]}"; do tr '|' '\n' <<<"${tests[$name]}"; done | sort -u)
+for program in "${programs[@]}"; do
+    pass_as_it_is "$program" "^$program\$"
+done
 echo "check-mutants: done after $SECONDS s"
 
 killed=0
@@ -205,17 +235,23 @@ for name in "${wanted[@]}"; do
     cp -- "$file" "$copy/original"
     mutate apply "${search[$name]}" "${replacement[$name]}" "${sources[@]}" >/dev/null
     noticed_by=
-    verdict=survived
-    if ! build "$copy/log"; then
-        verdict='does not build'
-        tail -n 20 "$copy/log"
-    else
-        # Those that probably notice it are asked first; it has survived only when all have been asked.
-        if { [[ -n ${tests[$name]:-} ]] && is_noticed "^(${tests[$name]})\$"; } || is_noticed .; then
+    status=1
+    for program in ${tests[$name]//|/ }; do
+        [[ $status -ne 1 ]] || { status=0 && is_noticed_by "$program" "^$program\$" || status=$?; }
+    done
+    # It has survived only when all have been asked.
+    [[ $status -ne 1 ]] || { status=0 && is_noticed_by_all "$file" || status=$?; }
+    case $status in
+        0)
             verdict=killed
             noticed_by="by $(first_failure "$copy/log")"
-        fi
-    fi
+            ;;
+        1) verdict=survived ;;
+        *)
+            verdict='does not build'
+            tail -n 20 "$copy/log"
+            ;;
+    esac
     cp -- "$copy/original" "$file"
     printf '%4d s  %-8s  %-34s %-10s  %s %s\n' $((SECONDS - started)) "$verdict" "$name" \
         "${kind[$name]}" "$file" "$noticed_by"
