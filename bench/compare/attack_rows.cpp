@@ -121,6 +121,7 @@ std::function<void(Round &)> besiegedBy(const Attack &attack) {
 // One EAPOL-Logoff in the name of each, who all would like to stay in.
 void loggedOffOnce(Round &round) {
     const std::vector<size_t> who = gather(round);
+    const Moment begun = now();
     {
         AttackStep step = logOffOthers(round.stage().wire, round.audience().addresses());
         for (size_t i = 0; i < who.size(); ++i) {
@@ -129,7 +130,7 @@ void loggedOffOnce(Round &round) {
     }
     size_t back = 0;
     double slowest = 0;
-    for (const Login &login : round.audience().watch(who, round.limits().attack)) {
+    for (const Login &login : round.audience().watch(who, round.limits().attack, begun)) {
         back += login.success ? 1 : 0;
         slowest = std::max(slowest, login.seconds().value_or(0));
     }

@@ -123,10 +123,8 @@ std::vector<Login> Audience::logIn(const std::vector<size_t> &who,
 }
 
 std::vector<Login> Audience::watch(const std::vector<size_t> &who,
-                                   std::chrono::duration<double> limit) {
-    (void)capture_.frames();
-    const Moment now = std::chrono::system_clock::now().time_since_epoch();
-    std::vector<Login> logins(who.size(), Login{.start = now});
+                                   std::chrono::duration<double> limit, Moment since) {
+    std::vector<Login> logins(who.size(), Login{.start = since});
     follow(who, logins, limit, Until::kSuccess, {});
     return logins;
 }

@@ -48,8 +48,9 @@ class Audience {
     std::vector<Login> logIn(const std::vector<size_t> &who, std::chrono::duration<double> limit,
                              Until until = Until::kSuccess,
                              const std::function<void()> &meanwhile = {});
-    // What these do by themselves from now on.
-    std::vector<Login> watch(const std::vector<size_t> &who, std::chrono::duration<double> limit);
+    // What these have done by themselves since then, after their last login, and go on to do.
+    std::vector<Login> watch(const std::vector<size_t> &who, std::chrono::duration<double> limit,
+                             Moment since);
 
     std::vector<pnac::Mac> addresses() const;
     // Frames from and to addresses that begin with these two bytes are not looked at.
