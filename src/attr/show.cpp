@@ -52,7 +52,7 @@ void showNumber(const RadPair &pair) {
     if (value) {
         radLogAs("radPairShow", kLogDump, "%s: %s\n", pair.name, value->valueName);
     } else {
-        radLogAs("radPairShow", kLogDump, "%s: %ld\n", pair.name, static_cast<long>(pair.numValue));
+        radLogAs("radPairShow", kLogDump, "%s: %u\n", pair.name, pair.numValue);
     }
 }
 
