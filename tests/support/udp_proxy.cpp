@@ -98,7 +98,8 @@ std::optional<std::string_view> userName(std::span<const uint8_t> request) {
 
 timespec toTimespec(std::chrono::nanoseconds time) {
     const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
-    return {.tv_sec = seconds.count(), .tv_nsec = (time - seconds).count()};
+    return {.tv_sec = static_cast<time_t>(seconds.count()),
+            .tv_nsec = static_cast<long>((time - seconds).count())};
 }
 
 }  // namespace

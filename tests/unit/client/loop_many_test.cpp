@@ -176,7 +176,7 @@ TEST_F(LoopTest, TableOfServers_KeepsThoseThatWereAskedLast) {
         radConfDelAuthServ();
     }
     EXPECT_EQ(0U, statusOf(servers.front()).requests);
-    size_t known = 0;
+    uint64_t known = 0;
     for (const PlayedServer &server : servers) {
         known += statusOf(server).requests;
     }

@@ -29,7 +29,8 @@ int64_t furthestAhead = 0;
 
 timespec shifted(const timespec &time, int64_t by) {
     const int64_t sum = time.tv_sec * kNanoseconds + time.tv_nsec + by;
-    return {.tv_sec = sum / kNanoseconds, .tv_nsec = sum % kNanoseconds};
+    return {.tv_sec = static_cast<time_t>(sum / kNanoseconds),
+            .tv_nsec = static_cast<long>(sum % kNanoseconds)};
 }
 
 bool isDotted(const char *name) {

@@ -384,7 +384,8 @@ TEST_F(VendorAttrGetTest, EveryFailingAllocationIsAResult) {
     for (const uint32_t vendor : {kMicrosoft, 9U}) {
         const PairList pair = pairOf(vendorSpecific(vendor, 17, "0102"_hex));
         const unsigned failures = forEachFailingAllocation([&] {
-            EXPECT_EQ(allocationFailed(), get(pair.get(), vendor, 17) == -1 && data_ == nullptr);
+            const bool failed = get(pair.get(), vendor, 17) == -1 && data_ == nullptr;
+            EXPECT_EQ(allocationFailed(), failed);
             release();
         });
         EXPECT_EQ(1U, failures);

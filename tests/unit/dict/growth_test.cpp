@@ -89,7 +89,8 @@ TEST_F(DictionaryGrowth, WithoutMemoryForALargerIndex_FindsAllTheSame) {
         }
         EXPECT_EQ(0, radDictUnload());
     });
-    EXPECT_EQ(3U, withSmallerIndex) << "indexes for 128, 256 and 512 values";
+    // Indexes for 128, 256 and 512 values. With pointers of 4 bytes a block of values has room for the first.
+    EXPECT_EQ(sizeof(void *) == 4 ? 2U : 3U, withSmallerIndex);
     EXPECT_LT(withSmallerIndex, failures);
 }
 
