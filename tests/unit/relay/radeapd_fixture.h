@@ -11,10 +11,12 @@
 #include <functional>
 #include <optional>
 #include <poll.h>
+#include <sstream>
 #include <string>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include <lanyard/radius/eap.h>
@@ -31,8 +33,10 @@ namespace lanyard::test {
 inline constexpr const char *kDictionary = "/nexa2.0/etc/radius.dict";
 
 inline std::string contentOf(const std::filesystem::path &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    // A process may end while its file is read, which stream iterators throw for.
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    return std::move(content).str();
 }
 
 // Awaits a condition; false when it does not come true.
@@ -84,7 +88,7 @@ class Radeapd : public testing::Test {
         return 0;
     }
 
-    // The one process with this test's command line.
+    // The one process with this test's command line; an emulator has its own words before that.
     bool findDaemon() {
         std::string wanted;
         for (const std::string &word : command) {
@@ -95,7 +99,7 @@ class Radeapd : public testing::Test {
             pid_t pid = 0;
             const auto [rest, error] = std::from_chars(name.data(), name.data() + name.size(), pid);
             if (error == std::errc() && *rest == '\0' &&
-                contentOf(entry.path() / "cmdline") == wanted) {
+                contentOf(entry.path() / "cmdline").ends_with(wanted)) {
                 daemon = pid;
                 process.emplace(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)), "pidfd");
                 return true;
