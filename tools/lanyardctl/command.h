@@ -32,7 +32,21 @@ inline CLI::App &addCommand(CLI::App &parent, const std::string &name, const std
     return command;
 }
 
+// An option that takes a text.
+template <typename Text>
+CLI::Option &addText(CLI::App &command, const std::string &name, Text &text,
+                     const std::string &type, const std::string &help) {
+    return *command.add_option(name, text, help)->type_name(type);
+}
+
+// -f FILE, the configuration.
+inline void addFile(CLI::App &command, std::string &file) {
+    addText(command, "-f,--file", file, "FILE", "configuration file; " + file + " without it");
+}
+
 // The families.
+void addLoginCommand(CLI::App &app, Task &task);
+void addProbeCommand(CLI::App &app, Task &task);
 void addDatabaseCommands(CLI::App &app, Task &task);
 
 }  // namespace lanyardctl

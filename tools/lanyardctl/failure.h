@@ -9,9 +9,11 @@ namespace lanyardctl {
 
 enum ExitCode {
     kDone = 0,
-    kFailed = 1,   // the database, the bus or the machine did not allow it
-    kRefused = 2,  // the command line is wrong, or names values that cannot be stored
-    kNotFound = 3  // there is no such server
+    kFailed = 1,    // the database, the bus or the machine did not allow it
+    kRefused = 2,   // the command line is wrong, or names values that cannot be stored
+    kNotFound = 3,  // there is no such server or attribute
+    kNo = 4,        // the answer is no: login rejected, file or packet wrong
+    kNoAnswer = 5   // no valid answer came from a server
 };
 
 class Failure : public std::runtime_error {

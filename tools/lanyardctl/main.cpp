@@ -16,14 +16,20 @@ namespace lanyardctl {
 namespace {
 
 constexpr const char *kFooter =
-    "Exit status: 0 done; 1 failed (database, bus, machine); 2 refused (command line, values that\n"
-    "cannot be stored); 3 there is no such server.";
+    "Exit status:\n"
+    "  0  done; the answer is yes\n"
+    "  1  failed: a file, the database, the bus or the machine did not allow it\n"
+    "  2  refused: the command line, or values that cannot be stored\n"
+    "  3  there is no such server or attribute\n"
+    "  4  the answer is no: the login is rejected, the file or packet is wrong\n"
+    "  5  no valid answer from a server";
 
-constexpr std::array kFamilies = {addDatabaseCommands};
+constexpr std::array kFamilies = {addLoginCommand, addProbeCommand, addDatabaseCommands};
 
 int run(int argc, char **argv) {
     bool json = false;
-    CLI::App app("Keeps the RADIUS servers of a Lanyard device, and shows its relay.");
+    CLI::App app(
+        "Tells what is wrong with RADIUS logins, and keeps the servers of a Lanyard device.");
     app.require_subcommand(1);
     app.add_flag("--json", json, "answer with JSON, one document a line");
     app.set_version_flag("--version", "lanyardctl " LANYARD_VERSION);

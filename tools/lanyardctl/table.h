@@ -17,6 +17,9 @@ using Line = std::vector<std::string>;
 // has to be. No newline at the end.
 std::string asTable(const std::vector<Line> &lines);
 
+// Words after a heading, in lines of at most 100 characters that begin below its end.
+std::string wrapped(const std::string &heading, const std::string &words);
+
 }  // namespace lanyardctl
 
 #endif
