@@ -24,7 +24,8 @@ constexpr const char *kFooter =
     "  4  the answer is no: the login is rejected, the file or packet is wrong\n"
     "  5  no valid answer from a server";
 
-constexpr std::array kFamilies = {addLoginCommand, addProbeCommand, addDatabaseCommands};
+constexpr std::array kFamilies = {addLoginCommand, addProbeCommand, addCheckCommand,
+                                  addDictCommands, addDatabaseCommands};
 
 int run(int argc, char **argv) {
     bool json = false;
