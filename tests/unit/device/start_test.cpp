@@ -198,13 +198,18 @@ TEST_F(MgmtStart, EndsWhereTheDictionaryMeetsTheEndOfMemory) {
     const size_t before = allocationCount();
     ASSERT_EQ(0, start());
     const auto all = static_cast<unsigned>(allocationCount() - before);
-    for (const unsigned after : {2U, 3U}) {
+    int endings = 0;
+    for (unsigned index = 0; index < all; ++index) {
         log.clear();
-        failAllocation(all - after);
-        EXPECT_EQ(-1, start());
+        failAllocation(index);
+        const int status = start();
         EXPECT_TRUE(allocationFailed());
-        EXPECT_THAT(told(), ElementsAre(dictionaryError("radius dictionary loading failed")));
+        if (told() == std::vector{dictionaryError("radius dictionary loading failed")}) {
+            EXPECT_EQ(-1, status) << index;
+            ++endings;
+        }
     }
+    EXPECT_LE(2, endings) << "of " << all;
 }
 
 TEST_F(MgmtStart, NeverMakesTheDatabase) {
