@@ -15,7 +15,8 @@
 # namespace of its own, lanyard::test::<file>, and with -DLANYARD_TESTS_TOGETHER=OFF each file is compiled
 # alone, as clang-tidy wants them.
 #
-# The target outer-tests builds what is not labelled unit: tests of the whole system and of what is shipped.
+# The target unit-tests builds what is labelled unit, outer-tests what is not: tests of the whole system and of
+# what is shipped.
 # The target thread-tests builds what is labelled threads.
 find_package(GTest REQUIRED)
 
@@ -28,6 +29,9 @@ if(LANYARD_SANITIZE MATCHES "undefined")
   target_compile_options(lanyard-test-without-ubsan INTERFACE -fno-sanitize=undefined)
 endif()
 
+set(LANYARD_TEST_TIMEOUT 120 CACHE STRING "Seconds that a test program may take")
+
+add_custom_target(unit-tests)
 add_custom_target(outer-tests)
 add_custom_target(thread-tests)
 
@@ -44,7 +48,9 @@ function(lanyard_test name)
   set(product_sources ${arg_SOURCES})
   list(FILTER product_sources INCLUDE REGEX "^${PROJECT_SOURCE_DIR}/(src|platform|tools)/")
   set_property(SOURCE ${product_sources} PROPERTY SKIP_UNITY_BUILD_INCLUSION ON)
-  if(NOT arg_LABEL STREQUAL "unit")
+  if(arg_LABEL STREQUAL "unit")
+    add_dependencies(unit-tests ${name})
+  else()
     add_dependencies(outer-tests ${name})
   endif()
   set(labels ${arg_LABEL})
@@ -64,13 +70,13 @@ function(lanyard_test name)
       math(EXPR index "${shard} - 1")
       add_test(NAME ${name}_${shard} COMMAND ${name} --gtest_brief=1)
       set_tests_properties(${name}_${shard} PROPERTIES
-        LABELS "${labels}" TIMEOUT 120 COST ${arg_COST}
+        LABELS "${labels}" TIMEOUT ${LANYARD_TEST_TIMEOUT} COST ${arg_COST}
         ENVIRONMENT "GTEST_TOTAL_SHARDS=${arg_SHARDS};GTEST_SHARD_INDEX=${index}")
     endforeach()
     return()
   endif()
   add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
-  set_tests_properties(${name} PROPERTIES LABELS "${labels}" TIMEOUT 120 COST ${arg_COST})
+  set_tests_properties(${name} PROPERTIES LABELS "${labels}" TIMEOUT ${LANYARD_TEST_TIMEOUT} COST ${arg_COST})
 endfunction()
 
 # lanyard_interpose(TARGET SYMBOL...)

@@ -3,16 +3,19 @@
 # Installs what building, testing and checking need on Debian 12. Does nothing, quickly, where all of it
 # is there. Run it as root, or as a user who may use sudo.
 #
-#   --bench  also what scripts/compare-eap.sh measures against
+#   --bench     also what scripts/compare-eap.sh measures against
+#   --machines  also what scripts/test-on.sh builds for s390x and musl with
 set -euo pipefail
 
 # Packages that would run a service from their installation on.
 servers=(freeradius)
+machines=()
 case "$*" in
     "") ;;
     --bench) servers+=(hostapd) ;;
+    --machines) machines=(g++-s390x-linux-gnu musl-tools tcl dpkg-dev) ;;
     *)
-        echo "Usage: $0 [--bench]" >&2
+        echo "Usage: $0 [--bench | --machines]" >&2
         exit 2
         ;;
 esac
@@ -26,10 +29,10 @@ packages=(
     wpasupplicant iproute2
     # to check
     binutils clang-format-14 clang-tidy-14 cppcheck shellcheck git
-    clang-14 libclang-rt-14-dev g++-arm-linux-gnueabihf mandoc
+    clang-14 libclang-rt-14-dev g++-arm-linux-gnueabihf mandoc qemu-user
     # to measure
     python3 valgrind
-    "${servers[@]}"
+    "${machines[@]}" "${servers[@]}"
 )
 
 missing=()
