@@ -50,7 +50,7 @@ test_emulated() {
     local filter
     filter=$(IFS=:; echo "${not_emulated[*]}")
     GTEST_FILTER=-$filter nice scripts/emulate.sh "$1" "$PWD/build/sysroot-$machine" \
-        ctest --test-dir "$folder" --output-on-failure -j $((2 * jobs)) -R '_test|^interop_programs' -L 'unit|interop'
+        ctest --test-dir "$folder" --output-on-failure -j "$jobs" -R '_test|^interop_programs' -L 'unit|interop'
 }
 
 case $machine in
