@@ -46,6 +46,7 @@ inline void addFile(CLI::App &command, std::string &file) {
 
 // The families.
 void addCheckCommand(CLI::App &app, Task &task);
+void addDecodeCommand(CLI::App &app, Task &task);
 void addDictCommands(CLI::App &app, Task &task);
 void addLoginCommand(CLI::App &app, Task &task);
 void addProbeCommand(CLI::App &app, Task &task);

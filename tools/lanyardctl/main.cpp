@@ -24,8 +24,8 @@ constexpr const char *kFooter =
     "  4  the answer is no: the login is rejected, the file or packet is wrong\n"
     "  5  no valid answer from a server";
 
-constexpr std::array kFamilies = {addLoginCommand, addProbeCommand, addCheckCommand,
-                                  addDictCommands, addDatabaseCommands};
+constexpr std::array kFamilies = {addLoginCommand, addProbeCommand,  addCheckCommand,
+                                  addDictCommands, addDecodeCommand, addDatabaseCommands};
 
 int run(int argc, char **argv) {
     bool json = false;
