@@ -38,8 +38,6 @@ not_emulated=(
     NtResponseProgram.PasswordIsWipedFromTheProcessList
     # options of packet sockets
     'EthernetTest.*'
-    # Open: with pointers of 4 bytes one of the two allocations may fail without an end of the start.
-    MgmtStart.EndsWhereTheDictionaryMeetsTheEndOfMemory
 )
 
 # test_emulated EMULATED_MACHINE
