@@ -86,10 +86,10 @@ int xbusDescriptor(XbusCtx * /*context*/) {
     return -1;
 }
 
-int xbusIoctl(XbusCtx * /*context*/, uint32_t module, uint32_t /*command*/, const void *record,
-              uint32_t size, void * /*out*/, uint32_t * /*outLen*/, uint32_t /*flags*/,
+int xbusIoctl(XbusCtx * /*context*/, uint32_t module, uint32_t /*command*/, const void *buf,
+              uint32_t len, void * /*out*/, uint32_t * /*outLen*/, uint32_t /*flags*/,
               uint32_t /*reserved1*/, uint32_t /*reserved2*/) {
-    bus.sent(module, {static_cast<const uint8_t *>(record), size});
+    bus.sent(module, {static_cast<const uint8_t *>(buf), len});
     return 0;
 }
 

@@ -2,9 +2,9 @@
 //
 //     fuzz_reply [-seed=N] [-runs=N] [-max_total_time=SECONDS] [-dict=FILE] file-or-folder...
 //
-// The same seed over the same corpus makes the same inputs. Without runs a time means as many as it takes. The input that is being run stands in
-// the file <program>.input of the working folder; it is removed at the end, so what is found there
-// is what ended the program.
+// The same seed over the same corpus makes the same inputs. Without runs a time means as many as it takes.
+// The input that is being run stands in the file <program>.input of the working folder; it is removed at the
+// end, so what is found there is what ended the program.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -92,9 +92,7 @@ std::vector<Input> readDictionary(const std::filesystem::path &path) {
         Input word;
         const size_t end = line.rfind('"');
         for (size_t at = line.find('"') + 1; at > 0 && at < end; ++at) {
-            if (line[at] != '\\') {
-                word.push_back(static_cast<uint8_t>(line[at]));
-            } else if (line[++at] == 'x') {
+            if (line[at] == '\\' && line[++at] == 'x') {
                 word.push_back(
                     static_cast<uint8_t>(std::stoi(line.substr(at + 1, 2), nullptr, 16)));
                 at += 2;

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cctype>
+#include <cstring>
 #include <string>
 
 #include <lanyard/radius/engine.h>
@@ -39,7 +40,7 @@ uint32_t expectedAddress(ByteView file, const std::string &name) {
         const std::string &host = words[i + 1];
         // Both are read as texts, which end at a NUL.
         if (address.size() <= kAddressMax && address[0] != '\0' && host.size() <= kNameMax &&
-            host[0] != '\0' && name == host.c_str()) {
+            host[0] != '\0' && std::strcmp(name.c_str(), host.c_str()) == 0) {
             return inet_addr(address.c_str());
         }
     }

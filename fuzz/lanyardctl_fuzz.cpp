@@ -18,7 +18,7 @@ static FILE *const nowhere = std::fopen("/dev/null", "w");
 #undef stderr
 #define stderr nowhere
 #define main lanyardctlMain
-#include "tools/lanyardctl/main.cpp"
+#include "tools/lanyardctl/main.cpp"  // NOLINT(bugprone-suspicious-include): its main() is called
 #undef main
 
 namespace {
@@ -81,6 +81,7 @@ bool isLeftOut(const std::vector<std::string> &words) {
 int runCommand(std::vector<std::string> words) {
     words.insert(words.begin(), "lanyardctl");
     std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string &word : words) {
         arguments.push_back(word.data());
     }

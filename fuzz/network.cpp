@@ -218,29 +218,29 @@ int connect(int /*fd*/, const sockaddr * /*address*/, socklen_t /*size*/) {
     return 0;
 }
 
-ssize_t send(int fd, const void *bytes, size_t size, int /*flags*/) {
-    return fromErrno(network.send(fd, bytes, size)) == 0 ? static_cast<ssize_t>(size) : -1;
+ssize_t send(int fd, const void *buf, size_t n, int /*flags*/) {
+    return fromErrno(network.send(fd, buf, n)) == 0 ? static_cast<ssize_t>(n) : -1;
 }
 
-ssize_t sendto(int fd, const void *bytes, size_t size, int flags, const sockaddr * /*address*/,
+ssize_t sendto(int fd, const void *buf, size_t n, int flags, const sockaddr * /*address*/,
                socklen_t /*addressSize*/) {
-    return send(fd, bytes, size, flags);
+    return send(fd, buf, n, flags);
 }
 
-ssize_t recv(int fd, void *place, size_t size, int flags) {
-    return network.receive(fd, place, size, (flags & MSG_PEEK) != 0);
+ssize_t recv(int fd, void *buf, size_t n, int flags) {
+    return network.receive(fd, buf, n, (flags & MSG_PEEK) != 0);
 }
 
-ssize_t recvfrom(int fd, void *place, size_t size, int flags, sockaddr * /*address*/,
+ssize_t recvfrom(int fd, void *buf, size_t n, int flags, sockaddr * /*address*/,
                  socklen_t * /*addressSize*/) {
-    return recv(fd, place, size, flags);
+    return recv(fd, buf, n, flags);
 }
 
-// Of one socket.
-int ppoll(pollfd *entries, nfds_t count, const timespec *timeout, const sigset_t * /*mask*/) {
-    lanyard::fuzz::require(count == 1 && timeout != nullptr, "one socket is waited for");
-    if (network.isReadable(entries->fd)) {
-        entries->revents = POLLIN;
+// Of one socket, and not for ever.
+int ppoll(pollfd *fds, nfds_t nfds, const timespec *timeout, const sigset_t * /*mask*/) {
+    lanyard::fuzz::require(nfds == 1, "one socket is waited for");
+    if (network.isReadable(fds->fd)) {
+        fds->revents = POLLIN;
         return 1;
     }
     network.pass(inMicroseconds(*timeout));
@@ -248,28 +248,28 @@ int ppoll(pollfd *entries, nfds_t count, const timespec *timeout, const sigset_t
 }
 
 // Of something that never waits, and a set.
-int poll(pollfd *entries, nfds_t count, int timeout) {
-    lanyard::fuzz::require(count == 2, "the bus and the loop are waited for");
-    return network.wait(entries[1].fd, inMicroseconds(timeout)) ? 1 : 0;
+int poll(pollfd *fds, nfds_t nfds, int timeout) {
+    lanyard::fuzz::require(nfds == 2, "the bus and the loop are waited for");
+    return network.wait(fds[1].fd, inMicroseconds(timeout)) ? 1 : 0;
 }
 
 int epoll_create1(int /*flags*/) noexcept {
     return network.openSet();
 }
 
-int epoll_ctl(int set, int operation, int fd, epoll_event *event) noexcept {
-    if (operation == EPOLL_CTL_DEL) {
-        network.forget(set, fd);
+int epoll_ctl(int epfd, int op, int fd, epoll_event *event) noexcept {
+    if (op == EPOLL_CTL_DEL) {
+        network.forget(epfd, fd);
     } else {
-        network.watch(set, fd, event->data.ptr);
+        network.watch(epfd, fd, event->data.ptr);
     }
     return 0;
 }
 
-int epoll_wait(int set, epoll_event *events, int maxEvents, int timeout) {
+int epoll_wait(int epfd, epoll_event *events, int maxevents, int timeout) {
     int count = 0;
-    for (void *context : network.await(set, inMicroseconds(timeout))) {
-        if (count < maxEvents) {
+    for (void *context : network.await(epfd, inMicroseconds(timeout))) {
+        if (count < maxevents) {
             events[count++] = {.events = EPOLLIN, .data = {.ptr = context}};
         }
     }
@@ -282,45 +282,45 @@ int timerfd_create(int /*clock*/, int /*flags*/) noexcept {
     return fd;
 }
 
-int timerfd_settime(int fd, int /*flags*/, const itimerspec *alarm, itimerspec * /*old*/) noexcept {
-    network.setTimer(fd, inMicroseconds(alarm->it_value));
+int timerfd_settime(int ufd, int /*flags*/, const itimerspec *utmr, itimerspec * /*old*/) noexcept {
+    network.setTimer(ufd, inMicroseconds(utmr->it_value));
     return 0;
 }
 
-int clock_gettime(clockid_t clock, timespec *time) noexcept {
-    if (clock != CLOCK_MONOTONIC) {
-        return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+int clock_gettime(clockid_t clock_id, timespec *tp) noexcept {
+    if (clock_id != CLOCK_MONOTONIC) {
+        return static_cast<int>(syscall(SYS_clock_gettime, clock_id, tp));
     }
     const int64_t now = network.now();
-    *time = {.tv_sec = now / kSecondInMicroseconds,
-             .tv_nsec = now % kSecondInMicroseconds * kNanosecondsPerMicrosecond};
+    *tp = {.tv_sec = now / kSecondInMicroseconds,
+           .tv_nsec = now % kSecondInMicroseconds * kNanosecondsPerMicrosecond};
     return 0;
 }
 
-int gethostname(char *name, size_t size) noexcept {
-    std::strncpy(name, "gateway", size);
+int gethostname(char *name, size_t len) noexcept {
+    std::strncpy(name, "gateway", len);
     return 0;
 }
 
 // Knows this machine and dotted addresses.
-int gethostbyname_r(const char *name, hostent *entry, char *buffer, size_t size, hostent **result,
-                    int *error) {
+int gethostbyname_r(const char *name, hostent *result_buf, char *buf, size_t buflen,
+                    hostent **result, int *h_errnop) {
     struct Found {
         char *addresses[2];
         in_addr address;
     };
-    lanyard::fuzz::require(size >= sizeof(Found), "there is room for an address");
-    auto *found = reinterpret_cast<Found *>(buffer);
+    lanyard::fuzz::require(buflen >= sizeof(Found), "there is room for an address");
+    auto *found = reinterpret_cast<Found *>(buf);
     *found = {};
     found->addresses[0] = reinterpret_cast<char *>(&found->address);
     const char *dotted = std::strcmp(name, "gateway") == 0 ? "127.0.0.1" : name;
     const bool isKnown = inet_pton(AF_INET, dotted, &found->address) == 1;
-    *entry = {.h_name = nullptr,
-              .h_aliases = nullptr,
-              .h_addrtype = AF_INET,
-              .h_length = sizeof(in_addr),
-              .h_addr_list = found->addresses};
-    *result = isKnown ? entry : nullptr;
-    *error = isKnown ? 0 : HOST_NOT_FOUND;
+    *result_buf = {.h_name = nullptr,
+                   .h_aliases = nullptr,
+                   .h_addrtype = AF_INET,
+                   .h_length = sizeof(in_addr),
+                   .h_addr_list = found->addresses};
+    *result = isKnown ? result_buf : nullptr;
+    *h_errnop = isKnown ? 0 : HOST_NOT_FOUND;
     return 0;
 }

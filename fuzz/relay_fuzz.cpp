@@ -157,6 +157,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     radEapInit();
     failAllocation(0);
     std::signal(SIGTERM, SIG_DFL);
+    world = nullptr;
 
     require(radEapMsgQueue.first == nullptr, "no conversation is left");
     radConfDelAuthServ();

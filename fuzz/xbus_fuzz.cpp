@@ -203,6 +203,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         leave(peer);
     }
     serve();
+    script = nullptr;
     const int stillFree = dup(0);
     close(stillFree);
     require(stillFree == firstFree, "every connection is closed");
