@@ -12,7 +12,7 @@ endif()
 install(TARGETS lanyard-radius ${LANYARD_PLATFORM_TARGET} EXPORT LanyardRadiusTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/lanyard DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+include(${CMAKE_CURRENT_LIST_DIR}/install_headers.cmake)
 install(FILES ${PROJECT_SOURCE_DIR}/etc/radius.dict ${PROJECT_SOURCE_DIR}/etc/radius.conf.sample
   DESTINATION ${CMAKE_INSTALL_DATADIR}/lanyard-radius)
 
@@ -26,6 +26,10 @@ install(FILES ${PROJECT_BINARY_DIR}/LanyardRadiusConfig.cmake ${PROJECT_BINARY_D
   DESTINATION ${_package})
 
 # A vendor's OS layer has its own ways to be found.
+set(LANYARD_PC_REQUIRES libcrypto)
+if(NOT LANYARD_MINIMAL)
+  string(APPEND LANYARD_PC_REQUIRES " sqlite3")
+endif()
 set(LANYARD_PC_PLATFORM)
 if(TARGET lanyard-platform)
   set(LANYARD_PC_PLATFORM -llanyard-platform)

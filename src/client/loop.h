@@ -27,7 +27,10 @@ RadRequest *startRequest(RadLoop &loop, Exchange::Resilient description, const R
 RadRequest *startConfigured(RadLoop *loop, int code, const RadPair *pairs,
                             const Listener &listener);
 
-// The calls that wait, when they are to be resilient: each drives a loop of its own. Their arguments
+// Whether the calls that wait are to be resilient.
+bool isResilient();
+
+// The calls that wait, when they are: each drives a loop of its own. Their arguments
 // are there.
 int askResiliently(const ServerChoice &choice, int code, const RadPair *pairs, RadPair **replyOut);
 int askEachResiliently(const ServerChoice &choice, int code, const RadPair *pairs,

@@ -66,6 +66,10 @@ int ask(ServerSet::Owner servers, int only, bool isComplete, int code, const Rad
 
 }  // namespace
 
+bool isResilient() {
+    return radOptionGet(RAD_OPTION_RESILIENT) != 0;
+}
+
 int askResiliently(const ServerChoice &choice, int code, const RadPair *pairs, RadPair **replyOut) {
     return ask(ServerSet::copy(choice), -1, false, code, pairs, replyOut);
 }

@@ -133,10 +133,6 @@ int run(Exchange &exchange, RadPair **replyOut) {
     return exchange.result();
 }
 
-bool isResilient() {
-    return radOptionGet(RAD_OPTION_RESILIENT) != 0;
-}
-
 int askServers(const char *function, int code, RadPair *pairs, RadPair **replyOut,
                int32_t *results) {
     forgetOutcomes();

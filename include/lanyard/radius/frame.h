@@ -186,7 +186,8 @@ enum {
      * Not 0: all requests are resilient, as those of a loop (loop.h): servers that do not answer are
      * remembered and asked last, waits follow RFC 5080 section 2.2.1, what is no valid reply is
      * ignored, and a State goes to the server that gave it. 0: each server of the list is asked in
-     * turn, and the first datagram ends the wait for it.
+     * turn, and the first datagram ends the wait for it. A library without the loop
+     * (LANYARD_MINIMAL) asks them so whatever this is.
      */
     RAD_OPTION_RESILIENT,
     /**
