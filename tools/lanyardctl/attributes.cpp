@@ -268,6 +268,7 @@ std::vector<ShownAttribute> shownAttributes(const std::vector<RawAttribute> &att
 
 std::string asTable(const std::vector<ShownAttribute> &attributes, const std::string &indent) {
     std::vector<Line> lines;
+    lines.reserve(attributes.size());
     for (const ShownAttribute &attribute : attributes) {
         lines.push_back({indent + attribute.name, shown(attribute.value)});
     }

@@ -30,7 +30,8 @@ constexpr std::array kFamilies = {addLoginCommand, addProbeCommand,  addCheckCom
 int run(int argc, char **argv) {
     bool json = false;
     CLI::App app(
-        "Tells what is wrong with RADIUS logins, and keeps the servers of a Lanyard device.");
+        "Tells what is wrong with RADIUS logins, and keeps the servers of a Lanyard device.",
+        "lanyardctl");
     app.require_subcommand(1);
     app.add_flag("--json", json, "answer with JSON, one document a line");
     app.set_version_flag("--version", "lanyardctl " LANYARD_VERSION);
