@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <lanyard/radius/conf.h>
+#include <lanyard/radius/dict.h>
 #include <palroot.h>
 
 #include "fuzz/environment.h"
