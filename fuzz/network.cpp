@@ -250,7 +250,10 @@ int ppoll(pollfd *fds, nfds_t nfds, const timespec *timeout, const sigset_t * /*
 // Of something that never waits, and a set.
 int poll(pollfd *fds, nfds_t nfds, int timeout) {
     lanyard::fuzz::require(nfds == 2, "the bus and the loop are waited for");
-    return network.wait(fds[1].fd, inMicroseconds(timeout)) ? 1 : 0;
+    const bool isReadable = network.wait(fds[1].fd, inMicroseconds(timeout));
+    fds[0].revents = POLLIN;
+    fds[1].revents = isReadable ? POLLIN : 0;
+    return isReadable ? 2 : 1;
 }
 
 int epoll_create1(int /*flags*/) noexcept {
