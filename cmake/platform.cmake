@@ -13,7 +13,9 @@ elseif(LANYARD_PLATFORM STREQUAL "external")
   endif()
   set(LANYARD_PLATFORM_TARGET lanyard-platform-external)
   add_library(lanyard-platform-external INTERFACE)
-  target_include_directories(lanyard-platform-external SYSTEM INTERFACE ${LANYARD_PLATFORM_INCLUDE_DIR})
+  # A program of somebody else's finds the layer's headers its own way.
+  target_include_directories(lanyard-platform-external SYSTEM INTERFACE
+    $<BUILD_INTERFACE:${LANYARD_PLATFORM_INCLUDE_DIR}>)
   target_link_libraries(lanyard-platform-external INTERFACE ${LANYARD_PLATFORM_LIBRARIES})
   add_library(lanyard::platform ALIAS lanyard-platform-external)
 else()

@@ -111,7 +111,10 @@ HmacKey::States HmacKey::statesOf(const char *secret) {
     });
     if (kept == keptKeys.end()) {
         kept = &keptKeys[replaced++ % keptKeys.size()];
-        *kept = {.padded = key.block(), .states = key.states(), .used = true};
+        // One by one: a record made first would leave the secret on the stack.
+        kept->padded = key.block();
+        kept->states = key.states();
+        kept->used = true;
         wipeKeptSecrets.store(wipeKeptKeys, std::memory_order_relaxed);
     }
     return kept->states;

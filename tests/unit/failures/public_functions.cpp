@@ -481,6 +481,7 @@ const std::vector<std::string_view> &functionsThatCannotFail() {
                                                      "radDictUnload",
                                                      "radEapASRegister",
                                                      "radEapCtxClear",
+                                                     "radEapDetachInstall",
                                                      "radEapMsgQueueCleanUp",
                                                      "radEapMsgQueueRelease",
                                                      "radFuncTblInstall",
