@@ -86,7 +86,8 @@ const RadDictAttr &find(const std::string &name) {
     if (found == all.end()) {
         throw Failure("the dictionary has no attribute '" + name + "'", kNotFound);
     }
-    return **found;
+    const RadDictAttr *attribute = *found;
+    return *attribute;
 }
 
 ExitCode show(const Options &options, const Report &report) {

@@ -1,4 +1,5 @@
 // Packets in text.
+#include <algorithm>
 #include <cctype>
 #include <optional>
 #include <sstream>
@@ -36,7 +37,7 @@ bool isOffset(std::string word, size_t bytesBefore) {
 // The bytes of a line after those before it; none for another line. Behind the bytes of a dump stand
 // its characters, after two blanks or a bar.
 std::optional<Bytes> bytesOf(std::string line, size_t bytesBefore) {
-    line = line.substr(0, line.find('|'));
+    line.resize(std::min(line.find('|'), line.size()));
     std::istringstream stream(line);
     std::string word;
     std::vector<std::string> words;
