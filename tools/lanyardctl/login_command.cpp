@@ -1,6 +1,7 @@
 // The command "login": does a login work, and why not?
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -207,6 +208,7 @@ void addLoginCommand(CLI::App &app, Task &task) {
         addCommand(app, "login", "Logs a user in: which server, how long, what it sends, why not",
                    task, [options](Report &report) { return login(*options, report); });
     std::vector<std::string> methods;
+    methods.reserve(std::size(kMethods));
     for (const MethodName &row : kMethods) {
         methods.emplace_back(row.name);
     }

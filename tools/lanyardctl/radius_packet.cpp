@@ -76,7 +76,7 @@ PacketView::PacketView(View bytes) {
     if (bytes.size() < RAD_HEADER_SIZE) {
         throw Malformed("it has " + std::to_string(bytes.size()) + " bytes, and a header has 20");
     }
-    const size_t length = bytes[2] << 8U | bytes[3];
+    const size_t length = size_t{bytes[2]} << 8U | bytes[3];
     if (length < RAD_HEADER_SIZE || length > bytes.size()) {
         throw Malformed("its length field says " + std::to_string(length) + ", and there are " +
                         std::to_string(bytes.size()) + " bytes");
