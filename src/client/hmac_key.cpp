@@ -90,6 +90,7 @@ void finish(const HmacKey::State &state, std::span<const uint8_t> data, uint8_t 
     context.Nl = 8 * kBlockSize;
     MD5_Update(&context, data.data(), data.size());
     MD5_Final(out, &context);
+    explicit_bzero(&context, sizeof(context));
 }
 
 }  // namespace

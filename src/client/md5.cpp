@@ -28,7 +28,9 @@ int rc_md5_calc(uint8_t *out, const uint8_t *data, uint32_t length) {
     MD5_CTX context;
     MD5_Init(&context);
     MD5_Update(&context, data, length);
-    return MD5_Final(out, &context);
+    const int status = MD5_Final(out, &context);
+    explicit_bzero(&context, sizeof(context));  // its state is the digest, which may be a response
+    return status;
 }
 
 void radHmacMd5Calc(uint8_t *out, const uint8_t *data, uint32_t dataLength, const uint8_t *key,

@@ -1,6 +1,7 @@
 #include "login/nt_response_compute.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <openssl/asn1.h>
 #include <openssl/crypto.h>
@@ -78,6 +79,12 @@ void makeDesKey(std::span<const uint8_t> bits, DES_cblock &key) {
     DES_set_odd_parity(&key);
 }
 
+// Overwrites what libcrypto's functions have left on the stack: the block that they encrypted last.
+[[gnu::noinline]] void wipeStackBelow() {
+    std::array<uint8_t, 512> frame;
+    explicit_bzero(frame.data(), frame.size());
+}
+
 }  // namespace
 
 bool hashNtPassword(const char *password, NtHash &hash) {
@@ -109,6 +116,7 @@ NtResponse respondToChallenge(const NtHash &hash, const uint8_t *challenge) {
         OPENSSL_cleanse(&schedule, sizeof(schedule));
     }
     OPENSSL_cleanse(keys.data(), keys.size());
+    wipeStackBelow();
     return response;
 }
 
