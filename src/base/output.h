@@ -25,6 +25,10 @@ class OutputLine {
   public:
     OutputLine() {}  // NOLINT(*-member-init, *-use-equals-default): what is not used stays unset
 
+    OutputLine(const OutputLine &) = delete;
+    OutputLine &operator=(const OutputLine &) = delete;
+    ~OutputLine() { explicit_bzero(text_.data(), length_); }  // it may show a key
+
     void add(std::string_view text) {
         const size_t count = std::min(text.size(), size - length_);
         std::memcpy(text_.data() + length_, text.data(), count);
