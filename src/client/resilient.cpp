@@ -102,7 +102,7 @@ int sendResiliently(const RadRequestDesc &desc, const RadPair *pairs, RadPair **
                            .extra = nullptr,
                            .rowKey = -1,
                            .rowId = -1};
-    return ask(ServerSet::copy({.servers = &server, .count = 1}), 0, true, desc.code, pairs,
+    return ask(ServerSet::copy({.servers = &server, .count = 1}, false), 0, true, desc.code, pairs,
                replyOut);
 }
 

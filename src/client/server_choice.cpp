@@ -20,6 +20,7 @@ namespace lanyard {
 namespace {
 
 constexpr int64_t kNamesLife = 60 * kSecond;
+constexpr int64_t kFailureLife = kSecond;
 
 // The texts of a server, for those that treat all of them alike.
 std::array<const char *, 3> textsOf(const RadServer &server) {
@@ -58,6 +59,11 @@ bool sameServer(const RadServer &one, const RadServer &other) {
            sameText(one.extra, other.extra);
 }
 
+// 0 for what is no address of a host.
+in_addr_t hostAddress(in_addr_t found) {
+    return found == INADDR_NONE ? 0 : found;
+}
+
 }  // namespace
 
 ServerDefaults serverDefaults() {
@@ -89,7 +95,7 @@ bool findServers(const char *function, int code, const ServerDefaults &defaults,
     return true;
 }
 
-ServerSet::Owner ServerSet::copy(const ServerChoice &choice) {
+ServerSet::Owner ServerSet::copy(const ServerChoice &choice, bool addsIdentity) {
     const size_t texts = roomFor(choice);
     const size_t size = sizeof(ServerSet) + texts;
     if (size > std::numeric_limits<uint32_t>::max()) {
@@ -117,16 +123,23 @@ ServerSet::Owner ServerSet::copy(const ServerChoice &choice) {
         address.sin_family = AF_INET;
         address.sin_port = htons(server.port);
         if (!server.host || !readDotted(server.host, address.sin_addr.s_addr)) {
-            const in_addr_t found = radGetIPByName(server.host);
-            address.sin_addr.s_addr = found == INADDR_NONE ? 0 : found;
+            address.sin_addr.s_addr = hostAddress(radGetIPByName(server.host));
             set->expiry_ = monotonicMicroseconds() + kNamesLife;
         }
     }
-    const auto copies = std::span(set->servers_).first(choice.count);
-    if (std::any_of(copies.begin(), copies.end(),
-                    [](const RadServer &server) { return !server.extra; })) {
-        set->ownAddress_ = radGetHostIP();
+    const auto places = std::span(set->choice_.order).first(choice.count);
+    const auto isNamed = [&](uint8_t index) { return !addsIdentity || set->servers_[index].extra; };
+    if (!std::all_of(places.begin(), places.end(), isNamed)) {
+        set->ownAddress_ = hostAddress(lanyard::ownAddress());
         set->expiry_ = monotonicMicroseconds() + kNamesLife;
+    }
+    const auto canBeAsked = [&](uint8_t index) {
+        return set->addresses_[index].sin_addr.s_addr != 0 &&
+               (isNamed(index) || set->ownAddress_ != 0);
+    };
+    // A network that comes up is not waited for longer than that.
+    if (std::none_of(places.begin(), places.end(), canBeAsked)) {
+        set->expiry_ = monotonicMicroseconds() + kFailureLife;
     }
     return set;
 }

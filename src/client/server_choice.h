@@ -48,15 +48,17 @@ class ServerSet {
     };
     using Owner = std::unique_ptr<ServerSet, Release>;
 
-    // Null when memory is exhausted. Names are resolved here, this device's own one too.
-    static Owner copy(const ServerChoice &choice);
+    // Null when memory is exhausted. Names are resolved here; this device's own one too, where requests
+    // are to say who asks and a server is told no NAS-Identifier.
+    static Owner copy(const ServerChoice &choice, bool addsIdentity = true);
 
     Owner share() {
         ++owners_;
         return Owner(this);
     }
 
-    // Whether a copy of that would be the same. One with addresses of names is not for ever.
+    // Whether a copy of that would be the same. One with addresses of names is not for ever, and one
+    // that leaves nobody to ask for a second only.
     [[nodiscard]] bool isCopyOf(const ServerChoice &choice, int64_t now) const;
 
     const ServerChoice &choice() const { return choice_; }

@@ -42,8 +42,9 @@
  *   time that has passed added (RFC 2866 section 5.2).
  *
  * A host name among the servers, and this device's own name for NAS-IP-Address, is resolved when a
- * loop first needs it and then once a minute, which may wait for a name server. With addresses in the
- * list, and a NAS-Identifier for each server or an own name in the hosts file, nothing ever waits.
+ * loop first needs it and then once a minute, which may wait for a name server; while nobody can be
+ * asked for want of an address, once a second. With addresses in the list, and a NAS-Identifier for
+ * each server or an own name in the hosts file, nothing ever waits.
  *
  * Hooks (frame.h) run within radRequestStart() and radLoopRun(). They may call nothing of that loop.
  *

@@ -207,6 +207,37 @@ TEST_F(LoopTest, HostNames_AreResolvedOnceAMinute) {
     expectAccepted(loop, first);
 }
 
+TEST_F(LoopTest, NobodyToAsk_IsLookedUpAgainAfterASecond) {
+    const PlayedServer server;
+    ServerEntry named = server.entry();
+    named.host = "radius";
+    const ConfiguredLibrary library({.authServers = {named}});
+    std::optional<ResolverEntry> address;
+    std::optional<HostName> renamed;
+    const Loop loop;
+    const auto expectFailure = [&](int32_t reason) {
+        Answer answer;
+        loop.start(answer);
+        EXPECT_EQ(1, loop.run());
+        EXPECT_EQ(reason, answer.reason);
+    };
+    expectFailure(RAD_REASON_HOST_UNKNOWN);
+    address.emplace("radius", server.host());
+    renamed.emplace("unknown");
+    clock_.advance(0.5);
+    const int asked = resolverCalls();
+    expectFailure(RAD_REASON_HOST_UNKNOWN);
+    EXPECT_EQ(asked, resolverCalls());
+    clock_.advance(0.6);
+    expectFailure(RAD_REASON_NO_OWN_ADDRESS);
+    renamed.emplace("gateway");
+    clock_.advance(1.1);
+    expectAccepted(loop, server);
+    renamed.emplace("unknown");
+    clock_.advance(59);
+    expectAccepted(loop, server);
+}
+
 // --- Dead servers ------------------------------------------------------------------------------------
 
 TEST_F(LoopTest, DeadServer_IsAskedLastForAMinute_ThenByOneRequest) {

@@ -126,6 +126,28 @@ TEST_F(Resilient, SendToOneServer_SendsTheListAsItIs) {
     EXPECT_THAT(reasons(), ElementsAre(RAD_REASON_HOST_UNKNOWN + 0));
 }
 
+TEST_F(Resilient, SendToOneServer_AsksNothingOfThisDevice) {
+    const ScriptedServer server(kSecret, {accept()});
+    const ConfiguredLibrary library;
+    const HostName renamed("unknown");
+    const int asked = resolverCalls();
+    const LogRecorder log;
+    EXPECT_EQ(2, sendTo(serverEntry(server, kPlenty, 0), nemo().get()));
+    EXPECT_PROBLEMS(log);
+    EXPECT_EQ(asked, resolverCalls());
+}
+
+TEST_F(Resilient, OwnAddress_IsKeptFromOneCallToTheNext) {
+    ScriptedServer server(kSecret);
+    server.otherwise(accept());
+    const ConfiguredLibrary library({.authServers = {serverEntry(server, kPlenty)}});
+    clock_.advance(2);  // past what an earlier test has left
+    EXPECT_EQ(2, exchange(kAccess));
+    const int asked = resolverCalls();
+    EXPECT_EQ(2, exchange(kAccess));
+    EXPECT_EQ(asked, resolverCalls());
+}
+
 TEST_F(Resilient, WrongSecret_ShowsAsWrongAuthenticator) {
     const ScriptedServer server("another", {accept()});
     ServerEntry entry = serverEntry(server, 1, 0);
