@@ -6,8 +6,15 @@
 
 namespace lanyard {
 
-// Wipes them; radLibExit() calls it. Null while nobody keeps any.
+// Set by who keeps some. Null while nobody does.
 inline constinit std::atomic<void (*)()> wipeKeptSecrets{nullptr};
+
+// For who deletes servers: what was kept of their secrets goes with them.
+inline void forgetKeptSecrets() {
+    if (const auto wipe = wipeKeptSecrets.load(std::memory_order_relaxed)) {
+        wipe();
+    }
+}
 
 }  // namespace lanyard
 

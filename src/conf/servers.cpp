@@ -10,6 +10,7 @@
 
 #include "base/log.h"
 #include "base/partition.h"
+#include "base/secrets.h"
 #include "base/text.h"
 #include "conf/store.h"
 
@@ -63,6 +64,7 @@ void clearSlots(ServerSlots &servers) {
     for (RadServer &server : servers) {
         clearSlot(server);
     }
+    forgetKeptSecrets();
 }
 
 // The lowest free slot; null when all are taken.
@@ -91,6 +93,7 @@ RadServer &findByHost(const char *host) {
 
 void deleteAuthServer(RadServer &server) {
     clearSlot(server);
+    forgetKeptSecrets();
     if (--radConf.authCount == 0) {
         radConf.options[RAD_CONF_AUTH_SERVERS].value = nullptr;
     }

@@ -3,8 +3,6 @@
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/frame.h>
 
-#include "base/secrets.h"
-
 namespace {
 
 bool radLibInitDone = false;
@@ -32,9 +30,6 @@ int radLibInit(const char *confFile) {
 
 int radLibExit(void) {
     radDeconfigure();
-    if (const auto wipe = lanyard::wipeKeptSecrets.load(std::memory_order_relaxed)) {
-        wipe();
-    }
     radMemCleanUp();
     radLibInitDone = false;
     return 0;

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <unistd.h>
 
+#include <lanyard/radius/conf.h>
 #include <lanyard/radius/frame.h>
 #include <lanyard/radius/loop.h>
 #include <lanyard/radius/methods.h>
@@ -90,6 +91,17 @@ int resilient() {
     return plain<radAuth>();
 }
 
+template <auto remove>
+int withoutServer() {
+    const int result = plain<radAuth>();
+    remove();
+    return result;
+}
+
+int removeByName() {
+    return radConfDelAuthServer("127.0.0.1");
+}
+
 // A sample program reads its arguments; these are the program's own.
 int sample() {
     std::array<char, 7> name{"sample"};
@@ -120,6 +132,8 @@ constexpr std::array kMethods{
     Method{"radMschapv2Start", inLoop<radMschapv2Start>},
     Method{"resilient radAuth", resilient},
     Method{"radAuthSampleMain", sample},
+    Method{"radAuth, then its server deleted", withoutServer<removeByName>},
+    Method{"radAuth, then all servers deleted", withoutServer<radConfDelAuthServ>},
 };
 
 void readLine() {

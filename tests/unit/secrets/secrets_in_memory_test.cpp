@@ -186,6 +186,19 @@ TEST_P(SecretsInMemory, AreGone) {
     EXPECT_THAT(output, Not(testing::HasSubstr(kSecret)));
 }
 
+using SecretsOfAServer = SecretsInMemory;
+
+TEST_P(SecretsOfAServer, AreGoneWithIt) {
+    SecretUser user(GetParam(), root_);
+    ASSERT_TRUE(user.step(kPassword));
+    ASSERT_TRUE(server_.waitForRequests(1));
+    EXPECT_THAT(user.find(sharedSecret()), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Deleted, SecretsOfAServer,
+                         testing::Values("radAuth, then its server deleted",
+                                         "radAuth, then all servers deleted"));
+
 INSTANTIATE_TEST_SUITE_P(
     Methods, SecretsInMemory,
     testing::Values("radAuth", "radAuthCheckAllServer", "radAuthAndGetAttributes", "radChapAuth",
