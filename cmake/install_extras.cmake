@@ -1,11 +1,8 @@
-# What is installed beside library, programs and headers: man pages, units for systemd, completion.
+# What comes with the programs: man pages, units for systemd, completion.
 set(LANYARD_SYSTEMD_UNIT_DIR lib/systemd/system CACHE STRING "Folder for the units, below the prefix")
 
 set(_man ${PROJECT_SOURCE_DIR}/docs/man)
 install(FILES ${_man}/radius.conf.5 ${_man}/radius.dict.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
-if(NOT LANYARD_TOOLS)
-  return()
-endif()
 install(FILES ${_man}/radauth.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${_man}/lanyardctl.8 ${_man}/ntresponse.8 ${_man}/pnac-wired.8 ${_man}/radeapd.8
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)

@@ -1,4 +1,5 @@
-// The allocator inside of a partition: a pool in one stretch of memory, where everything takes constant time.
+// The allocator inside of a partition: a pool in one stretch of memory, where everything takes constant time
+// until it is full.
 #ifndef LANYARD_PLATFORM_POOL_H
 #define LANYARD_PLATFORM_POOL_H
 

@@ -7,7 +7,9 @@
 
 namespace lanyard {
 
-constexpr int64_t kSecond = 1000000;  // microseconds
+// In microseconds.
+constexpr int64_t kMillisecond = 1000;
+constexpr int64_t kSecond = 1000 * kMillisecond;
 
 inline int64_t monotonicMicroseconds() {
     timespec now{};

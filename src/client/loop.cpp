@@ -24,7 +24,6 @@ namespace lanyard {
 namespace {
 
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
-constexpr int64_t kMillisecond = 1000;
 constexpr int64_t kChannelLife = 30 * kSecond;  // without a request
 constexpr int kEventsMax = 16;
 constexpr int kDatagramsMax = 256;  // of one channel, before the others have their turn

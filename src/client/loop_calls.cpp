@@ -96,7 +96,7 @@ int radLoopRun(RadLoop *loop, int milliseconds) {
     if (!loop || loop->isRunning()) {
         return -1;
     }
-    const int count = loop->run(int64_t{1000} * milliseconds);
+    const int count = loop->run(milliseconds * kMillisecond);
     if (loop->isDoomed()) {
         ObjectDeleter<RadLoop>()(loop);
     }

@@ -155,7 +155,7 @@ bool serveInFlight(const std::atomic<uint32_t> &running) {
     int64_t nextPass = monotonicMicroseconds() + kPass;
     while (running) {
         const int64_t left = std::max<int64_t>(nextPass - monotonicMicroseconds(), 0);
-        const Ready ready = wait(static_cast<int>((left + 999) / 1000));
+        const Ready ready = wait(static_cast<int>((left + kMillisecond - 1) / kMillisecond));
         for (int records = 0;
              ready.bus && records < kRecordsMax && xbusListen(pRadEapXbusCtx, 0) == 1; ++records) {
         }
