@@ -3,11 +3,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <pthread.h>
 
 #include <lanyard/radius/conf.h>
 #include <lanyard/radius/engine.h>
 
+#include "base/lock.h"
 #include "base/secrets.h"
 
 namespace lanyard {
@@ -25,20 +25,12 @@ struct KeptKey {
     bool used = false;
 };
 
-pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+constinit Mutex mutex;
 constinit std::array<KeptKey, RAD_SERVERS_MAX> keptKeys{};
 constinit size_t replaced = 0;
 
-class Lock {
-  public:
-    Lock() { pthread_mutex_lock(&mutex); }
-    Lock(const Lock &) = delete;
-    Lock &operator=(const Lock &) = delete;
-    ~Lock() { pthread_mutex_unlock(&mutex); }
-};
-
 void wipeKeptKeys() {
-    const Lock lock;
+    const Lock lock(mutex);
     explicit_bzero(keptKeys.data(), sizeof(keptKeys));
 }
 
@@ -106,7 +98,7 @@ void HmacKey::digest(std::span<const uint8_t> data, uint8_t *out) const {
 
 HmacKey::States HmacKey::statesOf(const char *secret) {
     const PaddedKey key({reinterpret_cast<const uint8_t *>(secret), std::strlen(secret)});
-    const Lock lock;
+    const Lock lock(mutex);
     auto *kept = std::find_if(keptKeys.begin(), keptKeys.end(), [&key](const KeptKey &candidate) {
         return candidate.used && candidate.padded == key.block();
     });

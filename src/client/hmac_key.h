@@ -16,7 +16,7 @@ class HmacKey {
   public:
     explicit HmacKey(std::span<const uint8_t> key);
 
-    // The key of a server's shared secret. Those of the last secrets are kept until radLibExit().
+    // The key of a server's shared secret. Those of the last secrets are kept until a server is deleted.
     static HmacKey ofSecret(const char *secret) { return HmacKey(statesOf(secret)); }
 
     HmacKey(const HmacKey &) = delete;

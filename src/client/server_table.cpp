@@ -5,7 +5,6 @@
 #include <arpa/inet.h>
 #include <array>
 #include <cstdlib>
-#include <pthread.h>
 
 #include <lanyard/radius/engine.h>
 #include <lanyard/radius/error.h>
@@ -13,6 +12,7 @@
 #include <lanyard/radius/status.h>
 
 #include "base/clock.h"
+#include "base/lock.h"
 
 namespace lanyard {
 namespace {
@@ -48,7 +48,7 @@ struct Table {
     std::array<StateOrigin, kStatesMax> states;
 };
 
-pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+constinit Mutex mutex;
 // Made with the first server that is noted: 46 KiB that a program without resilient requests never
 // needs. It outlives every partition, so it is not of one.
 Table *table = nullptr;
@@ -56,14 +56,6 @@ Table *table = nullptr;
 std::span<Server> servers() {
     return table ? std::span<Server>(table->servers) : std::span<Server>();
 }
-
-class Lock {
-  public:
-    Lock() { pthread_mutex_lock(&mutex); }
-    Lock(const Lock &) = delete;
-    Lock &operator=(const Lock &) = delete;
-    ~Lock() { pthread_mutex_unlock(&mutex); }
-};
 
 Server *find(const sockaddr_in &address) {
     for (Server &server : servers()) {
@@ -178,13 +170,13 @@ void describe(const Server &server, RadServerStatus &status) {
 }  // namespace
 
 bool isAlive(const sockaddr_in &server) {
-    const Lock lock;
+    const Lock lock(mutex);
     const Server *known = find(server);
     return !known || !known->dead;
 }
 
 bool claimProbe(const sockaddr_in &server, int64_t now) {
-    const Lock lock;
+    const Lock lock(mutex);
     Server *known = find(server);
     if (!known || !known->dead || now < known->askAgain) {
         return false;
@@ -194,7 +186,7 @@ bool claimProbe(const sockaddr_in &server, int64_t now) {
 }
 
 void noteSent(const sockaddr_in &server, bool again) {
-    const Lock lock;
+    const Lock lock(mutex);
     Server *known = placeOf(server);
     if (known && again) {
         ++known->counters.retransmissions;
@@ -205,7 +197,7 @@ void noteSent(const sockaddr_in &server, bool again) {
 }
 
 void noteLeft(const sockaddr_in &server) {
-    const Lock lock;
+    const Lock lock(mutex);
     Server *known = find(server);
     if (known && known->counters.pending > 0) {
         --known->counters.pending;
@@ -213,7 +205,7 @@ void noteLeft(const sockaddr_in &server) {
 }
 
 void noteHeard(const sockaddr_in &server, int64_t now) {
-    const Lock lock;
+    const Lock lock(mutex);
     if (Server *known = placeOf(server)) {
         known->wasHeard = true;
         known->lastHeard = now;
@@ -221,7 +213,7 @@ void noteHeard(const sockaddr_in &server, int64_t now) {
 }
 
 void noteReply(const sockaddr_in &server, uint8_t code, int64_t roundTrip) {
-    const Lock lock;
+    const Lock lock(mutex);
     if (Server *known = placeOf(server)) {
         known->dead = false;
         ++counterOf(known->counters, code);
@@ -230,14 +222,14 @@ void noteReply(const sockaddr_in &server, uint8_t code, int64_t roundTrip) {
 }
 
 void noteStray(const sockaddr_in &server, int32_t reason) {
-    const Lock lock;
+    const Lock lock(mutex);
     if (Server *known = placeOf(server)) {
         ++strayCounterOf(known->counters, reason);
     }
 }
 
 void noteTimeout(const sockaddr_in &server) {
-    const Lock lock;
+    const Lock lock(mutex);
     if (Server *known = placeOf(server)) {
         ++known->counters.timeouts;
     }
@@ -245,7 +237,7 @@ void noteTimeout(const sockaddr_in &server) {
 
 void noteSilence(const sockaddr_in &server, int64_t since, int64_t now) {
     const int64_t life = deadTime();
-    const Lock lock;
+    const Lock lock(mutex);
     Server *known = placeOf(server);
     if (!known || (known->wasHeard && known->lastHeard >= since) || life == 0) {
         return;
@@ -259,7 +251,7 @@ void noteSilence(const sockaddr_in &server, int64_t since, int64_t now) {
 
 void noteState(std::span<const uint8_t> state, const sockaddr_in &server) {
     const uint64_t hash = hashOf(state);
-    const Lock lock;
+    const Lock lock(mutex);
     if (const Server *known = placeOf(server)) {
         originOf(hash) = {.check = checkOf(hash),
                           .place = static_cast<uint32_t>(known - table->servers.data()) + 1};
@@ -268,7 +260,7 @@ void noteState(std::span<const uint8_t> state, const sockaddr_in &server) {
 
 bool findStateOrigin(std::span<const uint8_t> state, sockaddr_in &server) {
     const uint64_t hash = hashOf(state);
-    const Lock lock;
+    const Lock lock(mutex);
     const StateOrigin origin = table ? originOf(hash) : StateOrigin();
     if (origin.place == 0 || origin.check != checkOf(hash)) {
         return false;
@@ -287,7 +279,7 @@ int radServerStatusAt(int index, RadServerStatus *status) {
     if (!status || index < 0) {
         return -1;
     }
-    const Lock lock;
+    const Lock lock(mutex);
     for (const Server &server : servers()) {
         if (server.address != 0 && index-- == 0) {
             describe(server, *status);
