@@ -51,7 +51,7 @@ void signMessage(Packet packet, const char *secret, uint8_t *place) {
     const auto bytes = packet.bytes();
     std::fill_n(place, RAD_DIGEST_SIZE, uint8_t{0});
     Authenticator digest{};
-    HmacKey::ofSecret(secret).digest(bytes, digest.data());
+    HmacKey(secret).digest(bytes, digest.data());
     std::copy(digest.begin(), digest.end(), place);
 }
 

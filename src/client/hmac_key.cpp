@@ -50,12 +50,14 @@ class PaddedKey {
 
     const Block &block() const { return block_; }
 
-    HmacKey::States states() const {
-        return {stateAfter(kInnerPadding), stateAfter(kOuterPadding)};
+    // Where they are kept: a copy on the way would stay on the stack.
+    void digest(HmacKey::States &states) const {
+        digest(kInnerPadding, states.inner);
+        digest(kOuterPadding, states.outer);
     }
 
   private:
-    HmacKey::State stateAfter(uint8_t padding) const {
+    void digest(uint8_t padding, HmacKey::State &state) const {
         Block padded = block_;
         for (uint8_t &byte : padded) {
             byte ^= padding;
@@ -63,10 +65,12 @@ class PaddedKey {
         MD5_CTX context;
         MD5_Init(&context);
         MD5_Update(&context, padded.data(), padded.size());
-        const HmacKey::State state{context.A, context.B, context.C, context.D};
+        state[0] = context.A;
+        state[1] = context.B;
+        state[2] = context.C;
+        state[3] = context.D;
         OPENSSL_cleanse(padded.data(), padded.size());
         OPENSSL_cleanse(&context, sizeof(context));
-        return state;
     }
 
     Block block_{};
@@ -87,16 +91,11 @@ void finish(const HmacKey::State &state, std::span<const uint8_t> data, uint8_t 
 
 }  // namespace
 
-HmacKey::HmacKey(std::span<const uint8_t> key) : states_(PaddedKey(key).states()) {}
-
-void HmacKey::digest(std::span<const uint8_t> data, uint8_t *out) const {
-    std::array<uint8_t, RAD_DIGEST_SIZE> inner;
-    finish(states_.inner, data, inner.data());
-    finish(states_.outer, inner, out);
-    OPENSSL_cleanse(inner.data(), inner.size());
+HmacKey::HmacKey(std::span<const uint8_t> key) {
+    PaddedKey(key).digest(states_);
 }
 
-HmacKey::States HmacKey::statesOf(const char *secret) {
+HmacKey::HmacKey(const char *secret) {
     const PaddedKey key({reinterpret_cast<const uint8_t *>(secret), std::strlen(secret)});
     const Lock lock(mutex);
     auto *kept = std::find_if(keptKeys.begin(), keptKeys.end(), [&key](const KeptKey &candidate) {
@@ -106,11 +105,19 @@ HmacKey::States HmacKey::statesOf(const char *secret) {
         kept = &keptKeys[replaced++ % keptKeys.size()];
         // One by one: a record made first would leave the secret on the stack.
         kept->padded = key.block();
-        kept->states = key.states();
+        key.digest(kept->states);
         kept->used = true;
         wipeKeptSecrets.store(wipeKeptKeys, std::memory_order_relaxed);
     }
-    return kept->states;
+    // An assignment went by way of the stack under a sanitizer.
+    std::memcpy(&states_, &kept->states, sizeof(states_));
+}
+
+void HmacKey::digest(std::span<const uint8_t> data, uint8_t *out) const {
+    std::array<uint8_t, RAD_DIGEST_SIZE> inner;
+    finish(states_.inner, data, inner.data());
+    finish(states_.outer, inner, out);
+    OPENSSL_cleanse(inner.data(), inner.size());
 }
 
 }  // namespace lanyard

@@ -17,7 +17,7 @@ class HmacKey {
     explicit HmacKey(std::span<const uint8_t> key);
 
     // The key of a server's shared secret. Those of the last secrets are kept until a server is deleted.
-    static HmacKey ofSecret(const char *secret) { return HmacKey(statesOf(secret)); }
+    explicit HmacKey(const char *secret);
 
     HmacKey(const HmacKey &) = delete;
     HmacKey &operator=(const HmacKey &) = delete;
@@ -33,9 +33,6 @@ class HmacKey {
     };
 
   private:
-    explicit HmacKey(const States &states) : states_(states) {}
-    static States statesOf(const char *secret);
-
     States states_;
 };
 
