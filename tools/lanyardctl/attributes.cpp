@@ -61,28 +61,14 @@ uint32_t numberIn(View bytes) {
     return number;
 }
 
-// UTF-8 without control characters, as far as its lead bytes tell.
-bool isText(View bytes) {
-    size_t following = 0;
-    for (const uint8_t byte : bytes) {
-        const bool follows = (byte & 0xc0U) == 0x80;
-        if (byte < 0x20 || byte == 0x7f || byte > 0xf4 || follows != (following > 0)) {
-            return false;
-        }
-        following = follows ? following - 1
-                            : size_t{byte >= 0xc0} + size_t{byte >= 0xe0} + size_t{byte >= 0xf0};
-    }
-    return following == 0;
-}
-
 std::string textOf(View bytes) {
     return {bytes.begin(), bytes.end()};
 }
 
 void setText(ShownAttribute &shown, View bytes) {
-    if (isText(bytes)) {
-        shown.value = '"' + textOf(bytes) + '"';
-        shown.json["value"] = textOf(bytes);
+    if (const std::string text = textOf(bytes); text == lanyardctl::shown(text)) {
+        shown.value = '"' + text + '"';
+        shown.json["value"] = text;
     } else {
         shown.value = "0x" + asHex(bytes);
         shown.json["hex"] = asHex(bytes);

@@ -1,8 +1,10 @@
 #include "table.h"
 
 #include <algorithm>
-#include <cctype>
 #include <sstream>
+#include <string_view>
+
+#include "platform/harmless_text.h"
 
 namespace lanyardctl {
 
@@ -23,9 +25,13 @@ size_t widthOf(const std::string &text) {
 }  // namespace
 
 std::string shown(const std::optional<std::string> &text) {
-    std::string safe = text.value_or("(none)");
-    std::replace_if(
-        safe.begin(), safe.end(), [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
+    const std::string all = text.value_or("(none)");
+    std::string safe;
+    for (std::string_view left = all; !left.empty();) {
+        const size_t length = lanyard::port::harmlessLength(left);
+        safe += length != 0 ? left.substr(0, length) : "?";
+        left.remove_prefix(std::max<size_t>(length, 1));
+    }
     return safe;
 }
 

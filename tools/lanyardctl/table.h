@@ -8,7 +8,8 @@
 
 namespace lanyardctl {
 
-// Text of others for a terminal: whatever could move the cursor is shown as '?'.
+// Text of others for a terminal: control characters, what is no UTF-8, and what changes the direction of text are
+// shown as '?'.
 std::string shown(const std::optional<std::string> &text);
 
 using Line = std::vector<std::string>;
