@@ -75,9 +75,9 @@ shown lanyardctl db init
 shown lanyardctl db add 127.0.0.1 --port "${at[eap_port]}" --secret "${at[secret]}"
 echo "   \$ lanyardctl db serve"
 "$bin/lanyardctl" db serve >"$work/service" 2>&1 &
-# A relay that is there before the service has looked is told to end, for nobody knows what it holds.
-await "$work/service" 'file: '
-sleep 0.3
+# It says so once it has seen that no relay is there. One that was there first would be told to end, for nobody
+# knows what it holds.
+await "$work/service" 'service: serves '
 shown radeapd -d "$PAL_ROOT/var/lib/lanyard/config.db"
 await "$work/service" 'relay: has '
 
