@@ -190,17 +190,32 @@ void setVendorValue(ShownAttribute &shown, const VendorAttribute *known, View da
     }
 }
 
+// A vendor is a value of Vendor-Specific in the dictionary.
+std::string vendorName(uint32_t vendor) {
+    const RadDictAttr *ofVendors = radDictGetAttr(RAD_ATTR_VENDOR_SPECIFIC);
+    const RadDictValue *named =
+        ofVendors ? radDictGetVal(static_cast<int32_t>(vendor), ofVendors->name) : nullptr;
+    const auto *const found = std::find_if(
+        kVendors.begin(), kVendors.end(), [vendor](const Vendor &row) { return row.id == vendor; });
+    return named                     ? named->valueName
+           : found != kVendors.end() ? found->name
+                                     : "Vendor-" + std::to_string(vendor);
+}
+
+// Its attributes are values of its name.
+std::string nameOfVendors(uint32_t vendor, uint8_t number, const VendorAttribute *known) {
+    const std::string ofVendor = vendorName(vendor);
+    const RadDictValue *named = radDictGetVal(number, ofVendor.c_str());
+    return named ? named->valueName : known ? known->name : ofVendor + "-" + std::to_string(number);
+}
+
 ShownAttribute shownOfVendor(uint32_t vendor, uint8_t number, View data) {
-    const auto *const name = std::find_if(kVendors.begin(), kVendors.end(),
-                                          [vendor](const Vendor &row) { return row.id == vendor; });
     const auto *found =
         std::find_if(kVendorAttributes.begin(), kVendorAttributes.end(),
                      [&](const auto &row) { return row.vendor == vendor && row.number == number; });
     const VendorAttribute *known = found == kVendorAttributes.end() ? nullptr : found;
-    const std::string vendorName =
-        name == kVendors.end() ? "Vendor-" + std::to_string(vendor) : name->name;
     ShownAttribute shown;
-    shown.name = known ? known->name : vendorName + "-" + std::to_string(number);
+    shown.name = nameOfVendors(vendor, number, known);
     shown.json = {{"name", shown.name},
                   {"number", RAD_ATTR_VENDOR_SPECIFIC},
                   {"vendor", vendor},

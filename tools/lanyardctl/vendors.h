@@ -1,4 +1,5 @@
-// The vendors' attributes that RADIUS servers often send. The dictionary's format has no place for them.
+// What the attributes of vendors hold that RADIUS servers often send, and their names where the dictionary that is
+// loaded has none: the built-in table names no vendor.
 #ifndef LANYARDCTL_VENDORS_H
 #define LANYARDCTL_VENDORS_H
 
@@ -37,6 +38,10 @@ inline constexpr auto kVendorAttributes = std::to_array<VendorAttribute>({
     // RFC 2548
     {kMicrosoft, 1, "MS-CHAP-Response", Kind::kBytes},
     {kMicrosoft, 2, "MS-CHAP-Error", Kind::kTextAfterIdentifier},
+    {kMicrosoft, 3, "MS-CHAP-CPW-1", Kind::kSecret},
+    {kMicrosoft, 4, "MS-CHAP-CPW-2", Kind::kSecret},
+    {kMicrosoft, 5, "MS-CHAP-LM-Enc-PW", Kind::kSecret},
+    {kMicrosoft, 6, "MS-CHAP-NT-Enc-PW", Kind::kSecret},
     {kMicrosoft, 7, "MS-MPPE-Encryption-Policy", Kind::kNumber},
     {kMicrosoft, 8, "MS-MPPE-Encryption-Types", Kind::kNumber},
     {kMicrosoft, 10, "MS-CHAP-Domain", Kind::kTextAfterIdentifier},
@@ -46,6 +51,7 @@ inline constexpr auto kVendorAttributes = std::to_array<VendorAttribute>({
     {kMicrosoft, 17, "MS-MPPE-Recv-Key", Kind::kSecret},
     {kMicrosoft, 25, "MS-CHAP2-Response", Kind::kBytes},
     {kMicrosoft, 26, "MS-CHAP2-Success", Kind::kTextAfterIdentifier},
+    {kMicrosoft, 27, "MS-CHAP2-CPW", Kind::kSecret},
     {kMicrosoft, 28, "MS-Primary-DNS-Server", Kind::kAddress},
     {kMicrosoft, 29, "MS-Secondary-DNS-Server", Kind::kAddress},
     {kWispr, 1, "WISPr-Location-ID", Kind::kText},

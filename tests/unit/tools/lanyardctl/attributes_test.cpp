@@ -55,5 +55,29 @@ TEST_F(Shown, TextIsQuoted_WhatIsNoneIsHexadecimal) {
     }
 }
 
+TEST_F(Shown, AttributeOfAVendor_HasTheNameOfTheDictionary) {
+    const auto ofVendor = [](const std::string &vendor, char number, const std::string &data) {
+        return attribute(RAD_ATTR_VENDOR_SPECIFIC, std::string(1, '\0') + vendor + number +
+                                                       static_cast<char>(data.size() + 2) + data);
+    };
+    const std::string cisco("\0\0\x09", 3);
+    const std::string microsoft("\0\x01\x37", 3);
+    const std::string stranger("\0\0\x63", 3);
+    EXPECT_EQ("Cisco-AVPair", ofVendor(cisco, 1, "a=b").name);
+    EXPECT_EQ("Cisco-250", ofVendor(cisco, '\xfa', "Aservice").name);
+    EXPECT_EQ("Vendor-99-7", ofVendor(stranger, 7, "x").name);
+    EXPECT_EQ("(hidden, 3 bytes)", ofVendor(microsoft, 17, "key").value);
+    load(LANYARD_DICTIONARY);
+    EXPECT_EQ("Cisco-AVPair", ofVendor(cisco, 1, "a=b").name);
+    EXPECT_EQ("Cisco-Account-Info", ofVendor(cisco, '\xfa', "Aservice").name);
+    EXPECT_EQ("Vendor-99-7", ofVendor(stranger, 7, "x").name);
+    EXPECT_EQ("MS-MPPE-Recv-Key", ofVendor(microsoft, 17, "key").name);
+    EXPECT_EQ("(hidden, 3 bytes)", ofVendor(microsoft, 17, "key").value);
+    ASSERT_EQ(0, radDictAddValue("Vendor-Specific Acme 99"));
+    ASSERT_EQ(0, radDictAddValue("Acme Acme-Door 7"));
+    EXPECT_EQ("Acme-Door", ofVendor(stranger, 7, "x").name);
+    EXPECT_EQ("Acme-8", ofVendor(stranger, 8, "x").name);
+}
+
 }  // namespace
 }  // namespace lanyard::test::attributes_test
