@@ -66,6 +66,19 @@ TEST_F(CheckCommand, DictShow_NamesTheValues) {
     EXPECT_EQ(3, run({"dict", "show", "Nothing"}).status);
 }
 
+TEST_F(CheckCommand, DictShow_NamesTheAttributesOfAVendor) {
+    file("vendors.dict",
+         "ATTRIBUTE Vendor-Specific 26 string\nVALUE Vendor-Specific Acme 99999\n"
+         "VALUE Acme Acme-Door 7\n");
+    const ProgramResult result = run({"dict", "show", "Acme", "--dictionary", "/vendors.dict"});
+    EXPECT_EQ(0, result.status) << result.err;
+    EXPECT_EQ("Acme, vendor 99999\nVALUE  NAME\n7      Acme-Door\n", result.out);
+    const json answer = document({"dict", "show", "Acme", "--dictionary", "/vendors.dict"}, 0);
+    EXPECT_EQ(99999, answer.at("vendor").at("number"));
+    EXPECT_EQ("Acme-Door", answer.at("vendor").at("attributes")[0].at("name"));
+    EXPECT_EQ(3, run({"dict", "show", "Acme"}).status);
+}
+
 TEST_F(CheckCommand, DictListAndCheck_ReadTheFileThatIsNamed) {
     EXPECT_EQ(43U, document({"dict", "list"}, 0).at("attributes").size());
     file("some.dict", "ATTRIBUTE One 1 string\nATTRIBUTE Two 2 integer\n");

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <sys/stat.h>
 #include <vector>
 
@@ -12,25 +11,11 @@
 
 #include "configuration.h"
 #include "library_lines.h"
+#include "words.h"
 
 namespace lanyardctl {
 
 namespace {
-
-std::vector<std::string> split(const std::string &text, const char *separators) {
-    std::vector<std::string> parts;
-    for (size_t at = text.find_first_not_of(separators); at != std::string::npos;) {
-        const size_t end = std::min(text.find_first_of(separators, at), text.size());
-        parts.push_back(text.substr(at, end - at));
-        at = text.find_first_not_of(separators, end);
-    }
-    return parts;
-}
-
-bool isDigits(const std::string &text) {
-    return !text.empty() && std::all_of(text.begin(), text.end(),
-                                        [](unsigned char c) { return std::isdigit(c) != 0; });
-}
 
 // Servers
 
@@ -58,14 +43,17 @@ std::string meaningOf(const RadServer &server) {
            (server.extra ? ", a NAS-Identifier of " + characters(server.extra) : "");
 }
 
-// A number of an entry that the library does not read as it is written.
+// A number of an entry that the library does not read as it is written. What is written may be the start of a
+// secret with a colon in it, so it is not shown.
 void compareNumber(LineFinding &line, const std::string &host, const char *what,
                    const std::string &written, long long read) {
+    constexpr size_t kDigitsMax = 9;
     if (!isDigits(written)) {
-        line.doubt(host + ": the " + what + " '" + written + "' is read as " +
-                   std::to_string(read));
-    } else if (written.size() > 9 || std::stoll(written) != read) {
-        line.doubt(host + ": the " + what + " " + written + " is read as " + std::to_string(read));
+        line.doubt(host + ": the " + what + " is read as " + std::to_string(read) +
+                   ", and what is written is no number");
+    } else if (written.size() > kDigitsMax || std::stoll(written) != read) {
+        line.doubt(host + ": the " + what + " is read as " + std::to_string(read) +
+                   ", and what is written is another number");
     }
 }
 
@@ -106,20 +94,23 @@ void compare(LineFinding &line, const std::string &entry, const RadServer &serve
     }
 }
 
-// Why the library refuses an entry, which is the first one that it did not add.
-std::string refusalOf(const std::string &entry) {
+// Why the library refuses an entry, which is the first one that it did not add. One without a colon is not shown: it
+// may be the end of a secret with a blank or a comma in it.
+std::string refusalOf(const std::string &entry, size_t number) {
     const std::vector<std::string> fields = split(entry, ":");
     if (entry.starts_with('#')) {
         return "a comment cannot follow at a line's end: '#' is taken for a server";
     }
-    const std::string host = fields.empty() ? entry : fields[0];
     if (fields.size() < 2) {
-        return "'" + host + "' has no secret: an entry is host[:port[:timeout[:retries]]]:secret";
+        return "server " + std::to_string(number) +
+               " of the line has no secret: an entry is host[:port[:timeout[:retries]]]:secret, "
+               "and "
+               "a secret holds no blank and no comma";
     }
+    const std::string &host = fields[0];
     constexpr std::array kNames = {"port", "time-out", "retry count"};
     for (size_t i = 0; i < kNames.size() && i + 2 < fields.size(); ++i) {
-        if (std::isdigit(static_cast<unsigned char>(fields[i + 1][0])) == 0 &&
-            fields[i + 1] != "-1") {
+        if (!startsWithDigit(fields[i + 1]) && fields[i + 1] != "-1") {
             return host + ": what stands in the place of the " + kNames[i] +
                    " is no number; if it belongs to the secret: a secret holds no colon";
         }
@@ -151,7 +142,8 @@ void checkServers(LineFinding &line, const std::string &value, int kind) {
         line.refuse("names " + std::to_string(entries.size()) +
                     " servers, and there is place for eight");
     } else if (!isSet) {
-        line.refuse(refusalOf(entries[std::min(added, entries.size() - 1)]));
+        const size_t refused = std::min(added, entries.size() - 1);
+        line.refuse(refusalOf(entries[refused], refused + 1));
     }
 }
 
@@ -221,8 +213,10 @@ void checkLine(LineFinding &line, const std::string &text) {
         std::find_if(kKeywords.begin(), kKeywords.end(),
                      [&word](const Keyword &row) { return word == row.word; });
     if (keyword == kKeywords.end()) {
-        return line.refuse("unknown keyword '" + word +
-                           "': authserver, acctserver, dictionary, timeout or retries");
+        return line.refuse(line.isRest ? "the rest of the line above is taken for a keyword"
+                                       : "unknown keyword '" + word +
+                                             "': authserver, acctserver, dictionary, timeout or "
+                                             "retries");
     }
     const size_t start = text.find_first_not_of(" \t\n\v\f\r", std::min(end + 1, text.size()));
     keyword->check(line, start == std::string::npos ? "" : text.substr(start));
@@ -243,7 +237,7 @@ void noteMode(FileFindings &findings) {
 }  // namespace
 
 FileFindings checkConfiguration(const std::string &file) {
-    quietenLibrary();
+    const Library library;
     FileFindings findings{file};
     findings.isAccepted = radLibInit(file.c_str()) == 0;
     radLibExit();
@@ -264,7 +258,6 @@ FileFindings checkConfiguration(const std::string &file) {
         }
     }
     noteMode(findings);
-    radLibExit();
     return findings;
 }
 

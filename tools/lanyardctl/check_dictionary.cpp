@@ -1,17 +1,20 @@
 // The check of a dictionary file.
-#include <algorithm>
 #include <array>
-#include <cctype>
-#include <sstream>
+#include <charconv>
+#include <optional>
+#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include <lanyard/radius/attr.h>
 #include <lanyard/radius/dict.h>
 #include <lanyard/radius/frame.h>
 
 #include "check.h"
 #include "configuration.h"
 #include "library_lines.h"
+#include "words.h"
 
 namespace lanyardctl {
 
@@ -20,22 +23,20 @@ namespace {
 constexpr int kNumberMax = 255;
 constexpr size_t kValueNameMax = sizeof(RadDictValue::valueName) - 1;
 
+// Vendors that the file names: their attributes are values of their names.
+using Vendors = std::set<std::string>;
+
+// As the library takes a line apart.
 std::vector<std::string> wordsOf(const std::string &text) {
-    std::istringstream stream(text);
-    std::vector<std::string> words;
-    for (std::string word; stream >> word;) {
-        words.push_back(word);
-    }
-    return words;
+    return split(text, " \t\n");
 }
 
-bool startsWithDigit(const std::string &text) {
-    return std::isdigit(static_cast<unsigned char>(text[0])) != 0;
-}
-
-bool isDigits(const std::string &text) {
-    return std::all_of(text.begin(), text.end(),
-                       [](unsigned char c) { return std::isdigit(c) != 0; });
+// None for a number that the library reads as another.
+std::optional<int32_t> numberIn(const std::string &word) {
+    int32_t number = 0;
+    const char *end = word.data() + word.size();
+    const auto [last, error] = std::from_chars(word.data(), end, number);
+    return last == end && error == std::errc() ? std::optional(number) : std::nullopt;
 }
 
 std::string attributeRefusal(const std::vector<std::string> &words) {
@@ -57,21 +58,22 @@ std::string valueRefusal(const std::vector<std::string> &words) {
         return "a name is too long: " + std::to_string(RAD_NAME_MAX) +
                " characters for attributes, " + std::to_string(kValueNameMax) + " for values";
     }
-    return "'" + words[2] + "' is no number";
+    return words[2].size() > RAD_NAME_MAX
+               ? "the number has more than " + std::to_string(RAD_NAME_MAX) + " digits"
+               : "'" + words[2] + "' is no number";
 }
 
-void checkAttribute(LineFinding &line, const std::string &text) {
+void checkAttribute(LineFinding &line, const std::string &text, Vendors & /*vendors*/) {
     const std::vector<std::string> words = wordsOf(text);
-    const bool hasNumber = words.size() > 1 && startsWithDigit(words[1]) && words[1].size() < 9;
-    const RadDictAttr *earlier = hasNumber ? radDictGetAttr(std::stoi(words[1])) : nullptr;
+    const auto number = numberIn(words.size() > 1 ? words[1] : "");
+    const RadDictAttr *earlier = number ? radDictGetAttr(*number) : nullptr;
     const std::string hidden = earlier ? earlier->name : "";
     if (radDictAddAttr(text.c_str()) != 0) {
         return line.refuse(attributeRefusal(words));
     }
-    if (!isDigits(words[1])) {
-        line.doubt("the number '" + words[1] + "' is read as " +
-                   std::to_string(std::stoi(words[1])));
-    } else if (!hasNumber || std::stoi(words[1]) > kNumberMax || std::stoi(words[1]) == 0) {
+    if (!number) {
+        line.doubt("the number '" + words[1] + "' is not read as it is written");
+    } else if (*number > kNumberMax || *number == 0) {
         line.doubt("no packet can carry the number " + words[1]);
     }
     if (earlier) {
@@ -79,35 +81,43 @@ void checkAttribute(LineFinding &line, const std::string &text) {
     }
 }
 
-void checkValue(LineFinding &line, const std::string &text) {
+bool isAttribute(const std::string &name) {
+    bool isKnown = false;
+    for (int number = 0; number <= kNumberMax && !isKnown; ++number) {
+        const RadDictAttr *attribute = radDictGetAttr(number);
+        isKnown = attribute && name == attribute->name;
+    }
+    return isKnown;
+}
+
+void checkValue(LineFinding &line, const std::string &text, Vendors &vendors) {
     const std::vector<std::string> words = wordsOf(text);
     if (radDictAddValue(text.c_str()) != 0) {
         return line.refuse(valueRefusal(words));
     }
-    bool isKnown = false;
-    for (int number = 0; number <= kNumberMax && !isKnown; ++number) {
-        const RadDictAttr *attribute = radDictGetAttr(number);
-        isKnown = attribute && words[0] == attribute->name;
+    const RadDictAttr *ofVendors = radDictGetAttr(RAD_ATTR_VENDOR_SPECIFIC);
+    if (ofVendors && words[0] == ofVendors->name) {
+        vendors.insert(words[1]);
     }
-    if (!isKnown) {
-        line.doubt("no attribute above is called '" + words[0] + "'");
+    if (!isAttribute(words[0]) && !vendors.contains(words[0])) {
+        line.doubt("no attribute or vendor above is called '" + words[0] + "'");
     }
-    if (!isDigits(words[2])) {
-        line.doubt("the number '" + words[2] + "' is read up to its first letter");
+    if (!numberIn(words[2])) {
+        line.doubt("the number '" + words[2] + "' is not read as it is written");
     }
 }
 
 struct Definition {
     std::string_view word;
-    void (*check)(LineFinding &line, const std::string &text);
+    void (*check)(LineFinding &line, const std::string &text, Vendors &vendors);
 };
 constexpr std::array<Definition, 2> kDefinitions = {
     {{"ATTRIBUTE", checkAttribute}, {"VALUE", checkValue}}};
 
-void checkLine(LineFinding &line, const std::string &text) {
+void checkLine(LineFinding &line, const std::string &text, Vendors &vendors) {
     for (const Definition &definition : kDefinitions) {
         if (text.starts_with(definition.word)) {
-            return definition.check(line, text.substr(definition.word.size()));
+            return definition.check(line, text.substr(definition.word.size()), vendors);
         }
     }
     if (text.find_first_not_of(" \t\r") != std::string::npos) {
@@ -118,13 +128,15 @@ void checkLine(LineFinding &line, const std::string &text) {
 }  // namespace
 
 FileFindings checkDictionary(const std::string &file) {
-    quietenLibrary();
+    const Library library;
     radLibInit(nullptr);
     FileFindings findings{file};
     findings.isAccepted = radDictLoad(file.c_str()) == 0;
     radDictUnload();
-    forEachLine(findings, kDictionaryBuffer, checkLine);
-    radLibExit();
+    Vendors vendors;
+    forEachLine(
+        findings, kDictionaryBuffer,
+        [&vendors](LineFinding &line, const std::string &text) { checkLine(line, text, vendors); });
     return findings;
 }
 

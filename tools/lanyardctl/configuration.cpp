@@ -3,23 +3,26 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include <lanyard/radius/dict.h>
 #include <lanyard/radius/frame.h>
 
 #include "failure.h"
 
 namespace lanyardctl {
 
+Library::Library() {
+    setenv("PAL_DEBUG_LEVELS", "0", 0);
+}
+
+Library::~Library() {
+    radLibExit();
+}
+
 Configuration::Configuration(const std::string &file) {
-    quietenLibrary();
     if (radLibInit(file.c_str()) != 0) {
-        radLibExit();
         throw Failure("the configuration file " + file + " is refused; 'lanyardctl check " + file +
                       "' says why");
     }
-}
-
-Configuration::~Configuration() {
-    radLibExit();
 }
 
 std::vector<RadServer> Configuration::servers(int kind) {
@@ -38,8 +41,13 @@ std::vector<RadServer> Configuration::servers(int kind) {
     return servers;
 }
 
-void quietenLibrary() {
-    setenv("PAL_DEBUG_LEVELS", "0", 0);
+Dictionary::Dictionary(const std::optional<std::string> &file) {
+    radLibInit(nullptr);
+    if (radDictLoad(file ? file->c_str() : nullptr) != 0) {
+        throw Failure(file ? "the dictionary " + *file +
+                                 " cannot be loaded; 'lanyardctl dict check " + *file + "' says why"
+                           : "the built-in dictionary cannot be loaded");
+    }
 }
 
 }  // namespace lanyardctl

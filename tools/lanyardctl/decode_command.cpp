@@ -11,9 +11,6 @@
 #include <string>
 #include <vector>
 
-#include <lanyard/radius/dict.h>
-#include <lanyard/radius/frame.h>
-
 #include "attributes.h"
 #include "captured.h"
 #include "command.h"
@@ -185,11 +182,7 @@ std::vector<Captured> packetsIn(const Options &options) {
 }
 
 ExitCode decode(const Options &options, const Report &report) {
-    quietenLibrary();
-    radLibInit(nullptr);
-    if (radDictLoad(options.dictionary ? options.dictionary->c_str() : nullptr) != 0) {
-        throw Failure("the dictionary " + *options.dictionary + " cannot be loaded");
-    }
+    const Dictionary dictionary(options.dictionary);
     const std::vector<Captured> packets = packetsIn(options);
     if (packets.empty()) {
         throw Failure("there is no packet in " + options.file);

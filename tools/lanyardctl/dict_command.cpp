@@ -2,15 +2,14 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include <lanyard/radius/attr.h>
 #include <lanyard/radius/dict.h>
-#include <lanyard/radius/frame.h>
 
 #include "check.h"
 #include "command.h"
@@ -20,24 +19,15 @@
 namespace lanyardctl {
 namespace {
 
-constexpr int kNumberMax = 255;   // of attributes
-constexpr int kValueMax = 65535;  // of values that are looked for
+constexpr int kNumberMax = 255;  // of attributes
+constexpr int kValueMax =
+    0xfffff;  // of values that are looked for: numbers of vendors need five digits
 constexpr std::array kTypes = {"string", "integer", "ipaddr", "date"};
 
 struct Options {
     std::optional<std::string> dictionary = {};
     std::string name = {};
 };
-
-void load(const Options &options) {
-    quietenLibrary();
-    radLibInit(nullptr);
-    if (radDictLoad(options.dictionary ? options.dictionary->c_str() : nullptr) != 0) {
-        throw Failure("the dictionary " + *options.dictionary +
-                      " cannot be loaded; 'lanyardctl dict check " + *options.dictionary +
-                      "' says why");
-    }
-}
 
 std::vector<const RadDictAttr *> allAttributes() {
     std::vector<const RadDictAttr *> attributes;
@@ -49,10 +39,11 @@ std::vector<const RadDictAttr *> allAttributes() {
     return attributes;
 }
 
-std::vector<const RadDictValue *> valuesOf(const RadDictAttr &attribute) {
+// The values of an attribute, or the attributes of a vendor.
+std::vector<const RadDictValue *> valuesOf(const char *name) {
     std::vector<const RadDictValue *> values;
     for (int number = 0; number <= kValueMax; ++number) {
-        if (const RadDictValue *value = radDictGetVal(number, attribute.name)) {
+        if (const RadDictValue *value = radDictGetVal(number, name)) {
             values.push_back(value);
         }
     }
@@ -66,7 +57,7 @@ Json asJson(const RadDictAttr &attribute) {
 }
 
 ExitCode list(const Options &options, const Report &report) {
-    load(options);
+    const Dictionary dictionary(options.dictionary);
     Json document = Json::array();
     std::vector<Line> lines = {{"NUMBER", "NAME", "TYPE"}};
     for (const RadDictAttr *attribute : allAttributes()) {
@@ -78,32 +69,53 @@ ExitCode list(const Options &options, const Report &report) {
     return kDone;
 }
 
-const RadDictAttr &find(const std::string &name) {
+const RadDictAttr *findAttribute(const std::string &name) {
     const std::vector<const RadDictAttr *> all = allAttributes();
     const auto found = std::find_if(all.begin(), all.end(), [&name](const RadDictAttr *attribute) {
         return name == attribute->name || name == std::to_string(attribute->attrNum);
     });
-    if (found == all.end()) {
-        throw Failure("the dictionary has no attribute '" + name + "'", kNotFound);
+    return found == all.end() ? nullptr : *found;
+}
+
+// A vendor is a value of Vendor-Specific.
+const RadDictValue *findVendor(const std::string &name) {
+    const RadDictAttr *ofVendors = radDictGetAttr(RAD_ATTR_VENDOR_SPECIFIC);
+    const auto all = ofVendors ? valuesOf(ofVendors->name) : std::vector<const RadDictValue *>();
+    const auto found = std::find_if(all.begin(), all.end(), [&name](const RadDictValue *vendor) {
+        return name == vendor->valueName;
+    });
+    return found == all.end() ? nullptr : *found;
+}
+
+// Numbers and names below a heading.
+void answer(const Report &report, const char *kind, Json document, const std::string &heading,
+            const char *listed, const std::vector<const RadDictValue *> &values) {
+    Json &list = document[listed] = Json::array();
+    std::vector<Line> lines = {{"VALUE", "NAME"}};
+    for (const RadDictValue *value : values) {
+        list.push_back({{"value", value->value}, {"name", value->valueName}});
+        lines.push_back({std::to_string(value->value), shown(value->valueName)});
     }
-    const RadDictAttr *attribute = *found;
-    return *attribute;
+    report.answer({{"ok", true}, {kind, document}},
+                  heading + (values.empty() ? std::string(", without named ") + listed
+                                            : "\n" + asTable(lines)));
 }
 
 ExitCode show(const Options &options, const Report &report) {
-    load(options);
-    const RadDictAttr &attribute = find(options.name);
-    Json document = asJson(attribute);
-    Json &values = document["values"] = Json::array();
-    std::vector<Line> lines = {{"VALUE", "NAME"}};
-    for (const RadDictValue *value : valuesOf(attribute)) {
-        values.push_back({{"value", value->value}, {"name", value->valueName}});
-        lines.push_back({std::to_string(value->value), shown(value->valueName)});
+    const Dictionary dictionary(options.dictionary);
+    if (const RadDictAttr *attribute = findAttribute(options.name)) {
+        answer(report, "attribute", asJson(*attribute),
+               shown(attribute->name) + ", attribute " + std::to_string(attribute->attrNum) + ", " +
+                   kTypes.at(static_cast<size_t>(attribute->type)),
+               "values", valuesOf(attribute->name));
+    } else if (const RadDictValue *vendor = findVendor(options.name)) {
+        answer(report, "vendor", {{"number", vendor->value}, {"name", vendor->valueName}},
+               shown(vendor->valueName) + ", vendor " + std::to_string(vendor->value), "attributes",
+               valuesOf(vendor->valueName));
+    } else {
+        throw Failure("the dictionary has no attribute or vendor '" + options.name + "'",
+                      kNotFound);
     }
-    report.answer({{"ok", true}, {"attribute", document}},
-                  shown(attribute.name) + ", attribute " + std::to_string(attribute.attrNum) +
-                      ", " + kTypes.at(static_cast<size_t>(attribute.type)) +
-                      (lines.size() > 1 ? "\n" + asTable(lines) : ", without named values"));
     return kDone;
 }
 
@@ -120,8 +132,8 @@ struct Command {
 };
 constexpr std::array<Command, 3> kCommands = {
     {{"list", "Lists the attributes", list, nullptr, nullptr},
-     {"show", "Shows an attribute and the names of its values", show, "ATTRIBUTE",
-      "its name or number"},
+     {"show", "Shows an attribute and the names of its values, or a vendor and its attributes",
+      show, "NAME", "of an attribute or a vendor, or an attribute's number"},
      {"check", "Tells what is wrong with a dictionary file", check, "FILE", "dictionary file"}}};
 
 }  // namespace

@@ -13,6 +13,7 @@ namespace lanyardctl {
 // One line of a file: what the library makes of it, and what a person should know. No secrets.
 struct LineFinding {
     int number = 0;        // 0 for the file itself
+    bool isRest = false;   // of the line above, which is too long
     bool isWrong = false;  // the library refuses it
     std::vector<std::string> meanings = {};
     std::vector<std::string> problems = {};

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include <palcore.h>
@@ -38,12 +39,14 @@ void forEachLine(FileFindings &findings, int bufferSize,
         throw Failure("cannot read " + findings.file + ": " + std::strerror(errno));
     }
     std::vector<char> buffer(static_cast<size_t>(bufferSize));
+    bool isRest = false;
     for (int number = 1; palFileGets(buffer.data(), bufferSize, file.get()); ++number) {
         const std::string piece = buffer.data();
+        const bool followsItself = std::exchange(isRest, !piece.ends_with('\n'));
         if (piece.empty() || piece[0] == '\n' || piece[0] == '#') {
             continue;
         }
-        LineFinding finding{number};
+        LineFinding finding{number, followsItself};
         noteEnd(finding, piece, buffer.size());
         look(finding, piece.substr(0, piece.size() - 1));
         if (!finding.meanings.empty() || !finding.problems.empty()) {
@@ -51,6 +54,9 @@ void forEachLine(FileFindings &findings, int bufferSize,
         }
     }
     explicit_bzero(buffer.data(), buffer.size());
+    if (ferror(file.get()) != 0) {
+        throw Failure("cannot read " + findings.file + ": " + std::strerror(errno));
+    }
 }
 
 }  // namespace lanyardctl

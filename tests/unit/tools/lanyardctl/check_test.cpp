@@ -1,6 +1,8 @@
 // What 'check' and 'dict check' say of files, and that the library says the same.
 #include "tools/lanyardctl/check.h"
 
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include <lanyard/radius/conf.h>
@@ -65,16 +67,18 @@ TEST_F(Check, WhatIsReadOtherwiseThanWritten_IsDoubtful) {
         EXPECT_FALSE(finding.isWrong) << text;
         EXPECT_THAT(finding.problems, Contains(HasSubstr(problem))) << text;
     };
-    expectDoubt("authserver a:99999:s", "a: the port 99999 is read as 34463");
-    expectDoubt("authserver a:18x2:s", "a: the port '18x2' is read as 18");
-    expectDoubt("authserver a:1812:3s:s", "a: the time-out '3s' is read as 3");
+    expectDoubt("authserver a:99999:s",
+                "a: the port is read as 34463, and what is written is another number");
+    expectDoubt("authserver a:18x2:s",
+                "a: the port is read as 18, and what is written is no number");
+    expectDoubt("authserver a:1812:3s:s", "a: the time-out is read as 3");
     expectDoubt("authserver ::1:s", "read as host '1'");
     expectDoubt("authserver [2001:1812:s", "there are no IPv6 addresses");
     expectDoubt("authserver a:1812:3:2:se:cret", "it can hold no colon");
     expectDoubt("authserver a:1812:-1:5:s", "-1 does not stand for the default");
     expectDoubt("authserver a:1812:0:5:s", "no answer is waited for");
     expectDoubt("authserver a:s\r", "ends with CR LF");
-    expectDoubt("timeout 5x", "'5x' is read as 5");
+    expectDoubt("timeout 5x", "the time-out is read as 5, and what is written is no number");
 }
 
 TEST_F(Check, RefusedLine_SaysWhy) {
@@ -85,7 +89,7 @@ TEST_F(Check, RefusedLine_SaysWhy) {
     };
     expectWrong("authserver a:s # the first", "a comment cannot follow at a line's end");
     expectWrong("authserver a:s,b:s,c:s,d:s,e:s,f:s,g:s,h:s,i:s", "names 9 servers");
-    expectWrong("authserver a", "'a' has no secret");
+    expectWrong("authserver a", "server 1 of the line has no secret");
     expectWrong("authserver a:my:secret", "in the place of the port is no number");
     expectWrong("authserver a:1812:my:secret", "in the place of the time-out is no number");
     expectWrong("authserver", "names no server");
@@ -117,12 +121,16 @@ TEST_F(Check, FileThatOthersMayRead_IsDoubtful) {
 }
 
 TEST_F(Check, NoSecretIsShown) {
-    const FileFindings findings =
-        check("authserver a:hush, b:1812:hush:hush, c:1812:3:2:hush:hush\nhush\n");
-    for (const LineFinding &finding : findings.lines) {
-        if (finding.number == 1) {
-            EXPECT_THAT(finding.meanings, Not(Contains(HasSubstr("hush"))));
-            EXPECT_THAT(finding.problems, Not(Contains(HasSubstr("hush"))));
+    const std::string tooLong = "authserver a:" + std::string(495, 's') + ":hush-hush hush\n";
+    for (const std::string &text :
+         {std::string("authserver a:hush, b:1812:hush:hush, c:1812:3:2:hush:hush\n"),
+          std::string("authserver a:9hush:hush, b:1812:7hush:hush, c:hush d\n"),
+          std::string("authserver a:hush hush\n"), std::string("authserver a:s,hush:\n"),
+          std::string("authserver hush\n"), tooLong}) {
+        const FileFindings findings = check(text);
+        for (const LineFinding &finding : findings.lines) {
+            EXPECT_THAT(finding.meanings, Not(Contains(HasSubstr("hush")))) << text;
+            EXPECT_THAT(finding.problems, Not(Contains(HasSubstr("hush")))) << text;
         }
     }
 }
@@ -170,11 +178,48 @@ TEST_F(Check, DictionaryFile_SaysWhatIsWrong) {
     ASSERT_EQ(5U, findings.lines.size());
     EXPECT_THAT(findings.lines[0].problems, ElementsAre("B hides A, which has the same number"));
     EXPECT_THAT(findings.lines[1].problems, ElementsAre("no packet can carry the number 300"));
-    EXPECT_THAT(findings.lines[2].problems, ElementsAre("no attribute above is called 'D'"));
+    EXPECT_THAT(findings.lines[2].problems,
+                ElementsAre("no attribute or vendor above is called 'D'"));
     EXPECT_THAT(findings.lines[3].problems, ElementsAre(HasSubstr("ignored")));
     EXPECT_THAT(findings.lines[4].problems, ElementsAre("'two' is no number"));
     EXPECT_TRUE(findings.lines[4].isWrong);
     EXPECT_EQ(6, findings.lines[4].number);
+}
+
+TEST_F(Check, DictionaryNumbersThatAreReadOtherwise_AreDoubtful) {
+    const FileFindings findings = checkDict(
+        "ATTRIBUTE A 99999999999x string\n"
+        "ATTRIBUTE B 4294967297 string\n"
+        "ATTRIBUTE C 5x string\n"
+        "ATTRIBUTE D 007 string\n"
+        "VALUE D a 1x\n"
+        "VALUE D b 99999999999\n"
+        "VALUE D c 2147483647\n"
+        "VALUE D d 00000000000000000000000000000000001\n");
+    ASSERT_EQ(6U, findings.lines.size());
+    for (size_t i = 0; i < 5; ++i) {
+        EXPECT_THAT(findings.lines[i].problems, ElementsAre(HasSubstr("is not read as it is")));
+        EXPECT_FALSE(findings.lines[i].isWrong);
+    }
+    EXPECT_THAT(findings.lines[5].problems, ElementsAre("the number has more than 32 digits"));
+    EXPECT_FALSE(findings.isAccepted);
+}
+
+TEST_F(Check, AttributesOfVendors_AreValuesOfTheirNames) {
+    EXPECT_THAT(checkDict("ATTRIBUTE Vendor-Specific 26 string\n"
+                          "VALUE Vendor-Specific Acme 99999\n"
+                          "VALUE Acme Acme-Door 1\n")
+                    .lines,
+                IsEmpty());
+    std::ifstream file(LANYARD_DICTIONARY);
+    const FileFindings shipped = checkDict({std::istreambuf_iterator<char>(file), {}});
+    EXPECT_TRUE(shipped.isAccepted);
+    EXPECT_THAT(shipped.lines, IsEmpty());
+}
+
+TEST_F(Check, Folder_CannotBeRead) {
+    EXPECT_THROW(checkConfiguration("/"), lanyardctl::Failure);
+    EXPECT_THROW(checkDictionary("/"), lanyardctl::Failure);
 }
 
 }  // namespace
