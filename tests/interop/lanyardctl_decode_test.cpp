@@ -102,6 +102,16 @@ TEST_F(Decode, CaptureWithTheSecret_EveryAuthenticatorIsVerified) {
             "  WISPr-Bandwidth-Max-Up  1000000 bit/s\n"));
 }
 
+TEST_F(Decode, CaptureOnStandardInput_IsRead) {
+    for (const char *command : {R"("$0" decode <"$1")", R"(cat "$1" | "$0" decode -)",
+                                R"(cat "$1" | "$0" decode /dev/stdin)"}) {
+        const ProgramResult result =
+            runProgram({"/bin/sh", "-c", command, LANYARDCTL, captureOfALogin()}, {});
+        EXPECT_EQ(0, result.status) << command << result.err;
+        EXPECT_THAT(result.out, HasSubstr("\n\nframe 3, 127.0.0.2:1812 > 127.0.0.1:5000: "));
+    }
+}
+
 TEST_F(Decode, WrongSecret_EndsWith4) {
     const json answer =
         document({"decode", captureOfALogin(), "--secret-file", file("secret", "another\n")}, 4);
@@ -158,7 +168,13 @@ TEST_F(Decode, WrongInput_SaysWhatIsWrong) {
     EXPECT_EQ("attribute 1 at byte 20 does not fit into the packet",
               answer.at("packets")[0].at("problem"));
     EXPECT_EQ(1, run({"decode", file("text", "nothing here\n")}).status);
-    EXPECT_EQ(1, run({"decode", "/none"}).status);
+    EXPECT_EQ("lanyardctl: cannot read /none: No such file or directory\n",
+              run({"decode", "/none"}).err);
+    EXPECT_EQ("lanyardctl: cannot read /: Is a directory\n", run({"decode", "/"}).err);
+    const ProgramResult nothing =
+        runProgram({"/bin/sh", "-c", R"("$0" decode </dev/null)", LANYARDCTL}, {});
+    EXPECT_EQ(1, nothing.status);
+    EXPECT_EQ("lanyardctl: there is no packet in standard input\n", nothing.err);
     const ProgramResult cut = run({"decode", file("cut.pcap", Capture().bytes().substr(0, 20))});
     EXPECT_EQ(1, cut.status);
     EXPECT_THAT(cut.err, HasSubstr("cannot read "));

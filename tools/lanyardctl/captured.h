@@ -2,8 +2,8 @@
 #ifndef LANYARDCTL_CAPTURED_H
 #define LANYARDCTL_CAPTURED_H
 
-#include <istream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "radius_packet.h"
@@ -21,14 +21,14 @@ struct Captured {
 // Packets in text: hexadecimal digits with or without blanks, dumps with an offset in front of each line and
 // characters behind it, and the library's own "RADIUS Tx Buffer" among other lines of its log. A line
 // without digits ends a packet.
-std::vector<Captured> packetsInText(std::istream &text);
+std::vector<Captured> packetsInText(const std::string &text);
 
-// UDP payloads to or from the ports of RADIUS, and that port, in a file of libpcap. Fragments are left
-// out. Throws a Failure when it cannot be read.
-std::vector<Captured> packetsInPcap(const std::string &file, int port);
+// UDP payloads to or from the ports of RADIUS, and that port, in what a file of libpcap holds. Fragments are left
+// out. Throws a Failure, which calls it by the name, when it is broken.
+std::vector<Captured> packetsInPcap(const std::string &content, const std::string &name, int port);
 
-// Whether a file begins as one of libpcap.
-bool isPcap(const std::string &file);
+// Whether content begins as that of a file of libpcap.
+bool isPcap(std::string_view content);
 
 }  // namespace lanyardctl
 

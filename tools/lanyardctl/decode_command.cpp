@@ -1,10 +1,10 @@
 // The command "decode": what is in a packet, and whether the secret explains its authenticators.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -34,6 +34,7 @@ constexpr const char *kDecodeFooter =
     "Passwords and keys are not shown.";
 
 constexpr int kPortMax = 65535;
+constexpr const char *kStandardInput = "standard input";
 
 struct Options {
     std::string file = "-";
@@ -167,26 +168,37 @@ std::string textOf(const Decoded &decoded) {
     return text + (table.empty() ? "" : "\n" + table);
 }
 
-std::vector<Captured> packetsIn(const Options &options) {
-    if (options.file == "-") {
-        return packetsInText(std::cin);
+// All that is in a file; of a pipe it can be read but once.
+std::string contentOf(const std::string &name) {
+    const std::unique_ptr<FILE, decltype(&fclose)> opened(
+        name == kStandardInput ? nullptr : std::fopen(name.c_str(), "re"), fclose);
+    FILE *file = name == kStandardInput ? stdin : opened.get();
+    std::string content;
+    std::array<char, 65536> buffer{};
+    for (size_t size = 1; file && size != 0;) {
+        size = std::fread(buffer.data(), 1, buffer.size(), file);
+        content.append(buffer.data(), size);
     }
-    if (isPcap(options.file)) {
-        return packetsInPcap(options.file, options.port);
+    if (!file || std::ferror(file) != 0) {
+        throw Failure("cannot read " + name + ": " + std::strerror(errno));
     }
-    std::ifstream stream(options.file);
-    if (!stream) {
-        throw Failure("cannot read " + options.file + ": " + std::strerror(errno));
+    return content;
+}
+
+std::vector<Captured> packetsIn(const std::string &name, int port) {
+    const std::string content = contentOf(name);
+    std::vector<Captured> packets =
+        isPcap(content) ? packetsInPcap(content, name, port) : packetsInText(content);
+    if (packets.empty()) {
+        throw Failure("there is no packet in " + name);
     }
-    return packetsInText(stream);
+    return packets;
 }
 
 ExitCode decode(const Options &options, const Report &report) {
     const Dictionary dictionary(options.dictionary);
-    const std::vector<Captured> packets = packetsIn(options);
-    if (packets.empty()) {
-        throw Failure("there is no packet in " + options.file);
-    }
+    const std::vector<Captured> packets =
+        packetsIn(options.file == "-" ? kStandardInput : options.file, options.port);
     const std::vector<Decoded> all = decodeAll(packets, options.secretFile);
     const bool allRight = std::all_of(all.begin(), all.end(), isRight);
     Json list = Json::array();

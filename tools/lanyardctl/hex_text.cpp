@@ -1,10 +1,10 @@
 // Packets in text.
 #include <algorithm>
-#include <cctype>
 #include <optional>
 #include <sstream>
 
 #include "captured.h"
+#include "words.h"
 
 namespace lanyardctl {
 
@@ -34,16 +34,12 @@ bool isOffset(std::string word, size_t bytesBefore) {
            (hasColon || std::stoul(word, nullptr, 16) == bytesBefore);
 }
 
-// The bytes of a line after those before it; none for another line. Behind the bytes of a dump stand
-// its characters, after two blanks or a bar.
+// The bytes of a line after those before it; none for another line. After the bytes of a dump, 16 at most, may stand
+// its characters. Those of a last line that look like digits are more bytes than the packet's length says, and do
+// no harm.
 std::optional<Bytes> bytesOf(std::string line, size_t bytesBefore) {
     line.resize(std::min(line.find('|'), line.size()));
-    std::istringstream stream(line);
-    std::string word;
-    std::vector<std::string> words;
-    while (stream >> word) {
-        words.push_back(word);
-    }
+    const std::vector<std::string> words = split(line, " \t\r\v\f");
     const bool hasOffset = words.size() > 1 && isOffset(words[0], bytesBefore);
     Bytes bytes;
     for (size_t i = hasOffset ? 1 : 0; i < words.size(); ++i) {
@@ -61,9 +57,10 @@ std::optional<Bytes> bytesOf(std::string line, size_t bytesBefore) {
 
 }  // namespace
 
-std::vector<Captured> packetsInText(std::istream &text) {
+std::vector<Captured> packetsInText(const std::string &text) {
     std::vector<Captured> packets;
     Captured open;
+    std::istringstream lines(text);
     int number = 0;
     const auto close = [&] {
         if (!open.bytes.empty()) {
@@ -71,7 +68,7 @@ std::vector<Captured> packetsInText(std::istream &text) {
         }
         open = {};
     };
-    for (std::string line; std::getline(text, line);) {
+    for (std::string line; std::getline(lines, line);) {
         ++number;
         const auto bytes = bytesOf(line, open.bytes.size());
         if (!bytes) {

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
-#include <fstream>
+#include <cstdio>
 #include <memory>
 #include <netinet/in.h>
 #include <optional>
@@ -93,23 +93,23 @@ bool hasPort(const Captured &captured, int port) {
 
 }  // namespace
 
-bool isPcap(const std::string &file) {
-    std::ifstream stream(file, std::ios::binary);
-    std::array<char, 4> start{};
-    stream.read(start.data(), start.size());
-    const std::string magic(start.data(), start.size());
+bool isPcap(std::string_view content) {
     constexpr std::array kMagics = {"\xa1\xb2\xc3\xd4", "\xd4\xc3\xb2\xa1", "\xa1\xb2\x3c\x4d",
                                     "\x4d\x3c\xb2\xa1", "\x0a\x0d\x0d\x0a"};
-    return std::find(kMagics.begin(), kMagics.end(), magic) != kMagics.end();
+    return std::any_of(kMagics.begin(), kMagics.end(),
+                       [content](const char *magic) { return content.starts_with(magic); });
 }
 
-std::vector<Captured> packetsInPcap(const std::string &file, int port) {
+std::vector<Captured> packetsInPcap(const std::string &content, const std::string &name, int port) {
     std::array<char, PCAP_ERRBUF_SIZE> problem{};
+    std::unique_ptr<FILE, decltype(&fclose)> file(
+        fmemopen(const_cast<char *>(content.data()), content.size(), "r"), fclose);
     const std::unique_ptr<pcap_t, decltype(&pcap_close)> capture(
-        pcap_open_offline(file.c_str(), problem.data()), pcap_close);
+        file ? pcap_fopen_offline(file.get(), problem.data()) : nullptr, pcap_close);
     if (!capture) {
-        throw Failure("cannot read " + file + ": " + problem.data());
+        throw Failure("cannot read " + name + ": " + problem.data());
     }
+    (void)file.release();  // the capture's
     const int linkType = pcap_datalink(capture.get());
     std::vector<Captured> packets;
     pcap_pkthdr *header = nullptr;
@@ -119,7 +119,7 @@ std::vector<Captured> packetsInPcap(const std::string &file, int port) {
         const View frame(data, header->caplen);
         const auto offset = networkOffset(linkType, frame);
         if (!offset) {
-            throw Failure(file + " has frames of link type " + std::to_string(linkType) +
+            throw Failure(name + " has frames of link type " + std::to_string(linkType) +
                           ", which this program does not know");
         }
         Captured found = *offset < frame.size() ? datagramIn(frame.subspan(*offset)) : Captured();
@@ -129,7 +129,7 @@ std::vector<Captured> packetsInPcap(const std::string &file, int port) {
         }
     }
     if (status == PCAP_ERROR) {
-        throw Failure("cannot read " + file + ": " + pcap_geterr(capture.get()));
+        throw Failure("cannot read " + name + ": " + pcap_geterr(capture.get()));
     }
     return packets;
 }
