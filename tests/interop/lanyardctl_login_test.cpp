@@ -131,6 +131,16 @@ TEST_F(Login, ClosedPortUnknownNameAndNoRoute_AreToldApart) {
                 StartsWith("unreachable: "));
 }
 
+TEST_F(Login, CauseIsThisMachinesOwn_ServerIsNotAsked) {
+    ScriptedServer other("secret");
+    other.otherwise(reject());
+    const json cause = failure("127.0.0.1:" + std::to_string(other.port()) +
+                               ":1:0:secret:" + std::string(254, 'n'));
+    EXPECT_THAT(cause.value("what", ""), HasSubstr("an attribute cannot be packed"));
+    EXPECT_EQ("a nas-identifier has at most 253 characters", cause.value("next", ""));
+    EXPECT_EQ(0U, other.requestCount());
+}
+
 TEST_F(Login, SecondServerAnswers_FirstOnesCauseIsShownToo) {
     const RefusedPort refused;
     writeConfiguration("authserver " + entry(refused.port()) + ", " + entry(server().authPort()) +
@@ -152,7 +162,7 @@ TEST_F(Login, WrongInput_IsRefused) {
     EXPECT_EQ("lanyardctl: USER is required\n", result.err);
     result = run(login(std::string(65, 'n'), "wonderland"));
     EXPECT_EQ(2, result.status);
-    EXPECT_THAT(result.err, HasSubstr("a name has 1 to 64 characters"));
+    EXPECT_THAT(result.err, HasSubstr("a name has at most 64 characters"));
     result = run({"login", "alice", "--password-file", "/none"});
     EXPECT_EQ(1, result.status);
     EXPECT_EQ("lanyardctl: cannot read /none: No such file or directory\n", result.err);

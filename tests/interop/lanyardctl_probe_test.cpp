@@ -69,6 +69,14 @@ TEST_F(Probe, SilentServers_AreAskedTwicePerQuestion) {
     EXPECT_EQ(2U, acct.requestCount());
 }
 
+TEST_F(Probe, LongNasIdentifier_IsCut) {
+    ScriptedServer auth("s", {accept(Attributes().addMessageAuthenticator())});
+    writeConfiguration("authserver 127.0.0.1:" + std::to_string(auth.port()) +
+                       ":1:0:s:" + std::string(300, 'n') + "\n");
+    EXPECT_EQ("answers", document({"probe"}, 0).at("servers")[0].at("state"));
+    EXPECT_EQ(std::string(253, 'n'), toText(attributeValue(auth.request(0).bytes, 32)));
+}
+
 TEST_F(Probe, EveryCause_HasItsState) {
     const RefusedPort refused;
     ScriptedServer other("another");

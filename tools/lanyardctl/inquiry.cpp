@@ -26,6 +26,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr const char *kUser = "lanyardctl";
+constexpr size_t kValueMax = 253;
 constexpr const char *kPassword = "no-such-password";
 
 double since(Clock::time_point start) {
@@ -151,7 +152,8 @@ Finding inquire(const RadServer &server, int kind, milliseconds wait) {
     finding.address = text.data();
 
     const std::string secret = server.secret ? server.secret : "";
-    const std::string nas = server.extra ? server.extra : kUser;
+    // No attribute has room for a longer one.
+    const std::string nas = std::string(server.extra ? server.extra : kUser).substr(0, kValueMax);
     const auto ask = [&](const char *question, const PacketMaker &request) {
         if (finding.state == State::kSilent) {
             Asking(*address, request.bytes(), secret, finding).ask(wait);

@@ -107,7 +107,7 @@ LoginOutcome logIn(Method method, const std::string &user, const std::string &pa
     Waiting waiting;
     if (!start(method, loop.get(), user, password, &waiting)) {
         throw Failure(
-            "the library refuses this user name or password: a name has 1 to 64 characters, "
+            "the library refuses this user name or password: a name has at most 64 characters, "
             "a password at most 48, and with MS-CHAP it is UTF-8",
             kRefused);
     }

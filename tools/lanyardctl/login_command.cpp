@@ -1,6 +1,7 @@
 // The command "login": does a login work, and why not?
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -74,7 +75,29 @@ std::string textOf(const RadLastError &error) {
     return text.data();
 }
 
-// What the second question finds out about a server, or else what the record itself says to look at.
+// Reasons of this machine's own, which no question to the server tells more about, and what to look at.
+struct OwnReason {
+    int reason;
+    const char *next;
+};
+constexpr auto kOwnReasons = std::to_array<OwnReason>({
+    {RAD_REASON_NO_OWN_ADDRESS,
+     "give this machine's own name an address in /etc/hosts, or the server's entry a "
+     "nas-identifier"},
+    {RAD_REASON_PACK, "a nas-identifier has at most 253 characters"},
+    {RAD_REASON_NO_MEMORY, ""},
+    {RAD_REASON_NO_RANDOM, ""},
+    {RAD_REASON_TOO_LARGE, ""},
+});
+
+const OwnReason *ownReasonOf(const RadLastError &error) {
+    const auto *const found =
+        std::find_if(kOwnReasons.begin(), kOwnReasons.end(),
+                     [&error](const OwnReason &row) { return row.reason == error.reason; });
+    return found == kOwnReasons.end() ? nullptr : found;
+}
+
+// What the second question finds out about a server.
 Finding findingAt(const RadLastError &error, const RadServer &server) {
     constexpr std::chrono::seconds kWait{2};
     return inquire(server, RAD_SERVER_AUTH,
@@ -87,10 +110,6 @@ std::string reasonAt(const RadLastError &error, const Finding &finding) {
 }
 
 std::string nextAt(const RadLastError &error, const Finding &finding, const RadServer &server) {
-    if (error.reason == RAD_REASON_NO_OWN_ADDRESS) {
-        return "give this machine's own name an address in /etc/hosts, or the server's entry a "
-               "nas-identifier";
-    }
     if (finding.state != State::kAnswers) {
         return nextStepFor(finding, server);
     }
@@ -120,7 +139,9 @@ std::vector<Trouble> troublesOf(const LoginOutcome &outcome) {
             continue;
         }
         Trouble &trouble = troubles.emplace_back(Trouble{textOf(error), "", ""});
-        if (server != servers.end()) {
+        if (const OwnReason *own = ownReasonOf(error)) {
+            trouble.next = own->next;
+        } else if (server != servers.end()) {
             const Finding finding = findingAt(error, *server);
             trouble.reason = reasonAt(error, finding);
             trouble.next = nextAt(error, finding, *server);

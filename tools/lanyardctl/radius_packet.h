@@ -53,7 +53,8 @@ enum class Proof { kNone, kRight, kWrong };
 // The response authenticator of a reply (RFC 2865 section 3).
 Proof responseProof(const PacketView &reply, View requestAuthenticator, std::string_view secret);
 
-// The authenticator of an Accounting-Request (RFC 2866 section 3); kNone for other packets.
+// The authenticator of an Accounting-Request (RFC 2866 section 3) and of what a server asks for (RFC 5176 section 2.3);
+// kNone where it is random, and for replies.
 Proof accountingProof(const PacketView &request, std::string_view secret);
 
 // Message-Authenticator (RFC 3579 section 3.2). `requestAuthenticator` matters for replies alone.
@@ -63,6 +64,7 @@ Proof messageProof(const PacketView &packet, View requestAuthenticator, std::str
 class PacketMaker {
   public:
     explicit PacketMaker(uint8_t code);
+    // A value of at most 253 bytes.
     PacketMaker &add(int number, View value);
     PacketMaker &add(int number, std::string_view text);
     // User-Password, of at most 16 characters.
