@@ -1,5 +1,5 @@
 # Completion for bash of all programs: the options and commands that --help names, of the program or of the
-# command that the line has so far.
+# command that the line has so far, and files where it takes one.
 
 # _lanyard_commands COMMAND...: the commands that its help lists.
 _lanyard_commands() {
@@ -24,8 +24,13 @@ _lanyard_radius() {
     done
     COMPREPLY=()
     case "$previous" in
-        -d | -f | --database | --dictionary | --secret-file | --on-authorized | --on-unauthorized)
+        -d | -f | --database | --dictionary | --file | --password-file | --secret-file | \
+            --on-authorized | --on-unauthorized)
             mapfile -t COMPREPLY < <(compgen -f -- "$word")
+            return
+            ;;
+        -m | --method)
+            mapfile -t COMPREPLY < <(compgen -W "pap chap mschap mschapv2" -- "$word")
             return
             ;;
     esac
@@ -37,6 +42,10 @@ _lanyard_radius() {
         commands+=" $(cd /sys/class/net 2>/dev/null && echo *)"
     fi
     mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$word")
+    # Commands that take a file.
+    case "${command[-1]}" in
+        check | decode) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+    esac
 }
 
 complete -o filenames -F _lanyard_radius lanyardctl pnac-wired radeapd \

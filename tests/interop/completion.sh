@@ -32,6 +32,14 @@ offers "serve set" lanyardctl --json db -d /x.db s
 offers "--secret --secret-file" lanyardctl db add --sec
 offers "--dictionary --help --syslog" lanyardctl db serve --
 offers "status" lanyardctl relay ""
+offers "login" lanyardctl lo
+offers "check list show" lanyardctl dict ""
+offers "mschap mschapv2" lanyardctl login -m ms
+offers "$1" lanyardctl login --password-file "${1%.bash}"
+offers "$1" lanyardctl check "${1%.bash}"
+offers "$1" lanyardctl dict check "${1%.bash}"
+offers "--dictionary --help" lanyardctl dict show --
+offers "$1" lanyardctl decode "${1%.bash}"
 offers "--on-authorized --on-unauthorized" pnac-wired --on
 offers "--help --json" pnac-wired status --
 offers "lo" pnac-wired l

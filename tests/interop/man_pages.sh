@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 #
-# The man pages are well formed, and those of the programs have every option and command that --help names.
+# The man pages are well formed, and those of the programs have every option, command and exit status that --help
+# names.
 # Skipped (77) where mandoc is not installed.
 #
 #   man_pages.sh MAN_FOLDER PROGRAM...
@@ -63,6 +64,12 @@ for file in "$@"; do
     [[ $version =~ ^${file##*/}\ [0-9]+\.[0-9]+\.[0-9]+$ ]] || fail "${file##*/} --version says '$version'"
     page=$(page_of "${file##*/}") || { fail "${file##*/} has no page"; continue; }
     check "$file" "$page"
+    # Exit codes, where the help has a table of them.
+    codes=$(sed -n '/^EXIT STATUS/,/^[A-Z]/p' <<<"$page")
+    mapfile -t names < <("$file" --help | sed -n '/^Exit status:/,$s/^  \([0-9]\)  .*/\1/p')
+    for name in "${names[@]}"; do
+        grep -qE "^ +$name( |$)" <<<"$codes" || fail "the page of ${file##*/} lacks exit status $name"
+    done
 done
 [[ $failures -eq 0 ]]
 echo "man_pages: ${#pages[@]} pages, $checked programs and commands"

@@ -11,8 +11,8 @@ enum ExitCode {
     kDone = 0,
     kFailed = 1,    // the database, the bus or the machine did not allow it
     kRefused = 2,   // the command line is wrong, or names values that cannot be stored
-    kNotFound = 3,  // there is no such server or attribute
-    kNo = 4,        // the answer is no: login rejected, file or packet wrong
+    kNotFound = 3,  // there is no such server, attribute or vendor
+    kNo = 4,        // the answer is no: login rejected, file or packet wrong or doubtful
     kNoAnswer = 5   // no valid answer came from a server
 };
 

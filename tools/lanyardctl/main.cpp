@@ -20,8 +20,8 @@ constexpr const char *kFooter =
     "  0  done; the answer is yes\n"
     "  1  failed: a file, the database, the bus or the machine did not allow it\n"
     "  2  refused: the command line, or values that cannot be stored\n"
-    "  3  there is no such server or attribute\n"
-    "  4  the answer is no: the login is rejected, the file or packet is wrong\n"
+    "  3  there is no such server, attribute or vendor\n"
+    "  4  the answer is no: the login is rejected, the file or packet is wrong or doubtful\n"
     "  5  no valid answer from a server";
 
 constexpr std::array kFamilies = {addLoginCommand, addProbeCommand,  addCheckCommand,
