@@ -30,6 +30,9 @@ namespace lanyard::test {
 constexpr uint32_t kPnac = 6;
 constexpr uint32_t kRelay = 8;
 
+// The bytes that each buffer of a message may have.
+constexpr uint32_t kMost = 64 * 1024;
+
 constexpr std::chrono::microseconds kPatience = std::chrono::seconds(20);
 
 // One message as a handler got it; a null pointer has no bytes.
