@@ -100,6 +100,11 @@ int Module::handle(void * /*busArg1*/, void *self, uint32_t cmd, void *buf, uint
     return 0;
 }
 
+int ignore(void * /*busArg1*/, void * /*busArg2*/, uint32_t /*cmd*/, void * /*buf*/,
+           uint32_t /*len*/, void * /*out*/, uint32_t * /*outLen*/) {
+    return 0;
+}
+
 Child::Child(const std::function<int()> &part) {
     // What is not written yet is not for the child to write once more.
     (void)std::fflush(nullptr);
@@ -164,6 +169,37 @@ bool RawPeer::send(const Bytes &packet) {
 bool RawPeer::isClosed() const {
     pollfd entry{socket_.get(), POLLRDHUP, 0};
     return poll(&entry, 1, kGateMilliseconds) == 1;
+}
+
+FalseModule::FalseModule(const std::string &path)
+    : listener_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "module") {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    isThere_ =
+        bind(listener_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
+        listen(listener_.get(), 10) == 0;
+}
+
+void FalseModule::answerOnce(const std::function<Bytes(port::bus::Head)> &answer) const {
+    (void)answerFirst(answer);
+}
+
+bool FalseModule::answersInVain(const std::function<Bytes(port::bus::Head)> &answer) const {
+    constexpr int kPatienceMilliseconds = 20000;
+    const FileDescriptor sender = answerFirst(answer);
+    pollfd entry{sender.get(), POLLRDHUP, 0};
+    return poll(&entry, 1, kPatienceMilliseconds) == 1;
+}
+
+FileDescriptor FalseModule::answerFirst(const std::function<Bytes(port::bus::Head)> &answer) const {
+    FileDescriptor sender(accept(listener_.get(), nullptr, nullptr), "sender");
+    port::bus::Head head;
+    EXPECT_GE(recv(sender.get(), &head, sizeof head, 0), static_cast<ssize_t>(sizeof head));
+    const Bytes packet = answer(head);
+    EXPECT_EQ(static_cast<ssize_t>(packet.size()),
+              send(sender.get(), packet.data(), packet.size(), 0));
+    return sender;
 }
 
 Bytes packetOf(const port::bus::Head &head, const Bytes &buf, const Bytes &out) {

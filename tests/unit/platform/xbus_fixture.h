@@ -90,6 +90,10 @@ class Module {
     XbusCtx *context_ = nullptr;
 };
 
+// A handler that does nothing.
+int ignore(void *busArg1, void *busArg2, uint32_t cmd, void *buf, uint32_t len, void *out,
+           uint32_t *outLen);
+
 // While it lives, no descriptor is left for the process.
 class NoDescriptors {
   public:
@@ -155,6 +159,26 @@ class RawPeer {
   private:
     lanyard::FileDescriptor socket_;
     int error_ = 0;
+};
+
+// A module without the functions of the bus: answers the first call with what it is told to.
+class FalseModule {
+  public:
+    explicit FalseModule(const std::string &path);
+
+    bool isThere() const { return isThere_; }
+
+    void answerOnce(const std::function<Bytes(port::bus::Head)> &answer) const;
+
+    // Returns whether the sender closes its connection after an answer.
+    bool answersInVain(const std::function<Bytes(port::bus::Head)> &answer) const;
+
+  private:
+    // Returns the connection.
+    FileDescriptor answerFirst(const std::function<Bytes(port::bus::Head)> &answer) const;
+
+    lanyard::FileDescriptor listener_;
+    bool isThere_ = false;
 };
 
 // A message as it travels.

@@ -18,11 +18,6 @@ using testing::ElementsAre;
 
 using Xbus = XbusTest;
 
-int ignore(void * /*busArg1*/, void * /*busArg2*/, uint32_t /*cmd*/, void * /*buf*/,
-           uint32_t /*len*/, void * /*out*/, uint32_t * /*outLen*/) {
-    return 0;
-}
-
 TEST_F(Xbus, FolderAndFiles_AreTheirOwnersAlone) {
     const Module module(kRelay);
     EXPECT_EQ(0700U, root_.mode("/run/xbus"));
