@@ -127,9 +127,7 @@ void *awaitEnd(void * /*unused*/) {
 
 // Without memory for a second thread the relay's own handler of SIGTERM has to do, and SIGHUP stays
 // ignored.
-void startAwaitingEnd() {
-    const sigset_t awaited = awaitedSignals();
-    pthread_sigmask(SIG_BLOCK, &awaited, nullptr);
+void startAwaitingEnd(const sigset_t &awaited) {
     pthread_t thread{};
     if (pthread_create(&thread, nullptr, awaitEnd, nullptr) != 0) {
         pthread_sigmask(SIG_UNBLOCK, &awaited, nullptr);
@@ -139,12 +137,15 @@ void startAwaitingEnd() {
 }
 
 // The relay is on the bus, and alone: fork() leaves one thread.
+// A signal that comes before the thread that takes it is there waits for it.
 void detach(void * /*unused*/) {
+    const sigset_t awaited = awaitedSignals();
+    pthread_sigmask(SIG_BLOCK, &awaited, nullptr);
     if (!staysInForeground && daemon(0, 0) != 0) {
         staysInForeground = true;  // where it cannot
     }
     palTaskDelay(0);  // a process that does not fork gets the relay's name with a task function
-    startAwaitingEnd();
+    startAwaitingEnd(awaited);
     lanyard::notifyManager("READY=1\nSTATUS=serves the authenticators on the bus");
 }
 
