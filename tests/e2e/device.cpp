@@ -28,13 +28,18 @@ std::string hostName() {
     return name.data();
 }
 
-// The process of that name. This process's namespace has no others of it.
-std::optional<pid_t> findTask(const std::string &name) {
+// The process of that name. This process's namespace has no others of it, but the leak checker of a
+// relay that ends forks a helper, which has its name too and may outlive it; a daemon leads its
+// session.
+std::optional<pid_t> findTask(const std::string &name, bool isDaemon) {
     for (const auto &entry : fs::directory_iterator("/proc")) {
         std::ifstream file(entry.path() / "comm");
         std::string comm;
         if (std::getline(file, comm) && comm == name) {
-            return std::stoi(entry.path().filename());
+            const pid_t pid = std::stoi(entry.path().filename());
+            if (!isDaemon || getsid(pid) == pid) {
+                return pid;
+            }
         }
     }
     return std::nullopt;
@@ -129,7 +134,7 @@ void Device::startRelay(const std::string &program) {
     const ProgramResult result = runProgram(command, settings("relay"));
     std::optional<pid_t> task;
     if (result.status != 0 || !waitUntil([&] {
-            task = findTask(kRelayTask);
+            task = findTask(kRelayTask, true);
             return task.has_value();
         })) {
         throw std::runtime_error(program + " does not start: " + result.err + logs());
@@ -192,7 +197,7 @@ nlohmann::json Device::status() const {
 }
 
 std::string Device::authenticatorsSwitches() const {
-    const std::optional<pid_t> process = findTask(kAuthenticatorTask);
+    const std::optional<pid_t> process = findTask(kAuthenticatorTask, false);
     if (!process) {
         throw std::runtime_error("pnac-wired does not run: " + authenticator_->output());
     }
