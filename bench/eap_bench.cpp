@@ -12,7 +12,6 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <functional>
 #include <map>
 #include <memory>
@@ -21,6 +20,7 @@
 #include <string_view>
 #include <vector>
 
+#include "bench/guarded_main.h"
 #include "bench/relay_bench.h"
 #include "bench/wire_capture.h"
 #include "tests/e2e/device.h"
@@ -177,10 +177,5 @@ int run(int argc, char *argv[]) {
 }  // namespace lanyard::bench
 
 int main(int argc, char *argv[]) {
-    try {
-        return lanyard::bench::run(argc, argv);
-    } catch (const std::exception &reason) {
-        (void)std::fprintf(stderr, "eap_bench: %s\n", reason.what());
-        return EXIT_FAILURE;
-    }
+    return lanyard::bench::guardedMain(lanyard::bench::run, argc, argv);
 }

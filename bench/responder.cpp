@@ -7,7 +7,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <netinet/in.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -17,6 +16,7 @@
 
 #include <lanyard/radius/engine.h>
 
+#include "bench/guarded_main.h"
 #include "bench/shared_secret.h"
 #include "tools/file_descriptor.h"
 
@@ -124,10 +124,5 @@ int run(int argc, char *argv[]) {
 }  // namespace lanyard::bench
 
 int main(int argc, char *argv[]) {
-    try {
-        return lanyard::bench::run(argc, argv);
-    } catch (const std::exception &reason) {
-        (void)std::fprintf(stderr, "responder: %s\n", reason.what());
-        return EXIT_FAILURE;
-    }
+    return lanyard::bench::guardedMain(lanyard::bench::run, argc, argv);
 }

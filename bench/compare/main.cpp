@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "bench/compare/rows.h"
+#include "bench/guarded_main.h"
 #include "tests/e2e/namespaces.h"
 
 namespace lanyard::bench {
@@ -190,10 +191,5 @@ int run(int argc, char *argv[]) {
 }  // namespace lanyard::bench
 
 int main(int argc, char *argv[]) {
-    try {
-        return lanyard::bench::run(argc, argv);
-    } catch (const std::exception &reason) {
-        (void)std::fprintf(stderr, "eap_compare: %s\n", reason.what());
-        return EXIT_FAILURE;
-    }
+    return lanyard::bench::guardedMain(lanyard::bench::run, argc, argv);
 }

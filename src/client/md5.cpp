@@ -11,14 +11,6 @@
 #include "base/partition.h"
 #include "client/hmac_key.h"
 
-namespace lanyard {
-namespace {
-
-using Digest = std::array<uint8_t, RAD_DIGEST_SIZE>;
-
-}  // namespace
-}  // namespace lanyard
-
 using namespace lanyard;
 
 int rc_md5_calc(uint8_t *out, const uint8_t *data, uint32_t length) {
@@ -61,7 +53,7 @@ int radMd5Crypt(const char *secret, const uint8_t *authenticator, const uint8_t 
         std::memcpy(scratch.get() + chainedSize, salt, saltSize);
     }
     size_t digestedSize = chainedSize + saltSize;
-    Digest digest{};
+    std::array<uint8_t, RAD_DIGEST_SIZE> digest{};
     // Bytes behind the last whole block are left alone: callers pad.
     for (int done = 0; length - done >= static_cast<int>(kHidingBlockSize);
          done += static_cast<int>(kHidingBlockSize)) {

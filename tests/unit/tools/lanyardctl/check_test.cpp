@@ -40,11 +40,27 @@ class Check : public testing::Test {
         return findings.lines.empty() ? LineFinding() : findings.lines[0];
     }
 
+    // What is said of a file with that line alone.
+    void expectDoubt(const std::string &text, const std::string &problem) {
+        expectProblem(text, problem, false);
+    }
+    void expectWrong(const std::string &text, const std::string &problem) {
+        expectProblem(text, problem, true);
+    }
+
     FileFindings checkDict(const std::string &text) {
         root_.write("/checked", text);
         return checkDictionary("/checked");
     }
 
+  private:
+    void expectProblem(const std::string &text, const std::string &problem, bool isWrong) {
+        const LineFinding finding = line(text);
+        EXPECT_EQ(isWrong, finding.isWrong) << text;
+        EXPECT_THAT(finding.problems, Contains(HasSubstr(problem))) << text;
+    }
+
+  protected:
     TemporaryRoot root_;
 };
 
@@ -62,11 +78,6 @@ TEST_F(Check, RightFile_HasMeaningsAndNoProblem) {
 }
 
 TEST_F(Check, WhatIsReadOtherwiseThanWritten_IsDoubtful) {
-    const auto expectDoubt = [this](const std::string &text, const std::string &problem) {
-        const LineFinding finding = line(text);
-        EXPECT_FALSE(finding.isWrong) << text;
-        EXPECT_THAT(finding.problems, Contains(HasSubstr(problem))) << text;
-    };
     expectDoubt("authserver a:99999:s",
                 "a: the port is read as 34463, and what is written is another number");
     expectDoubt("authserver a:18x2:s",
@@ -77,16 +88,10 @@ TEST_F(Check, WhatIsReadOtherwiseThanWritten_IsDoubtful) {
     expectDoubt("authserver a:1812:3:2:se:cret", "it can hold no colon");
     expectDoubt("authserver a:1812:-1:5:s", "-1 does not stand for the default");
     expectDoubt("authserver a:1812:0:5:s", "no answer is waited for");
-    expectDoubt("authserver a:s\r", "ends with CR LF");
     expectDoubt("timeout 5x", "the time-out is read as 5, and what is written is no number");
 }
 
 TEST_F(Check, RefusedLine_SaysWhy) {
-    const auto expectWrong = [this](const std::string &text, const std::string &problem) {
-        const LineFinding finding = line(text);
-        EXPECT_TRUE(finding.isWrong) << text;
-        EXPECT_THAT(finding.problems, Contains(HasSubstr(problem))) << text;
-    };
     expectWrong("authserver a:s # the first", "a comment cannot follow at a line's end");
     expectWrong("authserver a:s,b:s,c:s,d:s,e:s,f:s,g:s,h:s,i:s", "names 9 servers");
     expectWrong("authserver a", "server 1 of the line has no secret");
