@@ -1,7 +1,7 @@
 /*
- * The smallest login: starts the library from a configuration file and checks one user.
+ * The smallest login.
  *
- *     cc login.c -llanyard-radius -llanyard-platform -o login
+ *     cc login.c $(pkg-config --cflags --libs lanyard-radius) -o login
  *     ./login /var/radius.conf alice wonderland
  */
 #include <stdio.h>
@@ -16,14 +16,11 @@ int main(int argc, char *argv[]) {
     if (radLibInit(argv[1]) != 0) {
         return 2; /* the library has logged the file, the line and the reason */
     }
-    uint32_t idleMinutes = 0;
-    uint32_t sessionMinutes = 0;
-    const int result = radAuthAndGetAttributes(argv[2], argv[3], &idleMinutes, &sessionMinutes);
-    if (result == 0) {
-        printf("%s may come in, for %u minutes (0: as long as they like)\n", argv[2],
-               sessionMinutes);
-    } else {
-        printf("%s may not come in\n", argv[2]);
+    const int result = radAuth(argv[2], argv[3]); /* prints what the server sent */
+    if (result != 0) {
+        char reason[RAD_LAST_ERROR_TEXT_SIZE] = "";
+        radLastErrorText(radLastError(), reason, sizeof(reason));
+        fprintf(stderr, "%s\n", reason);
     }
     radLibExit();
     return result == 0 ? 0 : 1;

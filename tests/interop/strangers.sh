@@ -1,18 +1,19 @@
 #!/usr/bin/env bash
 #
 # Installs the library without its programs, shared and static, and compiles and runs a stranger's program in C
-# and in C++ against it, by pkg-config and by find_package.
+# and in C++ against it, by pkg-config and by find_package, and all examples.
 #
-#   strangers.sh CMAKE SOURCE_FOLDER FOLDER [CMAKE_OPTION...]
+#   strangers.sh CMAKE TEST_SERVER SOURCE_FOLDER FOLDER [CMAKE_OPTION...]
 set -euo pipefail
 export LC_ALL=C
 unset LD_LIBRARY_PATH
 
-[[ $# -ge 3 ]] || { echo "strangers: too few arguments" >&2; exit 2; }
+[[ $# -ge 4 ]] || { echo "strangers: too few arguments" >&2; exit 2; }
 cmake=$1
-lanyard=$2
-folder=$3
-shift 3
+test_server=$2
+lanyard=$3
+folder=$4
+shift 4
 
 fail() {
     echo "strangers: $*" >&2
@@ -77,6 +78,8 @@ try() {
     "$cmake" --build "$folder/$name/found" >"$folder/log" 2>&1 || { cat "$folder/log"; fail "does not find"; }
     runs "$folder/$name/found/in-c"
     runs "$folder/$name/found/in-cpp"
+
+    "$lanyard/tests/interop/examples.sh" "$test_server" "$prefix" "$folder/$name/examples" "$@"
 }
 
 options=("$@")

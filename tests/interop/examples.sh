@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+#
+# Compiles the examples against an installed library, by pkg-config, and runs them against the real server.
+#
+#   examples.sh TEST_SERVER INSTALLED_FOLDER FOLDER [PKG_CONFIG_OPTION...]
+set -euo pipefail
+export LC_ALL=C
+
+[[ $# -ge 3 ]] || { echo "examples: too few arguments" >&2; exit 2; }
+test_server=$1
+installed=$2
+folder=$3
+shift 3
+
+fail() {
+    echo "examples: $*" >&2
+    exit 1
+}
+
+rm -rf "$folder"
+mkdir -p "$folder"
+examples=$installed/share/doc/lanyard-radius/examples
+read -ra flags <<<"$(PKG_CONFIG_PATH=$installed/lib/pkgconfig pkg-config --cflags --libs "$@" lanyard-radius)"
+flags+=("-Wl,-rpath,$installed/lib" -pthread)
+for source in "$examples"/*.c; do
+    cc -std=c11 -Wall -Wextra -Werror "$source" -o "$folder/$(basename "$source" .c)" "${flags[@]}"
+done
+for source in "$examples"/*.cpp; do
+    c++ -std=c++17 -Wall -Wextra -Werror "$source" -o "$folder/$(basename "$source" .cpp)" "${flags[@]}"
+done
+
+coproc SERVER { exec "$test_server"; }
+# shellcheck disable=SC2153  # coproc sets it
+pids=("$SERVER_PID")
+trap 'kill "${pids[@]}" 2>/dev/null || true' EXIT
+declare -A at=()
+while [[ -z ${at[ready]:-} ]] && IFS='=' read -r -t 60 name value <&"${SERVER[0]}"; do
+    at[$name]=$value
+done
+[[ -n ${at[ready]:-} ]] || fail "the server did not start"
+cat >"$folder/radius.conf" <<CONF
+authserver 127.0.0.1:${at[auth_port]}:10:3:${at[secret]}:examples
+acctserver 127.0.0.1:${at[acct_port]}:10:3:${at[secret]}
+dictionary $installed/share/lanyard-radius/radius.dict
+CONF
+
+# shows TEXT: the output has this line, as a whole; * stands for anything.
+shows() {
+    local line
+    while IFS= read -r line; do
+        # shellcheck disable=SC2053  # the expectation is a pattern on purpose
+        [[ $line != $1 ]] || return 0
+    done <<<"$output"
+    fail "no line '$1' in: $output"
+}
+
+# runs STATUS EXAMPLE ARGUMENT...: with the configuration file as its first argument; its output is left in $output.
+runs() {
+    local expected=$1 status=0
+    local example=$folder/$2
+    shift 2
+    output=$("$example" "$folder/radius.conf" "$@" 2>&1) || status=$?
+    [[ $status -eq $expected ]] || fail "$example $* ended with $status: $output"
+}
+
+runs 0 login alice wonderland
+shows '"alice" RADIUS Authentication OK'
+shows 'Reply-Message: Welcome, alice'
+runs 1 login alice looking-glass
+shows "127.0.0.1:${at[auth_port]}: rejected by the server (Access-Reject)"
+
+echo "examples: all run"
