@@ -69,4 +69,12 @@ shows 'Reply-Message: Welcome, alice'
 runs 1 login alice looking-glass
 shows "127.0.0.1:${at[auth_port]}: rejected by the server (Access-Reject)"
 
+if [[ -e $installed/lib/liblanyard-radius.so.2 ]]; then
+    output=$(LD_LIBRARY_PATH=$installed/lib "$examples/login.py" "$folder/radius.conf" alice <<<wonderland)
+    shows 'come in for 121 minutes (0: as long as you like)'
+    ! output=$(LD_LIBRARY_PATH=$installed/lib "$examples/login.py" "$folder/radius.conf" alice 2>&1 <<<wrong) ||
+        fail "login.py lets in who has a wrong password"
+    shows "127.0.0.1:${at[auth_port]}: rejected by the server (Access-Reject)"
+fi
+
 echo "examples: all run"
