@@ -77,4 +77,10 @@ if [[ -e $installed/lib/liblanyard-radius.so.2 ]]; then
     shows "127.0.0.1:${at[auth_port]}: rejected by the server (Access-Reject)"
 fi
 
+printf 'alice wonderland\ncarol wrong\n' >"$folder/logins"
+runs 1 many_logins "$folder/logins"
+shows 'alice may come in, for 121 minutes (0: as long as they like)'
+shows "carol may not come in: 127.0.0.1:${at[auth_port]}: rejected by the server (Access-Reject)"
+shows '1 of 2 may come in'
+
 echo "examples: all run"
