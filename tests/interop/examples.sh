@@ -83,4 +83,52 @@ shows 'alice may come in, for 121 minutes (0: as long as they like)'
 shows "carol may not come in: 127.0.0.1:${at[auth_port]}: rejected by the server (Access-Reject)"
 shows '1 of 2 may come in'
 
+# The portal. A port that somebody else has ends it, and the next one is tried.
+portal_log=$folder/portal.log
+for port in {20080..20180}; do
+    "$folder/captive_portal" "$folder/radius.conf" "$port" >"$portal_log" 2>&1 &
+    portal=$!
+    until grep -q '^http' "$portal_log" || ! kill -0 "$portal" 2>/dev/null; do
+        sleep 0.05
+    done
+    ! kill -0 "$portal" 2>/dev/null || break
+done
+pids+=("$portal")
+kill -0 "$portal" || fail "the portal does not start: $(<"$portal_log")"
+
+# asks FORM: leaves the page in $output.
+asks() {
+    exec {browser}<>"/dev/tcp/127.0.0.1/$port"
+    printf 'POST / HTTP/1.1\r\ncontent-length: %s\r\n\r\n%s' "${#1}" "$1" >&"$browser"
+    output=$(cat <&"$browser")
+    exec {browser}>&-
+}
+
+# told TEXT: the portal says so, at last.
+told() {
+    for ((i = 0; i < 600; ++i)); do
+        ! grep -qx "$1" "$portal_log" || return 0
+        sleep 0.1
+    done
+    fail "the portal does not say '$1': $(<"$portal_log")"
+}
+
+asks ''
+shows '<p></p><form method=post>*'
+for form in 'user=erin' 'user=erin&password=' 'user=erin%00&password=x' "user=$(printf '%065d' 1)&password=x" \
+    'user=%'; do
+    asks "$form"
+    shows '<p>Name and password, please.</p><form*'
+done
+asks 'user=erin&password=a%26b+c%25'
+shows '<p>Wrong name or password.</p><form*'
+[[ $(grep -c '"erin"' "${at[folder]}/access-requests") -eq 1 ]] || fail "a form that is refused reaches the server"
+grep -q 'User-Password = "a&b c%"' "${at[folder]}/access-requests" || fail "a password is not as it was typed"
+asks 'password=through%2Dthe%2dglass&user=erin'
+shows '<p>You are online.</p>'
+told '127.0.0.1 comes in'
+told '127.0.0.1 goes out'
+asks ''
+shows '<p></p><form*'
+
 echo "examples: all run"

@@ -45,6 +45,9 @@ class RealServer {
     // given one.
     const std::string &secret() const { return secret_; }
 
+    // Where its files are: "access-requests" and "accounting", which the functions below read.
+    const std::filesystem::path &folder() const { return folder_.path(); }
+
     // The Access-Requests so far, passwords revealed, as text: a blank line after each.
     std::string accessRequests() const;
     // The accounting records so far, likewise.

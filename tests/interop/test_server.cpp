@@ -64,9 +64,9 @@ int main(int argc, char *argv[]) {
             throw std::system_error(errno, std::generic_category(), "signalfd");
         }
         const RealServer server(eap ? RealServer::Eap::kYes : RealServer::Eap::kNo);
-        std::printf("auth_port=%u\nsigned_port=%u\nacct_port=%u\nsecret=%s\n",
+        std::printf("auth_port=%u\nsigned_port=%u\nacct_port=%u\nsecret=%s\nfolder=%s\n",
                     unsigned{server.authPort()}, unsigned{server.signedPort()},
-                    unsigned{server.acctPort()}, server.secret().c_str());
+                    unsigned{server.acctPort()}, server.secret().c_str(), server.folder().c_str());
         if (eap) {
             printEap(server);
         }
