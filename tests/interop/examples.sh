@@ -131,4 +131,19 @@ told '127.0.0.1 goes out'
 asks ''
 shows '<p></p><form*'
 
+runs 0 accounting carol looking-glass <<<online
+shows 'Start: the server has it'
+shows 'Interim-Update: the server has it'
+shows 'Stop: the server has it'
+output=$(sed -n '/Stop/,$p' "${at[folder]}/accounting")
+for line in 'Acct-Status-Type = Stop' 'Framed-IP-Address = 192.0.2.23' 'Acct-Session-Time = *' \
+    'Acct-Input-Octets = 1000000000' 'Acct-Input-Gigawords = 0' 'Acct-Output-Octets = 705032704' \
+    'Acct-Output-Gigawords = 1' 'Acct-Terminate-Cause = User-Request'; do
+    shows $'\t'"$line"
+done
+[[ $(grep -c 'Class = 0x0102fe' "${at[folder]}/accounting") -eq 3 ]] || fail "a record has no Class"
+[[ $(grep 'Acct-Session-Id' "${at[folder]}/accounting" | sort -u | wc -l) -eq 1 ]] || fail "a record has another id"
+runs 1 accounting carol wrong
+shows 'carol may not come in'
+
 echo "examples: all run"
