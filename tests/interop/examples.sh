@@ -146,4 +146,11 @@ done
 runs 1 accounting carol wrong
 shows 'carol may not come in'
 
+runs 0 hooks carol looking-glass guests
+shows 'carol may come in'
+grep -q 'Calling-Station-Id = "02-00-5E-10-00-01"' "${at[folder]}/access-requests" || fail "the pack hook did nothing"
+runs 1 hooks carol looking-glass staff
+shows "carol may not come in: 127.0.0.1:${at[auth_port]}: reply refused: attribute 11, by this program's hook"
+runs 0 hooks alice wonderland staff
+
 echo "examples: all run"
