@@ -153,4 +153,9 @@ runs 1 hooks carol looking-glass staff
 shows "carol may not come in: 127.0.0.1:${at[auth_port]}: reply refused: attribute 11, by this program's hook"
 runs 0 hooks alice wonderland staff
 
+runs 0 partition alice wonderland 64
+shows '"alice" RADIUS Authentication OK'
+runs 2 partition alice wonderland 16
+shows '*out of memory'
+
 echo "examples: all run"
