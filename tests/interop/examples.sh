@@ -158,4 +158,12 @@ shows '"alice" RADIUS Authentication OK'
 runs 2 partition alice wonderland 16
 shows '*out of memory'
 
+runs 0 vendor_attributes frank rabbit-hole
+shows 'Cisco-AVPair: ip:inacl#1=permit ip any any'
+shows 'MS-Primary-DNS-Server: 192.0.2.53'
+shows 'WISPr-Bandwidth-Max-Up: 1000000'
+shows 'WISPr-Bandwidth-Max-Down: 4000000000'
+shows 'frank may come in'
+grep -q "WISPr-Location-Name = \"Mad Hatter's Cafe\"" "${at[folder]}/access-requests" || fail "no WISPr-Location-Name"
+
 echo "examples: all run"
