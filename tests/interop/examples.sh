@@ -63,6 +63,16 @@ runs() {
     [[ $status -eq $expected ]] || fail "$example $* ended with $status: $output"
 }
 
+# awaits COMMAND...: until it succeeds, a minute at most.
+awaits() {
+    local tries
+    for ((tries = 0; tries < 600; ++tries)); do
+        ! "$@" || return 0
+        sleep 0.1
+    done
+    return 1
+}
+
 runs 0 login alice wonderland
 shows '"alice" RADIUS Authentication OK'
 shows 'Reply-Message: Welcome, alice'
@@ -106,17 +116,13 @@ asks() {
 
 # told TEXT: the portal says so, at last.
 told() {
-    for ((i = 0; i < 600; ++i)); do
-        ! grep -qx "$1" "$portal_log" || return 0
-        sleep 0.1
-    done
-    fail "the portal does not say '$1': $(<"$portal_log")"
+    awaits grep -qx "$1" "$portal_log" || fail "the portal does not say '$1': $(<"$portal_log")"
 }
 
 asks ''
 shows '<p></p><form method=post>*'
-for form in 'user=erin' 'user=erin&password=' 'user=erin%00&password=x' "user=$(printf '%065d' 1)&password=x" \
-    'user=%'; do
+for form in 'user=erin' 'user=erin&password=' 'user=erin%00&password=x' 'user=erin%0a&password=x' \
+    "user=$(printf '%065d' 1)&password=x" 'user=%'; do
     asks "$form"
     shows '<p>Name and password, please.</p><form*'
 done
@@ -131,12 +137,14 @@ told '127.0.0.1 goes out'
 asks ''
 shows '<p></p><form*'
 
-runs 0 accounting carol looking-glass <<<online
+# The user stays for more than a second.
+runs 0 accounting carol looking-glass \
+    < <(awaits grep -qs 'Acct-Status-Type = Start' "${at[folder]}/accounting" && sleep 1.1 && echo online)
 shows 'Start: the server has it'
 shows 'Interim-Update: the server has it'
 shows 'Stop: the server has it'
 output=$(sed -n '/Stop/,$p' "${at[folder]}/accounting")
-for line in 'Acct-Status-Type = Stop' 'Framed-IP-Address = 192.0.2.23' 'Acct-Session-Time = *' \
+for line in 'Acct-Status-Type = Stop' 'Framed-IP-Address = 192.0.2.23' 'Acct-Session-Time = [1-9]*' \
     'Acct-Input-Octets = 1000000000' 'Acct-Input-Gigawords = 0' 'Acct-Output-Octets = 705032704' \
     'Acct-Output-Gigawords = 1' 'Acct-Terminate-Cause = User-Request'; do
     shows $'\t'"$line"
