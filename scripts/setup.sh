@@ -29,7 +29,7 @@ packages=(
     wpasupplicant iproute2
     # to check
     binutils clang-format-14 clang-tidy-14 cppcheck shellcheck git
-    clang-14 libclang-rt-14-dev g++-arm-linux-gnueabihf mandoc qemu-user
+    clang-14 libclang-rt-14-dev g++-arm-linux-gnueabihf mandoc qemu-user doxygen
     # to measure
     python3 valgrind
     "${machines[@]}" "${servers[@]}"

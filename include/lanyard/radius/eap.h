@@ -1,5 +1,6 @@
 /**
- * @file The EAP relay with its inside: all of relay.h, and the queue of conversations and the bus
+ * @file
+ * The EAP relay with its inside: all of relay.h, and the queue of conversations and the bus
  * context, whose types are the OS layer's. This is the one header that needs `palcore.h` and
  * `xbus.h`, and the one that radius.h does not include.
  *

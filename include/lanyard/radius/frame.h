@@ -18,6 +18,7 @@
 
 #include <stdint.h>
 
+/** Marks what the shared library exports. */
 #if defined(__GNUC__)
 #define LANYARD_API __attribute__((visibility("default")))
 #else
@@ -125,8 +126,8 @@ typedef int (*RadUnpackHook)(struct RadPair *pair, struct RadPair *list, struct 
 
 /** The per-attribute hooks. NULL in a slot is as a hook that returns 1. */
 typedef struct RadFuncTbl {
-    RadPackHook radPackHook;
-    RadUnpackHook radUnpackHook;
+    RadPackHook radPackHook;     /**< asked for each attribute of a request */
+    RadUnpackHook radUnpackHook; /**< asked for each attribute of a reply */
 } RadFuncTbl;
 
 /** The installed hooks, the library's own copy; NULL while there are none. Read it only. */

@@ -45,15 +45,15 @@ typedef struct RadServerStatus {
     uint32_t medianMicroseconds; /**< round trip, of the last 64 answered requests; 0 for none */
     uint32_t slowMicroseconds;   /**< the 95th percentile of them */
     uint64_t requests;           /**< without retransmissions */
-    uint64_t retransmissions;
-    uint64_t timeouts;          /**< sends without an answer */
-    uint64_t accepts;           /**< Access-Accept */
-    uint64_t rejects;           /**< Access-Reject */
-    uint64_t challenges;        /**< Access-Challenge */
-    uint64_t responses;         /**< Accounting-Response */
-    uint64_t malformed;         /**< datagrams that are no packet, or whose attributes are none */
-    uint64_t badAuthenticators; /**< wrong response authenticator or Message-Authenticator */
-    uint64_t strays;            /**< packets that answer no request that waits */
+    uint64_t retransmissions;    /**< sends after the first */
+    uint64_t timeouts;           /**< sends without an answer */
+    uint64_t accepts;            /**< Access-Accept */
+    uint64_t rejects;            /**< Access-Reject */
+    uint64_t challenges;         /**< Access-Challenge */
+    uint64_t responses;          /**< Accounting-Response */
+    uint64_t malformed;          /**< datagrams that are no packet, or whose attributes are none */
+    uint64_t badAuthenticators;  /**< wrong response authenticator or Message-Authenticator */
+    uint64_t strays;             /**< packets that answer no request that waits */
 } RadServerStatus;
 
 /**
