@@ -10,6 +10,7 @@
 #include <lanyard/radius/methods.h>
 
 #include "failure.h"
+#include "trouble.h"
 
 namespace lanyardctl {
 
@@ -55,9 +56,7 @@ void noteEnd(void *context, RadRequest * /*request*/, const RadLogin *login) {
     waiting.outcome.code = login->code;
     waiting.outcome.milliseconds =
         std::chrono::duration<double, std::milli>(Clock::now() - waiting.start).count();
-    for (int i = 0; const RadLastError *error = radLastErrorAt(i); ++i) {
-        waiting.outcome.servers.push_back(*error);
-    }
+    waiting.outcome.servers = askedServers();
     if (login->code < 0 || lastReply.empty() || lastReply[0] != login->code) {
         return;
     }

@@ -1,7 +1,6 @@
 // The command "login": does a login work, and why not?
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -18,6 +17,8 @@
 #include "login.h"
 #include "secret.h"
 #include "style.h"
+#include "table.h"
+#include "trouble.h"
 
 namespace lanyardctl {
 namespace {
@@ -69,92 +70,8 @@ Word wordOf(int code) {
     }
 }
 
-std::string textOf(const RadLastError &error) {
-    std::array<char, RAD_LAST_ERROR_TEXT_SIZE> text{};
-    radLastErrorText(&error, text.data(), text.size());
-    return text.data();
-}
-
-// Reasons of this machine's own, which no question to the server tells more about, and what to look at.
-struct OwnReason {
-    int reason;
-    const char *next;
-};
-constexpr auto kOwnReasons = std::to_array<OwnReason>({
-    {RAD_REASON_NO_OWN_ADDRESS,
-     "give this machine's own name an address in /etc/hosts, or the server's entry a "
-     "nas-identifier"},
-    {RAD_REASON_PACK, "a nas-identifier has at most 253 characters"},
-    {RAD_REASON_NO_MEMORY, ""},
-    {RAD_REASON_NO_RANDOM, ""},
-    {RAD_REASON_TOO_LARGE, ""},
-});
-
-const OwnReason *ownReasonOf(const RadLastError &error) {
-    const auto *const found =
-        std::find_if(kOwnReasons.begin(), kOwnReasons.end(),
-                     [&error](const OwnReason &row) { return row.reason == error.reason; });
-    return found == kOwnReasons.end() ? nullptr : found;
-}
-
-// What the second question finds out about a server.
-Finding findingAt(const RadLastError &error, const RadServer &server) {
-    constexpr std::chrono::seconds kWait{2};
-    return inquire(server, RAD_SERVER_AUTH,
-                   std::min<std::chrono::milliseconds>(kWait, std::chrono::seconds(error.timeout)));
-}
-
-std::string reasonAt(const RadLastError &error, const Finding &finding) {
-    const bool isTold = finding.state != State::kAnswers && finding.state != State::kSilent;
-    return isTold ? wordsFor(finding) : error.reason == 0 ? codeName(error.code) : "";
-}
-
-std::string nextAt(const RadLastError &error, const Finding &finding, const RadServer &server) {
-    if (finding.state != State::kAnswers) {
-        return nextStepFor(finding, server);
-    }
-    return error.reason == RAD_REASON_NO_REPLY
-               ? "the server answers other questions and is silent about this login: its log says "
-                 "why "
-                 "(a proxy may wait for another server)"
-               : "the server answers other questions: its answer to this login is not valid";
-}
-
-// One server that gave no valid answer.
-struct Trouble {
-    std::string what;
-    std::string reason;
-    std::string next;
-};
-
-std::vector<Trouble> troublesOf(const LoginOutcome &outcome) {
-    std::vector<Trouble> troubles;
-    const std::vector<RadServer> servers = Configuration::servers(RAD_SERVER_AUTH);
-    for (const RadLastError &error : outcome.servers) {
-        const auto server =
-            std::find_if(servers.begin(), servers.end(), [&error](const RadServer &row) {
-                return std::string(row.host) == error.host && row.port == error.port;
-            });
-        if (error.reason == 0) {
-            continue;
-        }
-        Trouble &trouble = troubles.emplace_back(Trouble{textOf(error), "", ""});
-        if (const OwnReason *own = ownReasonOf(error)) {
-            trouble.next = own->next;
-        } else if (server != servers.end()) {
-            const Finding finding = findingAt(error, *server);
-            trouble.reason = reasonAt(error, finding);
-            trouble.next = nextAt(error, finding, *server);
-        }
-    }
-    return troubles;
-}
-
 std::string answeringServer(const LoginOutcome &outcome) {
-    return outcome.code < 0 || outcome.servers.empty()
-               ? ""
-               : std::string(outcome.servers.back().host) + ":" +
-                     std::to_string(outcome.servers.back().port);
+    return outcome.code < 0 || outcome.servers.empty() ? "" : nameOf(outcome.servers.back());
 }
 
 Json documentOf(const Options &options, const LoginOutcome &outcome,
@@ -175,13 +92,7 @@ Json documentOf(const Options &options, const LoginOutcome &outcome,
     if (*word.next) {
         document["next"] = word.next;
     }
-    if (!troubles.empty()) {
-        Json &list = document["failed_servers"] = Json::array();
-        for (const Trouble &trouble : troubles) {
-            list.push_back(
-                {{"what", trouble.what}, {"reason", trouble.reason}, {"next", trouble.next}});
-        }
-    }
+    addTo(document, troubles);
     return document;
 }
 
@@ -202,12 +113,7 @@ std::string textOf(const Options &options, const LoginOutcome &outcome,
     if (*word.next) {
         text += "\n" + wrapped("  Next: ", word.next);
     }
-    for (const Trouble &trouble : troubles) {
-        text += "\n  " + trouble.what;
-        text += trouble.reason.empty() ? "" : "\n    Reason: " + toned(Tone::kBad, trouble.reason);
-        text += trouble.next.empty() ? "" : "\n" + wrapped("    Next: ", trouble.next);
-    }
-    return text;
+    return text + textOf(troubles);
 }
 
 ExitCode login(const Options &options, const Report &report) {
@@ -216,7 +122,7 @@ ExitCode login(const Options &options, const Report &report) {
         askForPassword(options.passwordFile, "Password of " + shown(options.user) + ": ");
     const LoginOutcome outcome =
         logIn(methodOf(options.method).method, options.user, password.text());
-    const std::vector<Trouble> troubles = troublesOf(outcome);
+    const std::vector<Trouble> troubles = troublesOf(outcome.servers, RAD_SERVER_AUTH);
     report.answer(documentOf(options, outcome, troubles), textOf(options, outcome, troubles));
     return outcome.code == RAD_CODE_ACCESS_ACCEPT ? kDone : outcome.code < 0 ? kNoAnswer : kNo;
 }
