@@ -14,41 +14,18 @@
 #include "check.h"
 #include "command.h"
 #include "configuration.h"
+#include "dictionary.h"
 #include "table.h"
 
 namespace lanyardctl {
 namespace {
 
-constexpr int kNumberMax = 255;  // of attributes
-constexpr int kValueMax =
-    0xfffff;  // of values that are looked for: numbers of vendors need five digits
 constexpr std::array kTypes = {"string", "integer", "ipaddr", "date"};
 
 struct Options {
     std::optional<std::string> dictionary = {};
     std::string name = {};
 };
-
-std::vector<const RadDictAttr *> allAttributes() {
-    std::vector<const RadDictAttr *> attributes;
-    for (int number = 0; number <= kNumberMax; ++number) {
-        if (const RadDictAttr *attribute = radDictGetAttr(number)) {
-            attributes.push_back(attribute);
-        }
-    }
-    return attributes;
-}
-
-// The values of an attribute, or the attributes of a vendor.
-std::vector<const RadDictValue *> valuesOf(const char *name) {
-    std::vector<const RadDictValue *> values;
-    for (int number = 0; number <= kValueMax; ++number) {
-        if (const RadDictValue *value = radDictGetVal(number, name)) {
-            values.push_back(value);
-        }
-    }
-    return values;
-}
 
 Json asJson(const RadDictAttr &attribute) {
     return {{"number", attribute.attrNum},
@@ -67,14 +44,6 @@ ExitCode list(const Options &options, const Report &report) {
     }
     report.answer({{"ok", true}, {"attributes", document}}, asTable(lines));
     return kDone;
-}
-
-const RadDictAttr *findAttribute(const std::string &name) {
-    const std::vector<const RadDictAttr *> all = allAttributes();
-    const auto found = std::find_if(all.begin(), all.end(), [&name](const RadDictAttr *attribute) {
-        return name == attribute->name || name == std::to_string(attribute->attrNum);
-    });
-    return found == all.end() ? nullptr : *found;
 }
 
 // A vendor is a value of Vendor-Specific.
