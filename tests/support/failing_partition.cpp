@@ -28,6 +28,8 @@ void *revealed(uintptr_t key) {
     return reinterpret_cast<void *>(~key);  // NOLINT(performance-no-int-to-ptr): the way back
 }
 
+using Blocks = std::unordered_map<uintptr_t, Block>;
+
 class Pool {
   public:
     PalMemPartId create(const char *name, bool ownMemory, uint32_t size) {
@@ -68,6 +70,7 @@ class Pool {
         if (position == blocks_.end()) {
             return false;
         }
+        releasedWithText_ += holdsText(*position) ? 1 : 0;
         PartitionRecord *record = find(position->second.part);
         --record->liveBlocks;
         record->liveBytes -= position->second.size;
@@ -151,11 +154,35 @@ class Pool {
         return failed_;
     }
 
+    void watchFor(std::string_view text) {
+        const std::lock_guard lock(mutex_);
+        text_ = text;
+        releasedWithText_ = 0;
+    }
+
+    size_t liveWithText() {
+        const std::lock_guard lock(mutex_);
+        return static_cast<size_t>(
+            std::count_if(blocks_.begin(), blocks_.end(),
+                          [this](const auto &entry) { return holdsText(entry); }));
+    }
+
+    size_t releasedWithText() {
+        const std::lock_guard lock(mutex_);
+        return releasedWithText_;
+    }
+
   private:
     PartitionRecord *find(PalMemPartId part) {
         const auto position = records_.find(part);
         return position != records_.end() && !position->second.destroyed ? &position->second
                                                                          : nullptr;
+    }
+
+    bool holdsText(const Blocks::value_type &entry) const {
+        const auto &[key, block] = entry;
+        const std::string_view content(static_cast<const char *>(revealed(key)), block.size);
+        return !text_.empty() && content.find(text_) != std::string_view::npos;
     }
 
     bool takeOrderedFailure() {
@@ -176,13 +203,15 @@ class Pool {
     std::mutex mutex_;
     // The heap is a partition of its own, without a name and of unlimited size.
     std::map<PalMemPartId, PartitionRecord> records_ = {{0, {.name = {}, .size = UINT32_MAX}}};
-    std::unordered_map<uintptr_t, Block> blocks_;
+    Blocks blocks_;
     PalMemPartId lastId_ = 0;
     size_t allocations_ = 0;
     std::optional<unsigned> failingAt_;
     bool allAfterFail_ = false;
     bool creationFails_ = false;
     bool failed_ = false;
+    std::string text_;
+    size_t releasedWithText_ = 0;
 };
 
 // It outlives every static object that may still free a block.
@@ -250,6 +279,18 @@ unsigned forEachFailingAllocation(const std::function<void()> &run, unsigned bou
     }
     ADD_FAILURE() << "still failing after " << bound << " runs";
     return bound;
+}
+
+void watchFor(std::string_view text) {
+    pool().watchFor(text);
+}
+
+size_t liveBlocksWithText() {
+    return pool().liveWithText();
+}
+
+size_t releasedBlocksWithText() {
+    return pool().releasedWithText();
 }
 
 }  // namespace lanyard::test

@@ -18,6 +18,10 @@
 // filled with 0xa5. A partition still holds no more than its size, counted without any bookkeeping.
 // Freeing what is no live block fails the test.
 //
+//     watchFor("wonderland");                     // do passwords leave with their blocks?
+//     radPairListFree(list);
+//     EXPECT_EQ(0U, releasedBlocksWithText());
+//
 // All functions may be called from any thread.
 #ifndef LANYARD_TESTS_SUPPORT_FAILING_PARTITION_H
 #define LANYARD_TESTS_SUPPORT_FAILING_PARTITION_H
@@ -26,6 +30,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <palcore.h>
@@ -75,6 +80,12 @@ bool allocationFailed();
 // failure, and returns how many runs met one. Each run must leave as many live blocks as it found; a
 // run that does not, a fatal failure and `bound` end the loop with a failed test.
 unsigned forEachFailingAllocation(const std::function<void()> &run, unsigned bound = 1000);
+
+// From now on blocks are searched for this text: those that are live, and those that are freed, which are
+// counted from zero. An empty text ends it.
+void watchFor(std::string_view text);
+size_t liveBlocksWithText();
+size_t releasedBlocksWithText();
 
 }  // namespace lanyard::test
 

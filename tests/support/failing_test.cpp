@@ -77,6 +77,21 @@ TEST(FailingPartitionTest, HoldsNoMoreThanItsSize) {
     EXPECT_EQ(0U, palMemPartCreate("failing", nullptr, 100));
 }
 
+TEST(FailingPartitionTest, FindsATextInBlocks) {
+    watchFor("nemo");
+    char *with = palMemPartStrDup(0, "captain nemo");
+    char *without = palMemPartStrDup(0, "captain");
+    EXPECT_EQ(1U, liveBlocksWithText());
+    EXPECT_EQ(0, palMemPartFree(0, without));
+    EXPECT_EQ(0U, releasedBlocksWithText());
+    EXPECT_EQ(0, palMemPartFree(0, with));
+    EXPECT_EQ(0U, liveBlocksWithText());
+    EXPECT_EQ(1U, releasedBlocksWithText());
+    watchFor({});
+    EXPECT_EQ(0, palMemPartFree(0, palMemPartStrDup(0, "nemo")));
+    EXPECT_EQ(0U, releasedBlocksWithText());
+}
+
 TEST(FailingPartitionTest, FailsOnOrder) {
     const auto succeeds = [] {
         void *block = palMemPartAlloc(0, 1);

@@ -252,5 +252,20 @@ TEST_F(PairTest, ListFreeFreesFromTheGivenPairOn) {
     EXPECT_LOG(log_);
 }
 
+TEST_F(PairTest, ValuesAreWipedWithTheirPairs) {
+    watchFor("arctangent");
+    RadPair *list = nullptr;
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_NE(nullptr, radPairAdd(&list, RAD_ATTR_USER_PASSWORD, "arctangent", 0));
+    }
+    EXPECT_EQ(3U, liveBlocksWithText());
+    EXPECT_EQ(0, radPairDelete(&list, RAD_ATTR_USER_PASSWORD));
+    EXPECT_EQ(2U, liveBlocksWithText());
+    radPairListFree(list);
+    EXPECT_EQ(0U, liveBlocksWithText());
+    EXPECT_EQ(0U, releasedBlocksWithText());
+    watchFor({});
+}
+
 }  // namespace
 }  // namespace lanyard::test::pair_list_test
