@@ -151,9 +151,14 @@ build() {
     cmake --build --preset dev -j "$jobs" --target "${@:2}" >"$1" 2>&1
 }
 
-# run_tests LOG REGEX: the unit tests whose names fit, up to the first that fails.
+# run_tests LOG SELECTION...: the tests that ctest selects, up to the first that fails.
 run_tests() {
-    ctest --preset dev -j "$jobs" -L '^unit$' -R "$2" --stop-on-failure --no-tests=ignore >"$1" 2>&1
+    ctest --preset dev -j "$jobs" "${@:2}" --stop-on-failure --no-tests=ignore >"$1" 2>&1
+}
+
+# The names of a program's tests: it may be run in several shards.
+tests_of() {
+    echo "^$1(_[0-9]+)?\$"
 }
 
 # The programs that failed, as one regular expression.
@@ -161,12 +166,12 @@ failed_programs() {
     sed -n 's/^[[:blank:]]*[0-9]* - \([^ ]*\) (.*)$/\1/p' "$1" | paste -s -d '|'
 }
 
-# is_noticed REGEX: whether one of the tests fails, and fails again when it is asked once more. One that
+# is_noticed SELECTION...: whether one of the tests fails, and fails again when it is asked once more. One that
 # failed by chance, on a busy machine, has noticed nothing.
 is_noticed() {
     local programs attempt
     for attempt in 1 2 3; do
-        if run_tests "$copy/log" "$1"; then
+        if run_tests "$copy/log" "$@"; then
             return 1
         fi
         programs=$(failed_programs "$copy/log")
@@ -175,7 +180,7 @@ is_noticed() {
             echo "check-mutants: FAILED, the tests did not run" >&2
             exit 1
         fi
-        if ! run_tests "$copy/log" "^($programs)\$"; then
+        if ! run_tests "$copy/log" -R "^($programs)\$"; then
             return 0
         fi
         echo "check-mutants: failed by chance, attempt $attempt: $programs"
@@ -190,19 +195,19 @@ first_failure() {
     echo "${found:-$(failed_programs "$1")}"
 }
 
-# pass_as_it_is TARGET REGEX: ends the script where the tree does not pass these tests without a mutant.
+# pass_as_it_is TARGET SELECTION...: ends the script where the tree does not pass these tests without a mutant.
 pass_as_it_is() {
-    if ! build "$copy/log" "$1" || is_noticed "$2"; then
+    if ! build "$copy/log" "$1" || is_noticed "${@:2}"; then
         cat "$copy/log"
         echo "check-mutants: FAILED, the tree does not pass its own tests" >&2
         exit 1
     fi
 }
 
-# is_noticed_by TARGET REGEX: builds the mutant, and asks these tests. Returns 2 where it does not build.
+# is_noticed_by TARGET SELECTION...: builds the mutant, and asks these tests. Returns 2 where it does not build.
 is_noticed_by() {
     build "$copy/log" "$1" || return 2
-    is_noticed "$2"
+    is_noticed "${@:2}"
 }
 
 # is_noticed_by_all FILE: asks all tests about the mutant in the file; before the first one, the tree as it is.
@@ -211,11 +216,11 @@ is_noticed_by_all() {
     if [[ $all_pass == no ]]; then
         cp -- "$1" "$copy/mutant"
         cp -- "$copy/original" "$1"
-        pass_as_it_is all .
+        pass_as_it_is all -L '^unit$'
         all_pass=yes
         cp -- "$copy/mutant" "$1"
     fi
-    is_noticed_by all .
+    is_noticed_by all -L '^unit$'
 }
 
 echo "check-mutants: building and testing the tree as it is"
@@ -223,7 +228,7 @@ echo "check-mutants: building and testing the tree as it is"
 cmake --preset dev -DLANYARD_FUZZ=OFF -DLANYARD_WERROR=OFF "${cmake_options[@]}" >/dev/null
 mapfile -t programs < <(for name in "${wanted[@]}"; do tr '|' '\n' <<<"${tests[$name]}"; done | sort -u)
 for program in "${programs[@]}"; do
-    pass_as_it_is "$program" "^$program\$"
+    pass_as_it_is "$program" -R "$(tests_of "$program")"
 done
 echo "check-mutants: done after $SECONDS s"
 
@@ -237,7 +242,7 @@ for name in "${wanted[@]}"; do
     noticed_by=
     status=1
     for program in ${tests[$name]//|/ }; do
-        [[ $status -ne 1 ]] || { status=0 && is_noticed_by "$program" "^$program\$" || status=$?; }
+        [[ $status -ne 1 ]] || { status=0 && is_noticed_by "$program" -R "$(tests_of "$program")" || status=$?; }
     done
     # It has survived only when all have been asked.
     [[ $status -ne 1 ]] || { status=0 && is_noticed_by_all "$file" || status=$?; }
