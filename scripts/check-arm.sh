@@ -24,6 +24,6 @@ mapfile -d '' -t sources < <(git ls-files -z -- \
 # none: it takes the lengths of std::string for signed.
 printf '%s\0' "${sources[@]}" | xargs -0 -P "$(nproc)" -n 1 "$compiler" -std=c++20 -O3 -DNDEBUG -fPIC -c -o /dev/null \
     -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Wno-restrict -Werror \
-    -DOPENSSL_API_COMPAT=0x10100000L -DLANYARD_VERSION='""' -DLANYARD_PROGRAM='"radauth"' \
+    -DOPENSSL_API_COMPAT=0x10100000L -DLANYARD_VERSION='""' -DLANYARD_PROGRAM='"radauth"' -DLANYARD_DEFAULT_DICTIONARY='""' \
     -I . -I src -I include -I platform/include -isystem "$headers"
 echo "check-arm: ${#sources[@]} files compile"

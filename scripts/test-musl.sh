@@ -63,7 +63,8 @@ machine=$(gcc -print-multiarch)
 cxx=(-x c++ -std=c++20 -fno-exceptions -fno-rtti -isystem /usr/include/c++/12
     -isystem "/usr/include/$machine/c++/12" -isystem /usr/include/x86_64-linux-musl
     -include cmake/toolchains/musl_names.h
-    -DOPENSSL_API_COMPAT=0x10100000L '-DLANYARD_VERSION="musl"' '-DLANYARD_PROGRAM="radauth"')
+    -DOPENSSL_API_COMPAT=0x10100000L '-DLANYARD_DEFAULT_DICTIONARY=""'
+    '-DLANYARD_VERSION="musl"' '-DLANYARD_PROGRAM="radauth"')
 compile() {
     local object=$folder/objects/${1//\//_}.o
     case $1 in

@@ -26,7 +26,7 @@ constexpr const char *kTag = "radiusClientTblHandler";
 constexpr const char *kConfFile = "/var/radius.conf";
 constexpr const char *kNewFile = "/var/radius.conf.new";
 constexpr const char *kFolder = "/var";
-constexpr const char *kDictionary = "/nexa2.0/etc/radius.dict";
+constexpr const char *kDictionary = LANYARD_DEFAULT_DICTIONARY;
 
 // Opens a file for writing. It carries shared secrets and is its owner's alone, also where it was
 // there before with another mode.

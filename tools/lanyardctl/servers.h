@@ -61,7 +61,7 @@ inline constexpr std::array<Column, 5> kServerColumns = {{
 // Makes the tables that are missing and drops what earlier versions kept beside them. A dictionary
 // replaces the one in "environment"; without one that is left alone, or set to kDefaultDictionary
 // where there is none.
-inline constexpr const char *kDefaultDictionary = "/nexa2.0/etc/radius.dict";
+inline constexpr const char *kDefaultDictionary = LANYARD_DEFAULT_DICTIONARY;
 void prepareDatabase(const Database &db, const std::optional<std::string> &dictionary);
 
 // The dictionary in "environment"; "" when none is named.
