@@ -26,7 +26,7 @@ static size_t waiting;
 static size_t accepted;
 
 static void done(void *context, RadRequest *request, const RadLogin *login) {
-    const User *user = context;
+    const User *user = (const User *)context;
     (void)request;
     waiting--;
     if (login->result == 0) {
