@@ -13,6 +13,7 @@ cmake=$1
 test_server=$2
 lanyard=$3
 folder=$4
+stranger=$lanyard/tests/interop/stranger
 shift 4
 
 fail() {
@@ -21,30 +22,7 @@ fail() {
 }
 
 rm -rf "$folder"
-mkdir -p "$folder/stranger"
-cat >"$folder/stranger/stranger.c" <<'C'
-#include <lanyard/radius.h>
-#include <stdio.h>
-
-int main(void) {
-    if (radMemInit(RAD_PARTITION_SIZE) != 0 || radDictLoad(NULL) != 0) {
-        return 1;
-    }
-    puts(radDictGetAttr(RAD_ATTR_USER_NAME)->name);
-    radLibExit();
-    return 0;
-}
-C
-cp "$folder/stranger/stranger.c" "$folder/stranger/stranger.cpp"
-cat >"$folder/stranger/CMakeLists.txt" <<'CMAKE'
-cmake_minimum_required(VERSION 3.25)
-project(stranger LANGUAGES C CXX)
-find_package(LanyardRadius 2.0 REQUIRED)
-add_executable(in-c stranger.c)
-add_executable(in-cpp stranger.cpp)
-target_link_libraries(in-c PRIVATE LanyardRadius::radius)
-target_link_libraries(in-cpp PRIVATE LanyardRadius::radius)
-CMAKE
+mkdir -p "$folder"
 
 # runs PROGRAM
 runs() {
@@ -69,12 +47,12 @@ try() {
     [[ -f $prefix/share/lanyard-radius/radius.dict ]] || fail "no dictionary is installed"
 
     read -ra flags <<<"$(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs "$@" lanyard-radius)"
-    cc "$folder/stranger/stranger.c" -o "$folder/$name/in-c" "${flags[@]}" -Wl,-rpath,"$prefix/lib"
-    c++ "$folder/stranger/stranger.cpp" -o "$folder/$name/in-cpp" "${flags[@]}" -Wl,-rpath,"$prefix/lib"
+    cc "$stranger/stranger.c" -o "$folder/$name/in-c" "${flags[@]}" -Wl,-rpath,"$prefix/lib"
+    c++ "$stranger/stranger.cpp" -o "$folder/$name/in-cpp" "${flags[@]}" -Wl,-rpath,"$prefix/lib"
     runs "$folder/$name/in-c"
     runs "$folder/$name/in-cpp"
 
-    "$cmake" -S "$folder/stranger" -B "$folder/$name/found" "${options[@]}" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+    "$cmake" -S "$stranger" -B "$folder/$name/found" "${options[@]}" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
     "$cmake" --build "$folder/$name/found" >"$folder/log" 2>&1 || { cat "$folder/log"; fail "does not find"; }
     runs "$folder/$name/found/in-c"
     runs "$folder/$name/found/in-cpp"
