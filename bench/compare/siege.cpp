@@ -202,7 +202,8 @@ void Siege::run(unsigned stepsASecond) {
     for (uint64_t steps = 1; !over_; ++steps) {
         frames_ += step_();
         if (stepsASecond != 0) {
-            std::this_thread::sleep_until(start + steps * std::chrono::seconds(1) / stepsASecond);
+            std::this_thread::sleep_until(
+                start + steps * steady_clock::duration(std::chrono::seconds(1)) / stepsASecond);
         }
     }
 }
