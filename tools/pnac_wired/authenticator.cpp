@@ -310,7 +310,7 @@ void Authenticator::wake(Conversation &conversation, Time now) {
     if (conversation.phaseEnd && *conversation.phaseEnd <= now) {
         expirePhase(conversation, now);
     } else if (conversation.quietUntil) {
-        drop(conversation);
+        endQuiet(conversation, now);
     } else {
         expireSession(conversation, now);
     }
@@ -332,6 +332,22 @@ void Authenticator::expirePhase(Conversation &conversation, Time now) {
     } else {
         fail(conversation, Reason::kSupplicantSilent, now);
     }
+}
+
+// The standard has the supplicant asked then. Its own wait may be as long and have ended a moment before: that
+// start was not heard.
+void Authenticator::endQuiet(Conversation &conversation, Time now) {
+    if (!linkIsUp_) {
+        drop(conversation);
+        return;
+    }
+    quiet_.erase(*conversation.quiet);
+    conversation.quiet.reset();
+    conversation.quietUntil.reset();
+    beginAttempt(conversation, now);
+    identify(conversation, now);
+    noteUnanswered(conversation);
+    settle(conversation);
 }
 
 // Either way the supplicant is asked who it is. It does not know of the end of its session, and would

@@ -1,8 +1,8 @@
 // The port-access authenticator (IEEE 802.1X-2004 section 8) without its surroundings: frames,
 // records and the time come in through calls, frames, records and events go out through an Outlet.
 //
-// An address that was rejected is not heard for a while (heldWhile of the standard), so that passwords
-// cannot be tried in quick succession.
+// An address that was rejected is not heard for a while (quietWhile of the standard), so that passwords
+// cannot be tried in quick succession. Then it is asked who it is.
 //
 // Every supplicant is a conversation, named by its address:
 //
@@ -185,6 +185,7 @@ class Authenticator {
 
     void wake(Conversation &conversation, Time now);
     void expirePhase(Conversation &conversation, Time now);
+    void endQuiet(Conversation &conversation, Time now);
     void expireSession(Conversation &conversation, Time now);
     void repeatGroupRequest(Time now);
 

@@ -35,10 +35,52 @@ TEST(Quiet, LastsAMinuteAfterARejection) {
     EXPECT_EQ(1U, world.authenticator().supplicants());
 
     world.pass(1ms);
-    EXPECT_EQ(0U, world.authenticator().supplicants());
-    EXPECT_FALSE(world.authenticator().nextDeadline());
     mallory.logIn("mallory");
     EXPECT_EQ(EventKind::kAuthorized, world.events().back().kind);
+}
+
+// A supplicant that has waited for as long would have started a moment too early.
+TEST(Quiet, EndsWithTheQuestionWhoIsThere) {
+    World world;
+    Supplicant alice(world, 1);
+    reject(world, alice);
+    const size_t frames = alice.received().size();
+    world.pass(60s - 1ms);
+    EXPECT_FALSE(isHeard(world, alice));
+    world.pass(1ms);
+    ASSERT_THAT(alice.received(), SizeIs(frames + 1));
+    alice.identify("alice");
+    world.relaySends(alice.cookie(), eapSuccess(1));
+    EXPECT_EQ(EventKind::kAuthorized, world.events().back().kind);
+}
+
+TEST(Quiet, AddressThatHasGone_IsForgottenAfterIt) {
+    World world;
+    Supplicant mallory(world, 1);
+    reject(world, mallory);
+    world.pass(60s + 12s);
+    EXPECT_EQ(0U, world.authenticator().supplicants());
+    EXPECT_FALSE(world.authenticator().nextDeadline());
+}
+
+TEST(Quiet, AskedAddress_MakesRoomForANewcomer) {
+    World world({.supplicantsMax = 1});
+    Supplicant mallory(world, 1);
+    reject(world, mallory);
+    world.pass(60s);
+    Supplicant(world, 2).logIn("alice");
+    EXPECT_EQ(EventKind::kAuthorized, world.events().back().kind);
+}
+
+TEST(Quiet, EndsWithoutALinkInSilence) {
+    World world;
+    Supplicant mallory(world, 1);
+    reject(world, mallory);
+    world.authenticator().linkDown(world.now());
+    const size_t frames = world.frames().size();
+    world.pass(60s);
+    EXPECT_EQ(frames, world.frames().size());
+    EXPECT_EQ(0U, world.authenticator().supplicants());
 }
 
 TEST(Quiet, IsNotMadeLongerByWhatIsIgnored) {
