@@ -126,6 +126,10 @@ void Authenticator::receiveStart(const EapolFrame &frame, Time now) {
         sendEap(*conversation, conversation->packet);
         return;
     }
+    if (isInMethod(*conversation)) {
+        probe(*conversation);
+        return;
+    }
     beginAttempt(*conversation, now);
     identify(*conversation, now);
     settle(*conversation);
@@ -139,7 +143,11 @@ void Authenticator::receiveLogoff(const EapolFrame &frame, Time now) {
     endSession(*conversation, Reason::kLogoff, now);
     // Anybody can send it in another's name: who is there all the same gets in again at once, and who has left
     // does not answer.
-    if (conversation->phase != Phase::kIdentify) {
+    if (isInMethod(*conversation)) {
+        conversation->loggedOff = true;
+        probe(*conversation);
+        noteUnanswered(*conversation);
+    } else if (conversation->phase != Phase::kIdentify) {
         beginAttempt(*conversation, now);
         identify(*conversation, now);
         noteUnanswered(*conversation);
@@ -154,7 +162,10 @@ void Authenticator::receiveEap(const EapolFrame &frame, Time now) {
         return;
     }
     Conversation *conversation = find(frame.source);
-    if (!conversation || !takesResponse(*conversation, *eap)) {
+    if (conversation && conversation->probeIdentifier == eap->identifier &&
+        eap->type == kEapTypeIdentity) {
+        beginAttempt(*conversation, now);
+    } else if (!conversation || !takesResponse(*conversation, *eap)) {
         const bool atWork = conversation && conversation->phase != Phase::kIdle &&
                             conversation->phase != Phase::kIdentify;
         if (atWork || !answersGroup(*eap)) {
@@ -196,6 +207,12 @@ bool Authenticator::answersGroup(const EapPacket &eap) const {
 
 // An attempt to log in
 
+bool Authenticator::isInMethod(const Conversation &conversation) {
+    return conversation.phase == Phase::kRequest ||
+           (conversation.underway &&
+            (conversation.phase == Phase::kBacklog || conversation.phase == Phase::kRelay));
+}
+
 void Authenticator::beginAttempt(Conversation &conversation, Time now) {
     endAttempt(conversation);
     conversation.identity.clear();
@@ -211,6 +228,8 @@ void Authenticator::endAttempt(Conversation &conversation) {
     conversation.birth.reset();
     conversation.cookie = 0;
     conversation.packet.clear();
+    conversation.probeIdentifier.reset();
+    conversation.loggedOff = false;
     conversation.phaseEnd.reset();
     setPhase(conversation, Phase::kIdle);
 }
@@ -223,6 +242,15 @@ void Authenticator::identify(Conversation &conversation, Time now) {
     conversation.phaseEnd = now + conversation.interval;
     setPhase(conversation, Phase::kIdentify);
     sendEap(conversation, conversation.packet);
+}
+
+// Asks the supplicant of a method who it is.
+void Authenticator::probe(Conversation &conversation) {
+    if (!conversation.probeIdentifier) {
+        // Far from those of the method, which go up by one.
+        conversation.probeIdentifier = static_cast<uint8_t>(conversation.identifier + 128);
+    }
+    sendEap(conversation, identityRequest(*conversation.probeIdentifier));
 }
 
 // Ends an attempt without the relay, which has nothing to say to that identity.

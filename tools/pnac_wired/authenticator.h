@@ -22,6 +22,11 @@
 // that the server has not decided ends no session; the supplicant is asked again later. After an
 // EAPOL-Logoff it is asked at once, as the standard has it.
 //
+// Anybody can send EAPOL-Start and EAPOL-Logoff in another's name, and a supplicant in the middle of a method
+// hears no Identity request (RFC 4137 section 4). So both leave the method alone and ask beside it: whoever
+// gives a name before the method's next request begins anew, whoever answers the method goes on with it. After a
+// Logoff its Success opens no port; the supplicant is asked again.
+//
 // The relay is handed packets as soon as it takes them, those of logins that are under way before those
 // of newcomers, which wait while it has much to do (relay_load.h).
 //
@@ -122,6 +127,8 @@ class Authenticator {
         std::optional<Birth> birth = {};  // while the relay knows the cookie
         uint8_t identifier = 0;           // of the last request
         Bytes packet = {};                // to be sent again, or waiting for the relay
+        std::optional<uint8_t> probeIdentifier = {};  // of an Identity request beside a method
+        bool loggedOff = false;                       // in the middle of the method
         Duration interval = {};
         unsigned repeatsLeft = 0;
         Bytes identity = {};
@@ -150,6 +157,7 @@ class Authenticator {
     void receiveEap(const EapolFrame &frame, Time now);
     static Status::AwaitedBy awaitedBy(Phase phase);
     static bool takesResponse(const Conversation &conversation, const EapPacket &eap);
+    static bool isInMethod(const Conversation &conversation);
     bool answersGroup(const EapPacket &eap) const;
 
     Conversation *find(const Mac &address);
@@ -162,6 +170,7 @@ class Authenticator {
     void beginAttempt(Conversation &conversation, Time now);
     void endAttempt(Conversation &conversation);
     void identify(Conversation &conversation, Time now);
+    void probe(Conversation &conversation);
     void refuse(Conversation &conversation, const EapPacket &eap, Time now);
     void forward(Conversation &conversation, const EapPacket &eap, Time now);
     void enqueue(Conversation &conversation, Time now);

@@ -220,7 +220,13 @@ void Authenticator::takeRecord(const RelayRecord &record, Time now) {
             break;
         case EapCode::kSuccess:
             sendEap(*conversation, record.eap.bytes);
-            authorize(*conversation, record, now);
+            if (conversation->loggedOff) {
+                beginAttempt(*conversation, now);
+                identify(*conversation, now);
+                noteUnanswered(*conversation);
+            } else {
+                authorize(*conversation, record, now);
+            }
             settle(*conversation);
             break;
         default:
@@ -256,6 +262,8 @@ void Authenticator::takeLateAnswer(const RelayRecord &record, Time now) {
 }
 
 void Authenticator::relayRequest(Conversation &conversation, const RelayRecord &record, Time now) {
+    // Whoever still answers that goes on to answer this.
+    conversation.probeIdentifier.reset();
     conversation.identifier = record.eap.identifier;
     conversation.packet.assign(record.eap.bytes.begin(), record.eap.bytes.end());
     conversation.repeatsLeft = settings_.repeats;

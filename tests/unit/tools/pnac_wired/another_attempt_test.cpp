@@ -46,9 +46,9 @@ TEST(Attempt, BeginsAnewOnAStartInTheMiddle) {
     world.relaySends(first, eapRequest(50, 4));
     alice.start();
     EXPECT_EQ(1, alice.received().back()[4]) << "the identity is asked for";
+    alice.identify("bob");
     alice.sendEap(eapResponse(50, 4, "10"_hex));
     EXPECT_EQ(1U, world.counters().eapUnexpected) << "the old request is off";
-    alice.identify("bob");
     EXPECT_EQ(first, alice.cookie()) << "in the conversation that the relay has";
     world.relaySends(alice.cookie(), eapSuccess(1));
     EXPECT_THAT(world.events(),
@@ -149,6 +149,88 @@ TEST(Attempt, GoesOnInNoOldConversation) {
     world.pass(1s);
     alice.knock("alice");
     EXPECT_NE(first, alice.cookie());
+}
+
+// A supplicant in the middle of a method does not hear the Identity request.
+TEST(Attempt, WithAStartInItsMethod_GoesOnWithTheMethod) {
+    World world;
+    Supplicant alice(world, 1);
+    alice.knock("alice");
+    world.relaySends(alice.cookie(), eapRequest(50, 25));
+    const size_t frames = alice.received().size();
+    alice.start();
+    alice.start();
+    ASSERT_THAT(alice.received(), SizeIs(frames + 2));
+    EXPECT_EQ(1, alice.received().back()[4]);
+    EXPECT_EQ(alice.received()[frames], alice.received()[frames + 1]);
+    alice.sendEap(eapResponse(50, 25, "01"_hex));
+    ASSERT_THAT(world.records(), SizeIs(2));
+    alice.start();
+    world.relaySends(alice.cookie(), eapSuccess(50));
+    EXPECT_THAT(world.events(),
+                ElementsAre(Event(EventKind::kAuthorized, Reason::kAccepted, "alice")));
+    EXPECT_EQ(eapSuccess(50), alice.received().back());
+}
+
+// A supplicant that has refused a method and waits for another answers both.
+TEST(Attempt, WithAStartBeforeItsNextRequest_GoesOnWithThat) {
+    World world;
+    Supplicant alice(world, 1);
+    alice.knock("alice");
+    world.relaySends(alice.cookie(), eapRequest(50, 4));
+    alice.answer(3, "19"_hex);
+    alice.start();
+    const uint8_t asked = alice.identifier();
+    world.relaySends(alice.cookie(), eapRequest(51, 25));
+    alice.sendEap(eapResponse(asked, 1, fromText("alice")));
+    EXPECT_EQ(1U, world.counters().eapUnexpected);
+    alice.sendEap(eapResponse(51, 25, "01"_hex));
+    world.relaySends(alice.cookie(), eapSuccess(51));
+    EXPECT_THAT(world.events(),
+                ElementsAre(Event(EventKind::kAuthorized, Reason::kAccepted, "alice")));
+}
+
+TEST(Attempt, WithALogoffInItsMethod_OpensNoPortAndAsksAgain) {
+    World world;
+    Supplicant alice(world, 1);
+    alice.knock("alice");
+    world.relaySends(alice.cookie(), eapRequest(50, 25));
+    alice.logoff();
+    alice.logoff();
+    alice.sendEap(eapResponse(50, 25, "01"_hex));
+    const size_t frames = alice.received().size();
+    world.relaySends(alice.cookie(), eapSuccess(50));
+    ASSERT_THAT(alice.received(), SizeIs(frames + 2));
+    EXPECT_EQ(eapSuccess(50), alice.received()[frames]) << "the supplicant's method is over";
+    EXPECT_EQ(1, alice.received().back()[4]);
+    EXPECT_THAT(world.events(), IsEmpty());
+    alice.identify("alice");
+    world.relaySends(alice.cookie(), eapSuccess(52));
+    EXPECT_THAT(world.events(),
+                ElementsAre(Event(EventKind::kAuthorized, Reason::kAccepted, "alice")));
+}
+
+TEST(Attempt, WithALogoffInItsMethod_MakesRoomForANewcomer) {
+    World world({.supplicantsMax = 1});
+    Supplicant alice(world, 1);
+    alice.knock("alice");
+    world.relaySends(alice.cookie(), eapRequest(50, 25));
+    alice.logoff();
+    Supplicant(world, 2).logIn("bob");
+    EXPECT_THAT(world.events(),
+                ElementsAre(Event(EventKind::kAuthorized, Reason::kAccepted, "bob")));
+}
+
+TEST(Attempt, AfterOneWithALogoff_OpensThePort) {
+    World world;
+    Supplicant alice(world, 1);
+    alice.knock("alice");
+    world.relaySends(alice.cookie(), eapRequest(50, 25));
+    alice.logoff();
+    alice.identify("bob");
+    world.relaySends(alice.cookie(), eapSuccess(51));
+    EXPECT_THAT(world.events(),
+                ElementsAre(Event(EventKind::kAuthorized, Reason::kAccepted, "bob")));
 }
 
 TEST(Attempt, HasACookieThatIsNotZeroNorUsedNorGuessed) {
