@@ -32,6 +32,8 @@ std::string newAddress();
 // A server on an address of its own, which the test plays between two runs of the loop.
 class PlayedServer {
   public:
+    explicit PlayedServer(const std::string &address = newAddress()) : port_(address) {}
+
     // Seconds and retries as in a server list.
     [[nodiscard]] ServerEntry entry(int timeout = kPlenty, int retries = 0) const;
     [[nodiscard]] const std::string &host() const { return port_.host(); }
@@ -45,7 +47,7 @@ class PlayedServer {
                const ReplyFaults &faults = {}) const;
 
   private:
-    SilentPort port_{newAddress()};
+    SilentPort port_;
 };
 
 // What a request was answered, as its callback was told.

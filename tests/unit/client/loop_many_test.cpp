@@ -70,6 +70,27 @@ TEST_F(LoopTest, RepliesToAllAtOnce_NoneIsLost) {
     }
 }
 
+TEST_F(LoopTest, IdentifierOfARequestInFlight_IsPassedOver) {
+    const PlayedServer server;
+    const ConfiguredLibrary library({.authServers = {server.entry()}});
+    const Loop loop;
+    Answer slow;
+    loop.start(slow);
+    const ReceivedRequest first = server.take();
+    for (int others = 0; others < 256; ++others) {
+        Answer answer;
+        loop.start(answer);
+        const ReceivedRequest request = server.take();
+        EXPECT_EQ(first.sourcePort, request.sourcePort);
+        EXPECT_NE(first.identifier(), request.identifier());
+        server.reply(request, 2);
+        EXPECT_EQ(1, loop.run());
+    }
+    server.reply(first, 2);
+    EXPECT_EQ(1, loop.run());
+    EXPECT_EQ(2, slow.code);
+}
+
 TEST_F(LoopTest, ThousandRequestsInFlight_InTwoMebibytes_AreAllAnswered) {
     ScriptedServer server(kSecret, {}, newAddress());
     server.otherwise(accept([](const ReceivedRequest &request) {

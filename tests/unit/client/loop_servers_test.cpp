@@ -240,6 +240,77 @@ TEST_F(LoopTest, NobodyToAsk_IsLookedUpAgainAfterASecond) {
 
 // --- Dead servers ------------------------------------------------------------------------------------
 
+// One thing changes at a time.
+TEST_F(LoopTest, ChangedConfiguration_IsThatOfTheNextRequest) {
+    const std::string host = newAddress();
+    const PlayedServer server(host);
+    const PlayedServer otherPort(host);
+    const ConfiguredLibrary library({.timeout = "0", .retries = "0"});
+    radOptionSet(RAD_OPTION_DEAD_TIME, -1);
+    const Loop loop;
+    ServerEntry entry = server.entry(-1, -1);
+    entry.extra = "gateway";
+    const auto configure = [&entry] {
+        radConfDelAuthServ();
+        EXPECT_EQ(0, radConfAddAuthServ(entry.host.c_str(), entry.port, entry.timeout,
+                                        entry.retries, entry.secret.c_str(), entry.extra->c_str()));
+    };
+    // A request that nobody answers, as far as it gets at once.
+    const auto ask = [&loop](Answer &answer) {
+        loop.start(answer);
+        for (int runs = 0; runs < 10; ++runs) {
+            loop.run();
+        }
+    };
+    const auto expectTries = [&ask](int tries) {
+        Answer answer;
+        ask(answer);
+        EXPECT_EQ(tries, answer.tries);
+    };
+    constexpr int kWaits = 0;
+    configure();
+    expectTries(1);
+    EXPECT_EQ(0, radConfDelRetries());
+    EXPECT_EQ(0, radConfSetRetries("2"));
+    expectTries(3);
+    entry.retries = 1;
+    configure();
+    expectTries(2);
+    EXPECT_EQ(0, radConfDelTimeout());
+    EXPECT_EQ(0, radConfSetTimeout("20"));
+    expectTries(kWaits);
+    entry.timeout = 0;
+    configure();
+    expectTries(2);
+    entry.port = otherPort.port();
+    configure();
+    expectTries(2);
+    EXPECT_NE(std::nullopt, otherPort.poll());
+    entry.extra = "roof";
+    configure();
+    while (otherPort.poll()) {
+    }
+    expectTries(2);
+    EXPECT_BYTES_EQ(fromText("roof"), attributeValue(otherPort.take(), RAD_ATTR_NAS_IDENTIFIER));
+    entry.timeout = kPlenty;
+    configure();
+    expectTries(kWaits);
+    entry.secret = "another";
+    configure();
+    while (otherPort.poll()) {
+    }
+    Answer answer;
+    loop.start(answer);
+    const ReceivedRequest request = otherPort.take();
+    otherPort.send(request, makeReply(2, request, "another"));
+    EXPECT_EQ(1, loop.run());
+    EXPECT_EQ(2, answer.code);
+    entry.host = "nowhere";
+    configure();
+    ask(answer);
+    EXPECT_EQ(RAD_REASON_HOST_UNKNOWN + 0, answer.reason);
+}
+
 TEST_F(LoopTest, DeadServer_IsAskedLastForAMinute_ThenByOneRequest) {
     const PlayedServer first;
     const PlayedServer second;

@@ -112,7 +112,8 @@ std::vector<std::string> ofRelay(std::vector<std::string> lines) {
     return lines;
 }
 
-EapTest::EapTest() {
+EapTest::EapTest(uint32_t partition)
+    : library({.authServers = {serverEntry(server, kPatience)}, .partition = partition}) {
     EXPECT_EQ(nullptr, radEapMsgQueue.first);
     EXPECT_EQ(0, radEapXbusInit());
     log.clear();

@@ -68,7 +68,8 @@ std::vector<std::string> ofRelay(std::vector<std::string> lines);
 
 class EapTest : public testing::Test {
   protected:
-    EapTest();
+    // With a partition of that many bytes; 0: as the library makes it by itself.
+    explicit EapTest(uint32_t partition = 0);
     void TearDown() override;
 
     // The lines of the relay.
@@ -83,7 +84,7 @@ class EapTest : public testing::Test {
     void expectSent(uint32_t cookie, const std::vector<Bytes> &payloads);
 
     ScriptedServer server{kSecret};
-    const ConfiguredLibrary library{{.authServers = {serverEntry(server, kPatience)}}};
+    const ConfiguredLibrary library;
     TestBus bus;
     LogRecorder log;
 };

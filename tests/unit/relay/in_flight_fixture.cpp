@@ -21,7 +21,7 @@ constexpr int kNothing = 0;
 
 }  // namespace
 
-InFlightTest::InFlightTest() {
+InFlightTest::InFlightTest(uint32_t partition) : EapTest(partition) {
     setLimit(kLimit);
     bus.calls.clear();
     pRadEapXbusCtx = nullptr;

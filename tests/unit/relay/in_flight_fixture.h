@@ -21,7 +21,7 @@ class InFlightTest : public EapTest {
   protected:
     using Step = std::function<int()>;
 
-    InFlightTest();
+    explicit InFlightTest(uint32_t partition = 0);
     ~InFlightTest() override;
 
     static void setLimit(int requests);

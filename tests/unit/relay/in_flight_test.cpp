@@ -231,6 +231,33 @@ TEST_F(InFlight, ConversationThatWaitsForItsSupplicant_EndsInSilence) {
     EXPECT_EQ(1U, bus.sent.size());
 }
 
+class InFlightCrowd : public InFlightTest {
+  protected:
+    InFlightCrowd() : InFlightTest(8 << 20) {}
+};
+
+TEST_F(InFlightCrowd, ConversationBeyondTheMost_EndsTheOldest) {
+    constexpr uint32_t kMost = RAD_EAP_LIFE + 1;
+    server.otherwise(silence());
+    std::vector<Step> steps;
+    for (uint32_t cookie = 1; cookie <= kMost; ++cookie) {
+        steps.push_back(hand(cookie, identityResponse(7, "alice")));
+    }
+    steps.push_back(perform([&] {
+        EXPECT_THAT(bus.sent, IsEmpty());
+        EXPECT_EQ(kMost, conversations().size());
+    }));
+    steps.push_back(hand(kMost + 1, identityResponse(7, "bob")));
+    steps.push_back(perform([&] {
+        EXPECT_EQ(kMost, conversations().size());
+        EXPECT_EQ(2U, conversations().front()->cookie);
+        EXPECT_EQ(kMost + 1, conversations().back()->cookie);
+    }));
+    serve(steps);
+    ASSERT_LE(1U, bus.sent.size());
+    expectFailure(0, 1, 7, RAD_EAP_FAILED_EXPIRED);
+}
+
 TEST_F(InFlight, EndWithRequestsInFlight_LeavesNothing) {
     const size_t blocks = liveBlocks();
     serve({hand(1, identityResponse(7, "alice")), hand(2, identityResponse(7, "bob")),
