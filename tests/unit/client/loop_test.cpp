@@ -1,4 +1,5 @@
 // Requests of a loop: what they are answered, how they are sent again, what counts as a reply.
+#include <algorithm>
 #include <set>
 #include <string>
 #include <vector>
@@ -75,6 +76,32 @@ TEST_F(LoopTest, PairsOfTheCaller_AreLeftAlone) {
     server.reply(server.take(), 2);
     EXPECT_EQ(1, loop.run());
     EXPECT_EQ(2, answer.code);
+}
+
+// The number beside the value says nothing of how much of it counts.
+TEST_F(LoopTest, PairOfTheProgramsOwnType_ReachesItsHookWhole) {
+    constexpr int32_t kOwnType = 7;
+    const Bytes value = "6f776e00ff"_hex;
+    const PlayedServer server;
+    const ConfiguredLibrary library({.authServers = {server.entry()}});
+    const Hooks hooks([&](uint8_t *place, uint8_t *length, const RadPair *pair,
+                          const char * /*secret*/, RadPacket * /*request*/) {
+        if (pair->type != kOwnType) {
+            return 1;
+        }
+        *length = static_cast<uint8_t>(2 + value.size());
+        if (place != nullptr) {
+            std::copy_n(pair->strValue, value.size(), place);
+        }
+        return 0;
+    });
+    const PairList pair(radPairNew(RAD_ATTR_STATE, value.data(), static_cast<int>(value.size())));
+    pair->type = kOwnType;
+    pair->numValue = 1;
+    const Loop loop;
+    Answer answer;
+    loop.start(answer, kAccess, pair.get());
+    EXPECT_BYTES_EQ(value, attributeValue(server.take(), RAD_ATTR_STATE));
 }
 
 TEST_F(LoopTest, MissingArguments_StartNothing) {
