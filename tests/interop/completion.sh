@@ -32,7 +32,10 @@ offers "serve set" lanyardctl --json db -d /x.db s
 offers "--secret --secret-file" lanyardctl db add --sec
 offers "--dictionary --help --syslog" lanyardctl db serve --
 offers "status" lanyardctl relay ""
-offers "login" lanyardctl lo
+offers "load login" lanyardctl lo
+offers "--password-file" lanyardctl load --pass
+offers "--user-file" lanyardctl load --u
+offers "$1" lanyardctl load --user-file "${1%.bash}"
 offers "check list show" lanyardctl dict ""
 offers "mschap mschapv2" lanyardctl login -m ms
 offers "$1" lanyardctl login --password-file "${1%.bash}"

@@ -48,6 +48,7 @@ inline void addFile(CLI::App &command, std::string &file) {
 void addCheckCommand(CLI::App &app, Task &task);
 void addDecodeCommand(CLI::App &app, Task &task);
 void addDictCommands(CLI::App &app, Task &task);
+void addLoadCommand(CLI::App &app, Task &task);
 void addLoginCommand(CLI::App &app, Task &task);
 void addProbeCommand(CLI::App &app, Task &task);
 void addDatabaseCommands(CLI::App &app, Task &task);

@@ -1,5 +1,6 @@
 #include "login.h"
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <sys/random.h>
@@ -66,7 +67,7 @@ void noteEnd(void *context, RadRequest * /*request*/, const RadLogin *login) {
 }
 
 RadRequest *startChap(RadLoop *loop, const std::string &user, const std::string &password,
-                      Waiting *waiting) {
+                      RadLoginDone done, void *context) {
     std::array<uint8_t, RAD_CHAP_CHALLENGE_SIZE> challenge{};
     std::array<uint8_t, RAD_CHAP_RESPONSE_SIZE> response{};
     if (getrandom(challenge.data(), challenge.size(), 0) !=
@@ -77,38 +78,40 @@ RadRequest *startChap(RadLoop *loop, const std::string &user, const std::string 
         return nullptr;
     }
     return radChapAuthStart(loop, user.c_str(), response.data(), RAD_CHAP_RESPONSE_SIZE,
-                            challenge.data(), RAD_CHAP_CHALLENGE_SIZE, noteEnd, waiting);
-}
-
-RadRequest *start(Method method, RadLoop *loop, const std::string &user,
-                  const std::string &password, Waiting *waiting) {
-    switch (method) {
-        case Method::kChap:
-            return startChap(loop, user, password, waiting);
-        case Method::kMschap:
-            return radMschapStart(loop, user.c_str(), password.c_str(), noteEnd, waiting);
-        case Method::kMschapv2:
-            return radMschapv2Start(loop, user.c_str(), password.c_str(), noteEnd, waiting);
-        default:
-            return radAuthStart(loop, user.c_str(), password.c_str(), noteEnd, waiting);
-    }
+                            challenge.data(), RAD_CHAP_CHALLENGE_SIZE, done, context);
 }
 
 }  // namespace
 
+const MethodName &methodOf(const std::string &name) {
+    return *std::find_if(kMethods.begin(), kMethods.end(),
+                         [&name](const MethodName &row) { return row.name == name; });
+}
+
+RadRequest *startLogin(Method method, RadLoop *loop, const std::string &user,
+                       const std::string &password, RadLoginDone done, void *context) {
+    switch (method) {
+        case Method::kChap:
+            return startChap(loop, user, password, done, context);
+        case Method::kMschap:
+            return radMschapStart(loop, user.c_str(), password.c_str(), done, context);
+        case Method::kMschapv2:
+            radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
+            return radMschapv2Start(loop, user.c_str(), password.c_str(), done, context);
+        default:
+            return radAuthStart(loop, user.c_str(), password.c_str(), done, context);
+    }
+}
+
 LoginOutcome logIn(Method method, const std::string &user, const std::string &password) {
     const ReplyKeeper keeper;
-    radOptionSet(RAD_OPTION_STANDARD_SHA1, 1);
     const std::unique_ptr<RadLoop, decltype(&radLoopDestroy)> loop(radLoopCreate(), radLoopDestroy);
     if (!loop) {
         throw Failure("out of memory or descriptors");
     }
     Waiting waiting;
-    if (!start(method, loop.get(), user, password, &waiting)) {
-        throw Failure(
-            "the library refuses this user name or password: a name has at most 64 characters, "
-            "a password at most 48, and with MS-CHAP it is UTF-8",
-            kRefused);
+    if (!startLogin(method, loop.get(), user, password, noteEnd, &waiting)) {
+        throw Failure(kLoginRefused, kRefused);
     }
     while (!waiting.isOver && radLoopRun(loop.get(), -1) >= 0) {
     }

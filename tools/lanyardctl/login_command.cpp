@@ -1,7 +1,6 @@
 // The command "login": does a login work, and why not?
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -15,6 +14,7 @@
 #include "configuration.h"
 #include "inquiry.h"
 #include "login.h"
+#include "method_option.h"
 #include "secret.h"
 #include "style.h"
 #include "table.h"
@@ -38,11 +38,6 @@ struct Options {
     std::string user = {};
     std::optional<std::string> passwordFile = {};
 };
-
-const MethodName &methodOf(const std::string &name) {
-    return *std::find_if(kMethods.begin(), kMethods.end(),
-                         [&name](const MethodName &row) { return row.name == name; });
-}
 
 struct Word {
     const char *word;
@@ -134,15 +129,8 @@ void addLoginCommand(CLI::App &app, Task &task) {
     CLI::App &command =
         addCommand(app, "login", "Logs a user in: which server, how long, what it sends, why not",
                    task, [options](Report &report) { return login(*options, report); });
-    std::vector<std::string> methods;
-    methods.reserve(std::size(kMethods));
-    for (const MethodName &row : kMethods) {
-        methods.emplace_back(row.name);
-    }
     addText(command, "USER", options->user, "", "name of the user").required();
-    addText(command, "-m,--method", options->method, "METHOD",
-            "pap, chap, mschap or mschapv2; pap without it")
-        .check(CLI::IsMember(methods).description(""));
+    addMethod(command, options->method);
     addText(command, "--password-file", options->passwordFile, "FILE",
             "file whose first line is the password, - for standard input");
     addFile(command, options->file);

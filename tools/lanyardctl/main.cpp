@@ -24,8 +24,9 @@ constexpr const char *kFooter =
     "  4  the answer is no: the login is rejected, the file or packet is wrong or doubtful\n"
     "  5  no valid answer from a server";
 
-constexpr std::array kFamilies = {addLoginCommand, addProbeCommand,  addCheckCommand,
-                                  addDictCommands, addDecodeCommand, addDatabaseCommands};
+constexpr std::array kFamilies = {addLoginCommand,    addProbeCommand,  addCheckCommand,
+                                  addDictCommands,    addDecodeCommand, addLoadCommand,
+                                  addDatabaseCommands};
 
 int run(int argc, char **argv) {
     bool json = false;
