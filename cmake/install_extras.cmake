@@ -17,7 +17,7 @@ foreach(_program ${_requests})
   endif()
 endforeach()
 
-foreach(_unit lanyardctl.service pnac-wired@.service radeapd.service)
+foreach(_unit lanyardctl.service lanyardctl-acct.service pnac-wired@.service radeapd.service)
   configure_file(${PROJECT_SOURCE_DIR}/etc/systemd/${_unit}.in ${PROJECT_BINARY_DIR}/systemd/${_unit} @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/systemd/${_unit} DESTINATION ${LANYARD_SYSTEMD_UNIT_DIR})
 endforeach()

@@ -24,7 +24,7 @@ _lanyard_radius() {
     done
     COMPREPLY=()
     case "$previous" in
-        -d | -f | --database | --dictionary | --file | --password-file | --secret-file | --user-file | \
+        -d | -f | --database | --dictionary | --file | --password-file | --queue | --secret-file | --user-file | \
             --on-authorized | --on-unauthorized)
             mapfile -t COMPREPLY < <(compgen -f -- "$word")
             return

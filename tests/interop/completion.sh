@@ -43,6 +43,9 @@ offers "$1" lanyardctl check "${1%.bash}"
 offers "$1" lanyardctl dict check "${1%.bash}"
 offers "--dictionary --help" lanyardctl dict show --
 offers "$1" lanyardctl decode "${1%.bash}"
+offers "flush interim list off on start stop" lanyardctl acct ""
+offers "--input-octets --input-packets" lanyardctl acct stop --in
+offers "$1" lanyardctl acct flush --queue "${1%.bash}"
 offers "--on-authorized --on-unauthorized" pnac-wired --on
 offers "--help --json" pnac-wired status --
 offers "lo" pnac-wired l

@@ -18,7 +18,7 @@ trap 'rm -rf "$scratch"' EXIT
 # The most that `systemd-analyze security` may say, in tenths.
 threshold=25
 
-units=(lanyardctl.service radeapd.service pnac-wired@.service)
+units=(lanyardctl.service lanyardctl-acct.service radeapd.service pnac-wired@.service)
 for unit in "${units[@]}"; do
     grep -q '^Type=notify$' "$1/$unit"
     # The programs of the build, for an instance of the template.

@@ -99,15 +99,6 @@ void setAddress(ShownAttribute &shown, View bytes) {
     setWord(shown, text.data());
 }
 
-void setDate(ShownAttribute &shown, uint32_t seconds) {
-    const time_t time = seconds;
-    tm utc{};
-    std::array<char, 32> text{};
-    gmtime_r(&time, &utc);
-    (void)std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
-    setWord(shown, text.data());
-}
-
 void setTag(ShownAttribute &shown, unsigned tag) {
     if (tag != 0) {
         shown.value += ", tag " + std::to_string(tag);
@@ -146,7 +137,7 @@ void setValue(ShownAttribute &shown, const RadDictAttr &known, View bytes) {
     } else if (known.type == RAD_TYPE_IPADDR) {
         setAddress(shown, bytes);
     } else if (known.type == RAD_TYPE_DATE) {
-        setDate(shown, numberIn(bytes));
+        setWord(shown, asTime(numberIn(bytes)));
     } else {
         setInteger(shown, known, numberIn(bytes));
     }
@@ -250,6 +241,15 @@ std::string asHex(View bytes) {
         text += "0123456789abcdef"[byte & 15U];
     }
     return text;
+}
+
+std::string asTime(int64_t seconds) {
+    const time_t time = seconds;
+    tm utc{};
+    std::array<char, 32> text{};
+    gmtime_r(&time, &utc);
+    (void)std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return text.data();
 }
 
 std::vector<ShownAttribute> shownAttributes(const std::vector<RawAttribute> &attributes) {

@@ -2,6 +2,7 @@
 #ifndef LANYARDCTL_ATTRIBUTES_H
 #define LANYARDCTL_ATTRIBUTES_H
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -25,6 +26,9 @@ std::vector<ShownAttribute> shownAttributes(const std::vector<RawAttribute> &att
 // Name and value in columns, each line after `indent`; "" for none.
 std::string asTable(const std::vector<ShownAttribute> &attributes, const std::string &indent);
 Json asJson(const std::vector<ShownAttribute> &attributes);
+
+// A time in seconds since 1970: "2026-11-22T09:00:00Z".
+std::string asTime(int64_t seconds);
 
 // Bytes as hexadecimal digits.
 std::string asHex(View bytes);

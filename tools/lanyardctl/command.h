@@ -45,6 +45,7 @@ inline void addFile(CLI::App &command, std::string &file) {
 }
 
 // The families.
+void addAcctCommands(CLI::App &app, Task &task);
 void addCheckCommand(CLI::App &app, Task &task);
 void addDecodeCommand(CLI::App &app, Task &task);
 void addDictCommands(CLI::App &app, Task &task);

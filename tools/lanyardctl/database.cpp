@@ -1,6 +1,7 @@
 #include "database.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -28,6 +29,11 @@ void Statement::bind(int parameter, const std::optional<std::string> &text) {
                : sqlite3_bind_null(statement_.get(), parameter));
 }
 
+void Statement::bind(int parameter, const std::vector<uint8_t> &bytes) {
+    check(sqlite3_bind_blob(statement_.get(), parameter, bytes.data(),
+                            static_cast<int>(bytes.size()), SQLITE_TRANSIENT));
+}
+
 bool Statement::step() {
     const int status = sqlite3_step(statement_.get());
     check(status == SQLITE_ROW || status == SQLITE_DONE ? SQLITE_OK : status);
@@ -43,10 +49,30 @@ std::optional<std::string> Statement::text(int column) const {
     return text ? std::optional<std::string>(reinterpret_cast<const char *>(text)) : std::nullopt;
 }
 
+std::vector<uint8_t> Statement::bytes(int column) const {
+    const auto *bytes = static_cast<const uint8_t *>(sqlite3_column_blob(statement_.get(), column));
+    return bytes
+               ? std::vector<uint8_t>(bytes, bytes + sqlite3_column_bytes(statement_.get(), column))
+               : std::vector<uint8_t>();
+}
+
 void Statement::check(int status) const {
     if (status != SQLITE_OK) {
         throw Failure(std::string("database: ") + sqlite3_errmsg(db_));
     }
+}
+
+std::string defaultFile(const std::string &path, bool makesFolder) {
+    const char *root = secure_getenv("PAL_ROOT");
+    std::string file = (root ? root : "") + path;
+    std::error_code error;
+    if (makesFolder) {
+        std::filesystem::create_directories(std::filesystem::path(file).parent_path(), error);
+    }
+    if (error) {
+        throw Failure("cannot make the folder of " + file + ": " + error.message());
+    }
+    return file;
 }
 
 Database::Database(std::string file) : file_(std::move(file)) {

@@ -8,6 +8,7 @@
 #include <sqlite3.h>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "failure.h"
 
@@ -30,6 +31,7 @@ class Statement {
     // gets to see more of it.
     [[nodiscard]] int64_t number(int column) const;
     [[nodiscard]] std::optional<std::string> text(int column) const;
+    [[nodiscard]] std::vector<uint8_t> bytes(int column) const;
 
   private:
     struct Finalizer {
@@ -38,11 +40,16 @@ class Statement {
 
     void bind(int parameter, int64_t number);
     void bind(int parameter, const std::optional<std::string> &text);
+    void bind(int parameter, const std::vector<uint8_t> &bytes);
     void check(int status) const;
 
     sqlite3 *db_;
     std::unique_ptr<sqlite3_stmt, Finalizer> statement_;
 };
+
+// Where a file lies that the command line does not name: the platform may have the device's files in a folder.
+// Its own folder can be made as well.
+std::string defaultFile(const std::string &path, bool makesFolder);
 
 // Where others than the owner have access to a database, it takes that from them and says so on
 // standard error; that it cannot is a Failure.

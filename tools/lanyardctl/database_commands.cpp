@@ -6,7 +6,6 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -347,24 +346,10 @@ void addOptions(CLI::App &app, const Command &command, Options &options) {
     }
 }
 
-// The default database lies where the platform has the device's files; `db init` makes its folder.
-std::string defaultDatabase(bool makesFolder) {
-    const char *root = secure_getenv("PAL_ROOT");
-    std::string file = std::string(root ? root : "") + kDefaultDatabase;
-    std::error_code error;
-    if (makesFolder) {
-        std::filesystem::create_directories(std::filesystem::path(file).parent_path(), error);
-    }
-    if (error) {
-        throw Failure("cannot make the folder of " + file + ": " + error.message());
-    }
-    return file;
-}
-
 // What a command does once the whole command line is understood.
 ExitCode runCommand(const Command &command, Options &options, Report &report) {
     if (command.group == kDatabaseGroup && options.file.empty()) {
-        options.file = defaultDatabase(command.run == initDatabase);
+        options.file = defaultFile(kDefaultDatabase, command.run == initDatabase);
     }
     if (options.secretFile) {
         options.fields.secret = readSecret(*options.secretFile);

@@ -22,11 +22,11 @@ constexpr const char *kFooter =
     "  2  refused: the command line, or values that cannot be stored\n"
     "  3  there is no such server, attribute or vendor\n"
     "  4  the answer is no: the login is rejected, the file or packet is wrong or doubtful\n"
-    "  5  no valid answer from a server";
+    "  5  no valid answer from a server; accounting records are kept";
 
-constexpr std::array kFamilies = {addLoginCommand,    addProbeCommand,  addCheckCommand,
-                                  addDictCommands,    addDecodeCommand, addLoadCommand,
-                                  addDatabaseCommands};
+constexpr std::array kFamilies = {addLoginCommand,  addProbeCommand,    addLoadCommand,
+                                  addAcctCommands,  addCheckCommand,    addDictCommands,
+                                  addDecodeCommand, addDatabaseCommands};
 
 int run(int argc, char **argv) {
     bool json = false;

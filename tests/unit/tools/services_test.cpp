@@ -201,6 +201,12 @@ TEST_F(Services, Lanyardctl_TellsTheManager) {
          "service: reads the table again");
 }
 
+TEST_F(Services, Accounting_TellsTheManager) {
+    live({LANYARD_LANYARDCTL, "acct", "flush", "--every", "3600"},
+         "serves " + root_.path("/var/lib/lanyard/accounting.db").string(),
+         "accounting: reads the configuration again");
+}
+
 TEST_F(Services, PnacWired_TellsTheManager) {
     if (unshare(CLONE_NEWNET) != 0) {
         GTEST_SKIP() << "no right to make network namespaces";
