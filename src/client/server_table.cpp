@@ -163,7 +163,8 @@ void describe(const Server &server, RadServerStatus &status) {
     if (count > 0) {
         std::qsort(sorted.data(), count, sizeof(uint32_t), compareNumbers);
         status.medianMicroseconds = sorted[count / 2];
-        status.slowMicroseconds = sorted[(count - 1) * kSlowestPercentile / 100];
+        // The nearest rank: never less than the median.
+        status.slowMicroseconds = sorted[(count * kSlowestPercentile + 99) / 100 - 1];
     }
 }
 

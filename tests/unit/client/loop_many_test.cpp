@@ -179,6 +179,20 @@ TEST_F(LoopTest, RoundTrips_MedianAndPercentile) {
     EXPECT_EQ(100U, status.accepts);
 }
 
+TEST_F(LoopTest, TwoRoundTrips_PercentileIsTheSlowerOne) {
+    const PlayedServer server;
+    const ConfiguredLibrary library({.authServers = {server.entry()}});
+    const Loop loop;
+    for (const double seconds : {0.1, 1.0}) {
+        Answer answer;
+        loop.start(answer);
+        clock_.advance(seconds);
+        server.reply(server.take(), 2);
+        EXPECT_EQ(1, loop.run());
+    }
+    EXPECT_LE(1000000U, statusOf(server).slowMicroseconds);
+}
+
 TEST_F(LoopTest, StatusOfNoServer_IsNone) {
     RadServerStatus status{};
     EXPECT_EQ(-1, radServerStatusAt(0, nullptr));
