@@ -18,17 +18,17 @@ PAGE = "docs/messages.md"
 SOURCES = ["src/**/*.cpp", "src/**/*.h", "platform/*.cpp", "platform/*.h", "tools/**/*.cpp", "tools/**/*.h"]
 NO_SOURCES = {"src/dict/builtin.cpp"}
 
-# Calls, initialisers and constants whose texts are no messages: help, SQL, tables, separators.
+# Calls, initialisers and constants whose texts are no messages: help, SQL, tables.
 NO_MESSAGES = {
     "add_option", "add_flag", "add_subcommand", "app", "addCommand", "addGroup", "addText", "addFile", "footer",
     "query", "run", "runQuery", "sqlite3QueryResGet", "notifyManager", "strftime", "static_assert",
     "Command", "Program", "Option", "LibraryOption", "kServerColumns", "kCommands",
 }
 LOG_CALLS = {"radLog", "radLogAs", "radDeviceLog", "radDeviceLogAs", "palModuleDebug"}
-NO_TEXT = re.compile(r"(ntresponse: computes|Usage: <> PASSWORD|Exit status|SELECT|INSERT|UPDATE|DELETE|PRAGMA|CREATE|TRIGGER|TABLE|"
-                     r"<>\)=\(|<>, rowid\))")
+NO_TEXT = re.compile(r"(ntresponse: computes|Usage: <> PASSWORD|Exit status|READY=|SELECT|INSERT|UPDATE|DELETE|PRAGMA|"
+                     r"CREATE|TRIGGER|TABLE|<>\)=\(|<>, rowid\))")
 HELP_FUNCTION = re.compile(r"^void printHelp\(.*?^}", re.S | re.M)
-HELP = re.compile(r"k\w*(Footer|Statuses)")
+HELP = re.compile(r"k(\w*(Footer|Statuses)|Fields|StatusTypes|Definitions)$")
 
 TOKEN = re.compile(r'//[^\n]*|/\*.*?\*/|^\s*#(?:[^\n]|\\\n)*|"(?P<text>(?:[^"\\\n]|\\.)*)"'
                    r'|(?P<other>\'(?:[^\'\\]|\\.)+\'|[A-Za-z_]\w*|\d[\w\']*|::|->|\S)|\s+', re.S | re.M)
