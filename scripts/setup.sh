@@ -22,7 +22,7 @@ esac
 
 packages=(
     # to build
-    g++ cmake ninja-build ccache libssl-dev libsqlite3-dev libcli11-dev nlohmann-json3-dev libpcap-dev
+    g++ cmake ninja-build ccache libssl-dev libsqlite3-dev libcli11-dev nlohmann-json3-dev libpcap-dev pkg-config
     # to test: the RADIUS server is the far end of the interoperability tests and of the demo
     libgtest-dev libgmock-dev libbenchmark-dev sqlite3
     # to test the EAP relay: the supplicant is the far end of the port-access authenticator
