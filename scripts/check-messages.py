@@ -32,7 +32,7 @@ HELP = re.compile(r"k(\w*(Footer|Statuses)|Fields|StatusTypes|Definitions)$")
 
 TOKEN = re.compile(r'//[^\n]*|/\*.*?\*/|^\s*#(?:[^\n]|\\\n)*|"(?P<text>(?:[^"\\\n]|\\.)*)"'
                    r'|(?P<other>\'(?:[^\'\\]|\\.)+\'|[A-Za-z_]\w*|\d[\w\']*|::|->|\S)|\s+', re.S | re.M)
-FORMAT = re.compile(r"%[-+ #0]*(?:\*|\d+)?(?:\.(?:\*|\d+))?(?:hh|h|ll|l|z|j)?[diouxXcsp]")
+FORMAT = re.compile(r"%[-+ #0]*(?:\*|\d+)?(?:\.(?:\*|\d+))?(?:hh|h|ll|l|z|j)?[diouxXeEfFgGcsp]")
 VALUE = "<>"
 
 
