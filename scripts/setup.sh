@@ -5,17 +5,19 @@
 #
 #   --bench     also what scripts/compare-eap.sh measures against
 #   --machines  also what scripts/test-on.sh builds for s390x and musl with
+#   --packages  also what scripts/package.sh and scripts/test-packages.sh need
 set -euo pipefail
 
 # Packages that would run a service from their installation on.
 servers=(freeradius)
-machines=()
+extra=()
 case "$*" in
     "") ;;
     --bench) servers+=(hostapd) ;;
-    --machines) machines=(g++-s390x-linux-gnu musl-tools tcl dpkg-dev) ;;
+    --machines) extra=(g++-s390x-linux-gnu musl-tools tcl dpkg-dev) ;;
+    --packages) extra=(debhelper lintian mmdebstrap) ;;
     *)
-        echo "Usage: $0 [--bench | --machines]" >&2
+        echo "Usage: $0 [--bench | --machines | --packages]" >&2
         exit 2
         ;;
 esac
@@ -32,7 +34,7 @@ packages=(
     clang-14 libclang-rt-14-dev g++-arm-linux-gnueabihf mandoc qemu-user doxygen
     # to measure
     python3 valgrind
-    "${machines[@]}" "${servers[@]}"
+    "${extra[@]}" "${servers[@]}"
 )
 
 missing=()
