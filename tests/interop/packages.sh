@@ -1,0 +1,183 @@
+#!/usr/bin/env bash
+#
+# Installs, uses, upgrades and removes the packages in build/packages on a machine that has never seen them, with a
+# RADIUS server on loopback. scripts/test-packages.sh makes that machine.
+#
+#   packages.sh VERSION NEXT_VERSION PORT SECRET
+set -euo pipefail
+
+[[ $# -eq 4 ]] || { echo "packages: takes 4 arguments" >&2; exit 2; }
+version=$1
+next=$2
+port=$3
+secret=$4
+tree=$(cd "$(dirname "$0")/../.." && pwd)
+packages=(liblanyard-radius2 liblanyard-radius-dev lanyard-radius-tools lanyard-radius-relay)
+cd "$(mktemp -d)"
+
+fail() {
+    echo "packages: $*" >&2
+    exit 1
+}
+
+step() {
+    echo "packages: $*"
+}
+
+# quietly COMMAND...: what it writes is shown if it fails.
+quietly() {
+    "$@" >log 2>&1 || { cat log >&2; fail "failed: $*"; }
+}
+
+apt() {
+    DEBIAN_FRONTEND=noninteractive quietly apt-get -q -y "$@"
+}
+
+# install_version VERSION: all four, and what they depend on.
+install_version() {
+    local name files=()
+    for name in "${packages[@]}"; do
+        files+=("$tree/build/packages/${name}_$1_$(dpkg --print-architecture).deb")
+    done
+    apt install "${files[@]}"
+    for name in "${packages[@]}"; do
+        [[ $(dpkg-query -W -f '${db:Status-Status} ${Version}' "$name") == "installed $1" ]] ||
+            fail "$name $1 is not installed"
+    done
+}
+
+# What there is on the disk but what apt and dpkg keep for themselves.
+files() {
+    find / -xdev \( -path /var/lib/apt -o -path /var/lib/dpkg -o -path /var/cache -o -path /var/log \) -prune -o -print |
+        sort
+}
+
+# writes TEXT COMMAND...: the command writes it.
+writes() {
+    local text=$1 output
+    shift
+    output=$("$@" 2>&1) || fail "$* failed: $output"
+    [[ $output == *"$text"* ]] || fail "no '$text' from $*: $output"
+}
+
+# await TEXT COMMAND...: it writes it some time.
+await() {
+    local text=$1
+    shift
+    for ((attempt = 0; attempt < 600; ++attempt)); do
+        [[ $("$@" 2>&1) != *"$text"* ]] || return 0
+        sleep 0.1
+    done
+    fail "no '$text' from $*: $("$@" 2>&1)"
+}
+
+unit() {
+    sed -n "s/^$2=//p" "/lib/systemd/system/$1.service"
+}
+
+# start UNIT: as systemd would.
+services=()
+start() {
+    local folder
+    [[ -e $(unit "$1" ConditionPathExists) ]] || fail "the condition of $1 is not met"
+    for folder in $(unit "$1" RuntimeDirectory); do
+        install -d -m "$(unit "$1" RuntimeDirectoryMode)" "/run/$folder"
+    done
+    (
+        umask "$(unit "$1" UMask)"
+        for file in $(unit "$1" EnvironmentFile); do
+            # shellcheck disable=SC1090
+            [[ ! -e ${file#-} ]] || . "${file#-}"
+        done
+        eval "exec $(unit "$1" ExecStart)"
+    ) >"$1.log" 2>&1 &
+    services+=($!)
+}
+
+stop() {
+    kill "${services[@]}"
+    wait "${services[@]}" || true
+    services=()
+}
+
+# Users log in, and the relay knows the server.
+use() {
+    start lanyardctl
+    await 'service: serves ' cat lanyardctl.log
+    start radeapd
+    await 'relay: has 1 server' cat lanyardctl.log
+    writes 'limit 8' lanyardctl relay status
+    writes 'RADIUS Authentication OK' radauth alice wonderland
+    ! radauth alice looking-glass >log 2>&1 || fail "a wrong password is let in"
+    writes 'RADIUS Authentication OK' radmschap --builtin alice wonderland
+    writes 'accepted (MS-CHAPv2)' lanyardctl login --method mschapv2 alice <<<wonderland
+    stop
+}
+
+files >before
+step "installs $version"
+install_version "$version"
+for name in "${packages[@]}"; do
+    [[ -e /usr/share/doc/$name/copyright ]] || fail "$name has no copyright"
+done
+for file in /usr/bin/{rad*,lanyardctl,ntresponse,pnac-wired} /usr/lib/*/liblanyard-*.so.2; do
+    ! ldd "$file" | grep 'not found' || fail "$file misses libraries"
+done
+[[ ! -e /etc/systemd/system/multi-user.target.wants/radeapd.service ]] || fail "the relay is enabled"
+[[ ! -e $(unit lanyardctl ConditionPathExists) ]] || fail "the change service would start unconfigured"
+
+step "runs as the units say"
+lanyardctl db init >/dev/null
+lanyardctl db add 127.0.0.1 --port "$port" --secret-file - <<<"$secret" >/dev/null
+echo 'OPTIONS="--in-flight 8 --dead-time 30"' >/etc/default/radeapd
+use
+grep -q '^dictionary  */usr/share/lanyard-radius/radius.dict$' /var/radius.conf ||
+    fail "another dictionary: $(grep ^dictionary /var/radius.conf)"
+
+step "strangers compile by pkg-config and find_package"
+stranger=$tree/tests/interop/stranger
+read -ra flags <<<"$(pkg-config --cflags --libs lanyard-radius)"
+# Ours from the archives, the others shared; SQLite names one that its package does not bring.
+read -ra archives <<<"$(pkg-config --static --cflags --libs lanyard-radius |
+    sed -E 's/-l(lanyard-[a-z]*)/-l:lib\1.a/g; s/-lz//')"
+quietly cc "$stranger/stranger.c" -o in-c "${flags[@]}"
+quietly c++ "$stranger/stranger.cpp" -o in-cpp "${flags[@]}"
+quietly cc "$stranger/stranger.c" -o in-c-archives "${archives[@]}"
+quietly cmake -S "$stranger" -B found
+quietly cmake --build found
+for program in in-c in-cpp in-c-archives found/in-c found/in-cpp; do
+    [[ $("./$program") == User-Name ]] || fail "$program fails"
+done
+
+step "the examples log in, compiled as C and as C++"
+echo 'alice wonderland' >users
+for source in /usr/share/doc/liblanyard-radius-dev/examples/*.c; do
+    example=$(basename "$source" .c)
+    quietly cc -Wall -Werror "$source" -o "$example-c" "${flags[@]}"
+    quietly c++ -x c++ -Wall -Werror "$source" -o "$example-cpp" "${flags[@]}"
+    for program in "$example"-{c,cpp}; do
+        case $example in
+            login) writes 'alice may come in' "./$program" /var/radius.conf alice wonderland ;;
+            many_logins) writes '1 of 1 may come in' "./$program" /var/radius.conf users ;;
+            *) fail "no test knows the example $example" ;;
+        esac
+    done
+done
+
+step "upgrades to $next"
+settings=(/etc/default/radeapd /var/lib/lanyard/config.db /var/radius.conf)
+sha256sum "${settings[@]}" >settings
+install_version "$next"
+quietly sha256sum --check settings
+use
+
+step "removes"
+apt remove "${packages[@]}"
+quietly sha256sum --check settings
+! find /usr /lib /etc -xdev -name '*lanyard*' | grep . || fail "that is still there"
+quietly dpkg --purge "${packages[@]}"
+apt autoremove --purge
+rm /etc/default/radeapd
+files >after
+diff before after || fail "left behind, or gone"
+echo "packages: installed, used, upgraded and removed"
