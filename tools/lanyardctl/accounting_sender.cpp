@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <string>
 
 #include <lanyard/radius/attr.h>
@@ -50,9 +51,10 @@ std::unique_ptr<RadPair, PairListFree> pairsOf(const Record &record) {
     const PacketView packet(record.packet);
     for (const RawAttribute &attribute : packet.attributes()) {
         // Another dictionary may have been in use when the record was made; bytes are bytes.
-        if (const std::string number = std::to_string(attribute.number);
-            !radDictGetAttr(attribute.number)) {
-            radDictAddAttr(("Attribute-" + number + " " + number + " string").c_str());
+        if (!radDictGetAttr(attribute.number)) {
+            std::ostringstream line;
+            line << "Attribute-" << +attribute.number << ' ' << +attribute.number << " string";
+            radDictAddAttr(line.str().c_str());
         }
     }
     const int64_t age = time(nullptr) - record.made;
@@ -116,12 +118,13 @@ Delivery deliver(const AccountingQueue &queue, int64_t only) {
         const Answer answer = sender.send(*record);
         if (answer.isGood) {
             queue.remove(record->id);
-            delivery = {delivery.sent + 1, record->id, answer.milliseconds, answer.servers,
-                        delivery.silent};
+            ++delivery.sent;
+            delivery.milliseconds = answer.milliseconds;
+            delivery.servers = answer.servers;
             inVain = 0;
             continue;
         }
-        if (delivery.silent.empty()) {
+        if (delivery.unanswered++ == 0) {
             delivery.silent = answer.servers;
         }
         held.insert(record->session);

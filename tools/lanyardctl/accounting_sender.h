@@ -17,11 +17,11 @@
 namespace lanyardctl {
 
 struct Delivery {
-    int64_t sent = 0;         // records that were answered, and are not in the queue any more
-    int64_t last = 0;         // id of the last of them
-    double milliseconds = 0;  // from its first send to its answer
-    std::vector<RadLastError> servers;  // those that were asked for the last of them
-    std::vector<RadLastError> silent;   // those that did not answer the first that was not answered
+    int64_t sent = 0;                   // records that were answered, and are in the queue no more
+    double milliseconds = 0;            // from the first send of the last of them to its answer
+    std::vector<RadLastError> servers;  // those that were asked for it
+    int64_t unanswered = 0;             // records that were sent in vain
+    std::vector<RadLastError> silent;   // those that were asked for the first of them
 };
 
 // The library has to be configured, and the caller has the turn.

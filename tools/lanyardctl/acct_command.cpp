@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <ctime>
+#include <exception>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -137,45 +138,46 @@ ExitCode account(const StatusType &status, Options options, const Report &report
 
 // The queue
 
+Delivery deliverAll(const AccountingQueue &queue) {
+    const AccountingQueue::Turn turn(queue);
+    return deliver(queue);
+}
+
 ExitCode flush(const Options &options, const Report &report) {
     const AccountingQueue queue = openQueue(options);
     const Accounting accounting(options.file);
-    const AccountingQueue::Turn turn(queue);
-    const Delivery delivery = deliver(queue);
+    const Delivery delivery = deliverAll(queue);
     const auto troubles = troublesOf(delivery.silent, RAD_SERVER_ACCT);
+    const bool isAnswered = delivery.unanswered == 0;
     const int64_t waiting = queue.waiting();
-    Json document = {{"ok", waiting == 0}, {"sent", delivery.sent}, {"waiting", waiting}};
+    Json document = {{"ok", isAnswered}, {"sent", delivery.sent}, {"waiting", waiting}};
     addTo(document, troubles);
     report.answer(document, counted(delivery.sent, "record") + " sent, " + std::to_string(waiting) +
                                 " waiting" + textOf(troubles));
-    return waiting == 0 ? kDone : kNoAnswer;
+    return isAnswered ? kDone : kNoAnswer;
 }
 
 // One round of the service. The configuration is read anew each time.
-void flushOnce(const AccountingQueue &queue, const Options &options, Report &report) {
+void flushOnce(const AccountingQueue &queue, const Options &options, Report &report) try {
     if (queue.waiting() == 0) {
-        report.putRight(kTopic);
-        return;
+        return report.putRight(kTopic);
     }
-    try {
-        const Accounting accounting(options.file);
-        const AccountingQueue::Turn turn(queue);
-        const Delivery delivery = deliver(queue);
-        if (delivery.sent != 0) {
-            report.event(kTopic, counted(delivery.sent, "record") + " sent, " +
-                                     std::to_string(queue.waiting()) + " waiting");
-        }
-        if (delivery.silent.empty()) {
-            return report.putRight(kTopic);
-        }
-        std::string problem = "records wait";
-        for (const RadLastError &error : delivery.silent) {
-            problem += "; " + textOf(error);
-        }
-        report.problem(kTopic, problem);
-    } catch (const std::exception &failure) {
-        report.problem(kTopic, failure.what());
+    const Accounting accounting(options.file);
+    const Delivery delivery = deliverAll(queue);
+    if (delivery.sent != 0) {
+        report.event(kTopic, counted(delivery.sent, "record") + " sent, " +
+                                 std::to_string(queue.waiting()) + " waiting");
     }
+    if (delivery.unanswered == 0) {
+        return report.putRight(kTopic);
+    }
+    std::string problem = "records wait";
+    for (const RadLastError &error : delivery.silent) {
+        problem += "; " + textOf(error);
+    }
+    report.problem(kTopic, problem);
+} catch (const std::exception &failure) {
+    report.problem(kTopic, failure.what());
 }
 
 // Nothing is lost, whatever it is at.
@@ -248,7 +250,10 @@ void addRecordOptions(CLI::App &command, const StatusType &status, Options &opti
         if ((status.takes & field.group) != 0) {
             CLI::Option &option =
                 addText(command, field.option, options.given.values.at(i), field.type, field.help);
-            field.repeats ? option.allow_extra_args(false) : option.expected(1);
+            if (!field.repeats) {
+                option.expected(1);
+            }
+            option.allow_extra_args(false);
         }
     }
     addText(command, "--attribute", options.given.attributes, "NAME=VALUE",
