@@ -46,7 +46,7 @@ std::string allowedAddressOf(const RadServer &server, const std::vector<std::str
     }
     std::array<char, INET_ADDRSTRLEN> text{};
     inet_ntop(AF_INET, &address, text.data(), text.size());
-    const std::string dotted = text.data();
+    std::string dotted = text.data();
     const bool isOwn = ntohl(address.s_addr) >> 24 == IN_LOOPBACKNET;
     if (!isOwn && std::find(confirmed.begin(), confirmed.end(), dotted) == confirmed.end()) {
         throw Failure("the server " + shown(nameOf(server)) +
