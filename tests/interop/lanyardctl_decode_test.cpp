@@ -16,28 +16,38 @@ using testing::StartsWith;
 
 constexpr const char *kSecret = "the-secret";
 
-// A capture of UDP over Ethernet.
+// A capture of UDP, over Ethernet unless another link is named.
 class Capture {
   public:
-    Capture() {
-        add32({0xa1b2c3d4, 0x00040002, 0, 0, 65535, 1});  // version 2.4, Ethernet
+    explicit Capture(uint32_t linkType = 1,
+                     const char *linkHeader = "000000000000 000000000000 0800")
+        : linkHeader_(fromHex(linkHeader)) {
+        add32({0xa1b2c3d4, 0x00040002, 0, 0, 65535, linkType});  // version 2.4
     }
 
     Capture &add(const std::string &source, uint16_t from, const std::string &destination,
                  uint16_t to, const Bytes &payload) {
-        Bytes frame(12);
+        Bytes frame = linkHeader_;
         const auto add16 = [&frame](size_t number) {
             frame.push_back(static_cast<uint8_t>(number >> 8U));
             frame.push_back(static_cast<uint8_t>(number));
         };
-        for (const size_t field : {size_t{0x0800}, size_t{0x4500}, 28 + payload.size(), size_t{0},
-                                   size_t{0}, size_t{0x4011}, size_t{0}}) {
-            add16(field);
+        const bool isIpv6 = source.find(':') != std::string::npos;
+        if (isIpv6) {
+            for (const size_t field :
+                 {size_t{0x6000}, size_t{0}, 8 + payload.size(), size_t{0x1140}}) {
+                add16(field);
+            }
+        } else {
+            for (const size_t field : {size_t{0x4500}, 28 + payload.size(), size_t{0}, size_t{0},
+                                       size_t{0x4011}, size_t{0}}) {
+                add16(field);
+            }
         }
-        for (const std::string &address : {source, destination}) {
-            const uint32_t number = ntohl(inet_addr(address.c_str()));
-            add16(number >> 16U);
-            add16(number & 0xffffU);
+        for (const std::string &text : {source, destination}) {
+            Bytes address(isIpv6 ? sizeof(in6_addr) : sizeof(in_addr));
+            EXPECT_EQ(1, inet_pton(isIpv6 ? AF_INET6 : AF_INET, text.c_str(), address.data()));
+            frame.insert(frame.end(), address.begin(), address.end());
         }
         for (const size_t field : {size_t{from}, size_t{to}, 8 + payload.size(), size_t{0}}) {
             add16(field);
@@ -58,6 +68,7 @@ class Capture {
         }
     }
 
+    Bytes linkHeader_;
     std::string bytes_;
 };
 
@@ -100,6 +111,38 @@ TEST_F(Decode, CaptureWithTheSecret_EveryAuthenticatorIsVerified) {
             "  Message-Authenticator: missing\n"
             "  Session-Timeout         60 s\n"
             "  WISPr-Bandwidth-Max-Up  1000000 bit/s\n"));
+}
+
+TEST_F(Decode, EveryLinkAndBothVersionsOfIp_AreRead) {
+    struct Link {
+        uint32_t type;
+        const char *header;
+    };
+    for (const Link &link :
+         {Link{1, "000000000000 000000000000 0800"},
+          Link{1, "000000000000 000000000000 88a8 0001 8100 0002 0800"},  // two VLANs
+          Link{0, "02000000"},                                            // BSD loopback
+          Link{101, ""},                                                  // IP alone
+          Link{113, "0000 0001 0006 0000000000000000 0800"},              // any interface
+          Link{276, "0800 0000 00000001 0001 00 06 0000000000000000"}}) {
+        const std::string capture =
+            file("link.pcap", Capture(link.type, link.header)
+                                  .add("127.0.0.1", 5000, "127.0.0.2", 1812, request())
+                                  .add("2001:db8::1", 5000, "2001:db8::2", 1812, request())
+                                  .bytes());
+        const ProgramResult result = run({"decode", capture});
+        EXPECT_EQ(0, result.status) << link.type << result.err;
+        EXPECT_THAT(result.out,
+                    StartsWith("frame 1, 127.0.0.1:5000 > 127.0.0.2:1812: Access-Request, "));
+        EXPECT_THAT(
+            result.out,
+            HasSubstr("\nframe 2, [2001:db8::1]:5000 > [2001:db8::2]:1812: Access-Request, "));
+    }
+    const ProgramResult unknown =
+        run({"decode", file("link.pcap", Capture(147, "").add("::1", 1, "::2", 1812, {}).bytes())});
+    EXPECT_EQ(1, unknown.status);
+    EXPECT_THAT(unknown.err,
+                HasSubstr(" has frames of link type 147, which this program does not know\n"));
 }
 
 TEST_F(Decode, CaptureOnStandardInput_IsRead) {
