@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstring>
 #include <limits>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -194,7 +195,9 @@ void RadLoop::receive(Channel &channel) {
         } else if (size < 0) {
             return;
         } else {
-            take(channel, std::span(buffer).first(static_cast<size_t>(size)));
+            const auto datagram = std::span(buffer).first(static_cast<size_t>(size));
+            take(channel, datagram);
+            explicit_bzero(datagram.data(), datagram.size());
         }
         // Nobody waits for more: what comes all the same has its turn with the next event.
         if (channel.isIdle()) {

@@ -42,7 +42,7 @@ void discardShort(const RadRecvCtx &ctx, size_t size) {
 Datagram readWhole(const RadRecvCtx &ctx, size_t length, Outcome &outcome) {
     const size_t size =
         std::min<size_t>(length, RAD_PACKET_MAX) + std::max<size_t>(std::strlen(ctx.secret), 1);
-    auto bytes = allocateBytes(std::max<size_t>(size, RAD_HEADER_SIZE));
+    auto bytes = allocateSecret(std::max<size_t>(size, RAD_HEADER_SIZE));
     if (!bytes) {
         failAt(outcome, RAD_STEP_RECEIVE, RAD_REASON_NO_MEMORY);
         return {};

@@ -14,7 +14,7 @@ namespace lanyard {
 
 // Bytes as they came from a socket; none without an owner.
 struct Datagram {
-    PartitionPtr<uint8_t[]> owner = {};
+    SecretBytes owner = {};
     size_t size = 0;
 
     std::span<uint8_t> bytes() const { return {owner.get(), size}; }

@@ -78,7 +78,11 @@ int addEntry(const uint8_t *packet, uint32_t length, uint32_t cookie, uint32_t d
 
 }  // namespace
 
+// A response may be a digest of the password.
 void freePending(RadEapQueueEntry &entry) {
+    if (entry.packet) {
+        explicit_bzero(entry.packet, entry.packetLen);
+    }
     palMemPartFree(radMemPartId, entry.packet);
     entry.packet = nullptr;
     entry.packetLen = 0;

@@ -4,17 +4,21 @@
 //
 // Standard input brings the password, a line, and then an empty line for each further step. Descriptor 3
 // gets a byte when the method has ended, and another one after radLibExit(). Its own copies are wiped.
+// The relay, and a module of the bus, give one byte more before all others: when they are on the bus.
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <pthread.h>
 #include <string_view>
 #include <unistd.h>
 
 #include <lanyard/radius/conf.h>
+#include <lanyard/radius/eap.h>
 #include <lanyard/radius/frame.h>
 #include <lanyard/radius/loop.h>
 #include <lanyard/radius/methods.h>
+#include <xbus.h>
 
 namespace {
 
@@ -110,6 +114,58 @@ int sample() {
     return radAuthSampleMain(3, arguments.data());
 }
 
+bool report() {
+    return write(kReports, "", 1) == 1;
+}
+
+void readLine();
+
+// Serves until the next line comes. A signal would save vector registers on the stack.
+template <int inFlight>
+int relay() {
+    radOptionSet(RAD_OPTION_EAP_IN_FLIGHT, inFlight);
+    radEapDetachInstall([](void *) { report(); }, nullptr);
+    pthread_t waiter{};
+    pthread_create(
+        &waiter, nullptr,
+        [](void *) -> void * {
+            readLine();
+            radEapExit(0);
+            return nullptr;
+        },
+        nullptr);
+    const int result = radEapInit();
+    pthread_join(waiter, nullptr);
+    return result;
+}
+
+int answerWithPassword(void * /*busArg1*/, void * /*busArg2*/, uint32_t /*cmd*/, void * /*buf*/,
+                       uint32_t /*len*/, void *out, uint32_t *outLen) {
+    if (*outLen < password.size()) {
+        return -1;
+    }
+    std::memcpy(out, password.data(), password.size());
+    return 0;
+}
+
+// Is called by the module of that number, and then calls it.
+int bus() {
+    constexpr uint32_t kOwn = 100;
+    constexpr uint32_t kOther = 101;
+    constexpr uint32_t kSecond = 1000000;
+    xbusInit();
+    XbusCtx *context = xbusRegister(kOwn, XBUS_MODE_HANDLER, answerWithPassword, nullptr);
+    report();
+    while (xbusListen(context, kSecond) == 0) {
+    }
+    std::array<char, password.size()> out{};
+    uint32_t size = out.size();
+    const int result = xbusIoctl(context, kOther, 0, password.data(), password.size(), out.data(),
+                                 &size, XBUS_WAIT, 0, 0);
+    explicit_bzero(out.data(), out.size());
+    return result;
+}
+
 struct Method {
     std::string_view name;
     int (*run)();
@@ -134,6 +190,9 @@ constexpr std::array kMethods{
     Method{"radAuthSampleMain", sample},
     Method{"radAuth, then its server deleted", withoutServer<removeByName>},
     Method{"radAuth, then all servers deleted", withoutServer<radConfDelAuthServ>},
+    Method{"relay", relay<64>},
+    Method{"relay, one after the other", relay<1>},
+    Method{"bus", bus},
 };
 
 void readLine() {
@@ -143,10 +202,6 @@ void readLine() {
         ++size;
     }
     password[size] = '\0';
-}
-
-bool report() {
-    return write(kReports, "", 1) == 1;
 }
 
 }  // namespace
