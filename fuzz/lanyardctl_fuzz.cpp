@@ -1,5 +1,6 @@
 // Command lines of lanyardctl, one a line, on a new database. Words are parted by blanks; a slash is no part of
 // one, so that no file but those of the target's own folder is met. What it accepts the library can read.
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <string>
@@ -76,9 +77,8 @@ std::vector<std::vector<std::string>> commandsFrom(const uint8_t *data, size_t s
 // The service runs until it is ended, and accounting makes databases of its own.
 bool isLeftOut(const std::vector<std::string> &words) {
     return words.size() > kWordsMax ||
-           std::any_of(words.begin(), words.end(), [](const std::string &word) {
-               return word == "serve" || word == "acct";
-           });
+           std::any_of(words.begin(), words.end(),
+                       [](const std::string &word) { return word == "serve" || word == "acct"; });
 }
 
 int runCommand(std::vector<std::string> words) {

@@ -1,17 +1,18 @@
 // lanyardctl acct: what the server writes down of a session, and what becomes of records while it is away.
-#include <fstream>
+#include <csignal>
+#include <filesystem>
 #include <map>
+#include <sstream>
 #include <thread>
-#include <unistd.h>
 
 #include "tests/interop/lanyardctl.h"
-#include "tests/interop/wait_until.h"
 #include "tests/support/scripted_server.h"
-#include "tools/file_descriptor.h"
+#include "tools/lanyardctl/words.h"
 
 namespace lanyard::test::lanyardctl_acct_test {
 namespace {
 
+using lanyardctl::split;
 using nlohmann::json;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -60,12 +61,13 @@ class Acct : public Ctl {
 };
 
 TEST_F(Acct, WholeSession_IsWrittenDownByTheServer) {
-    const json start =
-        document({"acct", "start", "--user", "alice", "--class", "0x0102fe", "--nas-port-id",
-                  "eth0/1", "--calling-station-id", "02-00-00-00-00-07", "--called-station-id",
-                  "02-00-00-00-00-01", "--framed-ip-address", "192.0.2.7", "--attribute",
-                  "Service-Type=Framed-User", "--attribute", "Filter-Id=guests"},
-                 0);
+    const json start = document(
+        split("acct start --user alice --class 0x0102fe --nas-port-id eth0/1 "
+              "--calling-station-id 02-00-00-00-00-07 --called-station-id 02-00-00-00-00-01 "
+              "--framed-ip-address 192.0.2.7 --attribute Service-Type=Framed-User "
+              "--attribute Filter-Id=guests --attribute WISPr-Location-Name=lobby",
+              " "),
+        0);
     EXPECT_EQ(true, start.at("ok"));
     EXPECT_EQ("Start", start.at("status"));
     EXPECT_EQ("recorded", start.at("result"));
@@ -82,12 +84,16 @@ TEST_F(Acct, WholeSession_IsWrittenDownByTheServer) {
           "Acct-Delay-Time = ", "Event-Timestamp = ", "NAS-IP-Address = 127.0.0.1"}) {
         EXPECT_EQ(1, occurrences(written(), std::string("\t") + attribute)) << attribute;
     }
-    document({"acct", "interim", "--session-id", session, "--user", "alice", "--session-time",
-              "600", "--input-octets", "4294967295", "--output-octets", "4294967296"},
+    document(split("acct interim --user alice --session-time 600 --input-octets 4294967295 "
+                   "--output-octets 4294967296 --session-id " +
+                       session,
+                   " "),
              0);
-    document({"acct", "stop", "--session-id", session, "--user", "alice", "--session-time", "1200",
-              "--input-octets", "5000000000", "--output-octets", "18446744073709551615",
-              "--input-packets", "7", "--output-packets", "8", "--terminate-cause", "Idle-Timeout"},
+    document(split("acct stop --user alice --session-time 1200 --input-octets 5000000000 "
+                   "--output-octets 18446744073709551615 --input-packets 7 --output-packets 8 "
+                   "--terminate-cause Idle-Timeout --session-id " +
+                       session,
+                   " "),
              0);
     const std::string quoted = '"' + session + '"';
     EXPECT_THAT(writtenOf("Acct-Status-Type"), ElementsAre("Start", "Interim-Update", "Stop"));

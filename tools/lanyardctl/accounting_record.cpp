@@ -16,6 +16,7 @@
 #include "attributes.h"
 #include "dictionary.h"
 #include "failure.h"
+#include "vendors.h"
 
 namespace lanyardctl {
 
@@ -25,6 +26,7 @@ constexpr auto kDefinitions = std::to_array<const char *>({
     "User-Name 1 string",
     "Framed-IP-Address 8 ipaddr",
     "Class 25 string",
+    "Vendor-Specific 26 string",
     "Called-Station-Id 30 string",
     "Calling-Station-Id 31 string",
     "Acct-Status-Type 40 integer",
@@ -187,20 +189,62 @@ std::string whyBarred(int number) {
     return barred == kBarred.end() ? "" : barred->reason;
 }
 
+// An attribute of a vendor, by its name; number 0 for none. Those that only the dictionary knows are text.
+VendorAttribute findOfVendors(const std::string &name) {
+    const auto *const known =
+        std::find_if(kVendorAttributes.begin(), kVendorAttributes.end(),
+                     [&name](const VendorAttribute &row) { return name == row.name; });
+    if (known != kVendorAttributes.end()) {
+        return *known;
+    }
+    const RadDictAttr *ofVendors = radDictGetAttr(RAD_ATTR_VENDOR_SPECIFIC);
+    for (const RadDictValue *vendor : valuesOf(ofVendors ? ofVendors->name : "")) {
+        for (const RadDictValue *attribute : valuesOf(vendor->valueName)) {
+            if (name == attribute->valueName) {
+                return {static_cast<uint32_t>(vendor->value),
+                        static_cast<uint8_t>(attribute->value), attribute->valueName, Kind::kText};
+            }
+        }
+    }
+    return {};
+}
+
+// Vendor-Specific (RFC 2865 section 5.26).
+Bytes valueOfVendors(const std::string &name, const VendorAttribute &attribute,
+                     const std::string &text) {
+    constexpr size_t kHeader = 2;
+    const Bytes data = attribute.kind == Kind::kNumber
+                           ? bytesOf(static_cast<uint32_t>(numberUpTo(kNumberMax, name, text)))
+                       : attribute.kind == Kind::kAddress ? addressOf(name, text)
+                                                          : textOf(name, text, true);
+    Bytes value = bytesOf(attribute.vendor);
+    value.push_back(attribute.number);
+    value.push_back(static_cast<uint8_t>(data.size() + kHeader));
+    value.insert(value.end(), data.begin(), data.end());
+    if (value.size() > RAD_VALUE_MAX) {
+        refuse(name, "takes 1 to " + std::to_string(RAD_VALUE_MAX - sizeof(uint32_t) - kHeader) +
+                         " bytes");
+    }
+    return value;
+}
+
 void addOther(PacketMaker &packet, const std::string &text) {
     const size_t sign = text.find('=');
-    const std::string name = text.substr(0, sign);
     if (sign == std::string::npos) {
         refuse("--attribute", "'" + text + "' is not NAME=VALUE");
     }
-    const RadDictAttr *attribute = findAttribute(name);
-    if (!attribute) {
+    const std::string name = text.substr(0, sign);
+    const std::string value = text.substr(sign + 1);
+    if (const RadDictAttr *attribute = findAttribute(name)) {
+        if (const std::string reason = whyBarred(attribute->attrNum); !reason.empty()) {
+            refuse("--attribute", name + " " + reason);
+        }
+        packet.add(attribute->attrNum, valueOf(name, *attribute, value));
+    } else if (const VendorAttribute ofVendor = findOfVendors(name); ofVendor.number != 0) {
+        packet.add(RAD_ATTR_VENDOR_SPECIFIC, valueOfVendors(name, ofVendor, value));
+    } else {
         throw Failure("the dictionary has no attribute '" + name + "'", kNotFound);
     }
-    if (const std::string reason = whyBarred(attribute->attrNum); !reason.empty()) {
-        refuse("--attribute", name + " " + reason);
-    }
-    packet.add(attribute->attrNum, valueOf(name, *attribute, text.substr(sign + 1)));
 }
 
 }  // namespace

@@ -91,6 +91,21 @@ TEST_F(AcctRecord, ValuesOfEveryForm) {
               made("--attribute", {"Service-Type=Framed-User", "Filter-Id=a=b", "5=7"}));
 }
 
+TEST_F(AcctRecord, AttributesOfVendors_AreGivenByTheirNames) {
+    EXPECT_EQ("WISPr-Location-Name=\"lobby\"", made("--attribute", {"WISPr-Location-Name=lobby"}));
+    EXPECT_EQ("WISPr-Bandwidth-Max-Up=64000 bit/s",
+              made("--attribute", {"WISPr-Bandwidth-Max-Up=64000"}));
+    EXPECT_EQ("MS-Primary-DNS-Server=192.0.2.1",
+              made("--attribute", {"MS-Primary-DNS-Server=192.0.2.1"}));
+    ASSERT_EQ(0, radDictAddValue("Vendor-Specific Acme 4711"));
+    ASSERT_EQ(0, radDictAddValue("Acme Acme-Door 7"));
+    EXPECT_EQ("Acme-Door=\"west\"", made("--attribute", {"Acme-Door=west"}));
+    const std::string most(247, 'w');
+    EXPECT_EQ("Acme-Door=\"" + most + "\"", made("--attribute", {"Acme-Door=" + most}));
+    EXPECT_EQ("Acme-Door: takes 1 to 247 bytes",
+              refused("--attribute", {"Acme-Door=" + most + "w"}));
+}
+
 TEST_F(AcctRecord, WrongValues_AreRefusedWithTheReason) {
     EXPECT_EQ("--input-octets: '-1' is no whole number from 0 to 18446744073709551615",
               refused("--input-octets", {"-1"}));
