@@ -27,7 +27,7 @@ size_t Histogram::placeOf(uint64_t microseconds) {
     for (; microseconds >= 1000; microseconds /= 10) {
         ++decade;
     }
-    return std::min(decade, kDecades - 1) * kDigits + microseconds;
+    return std::min(decade, kDecades - 1) * kDigits + static_cast<size_t>(microseconds);
 }
 
 uint64_t Histogram::leastAt(size_t place) {
@@ -87,8 +87,9 @@ std::string asBars(const std::vector<Histogram::Row> &rows) {
                             static_cast<double>(row.from) / 1000,
                             static_cast<double>(row.to) / 1000,
                             static_cast<unsigned long long>(row.count));
-        // What occurred is seen.
-        text += line.data() + std::string((row.count * kBar + most - 1) / most, '#');
+        // Rounded up: what occurred is seen.
+        const auto places = static_cast<size_t>((row.count * kBar + most - 1) / most);
+        text += line.data() + std::string(places, '#');
     }
     return text;
 }

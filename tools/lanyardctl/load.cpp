@@ -122,7 +122,7 @@ class Load {
         if (started_ == plan_.logins || endWanted != 0) {
             return;
         }
-        const LoadUser &user = plan_.users[started_ % plan_.users.size()];
+        const LoadUser &user = plan_.users[static_cast<size_t>(started_ % plan_.users.size())];
         ++started_;
         lane.start = Clock::now();
         if (!startLogin(plan_.method.method, loop_.get(), user.name, user.password.text(), noteEnd,

@@ -8,7 +8,7 @@ namespace lanyardctl {
 
 std::string asProgress(uint64_t done, uint64_t all, size_t places) {
     const uint64_t most = std::max<uint64_t>(all, 1);
-    const size_t full = done * places / most;
+    const auto full = static_cast<size_t>(done * places / most);
     const std::string percent = std::to_string(done * 100 / most);
     return "[" + std::string(full, '#') + std::string(places - full, '.') + "] " +
            std::string(3 - percent.size(), ' ') + percent + " %";
