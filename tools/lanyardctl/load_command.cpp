@@ -22,12 +22,11 @@ namespace lanyardctl {
 namespace {
 
 constexpr const char *kLoadFooter =
-    "Only servers on this machine (127.0.0.0/8) are asked; --confirm-address allows one more. A "
-    "user file has\n"
-    "a name, blanks and a password on each line, and its users log in in turn. The password of "
-    "USER "
-    "is asked\n"
-    "for as by 'login'. Ctrl-C ends a load early, with the figures so far.";
+    "Only servers on this machine (127.0.0.0/8) are asked, and those whose addresses are "
+    "confirmed.\n"
+    "A user file has a name, blanks and a password on each line; its users log in in turn. The\n"
+    "password of USER is asked for as by 'login'. Ctrl-C ends a load early, with the figures so "
+    "far.";
 
 constexpr uint64_t kLoginsMax = 1'000'000'000;
 constexpr unsigned kAtOnceMax = 10'000;

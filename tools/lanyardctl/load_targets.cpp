@@ -67,9 +67,11 @@ void keepToTargets(const std::vector<std::string> &confirmed) {
     }
     radConfDelAuthServ();
     for (const Target &target : targets) {
-        radConfAddAuthServ(target.address.c_str(), target.port, target.timeout, target.retries,
-                           target.secret.text().c_str(),
-                           target.nasIdentifier ? target.nasIdentifier->c_str() : nullptr);
+        const char *nasIdentifier = target.nasIdentifier ? target.nasIdentifier->c_str() : nullptr;
+        if (radConfAddAuthServ(target.address.c_str(), target.port, target.timeout, target.retries,
+                               target.secret.text().c_str(), nasIdentifier) != 0) {
+            throw Failure("out of memory");
+        }
     }
 }
 
