@@ -179,6 +179,21 @@ void step() {
     }
 }
 
+bool isAnyUntold() {
+    return std::any_of(world->all.begin(), world->all.end(),
+                       [](const auto &waiting) { return waiting->told == 0; });
+}
+
+bool isAnyPending() {
+    RadServerStatus status{};
+    for (int index = 0; radServerStatusAt(index, &status) == 0; ++index) {
+        if (status.pending != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void configure(uint8_t options) {
     radOptionSet(RAD_OPTION_STATUS_SERVER, options & 1);
     radOptionSet(RAD_OPTION_REQUIRE_MESSAGE_AUTHENTICATOR, (options & 2) >> 1);
@@ -210,16 +225,11 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         step();
     }
     failAllocation(0);
-    // All that is left ends by itself, in half an hour at most.
+    // All that is left ends by itself, in half an hour at most; Status-Server packets too.
     const int64_t end = network.now() + 1800 * kSecond;
-    while (std::any_of(world->all.begin(), world->all.end(),
-                       [](const auto &waiting) { return waiting->told == 0; })) {
-        require(network.now() < end, "every request ends");
+    while (isAnyUntold() || isAnyPending()) {
+        require(network.now() < end, "every request ends, and nobody waits for a server any more");
         require(radLoopRun(world->loop, 1000) >= 0, "a loop runs");
-    }
-    RadServerStatus status{};
-    for (int index = 0; radServerStatusAt(index, &status) == 0; ++index) {
-        require(status.pending == 0, "nobody waits for a server any more");
     }
     radLoopDestroy(world->loop);
     radConfDelAuthServ();
