@@ -172,6 +172,23 @@ TEST(Attempt, WithAStartInItsMethod_GoesOnWithTheMethod) {
     EXPECT_EQ(eapSuccess(50), alice.received().back());
 }
 
+TEST(Attempt, WithAStartInItsMethod_TakesANameForTheQuestionAloneAndOnlyUntilItsEnd) {
+    World world;
+    Supplicant alice(world, 1);
+    alice.knock("alice");
+    world.relaySends(alice.cookie(), eapRequest(50, 25));
+    alice.start();
+    const uint8_t asked = alice.identifier();
+    alice.sendEap(eapResponse(asked, 25, "01"_hex));
+    EXPECT_EQ(1U, world.counters().eapUnexpected) << "no name";
+    alice.sendEap(eapResponse(50, 25, "01"_hex));
+    world.relaySends(alice.cookie(), eapSuccess(50));
+    const size_t records = world.records().size();
+    alice.sendEap(eapResponse(asked, 1, fromText("bob")));
+    EXPECT_EQ(2U, world.counters().eapUnexpected) << "too late";
+    EXPECT_THAT(world.records(), SizeIs(records));
+}
+
 // A supplicant that has refused a method and waits for another answers both.
 TEST(Attempt, WithAStartBeforeItsNextRequest_GoesOnWithThat) {
     World world;
