@@ -16,7 +16,7 @@
 namespace lanyard::test {
 namespace {
 
-constexpr auto kLifetime = std::chrono::minutes(1);
+constexpr auto kLifetime = std::chrono::minutes(1);  // without a request
 
 sockaddr_in socketAddress(const std::string &dotted, uint16_t port) {
     sockaddr_in address{};
@@ -277,7 +277,7 @@ size_t ScriptedServer::unusedActions() const {
 }
 
 void ScriptedServer::serve() {
-    const Clock::time_point end = Clock::now() + kLifetime;
+    Clock::time_point end = Clock::now() + kLifetime;
     std::array<pollfd, 2> watched = {{{stop_.get(), POLLIN, 0}, {socket_.socket(), POLLIN, 0}}};
     while (Clock::now() < end) {
         deliverDue();
@@ -290,6 +290,7 @@ void ScriptedServer::serve() {
         }
         if (watched[1].revents != 0) {
             receive();
+            end = Clock::now() + kLifetime;
         }
     }
 }

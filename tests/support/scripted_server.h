@@ -22,7 +22,8 @@
 //     .withWrongIdentifier()  .withWrongAuthenticator()  .withWrongMessageAuthenticator()
 //     .withLengthField(n)     for answers alone; as ReplyFaults describes them
 //
-// The server has a thread of its own, which ends with the object and after a minute in any case.
+// The server has a thread of its own, which ends with the object, and a minute after the last request in any
+// case.
 // All functions may be called from any thread.
 #ifndef LANYARD_TESTS_SUPPORT_SCRIPTED_SERVER_H
 #define LANYARD_TESTS_SUPPORT_SCRIPTED_SERVER_H
