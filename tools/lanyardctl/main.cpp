@@ -31,7 +31,8 @@ constexpr std::array kFamilies = {addLoginCommand,  addProbeCommand,    addLoadC
 int run(int argc, char **argv) {
     bool json = false;
     CLI::App app(
-        "Tells what is wrong with RADIUS logins, and keeps the servers of a Lanyard device.",
+        "Tells what is wrong with RADIUS logins, accounts sessions, and keeps the servers of a "
+        "device.",
         "lanyardctl");
     app.require_subcommand(1);
     app.add_flag("--json", json, "answer with JSON, one document a line");
