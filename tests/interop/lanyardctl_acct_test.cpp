@@ -238,6 +238,7 @@ TEST_F(Acct, OlderRecordsOfTheSession_GoFirst) {
 TEST_F(Acct, ManyAtOnce_AreWrittenDownOnceAndInOrder) {
     constexpr int kSessions = 6;
     std::vector<std::thread> gateways;
+    gateways.reserve(kSessions);
     for (int i = 0; i < kSessions; ++i) {
         gateways.emplace_back([this, i] {
             for (const char *status : {"start", "interim", "stop"}) {

@@ -101,7 +101,7 @@ TEST_F(Queue, StoredRecordIsOnTheDisk) {
         const Steps steps;
         write(queue_);
         // The end of the journal is what commits, and the folder is told of it.
-        const auto names = steps.names();
+        const auto &names = steps.names();
         ASSERT_LE(4U, names.size());
         const std::vector<std::string> last(names.end() - 4, names.end());
         EXPECT_THAT(last, ElementsAre("fdatasync", "unlink", "open64", "fdatasync"));

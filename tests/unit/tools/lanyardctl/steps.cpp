@@ -41,48 +41,48 @@ void Steps::take(const char *name) {
 using lanyard::test::following;
 using lanyard::test::step;
 
-int open64(const char *path, int flags, ...) {
+int open64(const char *file, int oflag, ...) {
     static auto *const real = following<decltype(open64)>("open64");
     va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_start(arguments, oflag);
+    const mode_t mode = (oflag & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     step("open64");
-    return real(path, flags, mode);
+    return real(file, oflag, mode);
 }
 
-ssize_t pwrite64(int fd, const void *buffer, size_t size, off64_t offset) {
+ssize_t pwrite64(int fd, const void *buf, size_t n, off64_t offset) {
     static auto *const real = following<decltype(pwrite64)>("pwrite64");
     step("pwrite64");
-    return real(fd, buffer, size, offset);
+    return real(fd, buf, n, offset);
 }
 
-int fdatasync(int fd) {
+int fdatasync(int fildes) {
     static auto *const real = following<decltype(fdatasync)>("fdatasync");
     step("fdatasync");
-    return real(fd);
+    return real(fildes);
 }
 
-int ftruncate64(int fd, off64_t size) noexcept {
+int ftruncate64(int fd, off64_t length) noexcept {
     static auto *const real = following<decltype(ftruncate64)>("ftruncate64");
     step("ftruncate64");
-    return real(fd, size);
+    return real(fd, length);
 }
 
-int unlink(const char *path) noexcept {
+int unlink(const char *name) noexcept {
     static auto *const real = following<decltype(unlink)>("unlink");
     step("unlink");
-    return real(path);
+    return real(name);
 }
 
-ssize_t send(int fd, const void *buffer, size_t size, int flags) {
+ssize_t send(int fd, const void *buf, size_t n, int flags) {
     static auto *const real = following<decltype(send)>("send");
     step("send");
-    return real(fd, buffer, size, flags);
+    return real(fd, buf, n, flags);
 }
 
-ssize_t recv(int fd, void *buffer, size_t size, int flags) {
+ssize_t recv(int fd, void *buf, size_t n, int flags) {
     static auto *const real = following<decltype(recv)>("recv");
     step("recv");
-    return real(fd, buffer, size, flags);
+    return real(fd, buf, n, flags);
 }
