@@ -1,38 +1,24 @@
 #!/usr/bin/env bash
 #
 # Makes the Debian packages, and installs, uses, upgrades and removes them in a Debian of their own, with a real
-# RADIUS server on this machine's loopback. That Debian comes from where this machine's packages do and is kept in
-# /var/cache/lanyard-radius; each run works on a layer above it. Exits with 77 where it cannot run: without root,
-# mmdebstrap, namespaces or overlays.
+# RADIUS server on loopback and a real supplicant. That Debian comes from where this machine's packages do and is
+# kept in /var/cache/lanyard-radius. Exits with 77 where it cannot run: without root, namespaces or overlays.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-
-cache=/var/cache/lanyard-radius
-root=/mnt/root
 
 skip() {
     echo "test-packages: left out: $*"
     exit 77
 }
 
-# What is mounted and started in namespaces of their own ends with them.
-in_namespaces() {
-    unshare --mount --pid --fork --kill-child "$0" --inside "$@"
-}
-if [[ ${1:-} == --inside ]]; then
-    mount -t tmpfs none /mnt
-    mkdir /mnt/{upper,work,root}
-    mount -t overlay none -o lowerdir=$cache/root,upperdir=/mnt/upper,workdir=/mnt/work $root
-    mount -t proc none $root/proc
-    mount -t tmpfs none $root/run
-    mount -t tmpfs none $root/tmp
-    mount --bind . $root/mnt
-    echo "127.0.0.1 localhost $(uname -n)" >$root/etc/hosts
-    exec chroot $root env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C HOME=/root "${@:2}"
-fi
-
 [[ $EUID -eq 0 ]] || skip "it takes root"
+# What is mounted and started in namespaces of their own ends with them.
+in_namespaces=(unshare --mount --net --pid --fork --kill-child --mount-proc)
+"${in_namespaces[@]}" true || skip "this machine does not let us make namespaces"
 scripts/setup.sh --packages
+
+# One at a time.
+cache=/var/cache/lanyard-radius
 mkdir -p $cache
 exec {lock}>$cache/lock
 flock "$lock"
@@ -51,23 +37,13 @@ if [[ $(cat $cache/made-of 2>/dev/null) != "$key" ]]; then
         "${made_of[@]}" "$suite" $cache/root "${sources[@]}"
     echo "$key" >$cache/made-of
 fi
-in_namespaces true || skip "this machine does not let us mount overlays in namespaces"
 
 version=$(dpkg-parsechangelog -S Version)
-scripts/package.sh "$version" "$version.1"
+DEB_BUILD_OPTIONS=noautodbgsym scripts/package.sh "$version" "$version.1"
 
 # shellcheck source=scripts/common.sh
 source scripts/common.sh
 cmake --preset release "${cmake_options[@]}" >/dev/null
 nice cmake --build --preset release -j "$jobs" --target lanyard-test-server
-coproc SERVER { exec build/release/bin/lanyard-test-server; }
-# shellcheck disable=SC2153  # coproc sets it
-server_pid=$SERVER_PID
-trap 'kill "$server_pid" 2>/dev/null || true' EXIT
-declare -A at=()
-while [[ -z ${at[ready]:-} ]] && IFS='=' read -r -t 60 name value <&"${SERVER[0]}"; do
-    at[$name]=$value
-done
-[[ -n ${at[ready]:-} ]] || { echo "test-packages: the server did not start" >&2; exit 1; }
-
-in_namespaces /mnt/tests/interop/packages.sh "$version" "$version.1" "${at[auth_port]}" "${at[secret]}"
+"${in_namespaces[@]}" tests/interop/packages_world.sh $cache/root build/release/bin/lanyard-test-server \
+    "$version" "$version.1"

@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
 #
 # Installs, uses, upgrades and removes the packages in build/packages on a machine that has never seen them, with a
-# RADIUS server on loopback. scripts/test-packages.sh makes that machine.
+# RADIUS server on loopback and a user who logs in at port1. packages_world.sh makes all that.
 #
-#   packages.sh VERSION NEXT_VERSION PORT SECRET
+#   packages.sh VERSION NEXT_VERSION PORT EAP_PORT SECRET
 set -euo pipefail
 
-[[ $# -eq 4 ]] || { echo "packages: takes 4 arguments" >&2; exit 2; }
+[[ $# -eq 5 ]] || { echo "packages: takes 5 arguments" >&2; exit 2; }
 version=$1
 next=$2
 port=$3
-secret=$4
+eap_port=$4
+secret=$5
 tree=$(cd "$(dirname "$0")/../.." && pwd)
 packages=(liblanyard-radius2 liblanyard-radius-dev lanyard-radius-tools lanyard-radius-relay)
 cd "$(mktemp -d)"
@@ -71,19 +72,22 @@ await() {
     fail "no '$text' from $*: $("$@" 2>&1)"
 }
 
+# unit NAME SETTING: what the unit, or the instance of a template, says.
 unit() {
-    sed -n "s/^$2=//p" "/lib/systemd/system/$1.service"
+    sed -n "s/%i/${1#*@}/g; s/^$2=//p" "/lib/systemd/system/${1/@*/@}.service"
 }
 
-# start UNIT: as systemd would.
+# start NAME: as systemd would.
 services=()
 start() {
-    local folder
-    [[ -e $(unit "$1" ConditionPathExists) ]] || fail "the condition of $1 is not met"
+    local condition folder file
+    condition=$(unit "$1" ConditionPathExists)
+    [[ -e ${condition:-/} ]] || fail "the condition of $1 is not met"
     for folder in $(unit "$1" RuntimeDirectory); do
         install -d -m "$(unit "$1" RuntimeDirectoryMode)" "/run/$folder"
     done
     (
+        set +u
         umask "$(unit "$1" UMask)"
         for file in $(unit "$1" EnvironmentFile); do
             # shellcheck disable=SC1090
@@ -100,13 +104,19 @@ stop() {
     services=()
 }
 
-# Users log in, and the relay knows the server.
+# alice's machine logs in at the port, then she does, with what a change of the database makes of /var/radius.conf.
 use() {
+    lanyardctl db set 127.0.0.1 --port "$eap_port" >log
     start lanyardctl
     await 'service: serves ' cat lanyardctl.log
     start radeapd
     await 'relay: has 1 server' cat lanyardctl.log
-    writes 'limit 8' lanyardctl relay status
+    start pnac-wired@port1
+    await ' authorized identity="alice"' cat pnac-wired@port1.log
+    writes "127.0.0.1:$eap_port" lanyardctl relay status
+
+    lanyardctl db set 127.0.0.1 --port "$port" >log
+    await ":$port:" cat /var/radius.conf
     writes 'RADIUS Authentication OK' radauth alice wonderland
     ! radauth alice looking-glass >log 2>&1 || fail "a wrong password is let in"
     writes 'RADIUS Authentication OK' radmschap --builtin alice wonderland
@@ -128,7 +138,7 @@ done
 
 step "runs as the units say"
 lanyardctl db init >/dev/null
-lanyardctl db add 127.0.0.1 --port "$port" --secret-file - <<<"$secret" >/dev/null
+lanyardctl db add 127.0.0.1 --secret-file - <<<"$secret" >/dev/null
 echo 'OPTIONS="--in-flight 8 --dead-time 30"' >/etc/default/radeapd
 use
 grep -q '^dictionary  */usr/share/lanyard-radius/radius.dict$' /var/radius.conf ||
@@ -149,20 +159,15 @@ for program in in-c in-cpp in-c-archives found/in-c found/in-cpp; do
     [[ $("./$program") == User-Name ]] || fail "$program fails"
 done
 
-step "the examples log in, compiled as C and as C++"
+step "the examples compile, in C and C++, and log in"
 echo 'alice wonderland' >users
-for source in /usr/share/doc/liblanyard-radius-dev/examples/*.c; do
-    example=$(basename "$source" .c)
-    quietly cc -Wall -Werror "$source" -o "$example-c" "${flags[@]}"
-    quietly c++ -x c++ -Wall -Werror "$source" -o "$example-cpp" "${flags[@]}"
-    for program in "$example"-{c,cpp}; do
-        case $example in
-            login) writes 'alice may come in' "./$program" /var/radius.conf alice wonderland ;;
-            many_logins) writes '1 of 1 may come in' "./$program" /var/radius.conf users ;;
-            *) fail "no test knows the example $example" ;;
-        esac
-    done
+for source in /usr/share/doc/liblanyard-radius-dev/examples/*.{c,cpp}; do
+    compiler=cc
+    [[ $source != *.cpp ]] || compiler=c++
+    quietly $compiler -Wall -Werror "$source" -o "$(basename "${source%.*}")" "${flags[@]}"
 done
+writes 'alice may come in' ./login /var/radius.conf alice wonderland
+writes '1 of 1 may come in' ./many_logins /var/radius.conf users
 
 step "upgrades to $next"
 settings=(/etc/default/radeapd /var/lib/lanyard/config.db /var/radius.conf)
@@ -172,6 +177,7 @@ quietly sha256sum --check settings
 use
 
 step "removes"
+sha256sum "${settings[@]}" >settings
 apt remove "${packages[@]}"
 quietly sha256sum --check settings
 ! find /usr /lib /etc -xdev -name '*lanyard*' | grep . || fail "that is still there"
