@@ -244,7 +244,7 @@ std::string asHex(View bytes) {
 }
 
 std::string asTime(int64_t seconds) {
-    const time_t time = seconds;
+    const auto time = static_cast<time_t>(seconds);
     tm utc{};
     std::array<char, 32> text{};
     gmtime_r(&time, &utc);
