@@ -238,5 +238,6 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     radConfDelRetries();
     network.end();
     require(liveBlocks() == before, "every block is freed");
+    world = nullptr;
     return 0;
 }
