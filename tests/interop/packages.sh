@@ -166,7 +166,7 @@ for source in /usr/share/doc/liblanyard-radius-dev/examples/*.{c,cpp}; do
     [[ $source != *.cpp ]] || compiler=c++
     quietly $compiler -Wall -Werror "$source" -o "$(basename "${source%.*}")" "${flags[@]}"
 done
-writes 'alice may come in' ./login /var/radius.conf alice wonderland
+writes 'Reply-Message: Welcome, alice' ./login /var/radius.conf alice wonderland
 writes '1 of 1 may come in' ./many_logins /var/radius.conf users
 
 step "upgrades to $next"
