@@ -1,11 +1,8 @@
 #include "fuzz/network.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cerrno>
-#include <cstring>
 #include <ctime>
-#include <netdb.h>
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -297,33 +294,5 @@ int clock_gettime(clockid_t clock_id, timespec *tp) noexcept {
     const int64_t now = network.now();
     *tp = {.tv_sec = now / kSecondInMicroseconds,
            .tv_nsec = now % kSecondInMicroseconds * kNanosecondsPerMicrosecond};
-    return 0;
-}
-
-int gethostname(char *name, size_t len) noexcept {
-    std::strncpy(name, "gateway", len);
-    return 0;
-}
-
-// Knows this machine and dotted addresses.
-int gethostbyname_r(const char *name, hostent *result_buf, char *buf, size_t buflen,
-                    hostent **result, int *h_errnop) {
-    struct Found {
-        char *addresses[2];
-        in_addr address;
-    };
-    lanyard::fuzz::require(buflen >= sizeof(Found), "there is room for an address");
-    auto *found = reinterpret_cast<Found *>(buf);
-    *found = {};
-    found->addresses[0] = reinterpret_cast<char *>(&found->address);
-    const char *dotted = std::strcmp(name, "gateway") == 0 ? "127.0.0.1" : name;
-    const bool isKnown = inet_pton(AF_INET, dotted, &found->address) == 1;
-    *result_buf = {.h_name = nullptr,
-                   .h_aliases = nullptr,
-                   .h_addrtype = AF_INET,
-                   .h_length = sizeof(in_addr),
-                   .h_addr_list = found->addresses};
-    *result = isKnown ? result_buf : nullptr;
-    *h_errnop = isKnown ? 0 : HOST_NOT_FOUND;
     return 0;
 }
