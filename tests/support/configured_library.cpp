@@ -15,15 +15,14 @@ namespace lanyard::test {
 
 // Both are there only in a program that links lanyard-test-partition: here the references are weak.
 // NOLINTBEGIN(readability-redundant-declaration): the attribute is what they add
-[[gnu::weak]] size_t liveBlocks(PalMemPartId part);
+[[gnu::weak]] size_t heapBlocks();
 [[gnu::weak]] std::vector<PartitionRecord> partitions();
 // NOLINTEND(readability-redundant-declaration)
 
 namespace {
 
-size_t heapBlocks() {
-    size_t (*const count)(PalMemPartId) = liveBlocks;
-    return count != nullptr ? count(0) : 0;
+size_t blocksOfTheHeap() {
+    return heapBlocks != nullptr ? heapBlocks() : 0;
 }
 
 size_t blocksAtDestroy(PalMemPartId part) {
@@ -65,7 +64,7 @@ ServerEntry serverEntry(const SilentPort &server, int timeout, int retries) {
 }
 
 ConfiguredLibrary::ConfiguredLibrary(const LibraryConfiguration &configuration)
-    : heapBlocksBefore_(heapBlocks()) {
+    : heapBlocksBefore_(blocksOfTheHeap()) {
     EXPECT_EQ(0U, radMemPartId) << "the library was left started";
     root_.write("/var/hosts", "127.0.0.1 " + hostName() + "\n");
     if (configuration.partition > 0) {
@@ -93,7 +92,7 @@ ConfiguredLibrary::~ConfiguredLibrary() {
     EXPECT_EQ(0, radFuncTblUninstall());
     EXPECT_EQ(0, radLibExit());
     EXPECT_EQ(0U, blocksAtDestroy(part)) << "blocks of the library's partition are left over";
-    EXPECT_EQ(heapBlocksBefore_, heapBlocks()) << "blocks of the heap are left over";
+    EXPECT_EQ(heapBlocksBefore_, blocksOfTheHeap()) << "blocks of the heap are left over";
 }
 
 }  // namespace lanyard::test

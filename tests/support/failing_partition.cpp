@@ -238,6 +238,10 @@ size_t liveBlocks(PalMemPartId part) {
     return pool().live(part);
 }
 
+size_t heapBlocks() {
+    return pool().live(0);
+}
+
 size_t allocationCount() {
     return pool().allocations();
 }

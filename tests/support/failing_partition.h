@@ -54,10 +54,10 @@ std::vector<PartitionRecord> partitions();
 // Drops the records of destroyed partitions.
 void forgetPartitions();
 
-// Blocks that were allocated and not freed: of all partitions and the heap, or of one (0: the
-// heap).
+// Blocks that were allocated and not freed: of all partitions and the heap, of one partition, of the heap.
 size_t liveBlocks();
 size_t liveBlocks(PalMemPartId part);
+size_t heapBlocks();
 
 // Allocations so far, failed ones included.
 size_t allocationCount();

@@ -44,14 +44,14 @@ TEST_F(PairTest, HasTheTypeOfItsDefinition) {
 }
 
 TEST_F(PairTest, ComesFromTheLibrarysPartition) {
-    const size_t heap = liveBlocks(0);
+    const size_t heap = heapBlocks();
     const size_t partition = liveBlocks(radMemPartId);
     PairList pair = makePair(RAD_ATTR_USER_NAME, "nemo");
     EXPECT_EQ(partition + 1, liveBlocks(radMemPartId));
-    EXPECT_EQ(heap, liveBlocks(0));
+    EXPECT_EQ(heap, heapBlocks());
     const PairList copy(radPairDup(pair.get()));
     EXPECT_EQ(partition + 2, liveBlocks(radMemPartId));
-    EXPECT_EQ(heap, liveBlocks(0));
+    EXPECT_EQ(heap, heapBlocks());
     pair.reset();
     EXPECT_EQ(partition + 1, liveBlocks(radMemPartId));
 }

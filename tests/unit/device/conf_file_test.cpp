@@ -262,10 +262,12 @@ TEST_F(ConfFile, OfSeveralWritersIsThatOfOne) {
     std::array<pid_t, kWriters> writers{};
     for (pid_t &writer : writers) {
         writer = fork();
-        for (int round = 0; writer == 0; ++round) {
-            if (round == kRounds || radiusClientTblHandler(database.path(), RAD_DB_UPDATE) != 0) {
-                _exit(round == kRounds ? 0 : 1);
+        if (writer == 0) {
+            int round = 0;
+            while (round < kRounds && radiusClientTblHandler(database.path(), RAD_DB_UPDATE) == 0) {
+                ++round;
             }
+            _exit(round == kRounds ? 0 : 1);
         }
     }
     for (const pid_t writer : writers) {

@@ -59,7 +59,7 @@ std::string textOf(const char *text) {
     return text != nullptr ? text : "(none)";
 }
 
-void describeServers(std::ostream &out, int index) {
+void describeServers(std::ostream &out, uint32_t index) {
     const auto *servers = static_cast<const RadServer *>(radConfGet(index));
     for (int slot = 0; servers != nullptr && slot < RAD_SERVERS_MAX; ++slot) {
         const RadServer &server = servers[slot];
@@ -74,7 +74,7 @@ void describeConfiguration(std::ostream &out) {
     describeServers(out, RAD_CONF_ACCT_SERVERS);
     out << radConfGetNumServers(0) << ' ' << radConfGetNumServers(1) << " dictionary "
         << textOf(static_cast<const char *>(radConfGet(RAD_CONF_DICTIONARY)));
-    for (const int index : {RAD_CONF_TIMEOUT, RAD_CONF_RETRIES}) {
+    for (const uint32_t index : {RAD_CONF_TIMEOUT, RAD_CONF_RETRIES}) {
         const auto *number = static_cast<const int32_t *>(radConfGet(index));
         out << ' ' << (number != nullptr ? std::to_string(*number) : "unset");
     }

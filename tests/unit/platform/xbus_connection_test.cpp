@@ -17,8 +17,6 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr int kPatienceMilliseconds = 20000;
-
 class XbusConnection : public XbusTest {
   protected:
     void SetUp() override {

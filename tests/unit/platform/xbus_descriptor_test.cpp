@@ -17,8 +17,6 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr int kPatienceMilliseconds = 20000;
-
 using XbusDescriptor = XbusTest;
 
 bool isReadable(const Module &module, int milliseconds = 0) {

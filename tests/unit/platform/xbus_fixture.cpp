@@ -186,7 +186,6 @@ void FalseModule::answerOnce(const std::function<Bytes(port::bus::Head)> &answer
 }
 
 bool FalseModule::answersInVain(const std::function<Bytes(port::bus::Head)> &answer) const {
-    constexpr int kPatienceMilliseconds = 20000;
     const FileDescriptor sender = answerFirst(answer);
     pollfd entry{sender.get(), POLLRDHUP, 0};
     return poll(&entry, 1, kPatienceMilliseconds) == 1;

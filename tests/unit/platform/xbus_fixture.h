@@ -34,6 +34,7 @@ constexpr uint32_t kRelay = 8;
 constexpr uint32_t kMost = 64 * 1024;
 
 constexpr std::chrono::microseconds kPatience = std::chrono::seconds(20);
+constexpr int kPatienceMilliseconds = 20000;
 
 // One message as a handler got it; a null pointer has no bytes.
 struct Received {

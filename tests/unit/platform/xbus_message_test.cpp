@@ -86,7 +86,7 @@ TEST_F(Xbus, Buffers_AlignedForAnyType) {
         EXPECT_EQ(0U, offset(call.out.data()));
         return 0;
     };
-    for (const uint32_t size : {1, 3, 7, 33}) {
+    for (const uint32_t size : {1U, 3U, 7U, 33U}) {
         Bytes out(size + 1);
         auto outLength = static_cast<uint32_t>(out.size());
         const Bytes buf(size);

@@ -77,7 +77,7 @@ TEST_F(RequestCost, OfARequestInFlight_IsSmall) {
     constexpr size_t kMost[] = {1800, 5000};
     server.otherwise(silence());
     size_t size = 0;
-    for (const size_t packet : {22, 1400}) {
+    for (const size_t packet : {22U, 1400U}) {
         size_t before = 0;
         std::vector<Step> steps{hand(1, eapResponse(7, packet)), turns(1)[0],
                                 perform([&] { before = left(); })};
