@@ -1,6 +1,14 @@
 // lanyardctl login: what a login brings, and the cause of one that fails.
+#include <csignal>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
 #include "tests/interop/lanyardctl.h"
 #include "tests/support/scripted_server.h"
+#include "tools/file_descriptor.h"
 
 namespace lanyard::test::lanyardctl_login_test {
 namespace {
@@ -10,6 +18,7 @@ using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::Not;
 using testing::StartsWith;
 
 constexpr int kMessageAuthenticator = 80;
@@ -25,6 +34,58 @@ Action answerTheUnsigned(const std::string &secret) {
         return makeReply(3, request, secret);
     });
 }
+
+// lanyardctl at a terminal of its own.
+class AtTerminal {
+  public:
+    AtTerminal(const std::vector<std::string> &arguments, const std::string &root) {
+        int terminal = -1;
+        process_ = forkpty(&terminal, nullptr, nullptr, nullptr);
+        if (process_ == 0) {
+            setenv("PAL_ROOT", root.c_str(), 1);
+            std::vector<char *> words = {const_cast<char *>(LANYARDCTL)};
+            for (const std::string &argument : arguments) {
+                words.push_back(const_cast<char *>(argument.c_str()));
+            }
+            words.push_back(nullptr);
+            execv(LANYARDCTL, words.data());
+            _exit(127);
+        }
+        terminal_.emplace(terminal, "forkpty");
+    }
+
+    // What it shows until there is this text, or to its end.
+    std::string shownUntil(const std::string &text) const {
+        constexpr int kPatience = 20000;
+        std::string shown;
+        pollfd entry = {terminal_->get(), POLLIN, 0};
+        char byte = 0;
+        while ((text.empty() || shown.find(text) == std::string::npos) &&
+               poll(&entry, 1, kPatience) == 1 && read(terminal_->get(), &byte, 1) == 1) {
+            shown.push_back(byte);
+        }
+        return shown;
+    }
+    bool echoes() const {
+        termios settings{};
+        return tcgetattr(terminal_->get(), &settings) == 0 && (settings.c_lflag & ECHO) != 0;
+    }
+    void type(const std::string &text) const {
+        EXPECT_EQ(static_cast<ssize_t>(text.size()),
+                  write(terminal_->get(), text.data(), text.size()));
+    }
+    // How it has ended, as waitpid() tells it; it is killed if it has not.
+    int ended() const {
+        (void)shownUntil("");
+        (void)kill(process_, SIGKILL);
+        int status = -1;
+        return waitpid(process_, &status, 0) == process_ ? status : -1;
+    }
+
+  private:
+    std::optional<FileDescriptor> terminal_;
+    pid_t process_ = -1;
+};
 
 class Login : public Ctl {
   protected:
@@ -94,6 +155,29 @@ TEST_F(Login, PasswordOnStandardInput_ItsFirstLineIsTaken) {
         {"PAL_ROOT=" + root().path().string()});
     EXPECT_EQ(0, result.status) << result.err;
     EXPECT_THAT(result.out, StartsWith("alice: accepted"));
+}
+
+TEST_F(Login, PasswordAtATerminal_IsAskedForWithoutEcho) {
+    writeConfiguration("authserver " + entry(server().authPort()) + "\n");
+    const AtTerminal terminal({"login", "alice"}, root().path());
+    EXPECT_EQ("Password of alice: ", terminal.shownUntil(": "));
+    EXPECT_FALSE(terminal.echoes());
+    terminal.type("wonderland\n");
+    const std::string shown = terminal.shownUntil("");
+    EXPECT_THAT(shown, AllOf(HasSubstr("accepted"), Not(HasSubstr("wonderland"))));
+    EXPECT_EQ(0, terminal.ended()) << shown;
+    EXPECT_TRUE(terminal.echoes());
+}
+
+TEST_F(Login, InterruptedAtTheTerminal_EndsAndEchoIsBack) {
+    writeConfiguration("authserver " + entry(server().authPort()) + "\n");
+    const AtTerminal terminal({"login", "alice"}, root().path());
+    EXPECT_EQ("Password of alice: ", terminal.shownUntil(": "));
+    terminal.type("wonder\003");
+    const int status = terminal.ended();
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(SIGINT, WTERMSIG(status));
+    EXPECT_TRUE(terminal.echoes());
 }
 
 TEST_F(Login, AnswerWithAnotherSecret_IsAWrongSecret) {

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/signalfd.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -47,16 +49,22 @@ Secret firstLineOf(int fd, const std::string &where) {
     return Secret(std::move(text));
 }
 
+// The signals that a key sends.
+sigset_t keySignals() {
+    sigset_t keys;
+    sigemptyset(&keys);
+    for (const int number : {SIGINT, SIGQUIT, SIGTSTP}) {
+        sigaddset(&keys, number);
+    }
+    return keys;
+}
+
 // No echo while this lives. Signals that a key sends wait until it does not, so that the terminal is
 // never left without echo.
 class NoEcho {
   public:
     NoEcho() {
-        sigset_t keys;
-        sigemptyset(&keys);
-        for (const int number : {SIGINT, SIGQUIT, SIGTSTP}) {
-            sigaddset(&keys, number);
-        }
+        const sigset_t keys = keySignals();
         sigprocmask(SIG_BLOCK, &keys, &signals_);
         tcgetattr(STDIN_FILENO, &settings_);
         termios quiet = settings_;
@@ -72,6 +80,16 @@ class NoEcho {
     NoEcho &operator=(const NoEcho &) = delete;
     NoEcho(NoEcho &&) = delete;
     NoEcho &operator=(NoEcho &&) = delete;
+
+    // Returns whether there is a line to read; if not, a key has sent a signal.
+    [[nodiscard]] static bool waitForLine() {
+        const sigset_t keys = keySignals();
+        const lanyard::FileDescriptor signals(signalfd(-1, &keys, SFD_CLOEXEC), "signalfd");
+        std::array<pollfd, 2> entries = {{{STDIN_FILENO, POLLIN, 0}, {signals.get(), POLLIN, 0}}};
+        while (poll(entries.data(), entries.size(), -1) < 0 && errno == EINTR) {
+        }
+        return entries[1].revents == 0;
+    }
 
   private:
     sigset_t signals_{};
@@ -99,9 +117,15 @@ Secret askForPassword(const std::optional<std::string> &file, const std::string 
     if (isatty(STDIN_FILENO) == 0) {
         return firstLineOf(STDIN_FILENO, "standard input");
     }
-    const NoEcho quiet;
-    (void)std::fputs(prompt.c_str(), stderr);
-    return firstLineOf(STDIN_FILENO, "the terminal");
+    for (;;) {
+        const NoEcho quiet;
+        (void)std::fputs(prompt.c_str(), stderr);
+        if (NoEcho::waitForLine()) {
+            return firstLineOf(STDIN_FILENO, "the terminal");
+        }
+        // The signal comes with the echo; who goes on after it is asked again.
+        (void)std::fputs("\n", stderr);
+    }
 }
 
 }  // namespace lanyardctl
