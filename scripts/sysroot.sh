@@ -11,7 +11,7 @@ cd "$(dirname "$0")/.."
 [[ $# -eq 1 ]] || { echo "Usage: $0 ARCHITECTURE" >&2; exit 2; }
 architecture=$1
 packages=(
-    libc6-dev libstdc++6 libssl-dev libsqlite3-dev libgtest-dev libgmock-dev libcli11-dev nlohmann-json3-dev)
+    libc6-dev libstdc++6 libssl-dev libsqlite3-dev libpcap-dev libgtest-dev libgmock-dev libcli11-dev nlohmann-json3-dev)
 
 root=build/sysroot-$architecture
 [[ "$(cat "$root/.packages" 2>/dev/null)" != "${packages[*]}" ]] || exit 0

@@ -328,7 +328,7 @@ void PrintTo(const PublicFunction &function, std::ostream *stream) {
 // clang-format off
 const std::vector<PublicFunction> &publicFunctions() {
     using W = World;
-    constexpr uint32_t kLoopback = 0x0100007f;
+    const uint32_t kLoopback = htonl(INADDR_LOOPBACK);
     static const std::vector<PublicFunction> table{
         // attr.h
         {"radPairNew", kStarted, [](W &w) { return keep(w, radPairNew(1, kUser, 0)); }, 1, {0}},

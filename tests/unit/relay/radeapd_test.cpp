@@ -1,5 +1,6 @@
 // radeapd as the device starts it: a daemon on a real bus that ends when it is told to.
 #include <algorithm>
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -127,7 +128,9 @@ TEST_F(Radeapd, OneConversationMore_EndsTheOldest) {
     ASSERT_TRUE(comes([this] { return xbusListen(bus, 100000) == 1; }));
     ASSERT_GT(answer.size(), kCode);
     EXPECT_BYTES_EQ("04010004 0005 060304"_hex, ByteView(answer).subspan(kCode));
-    EXPECT_EQ(1, answer[0]) << "the first cookie";
+    uint32_t answered = 0;
+    std::memcpy(&answered, answer.data(), sizeof(answered));
+    EXPECT_EQ(1U, answered) << "the first cookie";
     EXPECT_EQ(0, xbusListen(bus, 100000)) << "nobody else";
 }
 
