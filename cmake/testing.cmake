@@ -12,7 +12,7 @@
 #
 # The sources of a program are compiled together, which takes a quarter of the time that they take one by
 # one: most of it goes into headers and templates that they share. So a test file keeps its names in a
-# namespace of its own, lanyard::test::<file>, and with -DLANYARD_TESTS_TOGETHER=OFF each file is compiled
+# namespace of its own, lanyard::test::<file>, and with -DLANYARD_UNITY_BUILD=OFF each file is compiled
 # alone, as clang-tidy wants them.
 #
 # The target unit-tests builds what is labelled unit, outer-tests what is not: tests of the whole system and of
@@ -20,8 +20,7 @@
 # The target thread-tests builds what is labelled threads.
 find_package(GTest REQUIRED)
 
-option(LANYARD_TESTS_TOGETHER "Compile the sources of each test program together" ON)
-set(CMAKE_UNITY_BUILD ${LANYARD_TESTS_TOGETHER})
+set(CMAKE_UNITY_BUILD ${LANYARD_UNITY_BUILD})
 
 # Linked after lanyard-sanitizers, it takes UndefinedBehaviorSanitizer out of what they say.
 add_library(lanyard-test-without-ubsan INTERFACE)

@@ -1,15 +1,14 @@
 #!/usr/bin/env bash
 #
-# Runs cppcheck over library, platform, programs and fuzz targets, as a build folder's compile database
-# (build/dev unless named) has them.
+# Runs cppcheck over library, platform, programs and fuzz targets, as the compile database of a build folder
+# has them: of the one that is named, or of build/alone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-build=${1:-build/dev}
-if [[ ! -f $build/compile_commands.json ]]; then
-    echo "check-cppcheck: $build is not configured; run scripts/test.sh first" >&2
-    exit 1
-fi
+# shellcheck source=scripts/common.sh
+source scripts/common.sh
+build=${1:-build/alone}
+[[ $# -gt 0 ]] || configure_alone
 
 database=$build/cppcheck/compile_commands.json
 mkdir -p "$build/cppcheck"

@@ -22,7 +22,7 @@ NO_SOURCES = {"src/dict/builtin.cpp"}
 NO_MESSAGES = {
     "add_option", "add_flag", "add_subcommand", "app", "addCommand", "addGroup", "addText", "addFile", "footer",
     "query", "run", "runQuery", "sqlite3QueryResGet", "notifyManager", "strftime", "static_assert",
-    "Command", "Program", "Option", "LibraryOption", "kServerColumns", "kCommands",
+    "DatabaseCommand", "Program", "Option", "LibraryOption", "kServerColumns", "kDictionaryCommands",
 }
 LOG_CALLS = {"radLog", "radLogAs", "radDeviceLog", "radDeviceLogAs", "palModuleDebug"}
 NO_TEXT = re.compile(r"(ntresponse: computes|Usage: <> PASSWORD|Exit status|READY=|SELECT|INSERT|UPDATE|DELETE|PRAGMA|"

@@ -1,18 +1,15 @@
 #!/usr/bin/env bash
 #
-# Runs clang-tidy 14 over the source files of a build folder's compile database (build/dev unless
-# named). Library, platform, programs and fuzz targets by default; --all takes the tests as well, out of a
-# database of its own (build/tidy) in which every test file is compiled alone.
+# Runs clang-tidy 14 over library, platform, programs and fuzz targets, with --all over the tests as well, as the
+# compile database of a build folder has them: of the one that is named, or of build/alone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 folders='src|platform|tools|fuzz'
-build=build/dev
-all=no
+build=
 for argument; do
     case "$argument" in
         --all)
-            all=yes
             folders+='|tests'
             ;;
         -*)
@@ -22,13 +19,11 @@ for argument; do
         *) build=$argument ;;
     esac
 done
-if [[ $all == yes && $build == build/dev ]]; then
-    build=build/tidy
-    cmake --preset dev -B "$build" -DLANYARD_TESTS_TOGETHER=OFF >/dev/null
-fi
-if [[ ! -f $build/compile_commands.json ]]; then
-    echo "check-tidy: $build is not configured; run scripts/test.sh first" >&2
-    exit 1
+# shellcheck source=scripts/common.sh
+source scripts/common.sh
+if [[ -z $build ]]; then
+    build=build/alone
+    configure_alone
 fi
 
 # clang-tidy checks a source once for every target that compiles it, so it gets a database with one entry each.

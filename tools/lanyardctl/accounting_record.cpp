@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <charconv>
 #include <ctime>
 #include <limits>
 #include <optional>
 #include <string_view>
 #include <sys/random.h>
-#include <system_error>
 
 #include <lanyard/radius/attr.h>
 #include <lanyard/radius/engine.h>
@@ -17,6 +15,7 @@
 #include "dictionary.h"
 #include "failure.h"
 #include "vendors.h"
+#include "words.h"
 
 namespace lanyardctl {
 
@@ -67,7 +66,7 @@ constexpr auto kBarred = std::to_array<Barred>({
     {RAD_ATTR_MESSAGE_AUTHENTICATOR, "has no place in accounting"},
 });
 
-constexpr uint64_t kNumberMax = std::numeric_limits<uint32_t>::max();
+constexpr uint64_t kIntegerMax = std::numeric_limits<uint32_t>::max();
 
 [[noreturn]] void refuse(const std::string &label, const std::string &problem) {
     throw Failure(label + ": " + problem, kRefused);
@@ -79,15 +78,8 @@ Bytes bytesOf(uint32_t number) {
     return {bytes, bytes + sizeof(ordered)};
 }
 
-std::optional<uint64_t> numberIn(std::string_view text, int base = 10) {
-    uint64_t number = 0;
-    const char *end = text.data() + text.size();
-    const auto [last, error] = std::from_chars(text.data(), end, number, base);
-    return error == std::errc() && last == end ? std::optional(number) : std::nullopt;
-}
-
 uint64_t numberUpTo(uint64_t most, const std::string &label, const std::string &text) {
-    const auto number = numberIn(text);
+    const auto number = toNumber<uint64_t>(text);
     if (!number || *number > most) {
         refuse(label, "'" + text + "' is no whole number from 0 to " + std::to_string(most));
     }
@@ -99,11 +91,11 @@ Bytes textOf(const std::string &label, const std::string &text, bool takesHex) {
     if (takesHex && text.starts_with("0x")) {
         bytes.clear();
         for (size_t i = 2; i < text.size(); i += 2) {
-            const auto byte = numberIn(text.substr(i, 2), 16);
+            const auto byte = toNumber<uint8_t>(text.substr(i, 2), 16);
             if (!byte || text.size() % 2 != 0) {
                 refuse(label, "'" + text + "' is not 0x and pairs of hexadecimal digits");
             }
-            bytes.push_back(static_cast<uint8_t>(*byte));
+            bytes.push_back(*byte);
         }
     }
     if (bytes.empty() || bytes.size() > RAD_VALUE_MAX) {
@@ -122,7 +114,7 @@ Bytes addressOf(const std::string &label, const std::string &text) {
 
 // A number, or the name of one.
 Bytes integerOf(const std::string &label, const RadDictAttr &attribute, const std::string &text) {
-    if (const auto number = numberIn(text); number && *number <= kNumberMax) {
+    if (const auto number = toNumber<uint64_t>(text); number && *number <= kIntegerMax) {
         return bytesOf(static_cast<uint32_t>(*number));
     }
     std::string names;
@@ -133,7 +125,7 @@ Bytes integerOf(const std::string &label, const RadDictAttr &attribute, const st
         names += (names.empty() ? ", or one of " : ", ") + std::string(value->valueName);
     }
     refuse(label,
-           "'" + text + "' is no whole number from 0 to " + std::to_string(kNumberMax) + names);
+           "'" + text + "' is no whole number from 0 to " + std::to_string(kIntegerMax) + names);
 }
 
 Bytes valueOf(const std::string &label, const RadDictAttr &attribute, const std::string &text) {
@@ -143,7 +135,7 @@ Bytes valueOf(const std::string &label, const RadDictAttr &attribute, const std:
         case RAD_TYPE_IPADDR:
             return addressOf(label, text);
         case RAD_TYPE_DATE:
-            return bytesOf(static_cast<uint32_t>(numberUpTo(kNumberMax, label, text)));
+            return bytesOf(static_cast<uint32_t>(numberUpTo(kIntegerMax, label, text)));
         default:
             return integerOf(label, attribute, text);
     }
@@ -152,11 +144,11 @@ Bytes valueOf(const std::string &label, const RadDictAttr &attribute, const std:
 // Packets have no gigawords: their number stays at the largest that can be said.
 void addCounter(PacketMaker &packet, const Field &field, uint64_t number) {
     if (field.gigawords == 0) {
-        packet.add(field.number, bytesOf(static_cast<uint32_t>(std::min(number, kNumberMax))));
+        packet.add(field.number, bytesOf(static_cast<uint32_t>(std::min(number, kIntegerMax))));
         return;
     }
     packet.add(field.number, bytesOf(static_cast<uint32_t>(number)));
-    if (number > kNumberMax) {
+    if (number > kIntegerMax) {
         packet.add(field.gigawords, bytesOf(static_cast<uint32_t>(number >> 32U)));
     }
 }
@@ -197,8 +189,7 @@ VendorAttribute findOfVendors(const std::string &name) {
     if (known != kVendorAttributes.end()) {
         return *known;
     }
-    const RadDictAttr *ofVendors = radDictGetAttr(RAD_ATTR_VENDOR_SPECIFIC);
-    for (const RadDictValue *vendor : valuesOf(ofVendors ? ofVendors->name : "")) {
+    for (const RadDictValue *vendor : allVendors()) {
         for (const RadDictValue *attribute : valuesOf(vendor->valueName)) {
             if (name == attribute->valueName) {
                 return {static_cast<uint32_t>(vendor->value),
@@ -214,7 +205,7 @@ Bytes valueOfVendors(const std::string &name, const VendorAttribute &attribute,
                      const std::string &text) {
     constexpr size_t kHeader = 2;
     const Bytes data = attribute.kind == Kind::kNumber
-                           ? bytesOf(static_cast<uint32_t>(numberUpTo(kNumberMax, name, text)))
+                           ? bytesOf(static_cast<uint32_t>(numberUpTo(kIntegerMax, name, text)))
                        : attribute.kind == Kind::kAddress ? addressOf(name, text)
                                                           : textOf(name, text, true);
     Bytes value = bytesOf(attribute.vendor);

@@ -36,7 +36,7 @@ struct Answer {
     Clock::time_point start = Clock::now();
 };
 
-void noteEnd(void *context, RadRequest * /*request*/, int code, RadPair *reply) {
+void noteAnswer(void *context, RadRequest * /*request*/, int code, RadPair *reply) {
     radPairListFree(reply);
     auto &answer = *static_cast<Answer *>(context);
     answer.isOver = true;
@@ -77,7 +77,7 @@ class Sender {
     Answer send(const Record &record) {
         Answer answer;
         if (!loop_ || !radRequestStart(loop_.get(), RAD_CODE_ACCOUNTING_REQUEST,
-                                       pairsOf(record).get(), noteEnd, &answer)) {
+                                       pairsOf(record).get(), noteAnswer, &answer)) {
             throw Failure("out of memory or descriptors");
         }
         while (!answer.isOver) {

@@ -39,7 +39,7 @@ constexpr const char *kFlushFooter =
     "The oldest first, each session in its order. Acct-Delay-Time says how old a record is. After\n"
     "two sessions in a row that nobody answers the rest waits for the next time.";
 
-struct Options {
+struct AccountingOptions {
     std::string file = radLibDefConf();
     std::string queue = {};
     Given given = {};
@@ -47,7 +47,7 @@ struct Options {
     bool usesSyslog = false;
 };
 
-AccountingQueue openQueue(const Options &options) {
+AccountingQueue openQueue(const AccountingOptions &options) {
     return AccountingQueue(options.queue.empty() ? defaultFile(kDefaultQueue, true)
                                                  : options.queue);
 }
@@ -63,10 +63,6 @@ class Accounting : private Configuration {
         completeDictionary();
     }
 };
-
-std::string counted(int64_t number, const char *noun) {
-    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
-}
 
 // One record
 
@@ -98,7 +94,7 @@ std::string outcomeOf(const Fate &fate) {
                      asMilliseconds(fate.delivery.milliseconds);
 }
 
-ExitCode account(const StatusType &status, Options options, const Report &report) {
+ExitCode account(const StatusType &status, AccountingOptions options, const Report &report) {
     const Accounting accounting(options.file);
     const bool isMade = options.given.session.empty();
     if (isMade) {
@@ -143,7 +139,7 @@ Delivery deliverAll(const AccountingQueue &queue) {
     return deliver(queue);
 }
 
-ExitCode flush(const Options &options, const Report &report) {
+ExitCode flush(const AccountingOptions &options, const Report &report) {
     const AccountingQueue queue = openQueue(options);
     const Accounting accounting(options.file);
     const Delivery delivery = deliverAll(queue);
@@ -158,7 +154,7 @@ ExitCode flush(const Options &options, const Report &report) {
 }
 
 // One round of the service. The configuration is read anew each time.
-void flushOnce(const AccountingQueue &queue, const Options &options, Report &report) try {
+void flushOnce(const AccountingQueue &queue, const AccountingOptions &options, Report &report) try {
     if (queue.waiting() == 0) {
         return report.putRight(kTopic);
     }
@@ -173,7 +169,7 @@ void flushOnce(const AccountingQueue &queue, const Options &options, Report &rep
     }
     std::string problem = "records wait";
     for (const RadLastError &error : delivery.silent) {
-        problem += "; " + textOf(error);
+        problem += "; " + describe(error);
     }
     report.problem(kTopic, problem);
 } catch (const std::exception &failure) {
@@ -187,7 +183,7 @@ void end(int /*signal*/) {
 }
 
 // Until SIGTERM or SIGINT.
-[[noreturn]] void serve(const Options &options, Report &report) {
+[[noreturn]] void serveQueue(const AccountingOptions &options, Report &report) {
     if (options.usesSyslog) {
         lanyard::logToSyslog("lanyardctl");
     }
@@ -212,7 +208,7 @@ void end(int /*signal*/) {
     }
 }
 
-ExitCode list(const Options &options, const Report &report) {
+ExitCode list(const AccountingOptions &options, const Report &report) {
     const AccountingQueue queue = openQueue(options);
     const int64_t now = time(nullptr);
     Json records = Json::array();
@@ -236,13 +232,13 @@ ExitCode list(const Options &options, const Report &report) {
 
 // The command line
 
-void addQueue(CLI::App &command, Options &options) {
+void addQueue(CLI::App &command, AccountingOptions &options) {
     addText(command, "--queue", options.queue, "FILE",
             std::string("file of the queue; ") + kDefaultQueue +
                 " without it, under $PAL_ROOT when that is set");
 }
 
-void addRecordOptions(CLI::App &command, const StatusType &status, Options &options) {
+void addRecordOptions(CLI::App &command, const StatusType &status, AccountingOptions &options) {
     addText(command, "--session-id", options.given.session, "ID",
             "Acct-Session-Id; made without it");
     for (size_t i = 0; i < kFields.size(); ++i) {
@@ -267,7 +263,7 @@ void addRecordOptions(CLI::App &command, const StatusType &status, Options &opti
 }  // namespace
 
 void addAcctCommands(CLI::App &app, Task &task) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<AccountingOptions>();
     CLI::App &group = addGroup(app, "acct", "Accounts sessions, and keeps what no server answers");
     for (const StatusType &status : kStatusTypes) {
         CLI::App &command = addCommand(
@@ -278,7 +274,7 @@ void addAcctCommands(CLI::App &app, Task &task) {
     CLI::App &flushing = addCommand(group, "flush", "Sends what waits in the queue", task,
                                     [options](Report &report) -> ExitCode {
                                         if (options->every != 0) {
-                                            serve(*options, report);
+                                            serveQueue(*options, report);
                                         }
                                         return flush(*options, report);
                                     });

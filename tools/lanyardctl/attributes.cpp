@@ -53,7 +53,7 @@ std::string unitOf(int number) {
     return found == kUnits.end() ? "" : found->unit;
 }
 
-uint32_t numberIn(View bytes) {
+uint32_t numberOf(View bytes) {
     uint32_t number = 0;
     for (const uint8_t byte : bytes) {
         number = number << 8U | byte;
@@ -61,12 +61,12 @@ uint32_t numberIn(View bytes) {
     return number;
 }
 
-std::string textOf(View bytes) {
+std::string asString(View bytes) {
     return {bytes.begin(), bytes.end()};
 }
 
 void setText(ShownAttribute &shown, View bytes) {
-    if (const std::string text = textOf(bytes); text == lanyardctl::shown(text)) {
+    if (const std::string text = asString(bytes); text == lanyardctl::shown(text)) {
         shown.value = '"' + text + '"';
         shown.json["value"] = text;
     } else {
@@ -137,9 +137,9 @@ void setValue(ShownAttribute &shown, const RadDictAttr &known, View bytes) {
     } else if (known.type == RAD_TYPE_IPADDR) {
         setAddress(shown, bytes);
     } else if (known.type == RAD_TYPE_DATE) {
-        setWord(shown, asTime(numberIn(bytes)));
+        setWord(shown, asTime(numberOf(bytes)));
     } else {
-        setInteger(shown, known, numberIn(bytes));
+        setInteger(shown, known, numberOf(bytes));
     }
 }
 
@@ -169,7 +169,7 @@ void setVendorValue(ShownAttribute &shown, const VendorAttribute *known, View da
     if (kind == Kind::kSecret) {
         setSecret(shown, data);
     } else if (kind == Kind::kNumber && data.size() == sizeof(uint32_t)) {
-        setNumber(shown, numberIn(data), known->unit);
+        setNumber(shown, numberOf(data), known->unit);
     } else if (kind == Kind::kAddress && data.size() == sizeof(uint32_t)) {
         setAddress(shown, data);
     } else if (kind == Kind::kTextAfterIdentifier && !data.empty()) {
@@ -222,7 +222,7 @@ std::vector<ShownAttribute> shownVendor(View value) {
     if (value.size() < sizeof(uint32_t)) {
         return {};
     }
-    const uint32_t vendor = numberIn(value.first(sizeof(uint32_t)));
+    const uint32_t vendor = numberOf(value.first(sizeof(uint32_t)));
     for (View rest = value.subspan(sizeof(uint32_t)); !rest.empty(); rest = rest.subspan(rest[1])) {
         if (rest.size() < 2 || rest[1] < 2 || rest[1] > rest.size()) {
             return {};

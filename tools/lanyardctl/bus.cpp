@@ -46,7 +46,7 @@ std::optional<FileDescriptor> openPath(const std::string &path) {
     return fd < 0 ? std::nullopt : std::optional<FileDescriptor>(std::in_place, fd, path);
 }
 
-std::optional<struct stat> statusOf(const std::optional<FileDescriptor> &file) {
+std::optional<struct stat> attributesOf(const std::optional<FileDescriptor> &file) {
     struct stat status {};
     return file && fstat(file->get(), &status) == 0 ? std::optional(status) : std::nullopt;
 }
@@ -153,7 +153,7 @@ bool Bus::notify(uint32_t module, uint32_t command, std::string_view data) {
 // killed leaves it there.
 std::string BusRelay::run() {
     listen();
-    const auto made = statusOf(openPath(kBusFolder + ("/" + kRelaySocket)));
+    const auto made = attributesOf(openPath(kBusFolder + ("/" + kRelaySocket)));
     if (!made) {
         const int task = openPath(kServiceLock) ? -1 : palTaskNameToId(kRelayTask);
         return task == -1 ? "" : "task " + std::to_string(task);
@@ -229,7 +229,7 @@ bool BusRelay::end() {
         const int task = palTaskNameToId(kRelayTask);
         return task != -1 && endProcess(task, [&] { return palTaskNameToId(kRelayTask) == task; });
     }
-    const auto lock = statusOf(openPath(kRelayLock));
+    const auto lock = attributesOf(openPath(kRelayLock));
     if (!lock) {
         return false;
     }

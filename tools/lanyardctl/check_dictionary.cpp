@@ -1,7 +1,5 @@
 // The check of a dictionary file.
 #include <array>
-#include <charconv>
-#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -13,6 +11,7 @@
 
 #include "check.h"
 #include "configuration.h"
+#include "dictionary.h"
 #include "library_lines.h"
 #include "words.h"
 
@@ -20,7 +19,6 @@ namespace lanyardctl {
 
 namespace {
 
-constexpr int kNumberMax = 255;
 constexpr size_t kValueNameMax = sizeof(RadDictValue::valueName) - 1;
 
 // Vendors that the file names: their attributes are values of their names.
@@ -29,14 +27,6 @@ using Vendors = std::set<std::string>;
 // As the library takes a line apart.
 std::vector<std::string> wordsOf(const std::string &text) {
     return split(text, " \t\n");
-}
-
-// None for a number that the library reads as another.
-std::optional<int32_t> numberIn(const std::string &word) {
-    int32_t number = 0;
-    const char *end = word.data() + word.size();
-    const auto [last, error] = std::from_chars(word.data(), end, number);
-    return last == end && error == std::errc() ? std::optional(number) : std::nullopt;
 }
 
 std::string attributeRefusal(const std::vector<std::string> &words) {
@@ -65,7 +55,7 @@ std::string valueRefusal(const std::vector<std::string> &words) {
 
 void checkAttribute(LineFinding &line, const std::string &text, Vendors & /*vendors*/) {
     const std::vector<std::string> words = wordsOf(text);
-    const auto number = numberIn(words.size() > 1 ? words[1] : "");
+    const auto number = toNumber<int32_t>(words.size() > 1 ? words[1] : "");
     const RadDictAttr *earlier = number ? radDictGetAttr(*number) : nullptr;
     const std::string hidden = earlier ? earlier->name : "";
     if (radDictAddAttr(text.c_str()) != 0) {
@@ -73,7 +63,7 @@ void checkAttribute(LineFinding &line, const std::string &text, Vendors & /*vend
     }
     if (!number) {
         line.doubt("the number '" + words[1] + "' is not read as it is written");
-    } else if (*number > kNumberMax || *number == 0) {
+    } else if (*number > kAttributeMax || *number == 0) {
         line.doubt("no packet can carry the number " + words[1]);
     }
     if (earlier) {
@@ -83,7 +73,7 @@ void checkAttribute(LineFinding &line, const std::string &text, Vendors & /*vend
 
 bool isAttribute(const std::string &name) {
     bool isKnown = false;
-    for (int number = 0; number <= kNumberMax && !isKnown; ++number) {
+    for (int number = 0; number <= kAttributeMax && !isKnown; ++number) {
         const RadDictAttr *attribute = radDictGetAttr(number);
         isKnown = attribute && name == attribute->name;
     }
@@ -102,22 +92,22 @@ void checkValue(LineFinding &line, const std::string &text, Vendors &vendors) {
     if (!isAttribute(words[0]) && !vendors.contains(words[0])) {
         line.doubt("no attribute or vendor above is called '" + words[0] + "'");
     }
-    if (!numberIn(words[2])) {
+    if (!toNumber<int32_t>(words[2])) {
         line.doubt("the number '" + words[2] + "' is not read as it is written");
     }
 }
 
-struct Definition {
+struct DefinitionKind {
     std::string_view word;
     void (*check)(LineFinding &line, const std::string &text, Vendors &vendors);
 };
-constexpr std::array<Definition, 2> kDefinitions = {
+constexpr std::array<DefinitionKind, 2> kDefinitionKinds = {
     {{"ATTRIBUTE", checkAttribute}, {"VALUE", checkValue}}};
 
-void checkLine(LineFinding &line, const std::string &text, Vendors &vendors) {
-    for (const Definition &definition : kDefinitions) {
-        if (text.starts_with(definition.word)) {
-            return definition.check(line, text.substr(definition.word.size()), vendors);
+void checkDefinition(LineFinding &line, const std::string &text, Vendors &vendors) {
+    for (const DefinitionKind &kind : kDefinitionKinds) {
+        if (text.starts_with(kind.word)) {
+            return kind.check(line, text.substr(kind.word.size()), vendors);
         }
     }
     if (text.find_first_not_of(" \t\r") != std::string::npos) {
@@ -134,9 +124,10 @@ FileFindings checkDictionary(const std::string &file) {
     findings.isAccepted = radDictLoad(file.c_str()) == 0;
     radDictUnload();
     Vendors vendors;
-    forEachLine(
-        findings, kDictionaryBuffer,
-        [&vendors](LineFinding &line, const std::string &text) { checkLine(line, text, vendors); });
+    forEachLine(findings, kDictionaryBuffer,
+                [&vendors](LineFinding &line, const std::string &text) {
+                    checkDefinition(line, text, vendors);
+                });
     return findings;
 }
 

@@ -43,7 +43,7 @@ constexpr const char *kFieldsFooter =
     "host.\n"
     "-1 for \"the default\" has no place in an entry either: the number itself is stored.";
 
-struct Options {
+struct DatabaseOptions {
     std::string file = {};  // the database
     std::optional<std::string> dictionary = {};
     std::string name = {};  // a host, or a row id
@@ -65,13 +65,13 @@ Problem dictionaryProblem(const Database &db) {
                            "init --dictionary FILE' names another one");
 }
 
-void initDatabase(const Options &options, Report &report) {
+void initDatabase(const DatabaseOptions &options, Report &report) {
     const Database db = Database::create(options.file);
     prepareDatabase(db, options.dictionary);
     report.done("the database " + options.file + " is ready", dictionaryProblem(db));
 }
 
-void serveDatabase(const Options &options, Report &report) {
+void serveDatabase(const DatabaseOptions &options, Report &report) {
     if (options.usesSyslog) {
         lanyard::logToSyslog("lanyardctl");
     }
@@ -85,7 +85,7 @@ void serveDatabase(const Options &options, Report &report) {
     serve(options.file, report);
 }
 
-void replayDatabase(const Options &options, Report &report) {
+void replayDatabase(const DatabaseOptions &options, Report &report) {
     replay(options.file, report);
 }
 
@@ -112,7 +112,7 @@ std::string readSecret(const std::string &file) {
 }
 
 // Puts the fields that are given into a row, which is checked and stored.
-void store(const Database &db, const std::vector<Server> &others, const Options &options,
+void store(const Database &db, const std::vector<Server> &others, const DatabaseOptions &options,
            Server &server) {
     for (const Column &column : kServerColumns) {
         if (const Text &given = options.fields.*column.field) {
@@ -146,7 +146,7 @@ Server findServer(const std::vector<Server> &servers, const std::string &name) {
 }
 
 // Numbers as numbers, what is none as the text that it is.
-Json asJson(const Server &server, bool withSecret) {
+Json serverAsJson(const Server &server, bool withSecret) {
     constexpr size_t kDigitsMax = 9;
     Json json = {{"id", server.id}};
     for (const Column &column : kServerColumns) {
@@ -167,7 +167,7 @@ Json asJson(const Server &server, bool withSecret) {
 
 void answerEdit(const Report &report, const Server &server, const std::string &what) {
     report.answer(
-        {{"ok", true}, {"server", asJson(server, false)}},
+        {{"ok", true}, {"server", serverAsJson(server, false)}},
         what + " server " + std::to_string(server.id) + ": " + server.host.value_or("(no host)"));
 }
 
@@ -177,7 +177,7 @@ void warnOfWaits(const Report &report, const Database &db) {
     }
 }
 
-void addServer(const Options &options, Report &report) {
+void addServer(const DatabaseOptions &options, Report &report) {
     const Database db = Database::open(options.file);
     Server server;
     for (const Column &column : kServerColumns) {
@@ -190,7 +190,7 @@ void addServer(const Options &options, Report &report) {
     warnOfWaits(report, db);
 }
 
-void changeServer(const Options &options, Report &report) {
+void changeServer(const DatabaseOptions &options, Report &report) {
     const Database db = Database::open(options.file);
     if (options.fields == Server{}) {
         throw Failure("name what is to be changed: --host, --port, --timeout, --retries, --secret",
@@ -205,7 +205,7 @@ void changeServer(const Options &options, Report &report) {
     warnOfWaits(report, db);
 }
 
-void removeServer(const Options &options, Report &report) {
+void removeServer(const DatabaseOptions &options, Report &report) {
     const Database db = Database::open(options.file);
     WriteTransaction transaction(db);
     const Server server = findServer(readServers(db), options.name);
@@ -216,7 +216,7 @@ void removeServer(const Options &options, Report &report) {
 
 // Showing
 
-void listServers(const Options &options, Report &report) {
+void listServers(const DatabaseOptions &options, Report &report) {
     const std::vector<Server> servers = readServers(Database::open(options.file));
     const std::vector<Problem> problems = problemsOf(servers);
     const auto isShown = [&](const Column &column) {
@@ -232,7 +232,7 @@ void listServers(const Options &options, Report &report) {
         }
     }
     for (size_t i = 0; i < servers.size(); ++i) {
-        Json &json = list.emplace_back(asJson(servers[i], options.withSecrets));
+        Json &json = list.emplace_back(serverAsJson(servers[i], options.withSecrets));
         Line &line = lines.emplace_back(Line{std::to_string(servers[i].id)});
         for (const Column &column : kServerColumns) {
             if (isShown(column)) {
@@ -248,7 +248,7 @@ void listServers(const Options &options, Report &report) {
                   servers.empty() ? "no servers" : asTable(lines) + notes);
 }
 
-void showStatus(const Options & /*options*/, Report &report) {
+void showStatus(const DatabaseOptions & /*options*/, Report &report) {
     tellStatus(report);
 }
 
@@ -269,45 +269,49 @@ enum Takes : unsigned {
 constexpr std::string_view kDatabaseGroup = "db";
 constexpr std::string_view kRelayGroup = "relay";
 
-struct Command {
+struct DatabaseCommand {
     std::string_view group;
     const char *name;
     const char *help;
     unsigned takes;
-    void (*run)(const Options &options, Report &report);
+    void (*run)(const DatabaseOptions &options, Report &report);
     const char *footer;
 };
 
-constexpr std::array kCommands = {
-    Command{kDatabaseGroup, "init", "Makes the database, or what it lacks", kDictionary,
-            initDatabase,
-            "It may be run again at any time, also on a database that has these tables already:\n"
-            "no row is changed. Afterwards only its owner has access to the file."},
-    Command{kDatabaseGroup, "add", "Adds a server", kHost | kFields, addServer, kFieldsFooter},
-    Command{kDatabaseGroup, "set", "Changes a server", kServer | kNewHost | kFields, changeServer,
-            kFieldsFooter},
-    Command{kDatabaseGroup, "del", "Deletes a server", kServer, removeServer, ""},
-    Command{kDatabaseGroup, "list", "Lists the servers in the order in which they are asked",
-            kSecrets, listServers, ""},
-    Command{kDatabaseGroup, "serve",
-            "Takes changes of the servers to the relay and to /var/radius.conf",
-            kDictionary | kSyslog, serveDatabase,
-            "It runs in the foreground until SIGTERM or SIGINT. SIGHUP makes it read and write "
-            "again.\n"
-            "It may be killed at any time. One service runs at a time, as module 20 of the bus. A\n"
-            "relay that it does not know it tells to end: whoever starts the relay starts it "
-            "again."},
-    Command{kDatabaseGroup, "replay", "Gives all servers to a relay, whatever it has", kNothing,
-            replayDatabase,
-            "The relay is told to end unless it is new, and gets them when it is started again."},
-    Command{
+constexpr std::array kDatabaseCommands = {
+    DatabaseCommand{
+        kDatabaseGroup, "init", "Makes the database, or what it lacks", kDictionary, initDatabase,
+        "It may be run again at any time, also on a database that has these tables already:\n"
+        "no row is changed. Afterwards only its owner has access to the file."},
+    DatabaseCommand{kDatabaseGroup, "add", "Adds a server", kHost | kFields, addServer,
+                    kFieldsFooter},
+    DatabaseCommand{kDatabaseGroup, "set", "Changes a server", kServer | kNewHost | kFields,
+                    changeServer, kFieldsFooter},
+    DatabaseCommand{kDatabaseGroup, "del", "Deletes a server", kServer, removeServer, ""},
+    DatabaseCommand{kDatabaseGroup, "list",
+                    "Lists the servers in the order in which they are asked", kSecrets, listServers,
+                    ""},
+    DatabaseCommand{
+        kDatabaseGroup, "serve",
+        "Takes changes of the servers to the relay and to /var/radius.conf", kDictionary | kSyslog,
+        serveDatabase,
+        "It runs in the foreground until SIGTERM or SIGINT. SIGHUP makes it read and write "
+        "again.\n"
+        "It may be killed at any time. One service runs at a time, as module 20 of the bus. A\n"
+        "relay that it does not know it tells to end: whoever starts the relay starts it "
+        "again."},
+    DatabaseCommand{
+        kDatabaseGroup, "replay", "Gives all servers to a relay, whatever it has", kNothing,
+        replayDatabase,
+        "The relay is told to end unless it is new, and gets them when it is started again."},
+    DatabaseCommand{
         kRelayGroup, "status", "Shows what the relay has in flight, and how its servers do",
         kNothing, showStatus,
         "RESENT: packets sent again. BAD-AUTH, STRAYS, MALFORMED: datagrams that were ignored.\n"
         "MEDIAN-MS, P95-MS: round trip of the last answered requests, in milliseconds."},
 };
 
-void addOptions(CLI::App &app, const Command &command, Options &options) {
+void addOptions(CLI::App &app, const DatabaseCommand &command, DatabaseOptions &options) {
     if ((command.takes & kDictionary) != 0) {
         app.add_option("--dictionary", options.dictionary,
                        std::string("dictionary file that the relay loads; ") + kDefaultDictionary +
@@ -347,7 +351,7 @@ void addOptions(CLI::App &app, const Command &command, Options &options) {
 }
 
 // What a command does once the whole command line is understood.
-ExitCode runCommand(const Command &command, Options &options, Report &report) {
+ExitCode runCommand(const DatabaseCommand &command, DatabaseOptions &options, Report &report) {
     if (command.group == kDatabaseGroup && options.file.empty()) {
         options.file = defaultFile(kDefaultDatabase, command.run == initDatabase);
     }
@@ -361,7 +365,7 @@ ExitCode runCommand(const Command &command, Options &options, Report &report) {
 }  // namespace
 
 void addDatabaseCommands(CLI::App &app, Task &task) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<DatabaseOptions>();
     CLI::App &db =
         addGroup(app, std::string(kDatabaseGroup), "The servers in the device's database");
     CLI::App &relay = addGroup(app, std::string(kRelayGroup), "The EAP relay on the bus");
@@ -369,7 +373,7 @@ void addDatabaseCommands(CLI::App &app, Task &task) {
                   std::string("database file; ") + kDefaultDatabase +
                       " without it, under $PAL_ROOT when that is set")
         ->type_name("FILE");
-    for (const Command &command : kCommands) {
+    for (const DatabaseCommand &command : kDatabaseCommands) {
         CLI::App &group = command.group == kDatabaseGroup ? db : relay;
         CLI::App &subcommand = addCommand(
             group, command.name, command.help, task,

@@ -36,7 +36,7 @@ constexpr const char *kDecodeFooter =
 constexpr int kPortMax = 65535;
 constexpr const char *kStandardInput = "standard input";
 
-struct Options {
+struct DecodeOptions {
     std::string file = "-";
     std::optional<std::string> secretFile = {};
     std::optional<std::string> dictionary = {};
@@ -195,7 +195,7 @@ std::vector<Captured> packetsIn(const std::string &name, int port) {
     return packets;
 }
 
-ExitCode decode(const Options &options, const Report &report) {
+ExitCode decode(const DecodeOptions &options, const Report &report) {
     const Dictionary dictionary(options.dictionary);
     const std::vector<Captured> packets =
         packetsIn(options.file == "-" ? kStandardInput : options.file, options.port);
@@ -214,7 +214,7 @@ ExitCode decode(const Options &options, const Report &report) {
 }  // namespace
 
 void addDecodeCommand(CLI::App &app, Task &task) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<DecodeOptions>();
     CLI::App &command = addCommand(app, "decode", "Shows packets, attribute by attribute", task,
                                    [options](Report &report) { return decode(*options, report); });
     addText(command, "FILE", options->file, "", "capture or text; - or none for standard input");

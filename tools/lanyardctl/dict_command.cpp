@@ -22,23 +22,23 @@ namespace {
 
 constexpr std::array kTypes = {"string", "integer", "ipaddr", "date"};
 
-struct Options {
+struct DictionaryOptions {
     std::optional<std::string> dictionary = {};
     std::string name = {};
 };
 
-Json asJson(const RadDictAttr &attribute) {
+Json attributeAsJson(const RadDictAttr &attribute) {
     return {{"number", attribute.attrNum},
             {"name", attribute.name},
             {"type", kTypes.at(static_cast<size_t>(attribute.type))}};
 }
 
-ExitCode list(const Options &options, const Report &report) {
+ExitCode listAttributes(const DictionaryOptions &options, const Report &report) {
     const Dictionary dictionary(options.dictionary);
     Json document = Json::array();
     std::vector<Line> lines = {{"NUMBER", "NAME", "TYPE"}};
     for (const RadDictAttr *attribute : allAttributes()) {
-        document.push_back(asJson(*attribute));
+        document.push_back(attributeAsJson(*attribute));
         lines.push_back({std::to_string(attribute->attrNum), shown(attribute->name),
                          kTypes.at(static_cast<size_t>(attribute->type))});
     }
@@ -46,10 +46,8 @@ ExitCode list(const Options &options, const Report &report) {
     return kDone;
 }
 
-// A vendor is a value of Vendor-Specific.
 const RadDictValue *findVendor(const std::string &name) {
-    const RadDictAttr *ofVendors = radDictGetAttr(RAD_ATTR_VENDOR_SPECIFIC);
-    const auto all = ofVendors ? valuesOf(ofVendors->name) : std::vector<const RadDictValue *>();
+    const std::vector<const RadDictValue *> all = allVendors();
     const auto found = std::find_if(all.begin(), all.end(), [&name](const RadDictValue *vendor) {
         return name == vendor->valueName;
     });
@@ -70,10 +68,10 @@ void answer(const Report &report, const char *kind, Json document, const std::st
                                             : "\n" + asTable(lines)));
 }
 
-ExitCode show(const Options &options, const Report &report) {
+ExitCode show(const DictionaryOptions &options, const Report &report) {
     const Dictionary dictionary(options.dictionary);
     if (const RadDictAttr *attribute = findAttribute(options.name)) {
-        answer(report, "attribute", asJson(*attribute),
+        answer(report, "attribute", attributeAsJson(*attribute),
                shown(attribute->name) + ", attribute " + std::to_string(attribute->attrNum) + ", " +
                    kTypes.at(static_cast<size_t>(attribute->type)),
                "values", valuesOf(attribute->name));
@@ -88,19 +86,19 @@ ExitCode show(const Options &options, const Report &report) {
     return kDone;
 }
 
-ExitCode check(const Options &options, const Report &report) {
+ExitCode check(const DictionaryOptions &options, const Report &report) {
     return tell(checkDictionary(options.name), report);
 }
 
-struct Command {
+struct DictionaryCommand {
     const char *name;
     const char *help;
-    ExitCode (*run)(const Options &options, const Report &report);
+    ExitCode (*run)(const DictionaryOptions &options, const Report &report);
     const char *argument;  // its name, nullptr for none
     const char *argumentHelp;
 };
-constexpr std::array<Command, 3> kCommands = {
-    {{"list", "Lists the attributes", list, nullptr, nullptr},
+constexpr std::array<DictionaryCommand, 3> kDictionaryCommands = {
+    {{"list", "Lists the attributes", listAttributes, nullptr, nullptr},
      {"show", "Shows an attribute and the names of its values, or a vendor and its attributes",
       show, "NAME", "of an attribute or a vendor, or an attribute's number"},
      {"check", "Tells what is wrong with a dictionary file", check, "FILE", "dictionary file"}}};
@@ -108,9 +106,9 @@ constexpr std::array<Command, 3> kCommands = {
 }  // namespace
 
 void addDictCommands(CLI::App &app, Task &task) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<DictionaryOptions>();
     CLI::App &group = addGroup(app, "dict", "The dictionary of attributes");
-    for (const Command &row : kCommands) {
+    for (const DictionaryCommand &row : kDictionaryCommands) {
         CLI::App &command =
             addCommand(group, row.name, row.help, task,
                        [options, &row](Report &report) { return row.run(*options, report); });

@@ -6,14 +6,17 @@
 #include <string>
 #include <vector>
 
+#include <lanyard/radius/attr.h>
 #include <lanyard/radius/dict.h>
 
 namespace lanyardctl {
 
+// The largest number of an attribute.
+inline constexpr int kAttributeMax = 255;
+
 inline std::vector<const RadDictAttr *> allAttributes() {
-    constexpr int kNumberMax = 255;
     std::vector<const RadDictAttr *> attributes;
-    for (int number = 0; number <= kNumberMax; ++number) {
+    for (int number = 0; number <= kAttributeMax; ++number) {
         if (const RadDictAttr *attribute = radDictGetAttr(number)) {
             attributes.push_back(attribute);
         }
@@ -40,6 +43,12 @@ inline std::vector<const RadDictValue *> valuesOf(const char *name) {
         }
     }
     return values;
+}
+
+// Vendors are values of Vendor-Specific.
+inline std::vector<const RadDictValue *> allVendors() {
+    const RadDictAttr *ofVendors = radDictGetAttr(RAD_ATTR_VENDOR_SPECIFIC);
+    return ofVendors ? valuesOf(ofVendors->name) : std::vector<const RadDictValue *>();
 }
 
 }  // namespace lanyardctl

@@ -14,7 +14,7 @@ namespace lanyardctl {
 namespace {
 
 // The library takes the last character of a line for its newline.
-void noteEnd(LineFinding &finding, const std::string &piece, size_t bufferSize) {
+void checkEnd(LineFinding &finding, const std::string &piece, size_t bufferSize) {
     if (piece.ends_with("\r\n")) {
         finding.doubt(
             "ends with CR LF, as on Windows, and the CR belongs to the value: "
@@ -47,7 +47,7 @@ void forEachLine(FileFindings &findings, int bufferSize,
             continue;
         }
         LineFinding finding{number, followsItself};
-        noteEnd(finding, piece, buffer.size());
+        checkEnd(finding, piece, buffer.size());
         look(finding, piece.substr(0, piece.size() - 1));
         if (!finding.meanings.empty() || !finding.problems.empty()) {
             findings.lines.push_back(finding);

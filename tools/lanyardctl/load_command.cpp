@@ -31,7 +31,7 @@ constexpr const char *kLoadFooter =
 constexpr uint64_t kLoginsMax = 1'000'000'000;
 constexpr unsigned kAtOnceMax = 10'000;
 
-struct Options {
+struct LoadOptions {
     std::string file = radLibDefConf();
     std::string method = "pap";
     uint64_t logins = 1000;
@@ -49,7 +49,7 @@ void reserveMemory(unsigned atOnce) {
     radMemInit(kShared + atOnce * kEach);
 }
 
-std::vector<RadServerStatus> askedServers() {
+std::vector<RadServerStatus> serverCounts() {
     std::vector<RadServerStatus> servers;
     RadServerStatus status;
     for (int i = 0; radServerStatusAt(i, &status) == 0; ++i) {
@@ -58,7 +58,7 @@ std::vector<RadServerStatus> askedServers() {
     return servers;
 }
 
-ExitCode load(const Options &options, const Report &report) {
+ExitCode load(const LoadOptions &options, const Report &report) {
     if (options.user.empty() == options.userFile.empty()) {
         throw Failure("a load needs either USER or --user-file", kRefused);
     }
@@ -82,7 +82,7 @@ ExitCode load(const Options &options, const Report &report) {
             }
         });
     }
-    const std::vector<RadServerStatus> servers = askedServers();
+    const std::vector<RadServerStatus> servers = serverCounts();
     report.answer(asDocument(plan, figures, servers), asText(plan, figures, servers));
     return exitCodeOf(figures);
 }
@@ -90,7 +90,7 @@ ExitCode load(const Options &options, const Report &report) {
 }  // namespace
 
 void addLoadCommand(CLI::App &app, Task &task) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<LoadOptions>();
     CLI::App &command = addCommand(
         app, "load", "Logs users in over and over: how many a second, how fast, what fails", task,
         [options](Report &report) { return load(*options, report); });

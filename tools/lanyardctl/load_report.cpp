@@ -18,12 +18,12 @@ namespace {
 constexpr std::array<int, 4> kPercentiles = {50, 90, 95, 99};
 
 // What the library counts for each server, named as in the relay's status.
-struct Count {
+struct ServerCount {
     const char *heading;
     const char *name;
     uint64_t RadServerStatus::*number;
 };
-constexpr auto kCounts = std::to_array<Count>({
+constexpr auto kServerCounts = std::to_array<ServerCount>({
     {"REQUESTS", "requests", &RadServerStatus::requests},
     {"RESENT", "retransmissions", &RadServerStatus::retransmissions},
     {"TIMEOUTS", "timeouts", &RadServerStatus::timeouts},
@@ -32,7 +32,7 @@ constexpr auto kCounts = std::to_array<Count>({
     {"MALFORMED", "malformed", &RadServerStatus::malformed},
 });
 
-std::string nameOf(const RadServerStatus &server) {
+std::string hostAndPort(const RadServerStatus &server) {
     return std::string(server.host) + ":" + std::to_string(server.port);
 }
 
@@ -95,19 +95,19 @@ std::string timesOf(const Histogram &times) {
 
 std::string serversOf(const std::vector<RadServerStatus> &servers) {
     std::vector<Line> lines = {{"SERVER"}};
-    for (const Count &count : kCounts) {
+    for (const ServerCount &count : kServerCounts) {
         lines.front().emplace_back(count.heading);
     }
     for (const RadServerStatus &server : servers) {
-        Line &line = lines.emplace_back(Line{nameOf(server)});
-        for (const Count &count : kCounts) {
+        Line &line = lines.emplace_back(Line{hostAndPort(server)});
+        for (const ServerCount &count : kServerCounts) {
             line.push_back(std::to_string(server.*count.number));
         }
     }
     return servers.empty() ? "" : "\n\n" + asTable(lines);
 }
 
-Json asJson(const Histogram &times) {
+Json timesAsJson(const Histogram &times) {
     Json rows = Json::array();
     for (const Histogram::Row &row : times.rows()) {
         rows.push_back({{"from", inMilliseconds(row.from)},
@@ -154,12 +154,12 @@ Json asDocument(const LoadPlan &plan, const LoadFigures &figures,
                      {"given_up", figures.waiting},
                      {"failures", figures.failures}};
     if (figures.times.count() > 0) {
-        document["milliseconds"] = asJson(figures.times);
+        document["milliseconds"] = timesAsJson(figures.times);
     }
     Json &list = document["servers"] = Json::array();
     for (const RadServerStatus &server : servers) {
-        Json &row = list.emplace_back(Json{{"server", nameOf(server)}});
-        for (const Count &count : kCounts) {
+        Json &row = list.emplace_back(Json{{"server", hostAndPort(server)}});
+        for (const ServerCount &count : kServerCounts) {
             row[count.name] = server.*count.number;
         }
     }

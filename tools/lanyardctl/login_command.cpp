@@ -32,7 +32,7 @@ constexpr const char *kLoginFooter =
     "the user 'lanyardctl', which the server's log will show.\n"
     "MS-CHAPv2 takes the published SHA-1, as radmschapv2 --standard-sha1 does.";
 
-struct Options {
+struct LoginOptions {
     std::string file = radLibDefConf();
     std::string method = "pap";
     std::string user = {};
@@ -69,7 +69,7 @@ std::string answeringServer(const LoginOutcome &outcome) {
     return outcome.code < 0 || outcome.servers.empty() ? "" : nameOf(outcome.servers.back());
 }
 
-Json documentOf(const Options &options, const LoginOutcome &outcome,
+Json documentOf(const LoginOptions &options, const LoginOutcome &outcome,
                 const std::vector<Trouble> &troubles) {
     const Word word = wordOf(outcome.code);
     Json document = {{"ok", outcome.code == RAD_CODE_ACCESS_ACCEPT},
@@ -91,7 +91,7 @@ Json documentOf(const Options &options, const LoginOutcome &outcome,
     return document;
 }
 
-std::string textOf(const Options &options, const LoginOutcome &outcome,
+std::string textOf(const LoginOptions &options, const LoginOutcome &outcome,
                    const std::vector<Trouble> &troubles) {
     const Word word = wordOf(outcome.code);
     std::string text = shown(options.user) + ": " + toned(word.tone, word.word) + " (" +
@@ -111,7 +111,7 @@ std::string textOf(const Options &options, const LoginOutcome &outcome,
     return text + textOf(troubles);
 }
 
-ExitCode login(const Options &options, const Report &report) {
+ExitCode login(const LoginOptions &options, const Report &report) {
     const Configuration configuration(options.file);
     const Secret password =
         askForPassword(options.passwordFile, "Password of " + shown(options.user) + ": ");
@@ -125,7 +125,7 @@ ExitCode login(const Options &options, const Report &report) {
 }  // namespace
 
 void addLoginCommand(CLI::App &app, Task &task) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<LoginOptions>();
     CLI::App &command =
         addCommand(app, "login", "Logs a user in: which server, how long, what it sends, why not",
                    task, [options](Report &report) { return login(*options, report); });

@@ -32,7 +32,7 @@ constexpr const char *kProbeFooter =
 
 constexpr int kWaitMax = 60;
 
-struct Options {
+struct ProbeOptions {
     std::string file = radLibDefConf();
     int wait = 2;
 };
@@ -92,7 +92,7 @@ Line lineOf(const Finding &finding, const RadServer &server, const ServerKind &k
             answered ? yesOrNo(finding.statusServer) : "-"};
 }
 
-ExitCode probe(const Options &options, const Report &report) {
+ExitCode probe(const ProbeOptions &options, const Report &report) {
     const Configuration configuration(options.file);
     Json list = Json::array();
     std::vector<Line> lines = {
@@ -117,7 +117,7 @@ ExitCode probe(const Options &options, const Report &report) {
 }  // namespace
 
 void addProbeCommand(CLI::App &app, Task &task) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ProbeOptions>();
     CLI::App &command =
         addCommand(app, "probe", "Asks every configured server whether it is there", task,
                    [options](Report &report) { return probe(*options, report); });

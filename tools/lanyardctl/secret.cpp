@@ -18,7 +18,7 @@ namespace lanyardctl {
 
 namespace {
 
-constexpr size_t kLineMax = 1024;
+constexpr size_t kFirstLineMax = 1024;
 
 [[noreturn]] void fail(const std::string &where) {
     throw Failure("cannot read " + where + ": " + std::strerror(errno));
@@ -26,7 +26,7 @@ constexpr size_t kLineMax = 1024;
 
 // No byte after the line is taken, so that what follows is still there for others.
 Secret firstLineOf(int fd, const std::string &where) {
-    std::array<char, kLineMax> line{};
+    std::array<char, kFirstLineMax> line{};
     size_t size = 0;
     for (;;) {
         const ssize_t got = read(fd, line.data() + size, 1);

@@ -35,7 +35,7 @@ bool isLetter(char c) {
 }
 
 // A character as a person reads it in a message.
-std::string shown(char c) {
+std::string asWords(char c) {
     constexpr std::array<std::pair<char, const char *>, 6> kNames = {{{':', "a colon"},
                                                                       {',', "a comma"},
                                                                       {' ', "a blank"},
@@ -92,7 +92,7 @@ Problem problemOfHost(const Text &host) {
     }
     for (const char c : *host) {
         if (!isLetter(c) && !isDigit(c) && c != '-' && c != '.' && c != '_') {
-            return "host: holds " + shown(c) + "; a host is a name or a dotted IPv4 address";
+            return "host: holds " + asWords(c) + "; a host is a name or a dotted IPv4 address";
         }
     }
     std::istringstream labels(*host + ".");
@@ -117,7 +117,7 @@ Problem problemOfSecret(const Text &secret) {
     }
     for (const char c : *secret) {
         if (c == ':' || c == ',' || c == ' ' || c == '\t' || isControl(c)) {
-            return "secret: holds " + shown(c) +
+            return "secret: holds " + asWords(c) +
                    ", which the syntax of server entries cannot carry";
         }
     }
@@ -142,7 +142,7 @@ Problem problemOfNumber(const Text &text, const Column &column) {
     // Any program may have stored it, and it is to be shown.
     const auto control = std::find_if(text->begin(), text->end(), isControl);
     if (control != text->end()) {
-        return word + "holds " + shown(*control) + "; it " + bounds;
+        return word + "holds " + asWords(*control) + "; it " + bounds;
     }
     int number = 0;
     const auto [stopped, error] =

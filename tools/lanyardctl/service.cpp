@@ -11,6 +11,7 @@
 
 #include <palcore.h>
 
+#include "table.h"
 #include "tools/file_descriptor.h"
 
 namespace lanyardctl {
@@ -23,10 +24,6 @@ constexpr std::chrono::milliseconds kLookEvery{1000};
 constexpr std::chrono::milliseconds kLookSoon{10};
 constexpr std::chrono::milliseconds kNoTime{0};
 constexpr std::chrono::milliseconds kMoment{50};  // more than a relay that listens needs
-
-std::string counted(size_t count, const std::string &what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-}
 
 // The configuration file; none when there is none. One that others may read reads as "".
 std::optional<std::string> readConfFile() {

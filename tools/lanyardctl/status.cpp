@@ -21,20 +21,20 @@ namespace {
 constexpr size_t kAnswerMax = 16384;
 
 // What the relay counts for each server.
-struct Count {
+struct RelayCount {
     const char *heading;
     const char *name;  // in its answer
 };
-constexpr std::array<Count, 10> kCounts = {{{"PENDING", "pending"},
-                                            {"REQUESTS", "requests"},
-                                            {"RESENT", "retransmissions"},
-                                            {"TIMEOUTS", "timeouts"},
-                                            {"ACCEPTS", "accepts"},
-                                            {"REJECTS", "rejects"},
-                                            {"CHALLENGES", "challenges"},
-                                            {"BAD-AUTH", "bad_authenticators"},
-                                            {"STRAYS", "strays"},
-                                            {"MALFORMED", "malformed"}}};
+constexpr std::array<RelayCount, 10> kRelayCounts = {{{"PENDING", "pending"},
+                                                      {"REQUESTS", "requests"},
+                                                      {"RESENT", "retransmissions"},
+                                                      {"TIMEOUTS", "timeouts"},
+                                                      {"ACCEPTS", "accepts"},
+                                                      {"REJECTS", "rejects"},
+                                                      {"CHALLENGES", "challenges"},
+                                                      {"BAD-AUTH", "bad_authenticators"},
+                                                      {"STRAYS", "strays"},
+                                                      {"MALFORMED", "malformed"}}};
 
 uint64_t numberIn(const Json &object, const char *name) {
     const Json &number = object.at(name);
@@ -59,12 +59,12 @@ std::string millisecondsIn(const Json &object, const char *name) {
     return time == 0 ? "-" : text.data();
 }
 
-Line lineOf(const Json &server) {
+Line rowOf(const Json &server) {
     const std::string state = server.at("alive").get<bool>()
                                   ? "alive"
                                   : "dead for " + textIn(server, "dead_seconds") + " s";
     Line line = {shown(server.at("host").get<std::string>()) + ":" + textIn(server, "port"), state};
-    for (const Count &count : kCounts) {
+    for (const RelayCount &count : kRelayCounts) {
         line.push_back(textIn(server, count.name));
     }
     line.push_back(millisecondsIn(server, "median_us"));
@@ -74,12 +74,12 @@ Line lineOf(const Json &server) {
 
 std::string textOf(const Json &status) {
     std::vector<Line> lines = {{"SERVER", "STATE"}};
-    for (const Count &count : kCounts) {
+    for (const RelayCount &count : kRelayCounts) {
         lines.front().emplace_back(count.heading);
     }
     lines.front().insert(lines.front().end(), {"MEDIAN-MS", "P95-MS"});
     for (const Json &server : status.at("servers").get_ref<const Json::array_t &>()) {
-        lines.push_back(lineOf(server));
+        lines.push_back(rowOf(server));
     }
     return "conversations " + textIn(status, "conversations") + ", in flight " +
            textIn(status, "in_flight") + ", limit " + textIn(status, "limit") + "\n" +

@@ -2,6 +2,7 @@
 #ifndef LANYARDCTL_TABLE_H
 #define LANYARDCTL_TABLE_H
 
+#include <concepts>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,6 +12,12 @@ namespace lanyardctl {
 // Text of others for a terminal: control characters, what is no UTF-8, and what changes the direction of text are
 // shown as '?'.
 std::string shown(const std::optional<std::string> &text);
+
+// "1 server", "2 servers".
+template <std::integral Count>
+std::string counted(Count count, const char *noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
 
 using Line = std::vector<std::string>;
 

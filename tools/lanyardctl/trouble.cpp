@@ -72,7 +72,7 @@ std::string nameOf(const RadLastError &server) {
     return std::string(server.host) + ":" + std::to_string(server.port);
 }
 
-std::string textOf(const RadLastError &error) {
+std::string describe(const RadLastError &error) {
     std::array<char, RAD_LAST_ERROR_TEXT_SIZE> text{};
     radLastErrorText(&error, text.data(), text.size());
     return text.data();
@@ -88,7 +88,7 @@ std::vector<Trouble> troublesOf(const std::vector<RadLastError> &servers, int ki
         if (error.reason == 0) {
             continue;
         }
-        Trouble &trouble = troubles.emplace_back(Trouble{textOf(error), "", ""});
+        Trouble &trouble = troubles.emplace_back(Trouble{describe(error), "", ""});
         if (const OwnReason *own = ownReasonOf(error)) {
             trouble.next =
                 own->next + std::string(kind == RAD_SERVER_AUTH ? own->nextOfLogins : "");

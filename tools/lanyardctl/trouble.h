@@ -26,7 +26,7 @@ std::vector<RadLastError> askedServers();
 std::string nameOf(const RadLastError &server);
 
 // What a person would be told of one server, in one line.
-std::string textOf(const RadLastError &error);
+std::string describe(const RadLastError &error);
 
 // What is wrong with those of the servers that gave no valid answer. They are of one kind, RAD_SERVER_AUTH or
 // RAD_SERVER_ACCT; a small question to each may tell more than the request did.

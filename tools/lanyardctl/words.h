@@ -3,8 +3,11 @@
 #define LANYARDCTL_WORDS_H
 
 #include <algorithm>
+#include <charconv>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 namespace lanyardctl {
@@ -22,6 +25,15 @@ inline std::vector<std::string> split(std::string_view text, const char *separat
 
 inline bool startsWithDigit(std::string_view text) {
     return !text.empty() && text[0] >= '0' && text[0] <= '9';
+}
+
+// The number that the whole text is; none where it is none, or is too large.
+template <typename Number>
+std::optional<Number> toNumber(std::string_view text, int base = 10) {
+    Number number = 0;
+    const char *end = text.data() + text.size();
+    const auto [last, error] = std::from_chars(text.data(), end, number, base);
+    return error == std::errc() && last == end ? std::optional(number) : std::nullopt;
 }
 
 inline bool isDigits(std::string_view text) {
