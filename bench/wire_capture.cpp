@@ -19,7 +19,7 @@ namespace lanyard::bench {
 namespace {
 
 constexpr size_t kHeader = 14;  // of Ethernet
-constexpr size_t kEapolHeader = 4;
+constexpr size_t kEapolHeaderSize = 4;
 constexpr int kRoom = 32 << 20;  // a storm of logins
 constexpr uint8_t kEapolEap = 0;
 
@@ -94,14 +94,15 @@ std::vector<EapolFrame> WireCapture::frames() const {
             return seen;
         }
         const auto type = static_cast<uint16_t>(head[12] << 8 | head[13]);
-        if (static_cast<size_t>(size) < kHeader + kEapolHeader || type != pnac::kEapolEtherType) {
+        if (static_cast<size_t>(size) < kHeader + kEapolHeaderSize ||
+            type != pnac::kEapolEtherType) {
             continue;
         }
         EapolFrame frame = {.at = kernelTime(message), .type = head[kHeader + 1]};
         std::copy_n(head.begin(), 6, frame.destination.begin());
         std::copy_n(head.begin() + 6, 6, frame.source.begin());
-        if (frame.type == kEapolEap && static_cast<size_t>(size) > kHeader + kEapolHeader) {
-            frame.code = head[kHeader + kEapolHeader];
+        if (frame.type == kEapolEap && static_cast<size_t>(size) > kHeader + kEapolHeaderSize) {
+            frame.code = head[kHeader + kEapolHeaderSize];
         }
         seen.push_back(frame);
     }

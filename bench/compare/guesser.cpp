@@ -17,11 +17,11 @@ using Clock = std::chrono::steady_clock;
 using Bytes = std::vector<uint8_t>;
 
 constexpr pnac::Mac kAddress = {0x02, 0, 0, 0xfe, 0, 2};
-constexpr std::chrono::milliseconds kPatience{1000};  // then he knocks again
+constexpr std::chrono::milliseconds kKnockEvery{1000};  // then he knocks again
 constexpr uint8_t kIdentity = 1;
 constexpr uint8_t kMd5Challenge = 4;
 constexpr size_t kDigestSize = 16;
-constexpr size_t kTypeAt = 4;
+constexpr size_t kEapTypeAt = 4;
 
 Bytes response(uint8_t identifier, uint8_t type, const Bytes &data) {
     Bytes packet(kEapHeaderSize + 1 + data.size());
@@ -29,8 +29,8 @@ Bytes response(uint8_t identifier, uint8_t type, const Bytes &data) {
     packet[1] = identifier;
     packet[2] = static_cast<uint8_t>(packet.size() >> 8);
     packet[3] = static_cast<uint8_t>(packet.size() & 0xff);
-    packet[kTypeAt] = type;
-    std::copy(data.begin(), data.end(), packet.begin() + kTypeAt + 1);
+    packet[kEapTypeAt] = type;
+    std::copy(data.begin(), data.end(), packet.begin() + kEapTypeAt + 1);
     return packet;
 }
 
@@ -44,7 +44,7 @@ class Guesser {
         while (Clock::now() < end) {
             if (knocksAt_ <= Clock::now()) {
                 send(pnac::EapolType::kStart, {});
-                knocksAt_ = Clock::now() + kPatience;
+                knocksAt_ = Clock::now() + kKnockEvery;
             }
             pollfd watched = {socket_.get(), POLLIN, 0};
             poll(&watched, 1, 10);
@@ -67,8 +67,8 @@ class Guesser {
             verdicts_ += guessed_ ? 1 : 0;
             guessed_ = false;
             knocksAt_ = Clock::now();
-        } else if (code == EapCode::kRequest && eap.size() > kTypeAt) {
-            answer(eap[1], eap[kTypeAt]);
+        } else if (code == EapCode::kRequest && eap.size() > kEapTypeAt) {
+            answer(eap[1], eap[kEapTypeAt]);
         }
     }
 
@@ -83,7 +83,7 @@ class Guesser {
         } else {
             return;
         }
-        knocksAt_ = Clock::now() + kPatience;
+        knocksAt_ = Clock::now() + kKnockEvery;
     }
 
     void send(pnac::EapolType type, const Bytes &body) {

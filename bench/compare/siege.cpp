@@ -24,8 +24,8 @@ using pnac::EapolType;
 using pnac::Mac;
 using std::chrono::steady_clock;
 
-constexpr size_t kSourceAt = 6;
-constexpr size_t kTypeAt = 15;
+constexpr size_t kSenderAt = 6;
+constexpr size_t kPacketTypeAt = 15;
 constexpr size_t kBodyMax = 1496;  // of an Ethernet frame
 constexpr size_t kIdentityMax = kBodyMax - kEapHeaderSize - 1;
 
@@ -119,7 +119,7 @@ AttackStep sendJunk(const test::VirtualWire &wire) {
             body[0] = static_cast<uint8_t>(random() % 5);  // a code, perhaps
         }
         frames.push_back(supplicantFrame(invented(i % 16), EapolType::kEap, body));
-        frames.back()[kTypeAt] = static_cast<uint8_t>(random() % 5);
+        frames.back()[kPacketTypeAt] = static_cast<uint8_t>(random() % 5);
     }
     auto sender = std::make_shared<Sender>(wire, Frames::kSend);
     return [sender, frames, next = size_t{0}]() mutable {
@@ -132,7 +132,7 @@ AttackStep inventAddresses(const test::VirtualWire &wire) {
     Bytes frame = supplicantFrame(invented(0), EapolType::kStart);
     return [sender, frame, number = uint32_t{0}]() mutable {
         const Mac source = invented(number++);
-        std::copy(source.begin(), source.end(), frame.begin() + kSourceAt);
+        std::copy(source.begin(), source.end(), frame.begin() + kSenderAt);
         return sender->send(frame);
     };
 }
@@ -170,8 +170,8 @@ AttackStep replay(const test::VirtualWire &wire, const Addresses &victims) {
              frame = receive(recorder->tap.get())) {
             const bool ofVictim =
                 std::any_of(victims.begin(), victims.end(), [&](const Mac &victim) {
-                    return frame.size() > kSourceAt + victim.size() &&
-                           std::equal(victim.begin(), victim.end(), frame.begin() + kSourceAt);
+                    return frame.size() > kSenderAt + victim.size() &&
+                           std::equal(victim.begin(), victim.end(), frame.begin() + kSenderAt);
                 });
             if (ofVictim && recorder->known.insert(frame).second) {
                 recorder->frames.push_back(frame);
