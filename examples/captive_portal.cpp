@@ -110,10 +110,14 @@ static void serve(int listener) {
         sockaddr_in peer{};
         socklen_t size = sizeof(peer);
         const int client = accept(listener, reinterpret_cast<sockaddr *>(&peer), &size);
+        if (client < 0) {
+            continue;
+        }
         const timeval patience{5, 0};
         setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
         FILE *const stream = fdopen(client, "r");
         if (!stream) {
+            close(client);
             continue;
         }
         char address[INET_ADDRSTRLEN] = "";
