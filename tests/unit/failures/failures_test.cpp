@@ -85,7 +85,7 @@ size_t openDescriptors() {
 
 // One call in a world of its own.
 struct Trial {
-    long result = 0;
+    int64_t result = 0;
     bool failed = false;  // the failure has come to pass
     std::string before;
     std::string after;
@@ -170,7 +170,7 @@ class NthCall : public testing::TestWithParam<PublicFunction> {
     }
 
     const Servers servers_;
-    std::vector<long> results_;
+    std::vector<int64_t> results_;
     int calls_ = 0;
 };
 

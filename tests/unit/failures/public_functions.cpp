@@ -28,8 +28,8 @@ constexpr const char *kChallenge = kAuthenticator;
 
 // The arguments of a sample program; it reads the device's configuration file.
 template <typename... More>
-long runSample(int (*sample)(int, char **, More *...), std::vector<std::string> words,
-               More... places) {
+int64_t runSample(int (*sample)(int, char **, More *...), std::vector<std::string> words,
+                  More... places) {
     const Arguments arguments(std::move(words));
     return sample(const_cast<Arguments &>(arguments).count(),
                   const_cast<Arguments &>(arguments).vector(), &places...);
@@ -38,17 +38,17 @@ long runSample(int (*sample)(int, char **, More *...), std::vector<std::string> 
 const std::vector<std::string> kLogin = {"sample", kUser, kUsersPassword};
 
 // 1 for a pair, which the world then owns; 0 for none.
-long keep(World &world, RadPair *pair) {
+int64_t keep(World &world, RadPair *pair) {
     world.made = pair;
     return pair != nullptr ? 1 : 0;
 }
 
-long isThere(const void *pointer) {
+int64_t isThere(const void *pointer) {
     return pointer != nullptr ? 1 : 0;
 }
 
 // One that a radXxxStart() gave back, or nothing; then the loop is run to its end.
-long finish(World &world, const RadRequest *started) {
+int64_t finish(World &world, const RadRequest *started) {
     return started == nullptr ? 0 : world.finishLoop();
 }
 
@@ -77,7 +77,7 @@ const Bytes &keyValue() {
 }
 
 // A reply in a socket, read as radSendtoServer() does.
-long receive(World &world) {
+int64_t receive(World &world) {
     const int socket = ::socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -101,7 +101,7 @@ long receive(World &world) {
     return code;
 }
 
-long packList(World &world) {
+int64_t packList(World &world) {
     uint32_t size = 0;
     if (radPackList(world.pairs, RAD_PACK_MEASURE, &size) != 0) {
         return -2;
@@ -112,7 +112,7 @@ long packList(World &world) {
     return radPackList(world.pairs, RAD_PACK, packet.data(), kSecret);
 }
 
-long encode(World &world) {
+int64_t encode(World &world) {
     Bytes packet(RAD_PACKET_MAX);
     uint8_t length = 0;
     return radPairEncode(packet.data() + RAD_HEADER_SIZE + 2, &length,
@@ -120,19 +120,19 @@ long encode(World &world) {
                          reinterpret_cast<RadPacket *>(packet.data()));
 }
 
-long hide(World & /*world*/) {
+int64_t hide(World & /*world*/) {
     std::array<uint8_t, 16> out{};
     return radMd5Crypt(kSecret, bytesOf(kChallenge), nullptr, 0, bytesOf(kChallenge), 16,
                        out.data(), 0);
 }
 
-long checkSignature(World & /*world*/) {
+int64_t checkSignature(World & /*world*/) {
     Bytes reply = replyPacket();
     return radCheckMsgAuth(reinterpret_cast<RadPacket *>(reply.data()), kSecret,
                            requestPacket().data() + 4);
 }
 
-long unpack(World &world) {
+int64_t unpack(World &world) {
     const Bytes &value = keyValue();
     if (keep(world, radPairNew(RAD_ATTR_VENDOR_SPECIFIC, value.data(),
                                static_cast<int>(value.size()))) == 0) {
@@ -143,13 +143,13 @@ long unpack(World &world) {
     return radPairUnpackDefault(world.made, world.made, header, header, kSecret);
 }
 
-long decryptKey(World & /*world*/) {
+int64_t decryptKey(World & /*world*/) {
     Bytes value = keyValue();
     return radVendorMessage(value.data(), static_cast<int>(value.size()), kSecret,
                             bytesOf(kAuthenticator));
 }
 
-long copyVendorData(World &world) {
+int64_t copyVendorData(World &world) {
     const Bytes &value = keyValue();
     if (keep(world, radPairNew(RAD_ATTR_VENDOR_SPECIFIC, value.data(),
                                static_cast<int>(value.size()))) == 0) {
@@ -161,7 +161,7 @@ long copyVendorData(World &world) {
     return status;
 }
 
-long buildKeyInfo(World &world) {
+int64_t buildKeyInfo(World &world) {
     if (keep(world, radPairNew(RAD_ATTR_SESSION_TIMEOUT, "\x3c\0\0", 4)) == 0) {
         return -1;
     }
@@ -172,18 +172,18 @@ long buildKeyInfo(World &world) {
     return status;
 }
 
-long decodeReply(World &world) {
+int64_t decodeReply(World &world) {
     const Bytes &packet = replyPacket();
     return radPairGen(reinterpret_cast<const RadPacket *>(packet.data()), &world.made);
 }
 
-long askAll(World &world) {
+int64_t askAll(World &world) {
     std::array<int32_t, RAD_SERVERS_MAX> results{};
     return radBuildAndSendReqCheckAllServer(RAD_CODE_ACCESS_REQUEST, world.pairs, &world.made,
                                             results.data());
 }
 
-long authAll(World & /*world*/) {
+int64_t authAll(World & /*world*/) {
     std::array<int32_t, RAD_SERVERS_MAX> results{};
     return radAuthCheckAllServer(kUser, kUsersPassword, results.data());
 }
@@ -194,7 +194,7 @@ std::array<uint8_t, RAD_CHAP_RESPONSE_SIZE> chapResponse() {
     return response;
 }
 
-long deliverNotice(const World & /*world*/, int opCode, std::string oldValues) {
+int64_t deliverNotice(const World & /*world*/, int opCode, std::string oldValues) {
     RadDbUpdateInfo info{};
     std::strcpy(static_cast<char *>(info.tableName), "radiusClient");
     info.rowId = 1;
@@ -213,7 +213,7 @@ std::string oldRow() {
     return texts;
 }
 
-long handleRow(World & /*world*/) {
+int64_t handleRow(World & /*world*/) {
     std::array<std::string, 10> texts = {"authserver",  "authport",  "authsecret", "authtimeout",
                                          "authretries", "127.0.0.3", "1812",       "s3",
                                          "5",           "3"};
@@ -228,92 +228,92 @@ Bytes eapRecord() {
     return "01100000 17000000 09000000 02070009 01 6e656d6f"_hex;
 }
 
-long handleRecord(World & /*world*/) {
+int64_t handleRecord(World & /*world*/) {
     Bytes record = eapRecord();
     return radEapIoctlHandler(nullptr, nullptr, 17, record.data(),
                               static_cast<uint32_t>(record.size()), nullptr, nullptr);
 }
 
-long queuePacket(World & /*world*/) {
+int64_t queuePacket(World & /*world*/) {
     const Bytes packet = "02070009 01 6e656d6f"_hex;
     return radEapRecv(packet.data(), static_cast<int32_t>(packet.size()), kCookie, 6, 23);
 }
 
-long sendToPnac(World & /*world*/) {
+int64_t sendToPnac(World & /*world*/) {
     const Bytes packet = "03070004"_hex;
     return radEapSendRtn(packet.data(), static_cast<int32_t>(packet.size()), kCookie);
 }
 
-long sendResult(World & /*world*/) {
+int64_t sendResult(World & /*world*/) {
     return radEapSendResult(bytesOf("\x02\x07\x00\x04"), kCookie, 3, nullptr, 0);
 }
 
 // Its last pass sends a failure.
-long ageOut(World & /*world*/) {
+int64_t ageOut(World & /*world*/) {
     reinterpret_cast<RadEapQueueEntry *>(radEapMsgQueue.first)->age = RAD_EAP_LIFE + 1;
     return radEapCtxTimeout();
 }
 
-long startChap(World &world) {
+int64_t startChap(World &world) {
     return finish(world,
                   radChapAuthStart(world.loop, kUser, chapResponse().data(), RAD_CHAP_RESPONSE_SIZE,
                                    bytesOf(kChallenge), 16, World::loginDone, &world));
 }
 
 template <auto start>
-long startLogin(World &world) {
+int64_t startLogin(World &world) {
     return finish(world, start(world.loop, kUser, kUsersPassword, World::loginDone, &world));
 }
 
-long startRequest(World &world) {
+int64_t startRequest(World &world) {
     return finish(world, radRequestStart(world.loop, RAD_CODE_ACCESS_REQUEST, world.pairs,
                                          World::done, &world));
 }
 
-long destroyLoop(World &world) {
+int64_t destroyLoop(World &world) {
     radLoopDestroy(world.loop);
     world.loop = nullptr;
     return 0;
 }
 
-long cancelRequest(World &world) {
+int64_t cancelRequest(World &world) {
     radRequestCancel(world.started);
     return 0;
 }
 
 template <auto login>
-long logInWithLimits(World & /*world*/) {
+int64_t logInWithLimits(World & /*world*/) {
     uint32_t idle = 0;
     uint32_t session = 0;
     return login(kUser, kUsersPassword, &idle, &session);
 }
 
-long chapWithLimits(World & /*world*/) {
+int64_t chapWithLimits(World & /*world*/) {
     int idle = 0;
     int session = 0;
     return radChapAuthAndGetAttributes(kUser, chapResponse().data(), RAD_CHAP_RESPONSE_SIZE,
                                        bytesOf(kChallenge), 16, &idle, &session);
 }
 
-long makeMschapv2Response(World & /*world*/) {
+int64_t makeMschapv2Response(World & /*world*/) {
     std::array<uint8_t, 24> response{};
     std::array<uint8_t, 16> challenge{};
     return generateMschapv2Response(response.data(), challenge.data(), kUser, kUsersPassword,
                                     bytesOf(kChallenge));
 }
 
-long makeNtResponse(World & /*world*/) {
+int64_t makeNtResponse(World & /*world*/) {
     std::array<uint8_t, 24> response{};
     return radMschapNtResponse(kUsersPassword, response.data(), bytesOf("12345678"), kUser);
 }
 
-long makeChapResponse(World & /*world*/) {
+int64_t makeChapResponse(World & /*world*/) {
     std::array<uint8_t, RAD_CHAP_RESPONSE_SIZE> response{};
     return radChapRespMake(response.data(), bytesOf(kUsersPassword), 10, bytesOf(kChallenge));
 }
 
 // Without a database, which radiusMgmtInit() opens for it.
-long runRelay(World & /*world*/) {
+int64_t runRelay(World & /*world*/) {
     const Arguments arguments({"radeap", "-v"});
     return radEapMain(const_cast<Arguments &>(arguments).count(),
                       const_cast<Arguments &>(arguments).vector());
@@ -335,51 +335,51 @@ const std::vector<PublicFunction> &publicFunctions() {
         {"radPairAdd", kStarted, [](W &w) { return isThere(radPairAdd(&w.pairs, 18, "x", 0)); }, 1, {0}},
         {"radPairDup", kStarted, [](W &w) { return keep(w, radPairDup(w.pairs)); }, 1, {0}},
         {"radPairGen", kStarted, decodeReply},
-        {"radPairShow", kStarted, [](W &w) -> long { return radPairShow(w.pairs); }},
+        {"radPairShow", kStarted, [](W &w) -> int64_t { return radPairShow(w.pairs); }},
         {"radPairUnpackDefault", kStarted, unpack},
         {"radVendorMessage", kStarted, decryptKey},
         {"radVendorAttrGet", kStarted, copyVendorData},
         // conf.h
-        {"radConfSetTimeout", kStarted, [](W &) -> long { return radConfSetTimeout("7"); }, 0, {-1}, Leaves::kSome},
-        {"radConfSetRetries", kStarted, [](W &) -> long { return radConfSetRetries("7"); }, 0, {-1}, Leaves::kSome},
-        {"radConfSetDict", kStarted, [](W &) -> long { return radConfSetDict(kDictFile); }, 0, {-1}, Leaves::kSome},
-        {"radConfSetAuthServ", kDatabase | kStarted, [](W &) -> long {
+        {"radConfSetTimeout", kStarted, [](W &) -> int64_t { return radConfSetTimeout("7"); }, 0, {-1}, Leaves::kSome},
+        {"radConfSetRetries", kStarted, [](W &) -> int64_t { return radConfSetRetries("7"); }, 0, {-1}, Leaves::kSome},
+        {"radConfSetDict", kStarted, [](W &) -> int64_t { return radConfSetDict(kDictFile); }, 0, {-1}, Leaves::kSome},
+        {"radConfSetAuthServ", kDatabase | kStarted, [](W &) -> int64_t {
              radConfDelAuthServ();
              return radConfSetAuthServ("127.0.0.2:1812:1:0:s2,127.0.0.3:s3");
          }, 0, {-1}, Leaves::kSome},
-        {"radConfSetAcctServ", kStarted, [](W &) -> long {
+        {"radConfSetAcctServ", kStarted, [](W &) -> int64_t {
              radConfDelAcctServ();
              return radConfSetAcctServ("127.0.0.2:s2");
          }, 0, {-1}, Leaves::kSome},
-        {"radConfSetServers", kStarted, [](W &) -> long { return radConfSetServers("127.0.0.2:s2,127.0.0.3:s3", RAD_SERVER_AUTH); },
+        {"radConfSetServers", kStarted, [](W &) -> int64_t { return radConfSetServers("127.0.0.2:s2,127.0.0.3:s3", RAD_SERVER_AUTH); },
          0, {-1}, Leaves::kSome},
-        {"radConfAddAuthServ", kStarted, [](W &) -> long { return radConfAddAuthServ("127.0.0.2", 1, 2, 3, "s2", "nas"); }, 0, {-1}, Leaves::kSome},
-        {"radConfAddAcctServ", kStarted, [](W &) -> long { return radConfAddAcctServ("127.0.0.2", 1, 2, 3, "s2"); }, 0, {-1}, Leaves::kSome},
-        {"radConfigure", kStarted, [](W &) -> long { return radConfigure(kConfFile); }, 0, {-1}, Leaves::kSome},
-        {"radConfAssert", kStarted, [](W &) -> long { return radConfAssert(); }},
+        {"radConfAddAuthServ", kStarted, [](W &) -> int64_t { return radConfAddAuthServ("127.0.0.2", 1, 2, 3, "s2", "nas"); }, 0, {-1}, Leaves::kSome},
+        {"radConfAddAcctServ", kStarted, [](W &) -> int64_t { return radConfAddAcctServ("127.0.0.2", 1, 2, 3, "s2"); }, 0, {-1}, Leaves::kSome},
+        {"radConfigure", kStarted, [](W &) -> int64_t { return radConfigure(kConfFile); }, 0, {-1}, Leaves::kSome},
+        {"radConfAssert", kStarted, [](W &) -> int64_t { return radConfAssert(); }},
         // dict.h
-        {"radDictAddAttr", kStarted, [](W &) -> long { return radDictAddAttr("Test-Text 250 string"); }},
-        {"radDictAddValue", kStarted, [](W &) -> long { return radDictAddValue("User-Name Test 77"); }},
-        {"radDictLoad", kStarted, [](W &) -> long { return radDictLoad(kDictFile); }, 0, {-1}, Leaves::kSome},
+        {"radDictAddAttr", kStarted, [](W &) -> int64_t { return radDictAddAttr("Test-Text 250 string"); }},
+        {"radDictAddValue", kStarted, [](W &) -> int64_t { return radDictAddValue("User-Name Test 77"); }},
+        {"radDictLoad", kStarted, [](W &) -> int64_t { return radDictLoad(kDictFile); }, 0, {-1}, Leaves::kSome},
         // engine.h
         {"radPairEncode", kStarted, encode},
         {"radPackList", kStarted, packList},
-        {"radSendtoServer", kStarted, [](W &w) -> long {
+        {"radSendtoServer", kStarted, [](W &w) -> int64_t {
              const RadRequestDesc request = w.request();
              return radSendtoServer(&request, w.pairs, &w.made);
          }, 2},
         {"radRecvfromServer", kStarted, receive, 2},
         {"radMd5Crypt", kStarted, hide},
         {"radCheckMsgAuth", kStarted, checkSignature},
-        {"radBuildAndSendReq", kStarted, [](W &w) -> long { return radBuildAndSendReq(RAD_CODE_ACCESS_REQUEST, w.pairs, &w.made); }, 2},
+        {"radBuildAndSendReq", kStarted, [](W &w) -> int64_t { return radBuildAndSendReq(RAD_CODE_ACCESS_REQUEST, w.pairs, &w.made); }, 2},
         {"radBuildAndSendReqCheckAllServer", kStarted, askAll, 2},
-        {"radGetIPByName", kStarted, [](W &) -> long { return radGetIPByName("127.0.0.1"); }, kLoopback, {0, 0xffffffff}},
-        {"radGetHostIP", kStarted, [](W &) -> long { return radGetHostIP(); }, kLoopback, {0, 0xffffffff}},
+        {"radGetIPByName", kStarted, [](W &) -> int64_t { return radGetIPByName("127.0.0.1"); }, kLoopback, {0, 0xffffffff}},
+        {"radGetHostIP", kStarted, [](W &) -> int64_t { return radGetHostIP(); }, kLoopback, {0, 0xffffffff}},
         // frame.h
-        {"radMemInit", kStopped, [](W &) -> long { return radMemInit(RAD_PARTITION_SIZE); }},
-        {"radCryptoInit", kStopped, [](W &) -> long { return radCryptoInit(); }},
-        {"radLibVersion", kStopped, [](W &) -> long { return radLibVersion(); }},
-        {"radLibInit", kStopped, [](W &) -> long { return radLibInit(kConfFile); }, 0, {-1}, Leaves::kSome},
+        {"radMemInit", kStopped, [](W &) -> int64_t { return radMemInit(RAD_PARTITION_SIZE); }},
+        {"radCryptoInit", kStopped, [](W &) -> int64_t { return radCryptoInit(); }},
+        {"radLibVersion", kStopped, [](W &) -> int64_t { return radLibVersion(); }},
+        {"radLibInit", kStopped, [](W &) -> int64_t { return radLibInit(kConfFile); }, 0, {-1}, Leaves::kSome},
         // loop.h
         {"radLoopCreate", kStarted, [](W &w) { w.loop = radLoopCreate(); return isThere(w.loop); }, 1, {0}},
         {"radLoopRun", kIdle | kRequest, [](W &w) { return w.finishLoop(); }, 2, {-1}},
@@ -391,25 +391,25 @@ const std::vector<PublicFunction> &publicFunctions() {
         {"radMschapStart", kIdle, startLogin<radMschapStart>, 2, {0, -1}},
         {"radMschapv2Start", kIdle, startLogin<radMschapv2Start>, 2, {0, -1}},
         // methods.h
-        {"radAuth", kStarted, [](W &) -> long { return radAuth(kUser, kUsersPassword); }},
+        {"radAuth", kStarted, [](W &) -> int64_t { return radAuth(kUser, kUsersPassword); }},
         {"radAuthCheckAllServer", kStarted, authAll},
         {"radAuthAndGetAttributes", kStarted, logInWithLimits<radAuthAndGetAttributes>},
-        {"radAcct", kStarted, [](W &) -> long { return radAcct(1); }},
+        {"radAcct", kStarted, [](W &) -> int64_t { return radAcct(1); }},
         {"radChapRespMake", kStarted, makeChapResponse, 17, {0}},
-        {"radChapAuth", kStarted, [](W &) -> long {
+        {"radChapAuth", kStarted, [](W &) -> int64_t {
              return radChapAuth(kUser, chapResponse().data(), RAD_CHAP_RESPONSE_SIZE, bytesOf(kChallenge), 16);
          }},
         {"radChapAuthAndGetAttributes", kStarted, chapWithLimits},
         {"radMschapNtResponse", kStarted, makeNtResponse, 0, {-1}, Leaves::kSome},
-        {"radMschap", kStarted, [](W &) -> long { return radMschap(kUser, kUsersPassword); }, 0, {-1}, Leaves::kSome},
+        {"radMschap", kStarted, [](W &) -> int64_t { return radMschap(kUser, kUsersPassword); }, 0, {-1}, Leaves::kSome},
         {"radMschapAndGetAttributes", kStarted, logInWithLimits<radMschapAndGetAttributes>, 0, {-1}, Leaves::kSome},
         {"generateMschapv2Response", kStarted, makeMschapv2Response, 0, {-1}, Leaves::kSome},
-        {"radMschapv2", kStarted, [](W &) -> long { return radMschapv2(kUser, kUsersPassword); }, 0, {-1}, Leaves::kSome},
+        {"radMschapv2", kStarted, [](W &) -> int64_t { return radMschapv2(kUser, kUsersPassword); }, 0, {-1}, Leaves::kSome},
         {"radMschapv2AndGetAttributes", kStarted, logInWithLimits<radMschapv2AndGetAttributes>, 0, {-1}, Leaves::kSome},
         // mgmt.h
-        {"radiusMgmtInit", kStarted | kDatabase, [](W &w) -> long { return radiusMgmtInit(w.databasePath(), "test"); },
+        {"radiusMgmtInit", kStarted | kDatabase, [](W &w) -> int64_t { return radiusMgmtInit(w.databasePath(), "test"); },
          0, {-1}, Leaves::kSome},
-        {"radiusMgmtInit", kStarted | kInterrupted, [](W &w) -> long { return radiusMgmtInit(w.databasePath(), "test"); },
+        {"radiusMgmtInit", kStarted | kInterrupted, [](W &w) -> int64_t { return radiusMgmtInit(w.databasePath(), "test"); },
          0, {-1}, Leaves::kSome},
         {"radiusMgmtDBUpdateHandler", kStarted | kDatabase, [](W &w) { return deliverNotice(w, RAD_DB_INSERT, {}); }, 0, {-1}, Leaves::kSome},
         {"radiusMgmtDBUpdateHandler", kStarted | kDatabase, [](W &w) { return deliverNotice(w, RAD_DB_UPDATE, oldRow()); },
@@ -417,24 +417,24 @@ const std::vector<PublicFunction> &publicFunctions() {
         {"radiusMgmtDBUpdateHandler", kStarted | kDatabase, [](W &w) { return deliverNotice(w, RAD_DB_DELETE, oldRow()); },
          0, {-1}, Leaves::kSome},
         {"radiusAuthServerHandler", kStarted, handleRow, 0, {-1}, Leaves::kSome},
-        {"radiusClientTblHandler", kStarted | kDatabase, [](W &w) -> long { return radiusClientTblHandler(w.databasePath(), RAD_DB_INSERT); }},
-        {"radGetHostIPFromDB", kStarted | kDatabase, [](W &) -> long { return radGetHostIPFromDB(); }, kLoopback, {0}},
+        {"radiusClientTblHandler", kStarted | kDatabase, [](W &w) -> int64_t { return radiusClientTblHandler(w.databasePath(), RAD_DB_INSERT); }},
+        {"radGetHostIPFromDB", kStarted | kDatabase, [](W &) -> int64_t { return radGetHostIPFromDB(); }, kLoopback, {0}},
         // relay.h
         {"radEapRecv", kStarted, queuePacket},
         {"radEapRecv", kRelay, queuePacket, 0, {-1}, Leaves::kSome},
-        {"radEapRecvTask", kRelay, [](W &) -> long { return radEapRecvTask(); }, 0, {}, Leaves::kSome},
+        {"radEapRecvTask", kRelay, [](W &) -> int64_t { return radEapRecvTask(); }, 0, {}, Leaves::kSome},
         {"radEapCtxTimeout", kRelay, ageOut, 0, {}},
         {"radEapKeyInfoBuild", kStarted, buildKeyInfo},
         {"radEapSendResult", kRelay, sendResult},
         {"radEapSendRtn", kRelay, sendToPnac},
         {"radEapMain", kStarted, runRelay, 0, {-1}, Leaves::kSome},
-        {"radEapInit", kStarted, [](W &) -> long { return radEapInit(); }},
-        {"radEapXbusInit", kStarted, [](W &) -> long { return radEapXbusInit(); }},
+        {"radEapInit", kStarted, [](W &) -> int64_t { return radEapInit(); }},
+        {"radEapXbusInit", kStarted, [](W &) -> int64_t { return radEapXbusInit(); }},
         {"radEapIoctlHandler", kRelay, handleRecord, 0, {-1}, Leaves::kSome},
-        {"radEapExit", kStarted, [](W &) -> long { radEapExit(15); return 0; }},
+        {"radEapExit", kStarted, [](W &) -> int64_t { radEapExit(15); return 0; }},
         // sample.h
         {"radAuthSampleMain", kStopped, [](W &) { return runSample(radAuthSampleMain, kLogin); }, 0, {-1}, Leaves::kSome},
-        {"radAuthSampleMainCheckAllServer", kStopped, [](W &) -> long {
+        {"radAuthSampleMainCheckAllServer", kStopped, [](W &) -> int64_t {
              std::array<int32_t, RAD_SERVERS_MAX> results{};
              Arguments arguments(kLogin);
              return radAuthSampleMainCheckAllServer(arguments.count(), arguments.vector(), results.data());

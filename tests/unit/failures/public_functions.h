@@ -19,9 +19,9 @@ enum class Leaves {
 struct PublicFunction {
     const char *name;
     unsigned needs;
-    long (*call)(World &world);
-    long done = 0;                    // the result of a call without a failure
-    std::vector<long> failed = {-1};  // the results that a failure may lead to
+    int64_t (*call)(World &world);
+    int64_t done = 0;                    // the result of a call without a failure
+    std::vector<int64_t> failed = {-1};  // the results that a failure may lead to
     Leaves leaves = Leaves::kAllOrNothing;
 };
 

@@ -230,7 +230,7 @@ RadRequestDesc World::request() const {
             .secret = kSecret};
 }
 
-long World::finishLoop() {
+int64_t World::finishLoop() {
     for (int runs = 0; runs < 200 && code == 0; ++runs) {
         radLoopRun(loop, 5);
         clock_.advance(0.1);

@@ -61,7 +61,7 @@ class World {
     [[nodiscard]] RadRequestDesc request() const;
 
     // A loop until its one request has ended, while time passes quickly; its code, 0 for none.
-    long finishLoop();
+    int64_t finishLoop();
 
     // Told by the loop of its requests.
     static void done(void *world, RadRequest *request, int code, RadPair *reply);
@@ -72,7 +72,7 @@ class World {
     void *block = nullptr;     // a block that it made
     RadLoop *loop = nullptr;
     RadRequest *started = nullptr;
-    long code = 0;
+    int64_t code = 0;
 
   private:
     [[nodiscard]] const TemporaryRoot &root() const;
