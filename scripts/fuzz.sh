@@ -7,11 +7,12 @@
 #
 #   scripts/fuzz.sh SECONDS [TARGET...]
 #
+# With 0 seconds it only builds them.
 # What libFuzzer has found worth keeping is in build/fuzz/found; nothing of it goes into the tree by itself.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-if [[ $# -lt 1 || ! $1 =~ ^[1-9][0-9]*$ ]]; then
+if [[ $# -lt 1 || ! $1 =~ ^(0|[1-9][0-9]*)$ ]]; then
     echo "Usage: $0 SECONDS [TARGET...]" >&2
     exit 2
 fi
@@ -42,6 +43,7 @@ done
 
 cmake --preset "$preset" "${cmake_options[@]}" >/dev/null
 cmake --build --preset "$preset" -j "$jobs" --target "${targets[@]/#/fuzz_}"
+[[ $seconds -gt 0 ]] || exit 0
 
 # Each target in a folder of its own, where its log is and what was found.
 folder=build/$preset/fuzz-runs

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 #
-# Unpacks what the project builds and runs with on another architecture of Debian (armhf, s390x, ...) into
-# build/sysroot-ARCHITECTURE. The packages come from where this machine's come from; its own are left alone.
-# Does nothing, quickly, where all of it is there.
+# Unpacks what the project builds and runs with on another architecture of Debian (armhf, s390x, ...), and links
+# it as build/sysroot-ARCHITECTURE; it lies in the user's cache folder, for other checkouts too. The packages come
+# from where this machine's come from; its own are left alone. Does nothing, quickly, where all of it is there.
 #
 #   sysroot.sh ARCHITECTURE
 set -euo pipefail
@@ -13,12 +13,15 @@ architecture=$1
 packages=(
     libc6-dev libstdc++6 libssl-dev libsqlite3-dev libpcap-dev libgtest-dev libgmock-dev libcli11-dev nlohmann-json3-dev)
 
-root=build/sysroot-$architecture
+kept=${XDG_CACHE_HOME:-$HOME/.cache}/lanyard-radius
+mkdir -p build "$kept"
+ln -sfn "$kept/sysroot-$architecture" "build/sysroot-$architecture"
+root=$kept/sysroot-$architecture
 [[ "$(cat "$root/.packages" 2>/dev/null)" != "${packages[*]}" ]] || exit 0
 rm -rf "$root"
 
 # An apt of its own: it knows nothing of this machine's packages, and they learn nothing of its.
-apt=$PWD/$root/.apt
+apt=$root/.apt
 mkdir -p "$apt/state/lists/partial" "$apt/cache/archives/partial"
 : >"$apt/status"
 apt_get() {

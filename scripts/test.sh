@@ -7,14 +7,20 @@
 #   --tsan     the tests that use threads, under ThreadSanitizer, instead
 #   --release  the tests of the system as it is shipped, in the release build, instead
 #   --all      the tests of all three builds, one after the other
+#   --build    before another option or alone: builds them, and runs none
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 usage() {
-    echo "Usage: $0 [--quick | --tsan | --release | --all]" >&2
+    echo "Usage: $0 [--build] [--quick | --tsan | --release | --all]" >&2
     exit 2
 }
 
+build_only=no
+if [[ ${1:-} == --build ]]; then
+    build_only=yes
+    shift
+fi
 [[ $# -le 1 ]] || usage
 case "${1:-}" in
     "") runs=(dev) ;;
@@ -53,6 +59,7 @@ for run in "${runs[@]}"; do
         *) target=all ;;
     esac
     cmake --build --preset "$preset" -j "$jobs" --target "$target"
+    [[ $build_only == no ]] || continue
 
     step="testing $preset"
     selection=()
@@ -69,4 +76,4 @@ for run in "${runs[@]}"; do
     timeout --foreground 3600 "${wrapper[@]}" ctest --preset "$preset" -j $((2 * jobs)) "${selection[@]}"
 done
 
-echo "test: all tests passed (${runs[*]//:/ })"
+[[ $build_only == yes ]] || echo "test: all tests passed (${runs[*]//:/ })"
