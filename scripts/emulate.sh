@@ -2,7 +2,7 @@
 #
 # Runs a command where programs of another machine (arm, s390x) start as this machine's do, by qemu-user; also
 # those that such programs start. Nothing changes for the rest of this machine: the kernel keeps what starts
-# which program for each user namespace apart (from Linux 6.7 on).
+# which program for each user namespace apart (from Linux 6.7 on). Ends with 77 where it does not.
 #
 #   emulate.sh MACHINE SYSROOT COMMAND [ARGUMENT...]
 set -euo pipefail
@@ -24,6 +24,11 @@ case $machine in
         ;;
     *) echo "emulate: what is '$machine'?" >&2; exit 2 ;;
 esac
+
+if ! unshare --user --map-root-user --mount mount -t binfmt_misc none /proc/sys/fs/binfmt_misc 2>/dev/null; then
+    echo "emulate: no namespaces here, or no binfmt_misc of their own" >&2
+    exit 77
+fi
 
 # shellcheck disable=SC2016  # the shells in the namespaces read these
 register='
