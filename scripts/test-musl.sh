@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 #
-# Builds the library and radauth as one static program with musl, on the OS layer of tests/external-platform,
-# and logs in at a real server. Debian has neither libcrypto nor SQLite for musl: both are built once from
+# Builds the library and programs for each method and for accounting, each a static program with musl on the OS
+# layer of tests/external-platform, and logs in at a real server. Debian has neither libcrypto nor SQLite for musl: both are built once from
 # Debian's sources, into build/musl, libcrypto with what the library uses of it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -64,7 +64,7 @@ cxx=(-x c++ -std=c++20 -fno-exceptions -fno-rtti -isystem /usr/include/c++/12
     -isystem "/usr/include/$machine/c++/12" -isystem /usr/include/x86_64-linux-musl
     -include cmake/toolchains/musl_names.h
     -DOPENSSL_API_COMPAT=0x10100000L '-DLANYARD_DEFAULT_DICTIONARY=""'
-    '-DLANYARD_VERSION="musl"' '-DLANYARD_PROGRAM="radauth"')
+    '-DLANYARD_VERSION="musl"')
 compile() {
     local object=$folder/objects/${1//\//_}.o
     case $1 in
@@ -72,14 +72,19 @@ compile() {
         *) nice musl-gcc "${cxx[@]}" "${common[@]}" -c "$1" -o "$object" ;;
     esac
 }
+programs=(radauth radchap radmschap radmschapv2 radacct)
 rm -f "$folder/objects"/*_*.o "$folder"/*.a
-for source in src/*/*.cpp tools/requests.cpp tests/external-platform/*.c; do
+for source in src/*/*.cpp tests/external-platform/*.c; do
     compile "$source"
 done
 ar rcs "$folder/liblanyard-radius.a" "$folder/objects"/src_*.o
 ar rcs "$folder/libexternal-platform.a" "$folder/objects"/tests_*.o
-musl-gcc -static -o "$folder/radauth" "$folder/objects/tools_requests.cpp.o" "$folder/liblanyard-radius.a" \
-    "$folder/libexternal-platform.a" "$folder/objects/sqlite3.o" "$openssl/libcrypto.a"
+for program in "${programs[@]}"; do
+    nice musl-gcc "${cxx[@]}" "${common[@]}" "-DLANYARD_PROGRAM=\"$program\"" -c tools/requests.cpp \
+        -o "$folder/objects/$program.o"
+    musl-gcc -static -o "$folder/$program" "$folder/objects/$program.o" "$folder/liblanyard-radius.a" \
+        "$folder/libexternal-platform.a" "$folder/objects/sqlite3.o" "$openssl/libcrypto.a"
+done
 
 cmake --preset dev "${cmake_options[@]}" >/dev/null
 nice cmake --build --preset dev -j "$jobs" --target lanyard-test-server
@@ -91,11 +96,23 @@ declare -A at=()
 while [[ -z ${at[ready]:-} ]] && IFS='=' read -r -t 60 name value <&"${SERVER[0]}"; do
     at[$name]=$value
 done
-echo "authserver 127.0.0.1:${at[auth_port]}:10:3:${at[secret]}" >"$folder/radius.conf"
-output=$("$folder/radauth" -f "$folder/radius.conf" alice wonderland 2>&1)
-[[ $output == *'"alice" RADIUS Authentication OK'* ]]
-if "$folder/radauth" -f "$folder/radius.conf" alice looking-glass; then
-    echo "test-musl: lets a wrong password in" >&2
-    exit 1
-fi
-echo "test-musl: a static program of $(stat -c %s "$folder/radauth") bytes logs in"
+printf 'authserver 127.0.0.1:%s:10:3:%s\nacctserver 127.0.0.1:%s:10:3:%s\n' \
+    "${at[auth_port]}" "${at[secret]}" "${at[acct_port]}" "${at[secret]}" >"$folder/radius.conf"
+
+# expect STATUS TEXT PROGRAM [ARGUMENT...]
+expect() {
+    local expected=$1 text=$2 program=$3 status=0 output
+    shift 3
+    output=$("$folder/$program" "$@" 2>&1) || status=$?
+    if [[ $status -ne $expected || $output != *"$text"* ]]; then
+        echo "test-musl: $program $* ended with $status: $output" >&2
+        exit 1
+    fi
+}
+for program in radauth radchap 'radmschap --builtin' 'radmschapv2 --builtin --standard-sha1'; do
+    read -r -a login <<<"$program -f $folder/radius.conf alice"
+    expect 0 '"alice" RADIUS Authentication OK' "${login[@]}" wonderland
+    expect 1 '"alice" RADIUS Authentication failure' "${login[@]}" looking-glass
+done
+expect 0 'RADIUS Accounting Exchange OK' radacct -f "$folder/radius.conf"
+echo "test-musl: static programs of some $(($(stat -c %s "$folder/radauth") / 1024)) KiB log in and account"

@@ -4,7 +4,7 @@
 #
 #   armhf  32-bit ARM: all unit tests, and logins at a real server, under emulation
 #   s390x  IBM Z, the most significant byte first: the same
-#   musl   library and radauth as a static program with musl: a login at a real server
+#   musl   library and programs, static with musl: each method of login and accounting at a real server
 #   clang  all unit tests of a build by clang
 #
 # With --build before armhf or s390x it only builds.
