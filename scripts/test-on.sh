@@ -52,7 +52,7 @@ not_emulated=(
 # test_emulated EMULATED_MACHINE
 test_emulated() {
     scripts/sysroot.sh "$machine"
-    configure --toolchain "cmake/toolchains/$machine.cmake" -DLANYARD_TEST_TIMEOUT=300
+    configure --toolchain "cmake/toolchains/$machine.cmake" -DLANYARD_TEST_TIMEOUT=1200
     nice cmake --build "$folder" -j "$jobs" --target unit-tests interop_programs
     [[ $build_only == no ]] || exit 0
     local filter
