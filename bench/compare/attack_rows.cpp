@@ -62,8 +62,9 @@ class Diary {
 
     // Those who are out at the end were so until then at least.
     void addTo(Round &round, Moment end) {
-        const size_t out = std::count_if(outSince_.begin(), outSince_.end(),
-                                         [](const auto &since) { return since.has_value(); });
+        const auto out =
+            static_cast<size_t>(std::count_if(outSince_.begin(), outSince_.end(),
+                                              [](const auto &since) { return since.has_value(); }));
         for (const auto &since : outSince_) {
             noteOut(since ? (end - *since).count() : 0);
         }
