@@ -194,6 +194,11 @@ TEST_F(Load, ServerElsewhere_IsNotAskedUnlessItsAddressIsConfirmed) {
     EXPECT_EQ(2, runWithoutNetwork({"--confirm-address", "radius.example"}).status);
     EXPECT_EQ(5, runWithoutNetwork({"--confirm-address", "192.0.2.10", "-n", "1"}).status)
         << "it begins, and reaches nobody";
+    writeConfiguration("authserver " + patientEntry(server().authPort()) + "\n");
+    EXPECT_EQ(0, run({"load", "-n", "1", "--password-file", file("password", "wonderland\n"),
+                      "--confirm-address", "192.0.2.10", "alice"})
+                     .status)
+        << "it takes one address";
 }
 
 TEST_F(Load, WrongInput_IsRefused) {
