@@ -58,7 +58,8 @@ run_target() {
     mkdir -p "$folder/$target"
     if [[ $preset == fuzz ]]; then
         mkdir -p "$found"
-        arguments+=(-runs=10000000 -print_final_stats=1 -timeout=60 -max_len=4200 -artifact_prefix="$PWD/$folder/$target/" "$found")
+        arguments+=(-runs=10000000 -print_final_stats=1 -timeout=60 -max_len=4200
+            -artifact_prefix="$PWD/$folder/$target/" "$found")
     fi
     (cd "$folder/$target" && "$bin" "${arguments[@]}" "$corpus") >"$folder/$target/log" 2>&1
 }

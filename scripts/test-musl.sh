@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 #
 # Builds the library and programs for each method and for accounting, each a static program with musl on the OS
-# layer of tests/external-platform, and logs in at a real server. Debian has neither libcrypto nor SQLite for musl: both are built once from
+# layer of tests/external-platform, and logs in at a real server.
+# Debian has neither libcrypto nor SQLite for musl: both are built once from
 # Debian's sources, into build/musl, libcrypto with what the library uses of it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
